@@ -1,0 +1,31 @@
+# SPDX-License-Identifier: MIT
+# What every target of this project is built with: one interface target carries the language level, the
+# warnings and the Qt definitions, so no CMakeLists.txt repeats them.
+
+add_library(varnel-build INTERFACE)
+target_compile_features(varnel-build INTERFACE cxx_std_17)
+target_compile_options(varnel-build INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
+    -Wformat-security -Wcast-align -Wunused -Wnull-dereference -Wduplicated-cond -Wlogical-op)
+if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set_property(TARGET varnel-build PROPERTY INTERFACE_COMPILE_OPTIONS
+        -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
+        -Wformat-security -Wcast-align -Wunused)
+endif()
+target_compile_definitions(varnel-build INTERFACE
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_STRICT_ITERATORS QT_DEPRECATED_WARNINGS
+    VARNEL_VERSION="${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
+
+if(VARNEL_WARNINGS_AS_ERRORS)
+    target_compile_options(varnel-build INTERFACE -Werror)
+endif()
+if(VARNEL_SANITIZE)
+    set(sanitize -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_compile_options(varnel-build INTERFACE ${sanitize})
+    target_link_options(varnel-build INTERFACE ${sanitize})
+endif()
+if(VARNEL_COVERAGE)
+    target_compile_options(varnel-build INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(varnel-build INTERFACE --coverage)
+endif()

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "helpers.h"
+
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QFile>
+#include <QMutex>
+#include <QWaitCondition>
+
+#include "logline.h"
+
+namespace Varnel {
+
+bool Helpers::echo(const QString& path, const QString& text)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        logCriticalLine(QStringLiteral("Error opening file '%1'").arg(path));
+        return false;
+    }
+    file.write(text.toLatin1());
+    file.close();
+    return true;
+}
+
+bool Helpers::echo(const QString& path, int value)
+{
+    return echo(path, QString::number(value));
+}
+
+QString Helpers::now()
+{
+    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
+void Helpers::sleep(int milliseconds)
+{
+    // Nobody ever signals the condition: the wait ends by its time-out alone.
+    QMutex mutex;
+    QWaitCondition never;
+    mutex.lock();
+    never.wait(&mutex, static_cast<unsigned long>(qMax(0, milliseconds)));
+    mutex.unlock();
+}
+
+QByteArray Helpers::calculateHash(const QByteArray& data)
+{
+    return QCryptographicHash::hash(data, QCryptographicHash::Md5);
+}
+
+QByteArray Helpers::calculateFileHash(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    return calculateHash(file.readAll());
+}
+
+} // namespace Varnel

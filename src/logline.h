@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+class QString;
+
+namespace Varnel {
+
+/// Writes one preformatted line to the debug log, exactly as it stands: it is converted to Latin-1 and a "%"
+/// in it (from a URL or a file name) is never taken as a format.
+void logLine(const QString& line);
+
+/// The same on the critical channel.
+void logCriticalLine(const QString& line);
+
+} // namespace Varnel
