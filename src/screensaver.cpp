@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+#include "screensaver.h"
+
+#include <chrono>
+
+#include <QEvent>
+#include <QTimer>
+#include <QtDebug>
+
+#include "helpers.h"
+#include "logline.h"
+#include "settings.h"
+
+namespace Varnel {
+
+namespace {
+
+// Where the panel's kernel has its one display. 0 lights it, 1 darkens it, in both files.
+const auto displayBlankFile = QStringLiteral("/sys/class/graphics/fb0/blank");
+const auto backlightPowerFile =
+    QStringLiteral("/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power");
+
+/// What the filter swallows while the screen is dark and stays dark.
+bool isTouchOnDarkScreen(QEvent::Type type)
+{
+    return type == QEvent::MouseButtonPress || type == QEvent::MouseButtonRelease ||
+           type == QEvent::MouseButtonDblClick || type == QEvent::MouseTrackingChange;
+}
+
+} // namespace
+
+bool MouseEventFilter::eventFilter(QObject* object, QEvent* event)
+{
+    ScreenSaver* const screenSaver = ScreenSaver::instance();
+    if (!screenSaver->active()) {
+        // The touch screen moves the pointer to the finger before it reports the press: the move wakes.
+        if (event->type() == QEvent::MouseMove) {
+            return screenSaver->activate(true);
+        }
+        if (isTouchOnDarkScreen(event->type())) {
+            return true;
+        }
+    } else if (event->type() == QEvent::MouseButtonPress) {
+        screenSaver->stopBuzzer();
+        screenSaver->resetTimer();
+    }
+    return QObject::eventFilter(object, event);
+}
+
+ScreenSaver* ScreenSaver::staticInstance = nullptr;
+
+ScreenSaver* ScreenSaver::instance()
+{
+    if (!staticInstance) {
+        staticInstance = new ScreenSaver;
+    }
+    return staticInstance;
+}
+
+ScreenSaver::ScreenSaver()
+{
+    if (!timerAsleep) {
+        timerAsleep = new QTimer(this);
+    }
+    // The state begins as inactive, so this is a change: whatever the last process left behind, the display
+    // is lit now.
+    setScreenState(ScreenActive);
+}
+
+void ScreenSaver::restore()
+{
+    setScreenState(ScreenActive);
+}
+
+bool ScreenSaver::save(int /*level*/)
+{
+    return setScreenState(ScreenInactive);
+}
+
+void ScreenSaver::handleMouseMove(QObject* widget)
+{
+    widget->installEventFilter(&mouseEventFilter);
+}
+
+void ScreenSaver::install()
+{
+    qDebug() << "Install screensaver";
+    timerAsleep->stop();
+    connect(timerAsleep, &QTimer::timeout, this, &ScreenSaver::goSleep);
+    resetTimer();
+}
+
+void ScreenSaver::uninstall() {}
+
+bool ScreenSaver::activate(bool on)
+{
+    if (on == active()) {
+        return false;
+    }
+    setScreenState(on ? ScreenActive : ScreenInactive);
+    return true;
+}
+
+void ScreenSaver::resetTimer()
+{
+    qDebug() << "resetTimer";
+    timerAsleep->setInterval(std::chrono::milliseconds(Settings::getUIScreenSaverInterval()));
+    timerAsleep->setSingleShot(true);
+    timerAsleep->start();
+}
+
+void ScreenSaver::goSleep()
+{
+    qDebug() << "goSleep";
+    activate(false);
+}
+
+void ScreenSaver::stopBuzzer()
+{
+    qDebug() << "stopBuzzer()";
+}
+
+void ScreenSaver::setStopBuzzerServer(const QString& server)
+{
+    logLine(QStringLiteral("%1 - Stop buzzer server: %2").arg(Helpers::now(), server));
+}
+
+bool ScreenSaver::setScreenState(ScreenState state)
+{
+    if (currentState == state) {
+        return true;
+    }
+    qDebug() << "setScreenState" << int(state);
+    currentState = state;
+    emit activated(currentState == ScreenInactive);
+    if (currentState == ScreenActive) {
+        stopBuzzer();
+    }
+    const int value = state == ScreenInactive ? 1 : 0;
+    return Helpers::echo(displayBlankFile, value) && Helpers::echo(backlightPowerFile, value);
+}
+
+} // namespace Varnel
