@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QStringList>
+#include <QtGlobal>
+#include <QVector>
+
+/// Records every line written to Qt's log while it lives, in order and with its type, and keeps them off the
+/// terminal. Recorders nest: the innermost one gets the lines. Main thread only.
+class LogRecorder
+{
+public:
+    /// One line as it would stand on standard error.
+    struct Line
+    {
+        QtMsgType type = QtDebugMsg;
+        QString category;
+        QString text;
+    };
+
+    LogRecorder() : outer(current()), previous(qInstallMessageHandler(&LogRecorder::record))
+    {
+        current() = this;
+    }
+
+    ~LogRecorder()
+    {
+        qInstallMessageHandler(previous);
+        current() = outer;
+    }
+
+    Q_DISABLE_COPY_MOVE(LogRecorder)
+
+    /// All lines so far.
+    const QVector<Line>& lines() const { return recorded; }
+
+    /// The texts of the uncategorised lines (the documented ones), any type.
+    QStringList texts() const
+    {
+        QStringList result;
+        for (const Line& line : recorded) {
+            if (line.category == QLatin1String("default")) {
+                result << line.text;
+            }
+        }
+        return result;
+    }
+
+    /// The texts of the lines of one logging category (the extra diagnostics).
+    QStringList texts(const QString& category) const
+    {
+        QStringList result;
+        for (const Line& line : recorded) {
+            if (line.category == category) {
+                result << line.text;
+            }
+        }
+        return result;
+    }
+
+    void clear() { recorded.clear(); }
+
+private:
+    static LogRecorder*& current()
+    {
+        static LogRecorder* recorder = nullptr;
+        return recorder;
+    }
+
+    static void record(QtMsgType type, const QMessageLogContext& context, const QString& text)
+    {
+        current()->recorded.append({type, QString::fromLatin1(context.category), text});
+    }
+
+    LogRecorder* outer = nullptr;
+    QtMessageHandler previous = nullptr;
+    QVector<Line> recorded;
+};
