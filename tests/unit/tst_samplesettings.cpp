@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+// The settings' three homes agree: the table in the code, the sample file that a device image ships, and the
+// reference in the documentation.
+#include "settings.h"
+
+#include <type_traits>
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Varnel;
+
+namespace {
+
+/// One key as text, so that a mismatch can be read in the test's output.
+struct Line
+{
+    QString name; ///< group/key
+    QString type;
+    QString value;
+};
+
+QString read(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+/// The keys of the code's own table. No settings file is loaded here, so the members hold their defaults.
+QVector<Line> codeLines()
+{
+    QVector<Line> lines;
+    for (const Settings::Entry& entry : Settings::entries()) {
+        Line line{QLatin1String(entry.group) + QLatin1Char('/') + QLatin1String(entry.key), {}, {}};
+        std::visit(
+            [&line](auto* member) {
+                using T = std::remove_pointer_t<decltype(member)>;
+                if constexpr (std::is_same_v<T, QString>) {
+                    line.type = QStringLiteral("text");
+                    line.value = *member;
+                } else if constexpr (std::is_same_v<T, bool>) {
+                    line.type = QStringLiteral("flag");
+                    line.value = QVariant(*member).toString();
+                } else {
+                    const QLatin1String sign(std::is_signed_v<T> ? "s" : "u");
+                    line.type = sign + QString::number(8 * sizeof(T));
+                    line.value = QString::number(*member);
+                }
+            },
+            entry.member);
+        lines.append(line);
+    }
+    return lines;
+}
+
+/// The keys of the reference: rows "| `Key` | type | `default` | ..." under a heading "### [Group]".
+QVector<Line> documentedLines(const QString& page)
+{
+    static const QRegularExpression heading(QStringLiteral("^### \\[(\\w+)\\]$"));
+    static const QRegularExpression row(
+        QStringLiteral("^\\| `(\\w+)` \\| (\\w+) \\| (?:`([^`]+)`|empty) \\|"));
+    QVector<Line> lines;
+    QString group;
+    const QStringList pageLines = page.split(QLatin1Char('\n'));
+    for (const QString& text : pageLines) {
+        if (text.startsWith(QLatin1String("## "))) {
+            group.clear();
+        }
+        if (const auto found = heading.match(text); found.hasMatch()) {
+            group = found.captured(1);
+        }
+        if (const auto found = row.match(text); found.hasMatch() && !group.isEmpty()) {
+            lines.append(
+                {group + QLatin1Char('/') + found.captured(1), found.captured(2), found.captured(3)});
+        }
+    }
+    return lines;
+}
+
+} // namespace
+
+class TestSampleSettings : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void sampleHoldsEveryKeyCommentedOut();
+    void sampleUncommentedReadsAsTheDefaults();
+    void referenceListsEveryKey();
+
+private:
+    QString sample;
+    QString reference;
+};
+
+void TestSampleSettings::initTestCase()
+{
+    sample = read(QFINDTESTDATA("../../device/varnel-browser.ini"));
+    reference = read(QFINDTESTDATA("../../docs/settings.md"));
+    QVERIFY(!sample.isEmpty());
+    QVERIFY(!reference.isEmpty());
+}
+
+void TestSampleSettings::sampleHoldsEveryKeyCommentedOut()
+{
+    static const QRegularExpression allowed(QStringLiteral("^(|; .*|;|\\[\\w+\\]|;\\w+=.*)$"));
+    const QStringList lines = sample.split(QLatin1Char('\n'));
+    for (const QString& line : lines) {
+        QVERIFY2(allowed.match(line).hasMatch(), qPrintable(line));
+    }
+}
+
+void TestSampleSettings::sampleUncommentedReadsAsTheDefaults()
+{
+    QString uncommented = sample;
+    uncommented.replace(QRegularExpression(QStringLiteral("^;(\\w+=)"), QRegularExpression::MultilineOption),
+                        QStringLiteral("\\1"));
+    QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("sample.ini"));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(uncommented.toUtf8());
+    file.close();
+
+    const QSettings settings(path, QSettings::IniFormat);
+    QCOMPARE(settings.status(), QSettings::NoError);
+    QStringList expectedNames;
+    const QVector<Line> expected = codeLines();
+    for (const Line& line : expected) {
+        QCOMPARE(line.name + QLatin1Char('=') + settings.value(line.name).toString(),
+                 line.name + QLatin1Char('=') + line.value);
+        expectedNames.append(line.name);
+    }
+    expectedNames.sort();
+    QCOMPARE(settings.allKeys(), expectedNames);
+}
+
+void TestSampleSettings::referenceListsEveryKey()
+{
+    const QVector<Line> expected = codeLines();
+    const QVector<Line> documented = documentedLines(reference);
+    for (int i = 0; i < qMin(expected.size(), documented.size()); ++i) {
+        QCOMPARE(documented[i].name, expected[i].name);
+        QCOMPARE(documented[i].type, expected[i].type);
+        QCOMPARE(documented[i].value, expected[i].value);
+    }
+    QCOMPARE(documented.size(), expected.size());
+}
+
+QTEST_APPLESS_MAIN(TestSampleSettings)
+#include "tst_samplesettings.moc"
