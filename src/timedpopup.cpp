@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#include "timedpopup.h"
+
+#include <QPointer>
+#include <QTimer>
+
+#include "ui_timedpopup.h"
+
+namespace Varnel {
+
+TimedPopup::TimedPopup(int duration, const QString& message, QWidget* parent)
+    : QDialog(parent)
+    , ui(std::make_unique<Ui_TimedPopup>())
+{
+    initialize(duration, message);
+}
+
+TimedPopup::TimedPopup(const QString& message, QWidget* parent)
+    : TimedPopup(DefaultDuration, message, parent)
+{
+}
+
+TimedPopup::~TimedPopup() = default;
+
+void TimedPopup::initialize(int duration, const QString& message)
+{
+    ui->setupUi(this);
+    ui->lblMsg->setText(message);
+    setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint);
+    QTimer::singleShot(duration, this, &TimedPopup::timerElapsed);
+}
+
+void TimedPopup::timerElapsed()
+{
+    close();
+}
+
+void TimedPopup::run(const QString& message, QWidget* parent)
+{
+    const QPointer<TimedPopup> popup = new TimedPopup(message, parent);
+    popup->exec();
+    if (popup) { // it goes with its parent
+        popup->deleteLater();
+    }
+}
+
+} // namespace Varnel
