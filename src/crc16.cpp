@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#include "crc16.h"
+
+#include <array>
+
+#include <QtEndian>
+
+namespace Varnel {
+
+namespace {
+
+constexpr quint16 kermitPoly = 0x1021;
+constexpr quint16 kermitPolyReflected = 0x8408;
+constexpr int slices = 8;
+
+using Tables = std::array<std::array<quint16, 256>, slices>;
+
+/// tables[0] is the usual octet-wise table; tables[k] is what an octet contributes k octets later.
+constexpr Tables makeTables()
+{
+    Tables tables{};
+    for (unsigned octet = 0; octet < 256; ++octet) {
+        unsigned crc = octet;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc >> 1U) ^ ((crc & 1U) != 0 ? kermitPolyReflected : 0U);
+        }
+        tables[0][octet] = static_cast<quint16>(crc);
+    }
+    for (unsigned octet = 0; octet < 256; ++octet) {
+        for (int k = 1; k < slices; ++k) {
+            const quint16 previous = tables[k - 1][octet];
+            tables[k][octet] = static_cast<quint16>((previous >> 8U) ^ tables[0][previous & 0xFFU]);
+        }
+    }
+    return tables;
+}
+
+constexpr Tables tables = makeTables();
+
+quint16 kermit(const uchar* data, int len)
+{
+    quint32 crc = 0;
+    for (; len >= slices; data += slices, len -= slices) {
+        const quint32 low = qFromLittleEndian<quint32>(data) ^ crc;
+        const auto high = qFromLittleEndian<quint32>(data + 4);
+        crc = tables[7][low & 0xFFU] ^ tables[6][(low >> 8U) & 0xFFU] ^ tables[5][(low >> 16U) & 0xFFU] ^
+              tables[4][low >> 24U] ^ tables[3][high & 0xFFU] ^ tables[2][(high >> 8U) & 0xFFU] ^
+              tables[1][(high >> 16U) & 0xFFU] ^ tables[0][high >> 24U];
+    }
+    for (; len > 0; ++data, --len) {
+        crc = (crc >> 8U) ^ tables[0][(crc ^ *data) & 0xFFU];
+    }
+    return static_cast<quint16>(crc);
+}
+
+quint16 shiftIn(quint16 crc, bool bit, quint16 poly)
+{
+    const bool carry = (crc & 0x8000U) != 0;
+    const auto shifted = static_cast<quint16>((unsigned(crc) << 1U) | (bit ? 1U : 0U));
+    return carry ? quint16(shifted ^ poly) : shifted;
+}
+
+quint16 reversed(quint16 value)
+{
+    unsigned result = 0;
+    for (int bit = 0; bit < 16; ++bit) {
+        result = (result << 1U) | ((unsigned(value) >> unsigned(bit)) & 1U);
+    }
+    return static_cast<quint16>(result);
+}
+
+} // namespace
+
+quint16 crc16(quint16 poly, quint16 init, const uchar* data, quint16 len)
+{
+    if (data == nullptr) {
+        return 0;
+    }
+    if (poly == kermitPoly && init == 0) {
+        return kermit(data, len);
+    }
+    quint16 crc = init;
+    for (int i = 0; i < len; ++i) {
+        for (unsigned bit = 0; bit < 8; ++bit) {
+            crc = shiftIn(crc, ((unsigned(data[i]) >> bit) & 1U) != 0, poly);
+        }
+    }
+    for (int bit = 0; bit < 16; ++bit) {
+        crc = shiftIn(crc, false, poly);
+    }
+    return reversed(crc);
+}
+
+} // namespace Varnel

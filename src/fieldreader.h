@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QtEndian>
+
+namespace Varnel {
+
+/// Little-endian fields of one datagram or section. It owns all bounds: a read past the end yields 0 and clears
+/// ok(). It keeps a reference: the octets must outlive it and stay as they are.
+class FieldReader
+{
+public:
+    explicit FieldReader(const QByteArray& data) : octets(data) {}
+    explicit FieldReader(const QByteArray&&) = delete;
+
+    [[nodiscard]] quint8 u8(int offset) { return read<quint8>(offset); }
+    [[nodiscard]] quint16 u16(int offset) { return read<quint16>(offset); }
+    [[nodiscard]] quint32 u32(int offset) { return read<quint32>(offset); }
+
+    /// Four octets in network order, as an IPv4 address in host order.
+    [[nodiscard]] quint32 ipv4(int offset) { return qbswap(read<quint32>(offset)); }
+
+    /// False once something was asked for that is not there.
+    [[nodiscard]] bool ok() const { return inside; }
+
+private:
+    template <typename T>
+    T read(int offset)
+    {
+        if (offset < 0 || offset > octets.size() - int(sizeof(T))) {
+            inside = false;
+            return 0;
+        }
+        return qFromLittleEndian<T>(octets.constData() + offset); // copies, so alignment does not matter
+    }
+
+    const QByteArray& octets;
+    bool inside = true;
+};
+
+} // namespace Varnel

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "rlpdecoder.h"
+
+#include <algorithm>
+#include <optional>
+
+#include <QtDebug>
+
+#include "crc16.h"
+#include "fieldreader.h"
+
+namespace Varnel {
+
+namespace {
+
+constexpr quint8 rlpMagic = 0xCE;
+constexpr quint8 rlpVersion = 1;
+constexpr quint16 crcPoly = 0x1021;
+constexpr quint16 crcInit = 0;
+constexpr int crcSize = 2;
+
+/// Octets in front of what the payload length counts: magic and version.
+constexpr int payloadAt = 2;
+/// The smallest section offset: payload length to section count.
+constexpr int smallestSectionOffset = 8;
+/// Octets of the payload that are no sections: payload length to continuity word.
+constexpr int payloadHeaderSize = 14;
+constexpr int sectionHeaderSize = 4;
+
+/// How the walker treats one section type.
+struct SectionKind
+{
+    SectionType type;
+    quint16 size; ///< the section length it must carry; 0 where it has no fixed length
+    const char* mismatchMessage;
+    bool (RlpDecoder::*decode)(quint16, quint16, QByteArray*, void*, int*);
+    bool RlpFrame::*decoded;
+};
+
+// A GpioState of the wrong length is reported as DevInfo: the controller's test bench looks for those words.
+constexpr SectionKind sectionKinds[] = {
+    {SectionType::DevInfo, 28, "DevInfo section length mismatch (", &RlpDecoder::handleSectionDevInfo,
+     &RlpFrame::hasDevInfo},
+    {SectionType::GpioState, 8, "DevInfo section length mismatch (", &RlpDecoder::handleSectionGpioState,
+     &RlpFrame::hasGpioState},
+    {SectionType::NetCfg, 26, "NetCfg section length mismatch (", &RlpDecoder::handleSectionNetCfg,
+     &RlpFrame::hasNetCfg},
+    {SectionType::SnmpCfg, 580, "SnmpCfg section length mismatch (", &RlpDecoder::handleSectionSnmpCfg,
+     &RlpFrame::hasSnmpCfg},
+    {SectionType::ModbusCfg, 8, "ModbusCfg section length mismatch (", &RlpDecoder::handleSectionModbusCfg,
+     &RlpFrame::hasModbusCfg},
+    {SectionType::Core, 0, nullptr, &RlpDecoder::handleSectionCore, &RlpFrame::hasCore},
+};
+
+const SectionKind* findKind(quint16 type)
+{
+    const auto* const kind =
+        std::find_if(std::begin(sectionKinds), std::end(sectionKinds),
+                     [type](const SectionKind& candidate) { return quint16(candidate.type) == type; });
+    return kind == std::end(sectionKinds) ? nullptr : kind;
+}
+
+bool checkMagic(const QByteArray& data)
+{
+    if (data.isEmpty() || quint8(data.at(0)) != rlpMagic) {
+        qDebug() << "Not a RLP magic number. Drop frame";
+        return false;
+    }
+    return true;
+}
+
+bool checkCrc(const QByteArray& data)
+{
+    const int covered = data.size() < crcSize ? data.size() : data.size() - crcSize;
+    const quint16 received = FieldReader(data).u16(data.size() - crcSize);
+    const quint16 computed = crc16(crcPoly, crcInit, reinterpret_cast<const uchar*>(data.constData()),
+                                   static_cast<quint16>(covered));
+    if (received != computed || data.size() < crcSize) {
+        qDebug() << "Invalid checksum (0x" << QString::number(received, 16) << " != 0x"
+                 << QString::number(computed, 16) << "). Drop frame";
+        return false;
+    }
+    return true;
+}
+
+bool checkVersion(const QByteArray& data)
+{
+    if (FieldReader(data).u8(1) != rlpVersion) {
+        qDebug() << "Unknown RLP version";
+        return false;
+    }
+    return true;
+}
+
+bool checkPayloadLength(const QByteArray& data, quint16 payloadLength)
+{
+    if (payloadLength != data.size() - payloadAt) {
+        qDebug() << "Payload length mismatch. Drop frame";
+        qDebug() << payloadLength;
+        return false;
+    }
+    return true;
+}
+
+bool checkSectionOffset(quint16 offset, quint16 payloadLength)
+{
+    if (offset < smallestSectionOffset || offset > payloadLength) {
+        qDebug() << "Section offset out of range. Drop frame";
+        qDebug() << offset << " < " << smallestSectionOffset;
+        qDebug() << offset << " > " << payloadLength;
+        return false;
+    }
+    return true;
+}
+
+bool checkSectionCount(quint16 count, quint16 payloadLength)
+{
+    if (count != 0) {
+        return true;
+    }
+    if (payloadLength > smallestSectionOffset) {
+        qDebug() << "Section count mismatch section payload length. Drop frame";
+        qDebug() << count << " : " << payloadLength;
+    } else {
+        qDebug() << "No section to process. Drop frame";
+        qDebug() << count;
+    }
+    return false;
+}
+
+bool checkContinuity(quint32 continuity)
+{
+    if (continuity == 0) {
+        qDebug() << "Out of the continuum. Drop frame";
+        return false;
+    }
+    return true;
+}
+
+bool checkSequence(quint32 seqno, quint32 lastSeqno)
+{
+    if (seqno == lastSeqno) {
+        qDebug() << "Repeated packet. Drop frame"
+                 << "(" << seqno << " = " << lastSeqno << ")";
+        return false;
+    }
+    if (lastSeqno > seqno) {
+        // A rebooted controller counts from the start again; its frames are welcome.
+        qDebug() << "Back in the sequence, probable reboot of the RxM"
+                 << "(" << seqno << " < " << lastSeqno << ")";
+    }
+    return true;
+}
+
+void* recordOf(RlpFrame* frame, SectionType type, QList<core_tmp>* items)
+{
+    switch (type) {
+    case SectionType::DevInfo:
+        return &frame->devinfo;
+    case SectionType::GpioState:
+        return &frame->gpiostate;
+    case SectionType::NetCfg:
+        return &frame->netcfg;
+    case SectionType::SnmpCfg:
+        return &frame->snmpcfg;
+    case SectionType::ModbusCfg:
+        return &frame->modbuscfg;
+    case SectionType::Core:
+        return items;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+QByteArray RlpDecoder::getBytes(QByteArray* data, quint16 offset, quint16 len)
+{
+    QByteArray octets = getBytesReverse(data, offset, len);
+    std::reverse(octets.begin(), octets.end());
+    return octets;
+}
+
+QByteArray RlpDecoder::getBytesReverse(QByteArray* data, quint16 offset, quint16 len)
+{
+    return data->mid(offset, len);
+}
+
+bool RlpDecoder::checkFrame(QByteArray* data, const QHostAddress& sender, Header* header) const
+{
+    if (!checkMagic(*data)) {
+        return false;
+    }
+    if (hasPacketSender && sender != packetSender) {
+        qDebug() << "Packet received from an unknown sender (" << sender.toString() << ", attended "
+                 << packetSender.toString() << ")";
+        return false;
+    }
+    if (!checkCrc(*data)) {
+        return false;
+    }
+    data->chop(crcSize); // all later sizes are meant without the checksum
+    if (!checkVersion(*data)) {
+        return false;
+    }
+    FieldReader reader(*data);
+    header->payloadLength = reader.u16(2);
+    header->sectionOffset = reader.u16(4);
+    header->sectionCount = reader.u16(6);
+    header->seqno = reader.u32(8);
+    const quint32 continuity = reader.u32(12);
+    return checkPayloadLength(*data, header->payloadLength) &&
+           checkSectionOffset(header->sectionOffset, header->payloadLength) &&
+           checkSectionCount(header->sectionCount, header->payloadLength) && checkContinuity(continuity) &&
+           checkSequence(header->seqno, lastSeqno);
+}
+
+void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpFrame* frame)
+{
+    // Budget, position and advance are 16 bits wide and wrap, as in the controller's own walker. A frame that
+    // was accepted is at least as long as its header, so the budget starts at 0 or above.
+    auto budget = static_cast<quint16>(header.payloadLength - payloadHeaderSize);
+    auto position = static_cast<quint16>(header.sectionOffset + payloadAt);
+    std::optional<int> lastConsumed;
+    frame->seqno = header.seqno;
+
+    for (quint16 count = header.sectionCount; count != 0; --count) {
+        if (budget < sectionHeaderSize || position > data.size() - sectionHeaderSize) {
+            qDebug() << "Payload too short. Drop remaining bytes";
+            break;
+        }
+        FieldReader reader(data);
+        const quint16 type = reader.u16(position);
+        const quint16 length = reader.u16(position + 2);
+        bool skip = false;
+        if (length > budget) {
+            qDebug() << "Section length exceed frame length. Skip section";
+            skip = true;
+        }
+
+        const SectionKind* const kind = findKind(type);
+        auto advance = static_cast<quint16>(length + sectionHeaderSize);
+        if (kind == nullptr) {
+            qDebug() << "Unknown section type. Skip section";
+            skip = true;
+        } else if (kind->size == 0) {
+            advance = budget;
+        } else if (length == kind->size) {
+            advance = kind->size;
+        } else {
+            qDebug() << kind->mismatchMessage << kind->size << ")";
+        }
+
+        if (!skip) {
+            QByteArray payload = data.mid(position, advance);
+            int consumed = 0;
+            const bool decoded = (this->*kind->decode)(
+                type, length, &payload, recordOf(frame, kind->type, &m_itemList), &consumed);
+            frame->*kind->decoded = decoded;
+            if (decoded) {
+                lastConsumed = consumed;
+            }
+            // A decoder that failed has consumed nothing: the count of the one before it stands.
+            advance = static_cast<quint16>(lastConsumed.value_or(length + sectionHeaderSize));
+        }
+        if (kind == nullptr || !(frame->*kind->decoded)) {
+            qDebug() << "Decode error";
+        }
+        budget = static_cast<quint16>(budget - advance);
+        position = static_cast<quint16>(position + advance);
+    }
+}
+
+} // namespace Varnel

@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "udphandler.h"
+
+#include <chrono>
+
+#include <QTimer>
+#include <QUdpSocket>
+#include <QtDebug>
+
+#include "configarguments.h"
+#include "mainwindow.h"
+#include "scriptrunner.h"
+#include "settings.h"
+
+namespace Varnel {
+
+namespace {
+
+constexpr quint16 defaultSnmpPort = 161;
+constexpr quint16 defaultSnmpTrapPort = 162;
+constexpr quint16 defaultModbusPort = 502;
+
+} // namespace
+
+UdpHandler::UdpHandler(const QString& listenAddr, short listenPort, MainWindow* mainWindow, QObject* parent)
+    : QObject(parent)
+    , listenAddr(listenAddr)
+    , listenPort(static_cast<quint16>(listenPort))
+    , main_window(mainWindow)
+    , modbusInterface(nullptr)
+{
+}
+
+UdpHandler::~UdpHandler() = default;
+
+void UdpHandler::init()
+{
+    udpSocket = new QUdpSocket(this);
+    packetTimer = new QTimer(this);
+    blinkFastTimer = new QTimer(this);
+    blinkSlowTimer = new QTimer(this);
+    lastSeqno = 0;
+
+    loadModbusMap();
+    connectAll();
+    bindSocket();
+
+    last_snmpcfg.port = defaultSnmpPort;
+    last_snmpcfg.port_trap = defaultSnmpTrapPort;
+    last_modbuscfg.tcp_port = defaultModbusPort;
+    last_netcfg.resetcfg = true;
+    last_snmpcfg.resetcfg = true;
+    last_modbuscfg.resetcfg = true;
+
+    startOutputs();
+}
+
+void UdpHandler::loadModbusMap()
+{
+    if (!modbusInterface.LoadConfig(Settings::getModbusMap())) {
+        qDebug() << "Failed to load modbus map";
+    }
+    if (modbusInterface.GenerateDbusInit(Settings::getFilesTmpCfgDir())) {
+        modbusInterface.DbusStopMonitor();
+        modbusInterface.DbusStartMonitor(Settings::getFilesTmpCfgDir());
+    } else {
+        qDebug() << "Failed to load modbus map";
+    }
+}
+
+void UdpHandler::connectAll()
+{
+    connect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
+    connect(udpSocket, &QUdpSocket::disconnected, this, &UdpHandler::stop);
+    connect(this, &UdpHandler::finished, udpSocket, &QObject::deleteLater);
+    connect(this, &UdpHandler::finished, this, &QObject::deleteLater);
+    connect(packetTimer, &QTimer::timeout, this, &UdpHandler::packetTimeout);
+    connect(blinkFastTimer, &QTimer::timeout, this, &UdpHandler::blinkFastTimeout);
+    connect(blinkSlowTimer, &QTimer::timeout, this, &UdpHandler::blinkSlowTimeout);
+}
+
+void UdpHandler::bindSocket()
+{
+    qDebug() << "UDP listen " << listenAddr << ":" << listenPort;
+    udpSocket->bind(QHostAddress(listenAddr), listenPort);
+    qDebug() << "UDP bound";
+}
+
+void UdpHandler::processDatagrams()
+{
+    while (udpSocket->hasPendingDatagrams()) {
+        QByteArray data(static_cast<int>(qMax<qint64>(0, udpSocket->pendingDatagramSize())), Qt::Uninitialized);
+        QHostAddress sender;
+        const qint64 received = udpSocket->readDatagram(data.data(), data.size(), &sender);
+        data.truncate(static_cast<int>(qMax<qint64>(0, received)));
+        handleData(&data, &sender);
+    }
+}
+
+void UdpHandler::handleData(QByteArray* data, QHostAddress* sender)
+{
+    Header header;
+    if (!checkFrame(data, *sender, &header)) {
+        return;
+    }
+    startPacketTimer();
+    RlpFrame frame;
+    walkSections(*data, header, &frame);
+    record(frame, *sender);
+    apply(frame);
+    welcome(*sender);
+}
+
+void UdpHandler::startPacketTimer()
+{
+    packetTimer->setSingleShot(true);
+    packetTimer->start(std::chrono::seconds(Settings::getNetUdpTimeout()));
+}
+
+void UdpHandler::record(const RlpFrame& frame, const QHostAddress& sender)
+{
+    lastSeqno = frame.seqno;
+    if (!hasPacketSender) {
+        packetSender = sender;
+    }
+}
+
+void UdpHandler::apply(const RlpFrame& frame)
+{
+    if (frame.hasDevInfo) {
+        applyDevInfo(frame.devinfo);
+    }
+    if (frame.hasGpioState) {
+        applyGpioState(frame.gpiostate);
+    }
+    if (frame.hasSnmpCfg) {
+        if (isSnmpCfgChanged(frame.snmpcfg)) {
+            qDebug() << "Snmpcfg changed !";
+            applySnmpCfg(frame.snmpcfg);
+        }
+        last_snmpcfg = frame.snmpcfg;
+    }
+    if (frame.hasNetCfg) {
+        if (isNetCfgChanged(frame.netcfg)) {
+            qDebug() << "Netcfg changed !";
+            applyNetCfg(frame.netcfg);
+        }
+        last_netcfg = frame.netcfg;
+    }
+    if (frame.hasCore) {
+        applyCore();
+    }
+    if (frame.hasModbusCfg) {
+        if (isModbusCfgChanged(frame.modbuscfg)) {
+            qDebug() << "Modbuscfg changed !";
+            applyModbusCfg(frame.modbuscfg);
+        }
+        last_modbuscfg = frame.modbuscfg;
+    }
+}
+
+void UdpHandler::applyDevInfo(const devinfo_s& devinfo)
+{
+    if (!devinfo.lang.isEmpty()) {
+        main_window->setLanguage(devinfo.lang);
+    }
+    last_devinfo = devinfo;
+}
+
+void UdpHandler::applyCore()
+{
+    QVector<int> tables = modbusInterface.CheckTableToUpdate(m_itemList);
+    QVector<MbRawData_s> rawData = modbusInterface.ComputeRawData(tables);
+    modbusInterface.DbusUpdateRegisters(modbusInterface.GenerateDbusUpdateQuery(rawData));
+}
+
+void UdpHandler::welcome(const QHostAddress& sender)
+{
+    if (hasPacketSender) {
+        return;
+    }
+    hasPacketSender = true;
+    packetSender = sender;
+    qDebug() << "First frame, try to connect to the web server at " << sender.toString();
+    addR7M();
+    const QString url = QLatin1String("http://") + sender.toString() + QLatin1String("/index.html");
+    main_window->setDefaultUrl(url);
+    main_window->openUrlForce(url, true);
+}
+
+void UdpHandler::packetTimeout()
+{
+    qDebug() << "No packet received within the " << packetTimer->interval() / 1000 << "s window, unregister "
+             << packetSender.toString();
+    hasPacketSender = false;
+    lastSeqno = 0;
+    removeR7M();
+    main_window->displayError(main_window->getLanguage());
+    startLossPattern();
+}
+
+void UdpHandler::stop()
+{
+    blinkFastTimer->stop();
+    blinkSlowTimer->stop();
+    packetTimer->stop();
+    qDebug() << "UDP stop";
+    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
+    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
+    udpSocket->close();
+    emit finished();
+}
+
+} // namespace Varnel
