@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QNetworkAccessManager>
+
+class QAuthenticator;
+class QNetworkReply;
+
+namespace Varnel {
+
+/// All HTTP traffic of the page: adds the configured credentials to every request, keeps cookies in memory, logs
+/// each request, and reports once after each reset() how the first request ended.
+class NetworkAccessManager : public QNetworkAccessManager
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(NetworkAccessManager)
+
+public:
+    explicit NetworkAccessManager(QObject* parent);
+    ~NetworkAccessManager() override;
+
+    /// Makes the next request that finishes count as the first again.
+    void reset();
+
+signals:
+    /// The first request that was not cancelled has finished; `error` is true when it failed.
+    void firstRequestStatus(bool error);
+
+protected:
+    QNetworkReply* createRequest(Operation op, const QNetworkRequest& request,
+                                 QIODevice* outgoingData = nullptr) override;
+
+private slots:
+    void requestFinished(QNetworkReply* reply);
+    /// Answers nothing: credentials reach the server by the header alone, so a refused login is an error at once
+    /// instead of a dialog nobody can fill in.
+    void authenticationRequired(QNetworkReply* reply, QAuthenticator* auth);
+
+private:
+    void logFinished(QNetworkReply* reply) const;
+    void count(QNetworkReply* reply);
+
+    qint64 requestFinishedCount = 0;
+    qint64 requestFinishedFromCacheCount = 0;
+    qint64 requestFinishedPipelinedCount = 0;
+    qint64 requestFinishedSecureCount = 0;
+    bool isFirstRequest = true;
+};
+
+} // namespace Varnel

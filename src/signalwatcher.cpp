@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include "signalwatcher.h"
+
+#include <array>
+#include <csignal>
+#include <tuple>
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Varnel {
+
+namespace {
+
+constexpr std::array watchedSignals = {SIGTERM, SIGINT};
+
+// A signal handler may do little more than write to a pipe (signal-safety(7)); the event loop reads its other end.
+std::array<int, 2> wakeUpPipe = {-1, -1};
+
+void wakeUp(int /*signal*/)
+{
+    const char octet = 0;
+    // A full pipe means that the loop has been told often enough.
+    std::ignore = ::write(wakeUpPipe[1], &octet, 1);
+}
+
+void handleWith(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : watchedSignals) {
+        ::sigaction(signal, &action, nullptr);
+    }
+}
+
+} // namespace
+
+SignalWatcher::SignalWatcher(QObject* parent)
+    : QObject(parent)
+{
+    if (::pipe2(wakeUpPipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        return; // no descriptors left: the signals keep their default, which ends the program as well
+    }
+    auto* notifier = new QSocketNotifier(wakeUpPipe[0], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [notifier] {
+        notifier->setEnabled(false);
+        QCoreApplication::quit();
+    });
+    handleWith(&wakeUp);
+}
+
+SignalWatcher::~SignalWatcher()
+{
+    handleWith(SIG_DFL);
+    for (int& end : wakeUpPipe) {
+        if (end >= 0) {
+            ::close(end);
+            end = -1;
+        }
+    }
+}
+
+} // namespace Varnel

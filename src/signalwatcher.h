@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QObject>
+
+namespace Varnel {
+
+/// Turns SIGTERM and SIGINT into an orderly end of the event loop: QCoreApplication::quit() is called from the
+/// loop, so the program's tear-down runs. One instance at a time; the former handlers come back when it goes.
+class SignalWatcher : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(SignalWatcher)
+
+public:
+    explicit SignalWatcher(QObject* parent = nullptr);
+    ~SignalWatcher() override;
+};
+
+} // namespace Varnel

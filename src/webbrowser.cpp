@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: MIT
+#include "webbrowser.h"
+
+namespace Varnel {
+
+WebBrowser::~WebBrowser() = default;
+
+} // namespace Varnel

@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: MIT
+#include "webview.h"
+
+#include <chrono>
+
+#include <QFileInfo>
+#include <QNetworkReply>
+#include <QWebFrame>
+#include <QWebSettings>
+#include <QtDebug>
+
+#include "downloadhandler.h"
+#include "mainwindow.h"
+#include "networkaccessmanager.h"
+#include "screensaver.h"
+#include "settings.h"
+#include "usbdrive.h"
+
+namespace Varnel {
+
+WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
+    : QWebPage(parent)
+    , mainWindow(mainWindow)
+    , downloadHandler(new DownloadHandler(mainWindow))
+{
+    setNetworkAccessManager(mainWindow->getNetworkAccessManager());
+    connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent);
+    connect(networkAccessManager(), &QNetworkAccessManager::finished, this, &WebPage::httpResponseFinished);
+    mainFrame()->setScrollBarPolicy(Qt::Vertical, Qt::ScrollBarAlwaysOff);
+    mainFrame()->setScrollBarPolicy(Qt::Horizontal, Qt::ScrollBarAlwaysOff);
+    // The engine's own error page would replace the controller's page at each click on a download link.
+    settings()->setAttribute(QWebSettings::ErrorPageEnabled, false);
+}
+
+WebPage::~WebPage()
+{
+    // Requests that are still open finish while the engine's page goes down; they have nobody left to tell.
+    disconnect(networkAccessManager(), nullptr, this, nullptr);
+    downloadHandler->deleteLater();
+}
+
+bool WebPage::acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& request, NavigationType type)
+{
+    if (frame == mainFrame()) {
+        currentUrl = request.url();
+        emit loadingUrl(currentUrl);
+    }
+    return QWebPage::acceptNavigationRequest(frame, request, type);
+}
+
+QString WebPage::chooseFile(QWebFrame* /*frame*/, const QString& /*suggestedFile*/)
+{
+    return chooseUploadFile(mainWindow);
+}
+
+QString WebPage::userAgentForUrl(const QUrl& /*url*/) const
+{
+    return QStringLiteral("Varnel VarnelBrowser/" VARNEL_VERSION " WebKit");
+}
+
+void WebPage::handleUnsupportedContent(QNetworkReply* reply)
+{
+    qDebug() << "WebPage::UnsupportedContent";
+    reply->deleteLater(); // the download keeps what it needs
+    if (reply->error() == QNetworkReply::NoError) {
+        downloadHandler->start(reply);
+        return;
+    }
+    if (reply->url() == currentUrl) {
+        mainFrame()->setHtml(
+            QStringLiteral("<html><body>An error occurred while loading page.</body></html>"), reply->url());
+    }
+    reply->deleteLater();
+}
+
+void WebPage::httpResponseFinished(QNetworkReply* reply)
+{
+    const bool noerr = reply->error() == QNetworkReply::NoError;
+    if (!noerr) {
+        qDebug() << "HTTP ERROR";
+    }
+    emit responseError(noerr);
+    reply->deleteLater();
+}
+
+void WebPage::retryLoad()
+{
+    qDebug() << "WebPage::retryLoad " << currentUrl.toString();
+    emit loadingUrl(currentUrl);
+}
+
+WebView::WebView(MainWindow* mainWindow, QWidget* parent)
+    : QWebView(parent)
+    , language(QStringLiteral("default"))
+    , currentPage(new WebPage(mainWindow, this))
+{
+    setMouseTracking(true);
+    ScreenSaver::instance()->handleMouseMove(this);
+    setPage(currentPage);
+    connectPage();
+    page()->setForwardUnsupportedContent(true);
+    // No text on any page may be selected by a finger that rests too long.
+    customCss = QLatin1String("data:text/css;charset=utf-8;base64,") +
+                QLatin1String(QByteArrayLiteral("body { -webkit-user-select: none; }").toBase64());
+    page()->settings()->setUserStyleSheetUrl(QUrl(customCss));
+    retryTimer = new QTimer(this);
+    retryTimer->setInterval(std::chrono::seconds(Settings::getNetRetryTimeout()));
+    retryTimer->setSingleShot(true);
+    connect(retryTimer, &QTimer::timeout, this, &WebView::handleRetryTimer);
+}
+
+WebView::~WebView()
+{
+    // The same for the page's last words and for a probe that is still out.
+    disconnect(currentPage, nullptr, this, nullptr);
+    disconnect(&netman, nullptr, this, nullptr);
+}
+
+void WebView::connectPage()
+{
+    connect(currentPage, &WebPage::loadingUrl, this, &QWebView::urlChanged);
+    connect(currentPage, &QWebPage::downloadRequested, this, &WebView::downloadRequested);
+    connect(currentPage, &WebPage::responseError, this, &WebView::handleLoadFinished);
+}
+
+void WebView::loadUrl(const QUrl& url)
+{
+    initialUrl = url;
+    qDebug() << "WebView::loadUrl() " << initialUrl.toString();
+    load(initialUrl);
+}
+
+void WebView::loadRequest(const QNetworkRequest& request)
+{
+    qDebug() << "WebView::loadRequest";
+    initialUrl = request.url();
+    load(request, QNetworkAccessManager::GetOperation, QByteArray());
+}
+
+void WebView::reloadUrl()
+{
+    qDebug() << "WebView::reloadUrl() " << initialUrl.toString();
+    load(initialUrl);
+}
+
+QUrl WebView::url() const
+{
+    const QUrl current = QWebView::url();
+    return current.isEmpty() ? initialUrl : current;
+}
+
+void WebView::setDefaultUrl(const QString& url)
+{
+    defaultUrl = QUrl(url);
+}
+
+void WebView::setLanguage(const QString& lang)
+{
+    if (lang == language) {
+        return;
+    }
+    qDebug() << "wv: Set language to" << lang << "(was" << language << ")";
+    language = lang;
+}
+
+void WebView::downloadRequested(QNetworkRequest /*request*/)
+{
+    // A download begins when the content itself proves unshowable, never by a link's wish.
+}
+
+void WebView::handleLoadFinished(bool noerr)
+{
+    if (noerr) {
+        return;
+    }
+    qDebug() << "WebView::handleLoadFinished() -> fail";
+    onDefault = false;
+    displayError(QStringLiteral("default"));
+    startRetryTimer();
+}
+
+void WebView::startRetryTimer()
+{
+    // A running timer is left alone: a burst of failures gives one retry, counted from the first.
+    if (!retryTimer->isActive()) {
+        retryTimer->start();
+    }
+}
+
+void WebView::handleRetryTimer()
+{
+    qDebug() << "WebView::handleRetryTimer()";
+    tryload(initialUrl);
+}
+
+void WebView::tryload(QUrl /*url*/)
+{
+    if (onDefault) {
+        qDebug() << "onDefault";
+        startRetryTimer();
+        return;
+    }
+    connect(&netman, &QNetworkAccessManager::finished, this, &WebView::tryloadFinished);
+    onDefault = true;
+    netman.get(QNetworkRequest(defaultUrl));
+}
+
+void WebView::tryloadFinished(QNetworkReply* reply)
+{
+    disconnect(&netman, &QNetworkAccessManager::finished, this, &WebView::tryloadFinished);
+    if (reply->error() != QNetworkReply::NoError) {
+        // onDefault stays: the timer ticks on, but no other probe goes out until the page itself fails again.
+        startRetryTimer();
+        return;
+    }
+    loadUrl(reply->url());
+    onDefault = false;
+}
+
+bool WebView::focusNextPrevChild(bool next)
+{
+    // The engine would send a disabled page the Tab key that moves the focus on.
+    return isEnabled() ? QWebView::focusNextPrevChild(next) : QWidget::focusNextPrevChild(next);
+}
+
+} // namespace Varnel

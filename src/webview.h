@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QString>
+#include <QTimer>
+#include <QUrl>
+#include <QWebPage>
+#include <QWebView>
+
+class QNetworkReply;
+
+namespace Varnel {
+
+class DownloadHandler;
+class MainWindow;
+
+/// The page: names the panel to the server, hands what the engine cannot show to the download, and tells the view
+/// how each reply ended.
+class WebPage : public QWebPage
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(WebPage)
+
+public:
+    /// `mainWindow` is not owned and must outlive the page; its access manager becomes the page's.
+    WebPage(MainWindow* mainWindow, QObject* parent);
+    ~WebPage() override;
+
+signals:
+    /// The main frame is about to load `url`.
+    void loadingUrl(QUrl url);
+    /// A reply, of the page or of a part of it, has ended; `noerr` is true when it ended well.
+    void responseError(bool noerr);
+
+public slots:
+    void handleUnsupportedContent(QNetworkReply* reply);
+    void httpResponseFinished(QNetworkReply* reply);
+    void retryLoad();
+
+protected:
+    bool acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& request, NavigationType type) override;
+    /// Lets the user choose a file of the USB drive; both arguments are ignored. Empty when none was chosen.
+    QString chooseFile(QWebFrame* frame, const QString& suggestedFile) override;
+    QString userAgentForUrl(const QUrl& url) const override;
+
+private:
+    MainWindow* mainWindow;
+    DownloadHandler* downloadHandler;
+    QUrl currentUrl;   ///< the last navigation of the main frame
+    QTimer retryTimer; ///< without behaviour: the timer that works is the view's
+};
+
+/// The view: shows the page, the panel's own error and info pages, and tries again after a failed load.
+///
+/// A reply that fails shows the error page and starts the retry timer. When it fires, the default address is
+/// probed with a request of the view's own; only if that succeeds is the default address loaded. After a failed
+/// probe no other is sent until a reply of the page fails again: the controller's server is not to be hammered.
+class WebView : public QWebView
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(WebView)
+
+public:
+    /// `mainWindow` is not owned and must outlive the view.
+    WebView(MainWindow* mainWindow, QWidget* parent);
+    ~WebView() override;
+
+    WebPage* webPage() const { return currentPage; }
+
+    void loadUrl(const QUrl& url);
+    /// Loads `request` as it is, its own headers included.
+    void loadRequest(const QNetworkRequest& request);
+    /// Loads again what was last asked for.
+    void reloadUrl();
+    /// The address on screen, or, while there is none, the one last asked for.
+    QUrl url() const;
+
+    /// The address that is probed before a retry.
+    void setDefaultUrl(const QString& url);
+    /// Chooses the pictures of the error and info pages; takes effect when the next one is shown.
+    void setLanguage(const QString& lang);
+
+    /// Shows the panel's error page, or the info page of the service link, in the view's language whatever
+    /// `name` says. A picture that is missing falls back to the default language's, then to a text.
+    void displayError(QString name);
+    void displayInfoFront(QString name);
+    /// The frame of both pages around a background and the texts in the two lower corners.
+    QString HtmlContent(QString background, QString left, QString right);
+
+    /// Probes the default address, unless a probe is out or has failed. The argument is not used.
+    void tryload(QUrl url);
+
+public slots:
+    void downloadRequested(QNetworkRequest request);
+    void handleLoadFinished(bool noerr);
+    void handleRetryTimer();
+    void tryloadFinished(QNetworkReply* reply);
+
+protected:
+    bool focusNextPrevChild(bool next) override;
+
+private:
+    void connectPage();
+    void startRetryTimer();
+    void showPicturePage(const QString& picture, const QString& tail, const QString& fallback);
+
+    QString customCss;
+    QUrl initialUrl; ///< the address last asked for
+    QUrl defaultUrl;
+    bool onDefault = false; ///< a probe is out, or has failed
+    QString language;
+    WebPage* currentPage;
+    QNetworkAccessManager netman; ///< for the probes alone: they carry no credentials and are not logged
+    QTimer* retryTimer = nullptr;
+};
+
+} // namespace Varnel
