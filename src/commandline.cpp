@@ -84,7 +84,8 @@ QString CommandLine::helpText(const QString& executable)
         list += QLatin1String("  ") + spelling(option).leftJustified(column) +
                 QLatin1String(option.description) + QLatin1Char('\n');
     }
-    return usage + QLatin1String("\n\nDescription: Main application of VARNEL\n\nOptional arguments:\n") + list;
+    return usage + QLatin1String("\n\nDescription: Main application of VARNEL\n\nOptional arguments:\n") +
+           list;
 }
 
 } // namespace Varnel

@@ -31,13 +31,8 @@ QStringList agentSecurity(const snmpcfg_s& cfg)
         return {cfg.nopriv_oid, QStringLiteral("V3NOPRIV"), cfg.nopriv_user, decode_hash(cfg.nopriv_hash),
                 cfg.nopriv_pwd};
     case 5:
-        return {cfg.priv_oid,
-                QStringLiteral("V3PRIV"),
-                cfg.priv_user,
-                decode_hash(cfg.priv_hash),
-                cfg.priv_pwd,
-                decode_algo(cfg.priv_algo),
-                cfg.priv_key};
+        return {cfg.priv_oid, QStringLiteral("V3PRIV"),   cfg.priv_user, decode_hash(cfg.priv_hash),
+                cfg.priv_pwd, decode_algo(cfg.priv_algo), cfg.priv_key};
     default:
         return {};
     }
@@ -57,8 +52,9 @@ QStringList trapSecurity(const snmpcfg_s& cfg)
         return {QStringLiteral("V3NOPRIV"), cfg.cli_engineid, cfg.cli_user, decode_hash(cfg.cli_hash),
                 cfg.cli_pwd};
     case 5:
-        return {QStringLiteral("V3PRIV"), cfg.cli_engineid,          cfg.cli_user, decode_hash(cfg.cli_hash),
-                cfg.cli_pwd,              decode_algo(cfg.cli_algo), cfg.cli_key};
+        return {
+            QStringLiteral("V3PRIV"),  cfg.cli_engineid, cfg.cli_user, decode_hash(cfg.cli_hash), cfg.cli_pwd,
+            decode_algo(cfg.cli_algo), cfg.cli_key};
     default:
         return {};
     }
@@ -77,10 +73,10 @@ auto comparedFields(const netcfg_s& c)
 auto comparedFields(const snmpcfg_s& c)
 {
     return std::tie(c.version, c.nopriv_hash, c.priv_hash, c.priv_algo, c.cli_hash, c.cli_mode, c.cli_algo,
-                    c.ro_user, c.nopriv_user, c.nopriv_pwd, c.priv_user, c.priv_pwd, c.priv_key, c.oid, c.ro_oid,
-                    c.nopriv_oid, c.priv_oid, c.r7m_context, c.r7m_community, c.cli_engineid, c.cli_community,
-                    c.cli_user, c.cli_pwd, c.cli_key, c.port, c.port_trap, c.trap_addr1, c.trap_addr2,
-                    c.trap_addr3, c.trap_addr4, c.trap_addr5);
+                    c.ro_user, c.nopriv_user, c.nopriv_pwd, c.priv_user, c.priv_pwd, c.priv_key, c.oid,
+                    c.ro_oid, c.nopriv_oid, c.priv_oid, c.r7m_context, c.r7m_community, c.cli_engineid,
+                    c.cli_community, c.cli_user, c.cli_pwd, c.cli_key, c.port, c.port_trap, c.trap_addr1,
+                    c.trap_addr2, c.trap_addr3, c.trap_addr4, c.trap_addr5);
 }
 
 auto comparedFields(const modbuscfg_s& c)
@@ -160,15 +156,16 @@ QStringList modbusCfgArguments(const modbuscfg_s& cfg)
 QStringList registrationArguments(const QHostAddress& controller, const devinfo_s& devinfo,
                                   const snmpcfg_s& snmpcfg, const modbuscfg_s& modbuscfg)
 {
-    return {QStringLiteral("add"),         controller.toString(),       decimal(devinfo.type),
-            decimal(snmpcfg.port),         decimal(snmpcfg.port_trap),  flag(modbuscfg.tcp_status),
-            decimal(modbuscfg.tcp_port),   decimal(devinfo.swbuild)};
+    return {QStringLiteral("add"),       controller.toString(),      decimal(devinfo.type),
+            decimal(snmpcfg.port),       decimal(snmpcfg.port_trap), flag(modbuscfg.tcp_status),
+            decimal(modbuscfg.tcp_port), decimal(devinfo.swbuild)};
 }
 
-QStringList removalArguments(const QHostAddress& controller, const devinfo_s& devinfo, const snmpcfg_s& snmpcfg)
+QStringList removalArguments(const QHostAddress& controller, const devinfo_s& devinfo,
+                             const snmpcfg_s& snmpcfg)
 {
-    return {QStringLiteral("delete"),      controller.toString(),      decimal(devinfo.type),
-            decimal(snmpcfg.port),         decimal(snmpcfg.port_trap), decimal(devinfo.swbuild)};
+    return {QStringLiteral("delete"), controller.toString(),      decimal(devinfo.type),
+            decimal(snmpcfg.port),    decimal(snmpcfg.port_trap), decimal(devinfo.swbuild)};
 }
 
 bool configDiffers(const netcfg_s& kept, const netcfg_s& now)

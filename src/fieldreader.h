@@ -6,12 +6,15 @@
 
 namespace Varnel {
 
-/// Little-endian fields of one datagram or section. It owns all bounds: a read past the end yields 0 and clears
-/// ok(). It keeps a reference: the octets must outlive it and stay as they are.
+/// Little-endian fields of one datagram or section. It owns all bounds: a read past the end yields 0 and
+/// clears ok(). It keeps a reference: the octets must outlive it and stay as they are.
 class FieldReader
 {
 public:
-    explicit FieldReader(const QByteArray& data) : octets(data) {}
+    explicit FieldReader(const QByteArray& data)
+        : octets(data)
+    {
+    }
     explicit FieldReader(const QByteArray&&) = delete;
 
     [[nodiscard]] quint8 u8(int offset) { return read<quint8>(offset); }
@@ -25,7 +28,7 @@ public:
     [[nodiscard]] bool ok() const { return inside; }
 
 private:
-    template <typename T>
+    template<typename T>
     T read(int offset)
     {
         if (offset < 0 || offset > octets.size() - int(sizeof(T))) {

@@ -35,7 +35,8 @@ void logBanner()
     qDebug() << "Running on linux";
 }
 
-/// Neither a request for help nor a mistake keeps the panel from coming up: nobody is there to start it again.
+/// Neither a request for help nor a mistake keeps the panel from coming up: nobody is there to start it
+/// again.
 CommandLine readCommandLine(const QStringList& arguments)
 {
     CommandLine commandLine = CommandLine::parse(arguments.mid(1));

@@ -36,8 +36,8 @@ bool isUsable(const QString& url)
     return !url.isEmpty() && url != noAddress;
 }
 
-/// Keeps the engine's local storage across restarts, but not its icon database: that would ask every controller
-/// for a /favicon.ico, and one without would be shown as an error at each load.
+/// Keeps the engine's local storage across restarts, but not its icon database: that would ask every
+/// controller for a /favicon.ico, and one without would be shown as an error at each load.
 void enablePersistentStorage()
 {
     QWebSettings::enablePersistentStorage(Settings::getWebCachePath());
@@ -198,7 +198,8 @@ void MainWindow::watchFrontInterface()
 {
     static bool loadInfoprev = false;
 
-    const QString path = QLatin1String("/sys/class/net/") + Settings::getNetFrontIntf() + QLatin1String("/operstate");
+    const QString path =
+        QLatin1String("/sys/class/net/") + Settings::getNetFrontIntf() + QLatin1String("/operstate");
     bool up = false;
     QFile file(path);
     if (QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && !file.atEnd()) {

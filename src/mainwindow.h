@@ -20,8 +20,8 @@ namespace Varnel {
 class NetworkAccessManager;
 class WebView;
 
-/// The one window of the panel: a label while there is nothing to show, else the web view. It decides which page
-/// the view shows: the controller's, or the info page while the service link is up.
+/// The one window of the panel: a label while there is nothing to show, else the web view. It decides which
+/// page the view shows: the controller's, or the info page while the service link is up.
 class MainWindow : public QMainWindow, public WebBrowser
 {
     Q_OBJECT
@@ -37,8 +37,8 @@ public:
     /// Loads `url` from the event loop, behind the connecting label, unless it is empty, "0.0.0.0" or already
     /// the current page.
     void openUrl(const QString& url) override;
-    /// Loads `url`, or the last page where it is empty, at once and without the label; the current page only if
-    /// `force` is set. With nothing to load, shows the error page.
+    /// Loads `url`, or the last page where it is empty, at once and without the label; the current page only
+    /// if `force` is set. With nothing to load, shows the error page.
     void openUrlForce(const QString& url, bool force);
     void setDefaultUrl(const QString& url);
     void reloadUrl() override;

@@ -8,8 +8,8 @@ class QNetworkReply;
 
 namespace Varnel {
 
-/// All HTTP traffic of the page: adds the configured credentials to every request, keeps cookies in memory, logs
-/// each request, and reports once after each reset() how the first request ended.
+/// All HTTP traffic of the page: adds the configured credentials to every request, keeps cookies in memory,
+/// logs each request, and reports once after each reset() how the first request ended.
 class NetworkAccessManager : public QNetworkAccessManager
 {
     Q_OBJECT
@@ -32,8 +32,8 @@ protected:
 
 private slots:
     void requestFinished(QNetworkReply* reply);
-    /// Answers nothing: credentials reach the server by the header alone, so a refused login is an error at once
-    /// instead of a dialog nobody can fill in.
+    /// Answers nothing: credentials reach the server by the header alone, so a refused login is an error at
+    /// once instead of a dialog nobody can fill in.
     void authenticationRequired(QNetworkReply* reply, QAuthenticator* auth);
 
 private:

@@ -253,8 +253,8 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
         if (!skip) {
             QByteArray payload = data.mid(position, advance);
             int consumed = 0;
-            const bool decoded = (this->*kind->decode)(
-                type, length, &payload, recordOf(frame, kind->type, &m_itemList), &consumed);
+            const bool decoded = (this->*kind->decode)(type, length, &payload,
+                                                       recordOf(frame, kind->type, &m_itemList), &consumed);
             frame->*kind->decoded = decoded;
             if (decoded) {
                 lastConsumed = consumed;

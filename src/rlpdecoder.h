@@ -52,37 +52,42 @@ public:
         quint32 seqno = 0;
     };
 
-    /// Makes every check of a received datagram from `sender`, in the order in which the controller's firmware
-    /// expects them, logging the reason of the first that fails. Returns false, and changes nothing, when the
-    /// frame is to be dropped. An accepted frame loses its two checksum octets.
+    /// Makes every check of a received datagram from `sender`, in the order in which the controller's
+    /// firmware expects them, logging the reason of the first that fails. Returns false, and changes nothing,
+    /// when the frame is to be dropped. An accepted frame loses its two checksum octets.
     [[nodiscard]] bool checkFrame(QByteArray* data, const QHostAddress& sender, Header* header) const;
 
     /// Decodes the sections of an accepted frame, one by one; a bad or unknown section is logged and skipped.
     void walkSections(const QByteArray& data, const Header& header, RlpFrame* frame);
 
-    /// `len` octets from `offset` in reverse order: the last octet on the wire comes first. Cut to what is there.
+    /// `len` octets from `offset` in reverse order: the last octet on the wire comes first. Cut to what is
+    /// there.
     static QByteArray getBytes(QByteArray* data, quint16 offset, quint16 len);
     /// The same octets in wire order; the two names are what the protocol's documents call them.
     static QByteArray getBytesReverse(QByteArray* data, quint16 offset, quint16 len);
 
     /// Section decoders. `payload` is what the walker cut out of the frame for this section, header included;
     /// `record` points at the record of the decoder's kind (for Core: the item list); `consumed` receives the
-    /// number of octets to advance by, on success alone. False, with the reason in the log, leaves the section
-    /// unapplied.
+    /// number of octets to advance by, on success alone. False, with the reason in the log, leaves the
+    /// section unapplied.
     bool handleSectionDevInfo(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
-    bool handleSectionGpioState(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
+    bool handleSectionGpioState(quint16 type, quint16 length, QByteArray* payload, void* record,
+                                int* consumed);
     bool handleSectionNetCfg(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
     bool handleSectionSnmpCfg(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
-    bool handleSectionModbusCfg(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
+    bool handleSectionModbusCfg(quint16 type, quint16 length, QByteArray* payload, void* record,
+                                int* consumed);
     bool handleSectionCore(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed);
 
     /// The items of the last Core section.
     const QList<core_tmp>& items() const { return m_itemList; }
 
 protected:
-    quint32 lastSeqno = 0; ///< sequence number of the last accepted frame; 0 when none since start or link loss
-    bool hasPacketSender = false; ///< true while a controller is registered; frames of others are then dropped
-    QHostAddress packetSender;    ///< the registered controller
+    quint32 lastSeqno =
+        0; ///< sequence number of the last accepted frame; 0 when none since start or link loss
+    bool hasPacketSender =
+        false;                 ///< true while a controller is registered; frames of others are then dropped
+    QHostAddress packetSender; ///< the registered controller
     QList<core_tmp> m_itemList;
 };
 

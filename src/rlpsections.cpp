@@ -33,10 +33,10 @@ constexpr int ipv4Width = 4;
 
 /// The text fields of an SnmpCfg section in wire order.
 constexpr QString snmpcfg_s::*snmpTexts[] = {
-    &snmpcfg_s::ro_user,       &snmpcfg_s::nopriv_user, &snmpcfg_s::nopriv_pwd,   &snmpcfg_s::priv_user,
-    &snmpcfg_s::priv_pwd,      &snmpcfg_s::priv_key,    &snmpcfg_s::oid,          &snmpcfg_s::ro_oid,
-    &snmpcfg_s::nopriv_oid,    &snmpcfg_s::priv_oid,    &snmpcfg_s::r7m_context,  &snmpcfg_s::r7m_community,
-    &snmpcfg_s::cli_engineid,  &snmpcfg_s::cli_community, &snmpcfg_s::cli_user,   &snmpcfg_s::cli_pwd,
+    &snmpcfg_s::ro_user,      &snmpcfg_s::nopriv_user,   &snmpcfg_s::nopriv_pwd,  &snmpcfg_s::priv_user,
+    &snmpcfg_s::priv_pwd,     &snmpcfg_s::priv_key,      &snmpcfg_s::oid,         &snmpcfg_s::ro_oid,
+    &snmpcfg_s::nopriv_oid,   &snmpcfg_s::priv_oid,      &snmpcfg_s::r7m_context, &snmpcfg_s::r7m_community,
+    &snmpcfg_s::cli_engineid, &snmpcfg_s::cli_community, &snmpcfg_s::cli_user,    &snmpcfg_s::cli_pwd,
     &snmpcfg_s::cli_key,
 };
 static_assert(snmpTextsAt + int(std::size(snmpTexts)) * snmpTextWidth == snmpPortAt,
@@ -50,8 +50,8 @@ static_assert(snmpTrapsAt + int(std::size(snmpTraps)) * ipv4Width == snmpCfgSize
               "the trap addresses end the section");
 
 /// The checks that all decoders of a fixed size begin with.
-bool checkFixedSection(SectionType expected, int size, quint16 type, quint16 length, const QByteArray& payload,
-                       const void* record)
+bool checkFixedSection(SectionType expected, int size, quint16 type, quint16 length,
+                       const QByteArray& payload, const void* record)
 {
     if (type != quint16(expected)) {
         qDebug() << "Bad type";
@@ -185,7 +185,8 @@ bool RlpDecoder::handleSectionModbusCfg(quint16 type, quint16 length, QByteArray
     return true;
 }
 
-bool RlpDecoder::handleSectionCore(quint16 type, quint16 length, QByteArray* payload, void* record, int* consumed)
+bool RlpDecoder::handleSectionCore(quint16 type, quint16 length, QByteArray* payload, void* record,
+                                   int* consumed)
 {
     constexpr int itemsAt = 4;
     constexpr int itemHeaderSize = 8;

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::array watchedSignals = {SIGTERM, SIGINT};
 
-// A signal handler may do little more than write to a pipe (signal-safety(7)); the event loop reads its other end.
+// A signal handler may do little more than write to a pipe (signal-safety(7)); the event loop reads its other
+// end.
 std::array<int, 2> wakeUpPipe = {-1, -1};
 
 void wakeUp(int /*signal*/)

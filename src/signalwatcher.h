@@ -5,8 +5,9 @@
 
 namespace Varnel {
 
-/// Turns SIGTERM and SIGINT into an orderly end of the event loop: QCoreApplication::quit() is called from the
-/// loop, so the program's tear-down runs. One instance at a time; the former handlers come back when it goes.
+/// Turns SIGTERM and SIGINT into an orderly end of the event loop: QCoreApplication::quit() is called from
+/// the loop, so the program's tear-down runs. One instance at a time; the former handlers come back when it
+/// goes.
 class SignalWatcher : public QObject
 {
     Q_OBJECT

@@ -89,7 +89,8 @@ void UdpHandler::bindSocket()
 void UdpHandler::processDatagrams()
 {
     while (udpSocket->hasPendingDatagrams()) {
-        QByteArray data(static_cast<int>(qMax<qint64>(0, udpSocket->pendingDatagramSize())), Qt::Uninitialized);
+        QByteArray data(static_cast<int>(qMax<qint64>(0, udpSocket->pendingDatagramSize())),
+                        Qt::Uninitialized);
         QHostAddress sender;
         const qint64 received = udpSocket->readDatagram(data.data(), data.size(), &sender);
         data.truncate(static_cast<int>(qMax<qint64>(0, received)));

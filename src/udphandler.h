@@ -17,9 +17,9 @@ namespace Varnel {
 class MainWindow;
 class WebBrowser;
 
-/// The panel's agent for one controller: receives its RLP frames over UDP, follows its presence, registers it by
-/// script, points the browser at it, drives the LEDs and the buzzer and applies its configuration by scripts.
-/// Nothing is ever sent back. Everything happens on the event loop's thread; scripts block it.
+/// The panel's agent for one controller: receives its RLP frames over UDP, follows its presence, registers it
+/// by script, points the browser at it, drives the LEDs and the buzzer and applies its configuration by
+/// scripts. Nothing is ever sent back. Everything happens on the event loop's thread; scripts block it.
 class UdpHandler : public QObject, public RlpDecoder
 {
     Q_OBJECT
@@ -94,7 +94,7 @@ private:
     devinfo_s last_devinfo;
     netcfg_s last_netcfg;
     modbuscfg_s last_modbuscfg;
-    gpiostate_s last_gpiostate;  ///< the current command of each output
+    gpiostate_s last_gpiostate; ///< the current command of each output
     snmpcfg_s last_snmpcfg;
     gpiostate_s blink_gpiostate; ///< the current phase of each output: 0 dark, 1 lit
     quint16 receivedFrame = 0;

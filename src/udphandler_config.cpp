@@ -33,7 +33,8 @@ void UdpHandler::addR7M()
 void UdpHandler::removeR7M()
 {
     qDebug() << "Remove R7M";
-    runScriptOrLog(scriptPath(registrationScript), removalArguments(packetSender, last_devinfo, last_snmpcfg));
+    runScriptOrLog(scriptPath(registrationScript),
+                   removalArguments(packetSender, last_devinfo, last_snmpcfg));
 }
 
 bool UdpHandler::isNetCfgChanged(const netcfg_s& cfg) const

@@ -27,7 +27,8 @@ constexpr quint8 commandOn = 1;
 constexpr quint8 commandSlowBlink = 2;
 constexpr quint8 commandFastBlink = 3;
 
-/// One output: its place in the records and its settings. The kernel's lines of this board have 8-bit numbers.
+/// One output: its place in the records and its settings. The kernel's lines of this board have 8-bit
+/// numbers.
 struct Output
 {
     quint8 gpiostate_s::*state;

@@ -16,8 +16,8 @@ namespace Varnel {
 class DownloadHandler;
 class MainWindow;
 
-/// The page: names the panel to the server, hands what the engine cannot show to the download, and tells the view
-/// how each reply ended.
+/// The page: names the panel to the server, hands what the engine cannot show to the download, and tells the
+/// view how each reply ended.
 class WebPage : public QWebPage
 {
     Q_OBJECT
@@ -40,7 +40,8 @@ public slots:
     void retryLoad();
 
 protected:
-    bool acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& request, NavigationType type) override;
+    bool acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& request,
+                                 NavigationType type) override;
     /// Lets the user choose a file of the USB drive; both arguments are ignored. Empty when none was chosen.
     QString chooseFile(QWebFrame* frame, const QString& suggestedFile) override;
     QString userAgentForUrl(const QUrl& url) const override;
@@ -55,8 +56,9 @@ private:
 /// The view: shows the page, the panel's own error and info pages, and tries again after a failed load.
 ///
 /// A reply that fails shows the error page and starts the retry timer. When it fires, the default address is
-/// probed with a request of the view's own; only if that succeeds is the default address loaded. After a failed
-/// probe no other is sent until a reply of the page fails again: the controller's server is not to be hammered.
+/// probed with a request of the view's own; only if that succeeds is the default address loaded. After a
+/// failed probe no other is sent until a reply of the page fails again: the controller's server is not to be
+/// hammered.
 class WebView : public QWebView
 {
     Q_OBJECT

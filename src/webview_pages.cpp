@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// WebView's own pages: a full-screen picture of the language, with the panel's name and release in the corner.
+// WebView's own pages: a full-screen picture of the language, with the panel's name and release in the
+// corner.
 #include "webview.h"
 
 #include <QFileInfo>
@@ -21,17 +22,19 @@ QString WebView::HtmlContent(QString background, QString left, QString right)
 {
     return QLatin1String("<html><head><style>html, body, div {margin:0; padding:0;}</style></head><body>"
                          "<div style='width:800px;height:480px'>") +
-           background +
-           QLatin1String("<div style='position:absolute;bottom:1em;left:1em;width:266px;'>") + left +
-           QLatin1String("</div>"
-                         "<div style='position:absolute;bottom:1em;right:2em;width:266px;text-align:right;'>") +
+           background + QLatin1String("<div style='position:absolute;bottom:1em;left:1em;width:266px;'>") +
+           left +
+           QLatin1String(
+               "</div>"
+               "<div style='position:absolute;bottom:1em;right:2em;width:266px;text-align:right;'>") +
            right + QLatin1String("</div><div/></body></html>");
 }
 
 void WebView::displayError(QString /*name*/)
 {
     qDebug() << "wv: Load error page (" << language << ")";
-    // The style's closing quote is missing; the pages in the field have always been so, and show their picture.
+    // The style's closing quote is missing; the pages in the field have always been so, and show their
+    // picture.
     showPicturePage(QStringLiteral("/error.png"), QStringLiteral("\");width:800px;height:480px;></div>"),
                     QStringLiteral("<div style='position:absolute;top:2em;left:2em;'>"
                                    "<h1>Can't find the error page</h1>"
