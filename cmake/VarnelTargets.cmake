@@ -6,7 +6,7 @@ add_library(varnel-build INTERFACE)
 target_compile_features(varnel-build INTERFACE cxx_std_17)
 target_compile_options(varnel-build INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow=local -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
-    -Wformat-security -Wcast-align -Wunused -Wnull-dereference -Wduplicated-cond -Wlogical-op)
+    -Wformat-security -Wcast-align -Wunused -Wduplicated-cond -Wlogical-op)
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     set_property(TARGET varnel-build PROPERTY INTERFACE_COMPILE_OPTIONS
         -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor

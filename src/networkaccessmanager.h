@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QAuthenticator>
 #include <QNetworkAccessManager>
 
-class QAuthenticator;
 class QNetworkReply;
 
 namespace Varnel {
