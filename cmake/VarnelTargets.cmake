@@ -29,3 +29,6 @@ if(VARNEL_COVERAGE)
     target_compile_options(varnel-build INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(varnel-build INTERFACE --coverage)
 endif()
+
+# Everything that carries the test label "unit" and what it runs, for builds that need no more.
+add_custom_target(unit-tests)

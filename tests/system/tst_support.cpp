@@ -34,17 +34,17 @@ private slots:
 
 void tst_Support::sandboxHidesTheHost()
 {
-    QCOMPARE(StandInSys::read(QStringLiteral("/sys/class/net/usb0/operstate")), QStringLiteral("down"));
-    QVERIFY(!QFile::exists(QStringLiteral("/sys/kernel")));
+    QCOMPARE(StandInSys::read("/sys/class/net/usb0/operstate"_s), "down"_s);
+    QVERIFY(!QFile::exists("/sys/kernel"_s));
     QStringList names;
     const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface& interface : interfaces) {
         names += interface.name();
     }
     names.sort();
-    QCOMPARE(names, QStringList({QStringLiteral("cable"), QStringLiteral("eth1"), QStringLiteral("lo")}));
-    QCOMPARE(QNetworkInterface::interfaceFromName(QStringLiteral("eth1")).addressEntries().at(0).broadcast(),
-             QHostAddress(QStringLiteral("192.168.7.255")));
+    QCOMPARE(names, QStringList({"cable"_s, "eth1"_s, "lo"_s}));
+    QCOMPARE(QNetworkInterface::interfaceFromName("eth1"_s).addressEntries().at(0).broadcast(),
+             QHostAddress("192.168.7.255"_s));
 }
 
 void tst_Support::checksumHasThePublishedCheckValue()
@@ -69,35 +69,34 @@ void tst_Support::frameHasTheDocumentedLayout()
 void tst_Support::broadcastComesBackFromTheControllersAddress()
 {
     QUdpSocket panel;
-    QVERIFY(panel.bind(QHostAddress(QStringLiteral("192.168.7.255")), 9876));
-    RawController controller(QStringLiteral("192.168.7.3"));
+    QVERIFY(panel.bind(QHostAddress("192.168.7.255"_s), 9876));
+    RawController controller("192.168.7.3"_s);
     QVERIFY(controller.send(QByteArray("hello")));
     QTRY_VERIFY(panel.hasPendingDatagrams());
     QByteArray datagram(100, '\0');
     QHostAddress sender;
     datagram.resize(static_cast<int>(panel.readDatagram(datagram.data(), datagram.size(), &sender)));
     QCOMPARE(datagram, QByteArray("hello"));
-    QCOMPARE(sender, QHostAddress(QStringLiteral("192.168.7.3")));
+    QCOMPARE(sender, QHostAddress("192.168.7.3"_s));
 }
 
 void tst_Support::recordingScriptKeepsEveryArgument()
 {
     RecordingScripts scripts;
-    QVERIFY(scripts.install(QStringLiteral("netcfg.sh"), ScriptBehaviour::Fails));
-    QVERIFY(scripts.install(QStringLiteral("r7m.sh")));
-    Program first(QStringLiteral("/usr/local/bin/netcfg.sh"));
-    const QStringList arguments{QString(), QStringLiteral("a b"), QStringLiteral("line\nend"),
-                                QStringLiteral("$HOME `id` \"'"), QString::fromUtf8("\xc3\xa9")};
+    QVERIFY(scripts.install("netcfg.sh"_s, ScriptBehaviour::Fails));
+    QVERIFY(scripts.install("r7m.sh"_s));
+    Program first("/usr/local/bin/netcfg.sh"_s);
+    const QStringList arguments{QString(), "a b"_s, "line\nend"_s, "$HOME `id` \"'"_s,
+                                QString::fromUtf8("\xc3\xa9")};
     QVERIFY(first.start(arguments));
     QVERIFY(first.awaitEnd());
     QCOMPARE(first.exitStatus(), 3);
-    Program second(QStringLiteral("/usr/local/bin/r7m.sh"));
+    Program second("/usr/local/bin/r7m.sh"_s);
     QVERIFY(second.start());
     QVERIFY(second.awaitEnd());
-    const QList<QStringList> expected{QStringList(QStringLiteral("netcfg.sh")) + arguments,
-                                      {QStringLiteral("r7m.sh")}};
+    const QList<QStringList> expected{QStringList("netcfg.sh"_s) + arguments, {"r7m.sh"_s}};
     QCOMPARE(scripts.runs(), expected);
-    QCOMPARE(scripts.runsOf(QStringLiteral("netcfg.sh")), QList<QStringList>{arguments});
+    QCOMPARE(scripts.runsOf("netcfg.sh"_s), QList<QStringList>{arguments});
 }
 
 void tst_Support::recorderSeesWritesInOrder()
@@ -125,7 +124,7 @@ void tst_Support::stubAnswersAndCounts()
     QNetworkAccessManager manager;
     const auto get = [&manager](const char* path) {
         QScopedPointer<QNetworkReply> reply(
-            manager.get(QNetworkRequest(QUrl(QStringLiteral("http://192.168.7.2") + QLatin1String(path)))));
+            manager.get(QNetworkRequest(QUrl("http://192.168.7.2"_s + QLatin1String(path)))));
         const QSignalSpy finished(reply.data(), &QNetworkReply::finished);
         return QTest::qWaitFor([&] { return !finished.isEmpty(); }, 5000)
                    ? qMakePair(reply->error(), reply->readAll())
@@ -143,11 +142,11 @@ void tst_Support::logKeepsOrder()
 {
     LogReader log;
     log.feed("first\n2026-01-02 03:04:05.678 - second\nthi");
-    QCOMPARE(log.lines(), QStringList({QStringLiteral("first"), QStringLiteral("<now> - second")}));
+    QCOMPARE(log.lines(), QStringList({"first"_s, "<now> - second"_s}));
     log.feed("rd\n");
-    QVERIFY(log.await({QStringLiteral("first"), QStringLiteral("third")}));
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Not logged: \"?first")));
-    QVERIFY(!log.await(QStringLiteral("first"), std::chrono::milliseconds(1)));
+    QVERIFY(log.await({"first"_s, "third"_s}));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("Not logged: \"?first"_s));
+    QVERIFY(!log.await("first"_s, std::chrono::milliseconds(1)));
 }
 
 void tst_Support::screenIsGrabbedWhole()

@@ -14,6 +14,12 @@ namespace VarnelTest {
 /// passing test never waits it out.
 constexpr std::chrono::milliseconds patience{20000};
 
+/// "text"_s: the QString that QStringLiteral("text") makes, easier on the eye where tests are full of them.
+inline QString operator""_s(const char* text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
 /// The lines that a program has written, kept whole and in order, with a reading position: each successful
 /// await moves the position behind the line it found, so successive awaits prove an order. A time stamp
 /// "yyyy-MM-dd hh:mm:ss.zzz" in front of a line is kept as "<now>".

@@ -11,10 +11,10 @@ QString SettingsFile::path()
     return QStringLiteral("/usr/local/etc/varnel-browser.ini");
 }
 
-SettingsFile& SettingsFile::set(const QString& name, const QString& text)
+SettingsFile& SettingsFile::set(const char* name, const QString& text)
 {
-    const int slash = name.indexOf(QLatin1Char('/'));
-    groups[name.left(slash)][name.mid(slash + 1)] = text;
+    const QString key = QString::fromLatin1(name);
+    groups[key.section(QLatin1Char('/'), 0, 0)][key.section(QLatin1Char('/'), 1)] = text;
     return *this;
 }
 

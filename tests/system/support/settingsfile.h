@@ -14,7 +14,8 @@ public:
     static QString path();
 
     /// Sets one key, named "Group/Key"; `text` stands in the file as it is.
-    SettingsFile& set(const QString& name, const QString& text);
+    SettingsFile& set(const char* name, const QString& text);
+    SettingsFile& set(const char* name, const char* text) { return set(name, QString::fromUtf8(text)); }
     /// Writes the keys that were set, replacing the file. False when it cannot be written.
     [[nodiscard]] bool write() const;
 
