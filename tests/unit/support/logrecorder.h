@@ -2,8 +2,8 @@
 #pragma once
 
 #include <QStringList>
-#include <QtGlobal>
 #include <QVector>
+#include <QtGlobal>
 
 /// Records every line written to Qt's log while it lives, in order and with its type, and keeps them off the
 /// terminal. Recorders nest: the innermost one gets the lines. Main thread only.
@@ -18,7 +18,9 @@ public:
         QString text;
     };
 
-    LogRecorder() : outer(current()), previous(qInstallMessageHandler(&LogRecorder::record))
+    LogRecorder()
+        : outer(current())
+        , previous(qInstallMessageHandler(&LogRecorder::record))
     {
         current() = this;
     }
