@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "action.h"
+
+#include <QJsonDocument>
+#include <QProcess>
+#include <QStringList>
+
+namespace Simulator {
+
+namespace {
+
+QJsonObject readJsonAction(const QString& line, QString* error)
+{
+    QJsonParseError problem;
+    const QJsonDocument document = QJsonDocument::fromJson(line.toUtf8(), &problem);
+    const QJsonObject action = document.object();
+    if (problem.error != QJsonParseError::NoError) {
+        *error = QStringLiteral("not JSON: %1").arg(problem.errorString());
+        return {};
+    }
+    if (!action.value(QLatin1String("do")).isString()) {
+        *error = QStringLiteral("an action needs a member \"do\"");
+        return {};
+    }
+    return action;
+}
+
+} // namespace
+
+QJsonObject readAction(const QString& line, QString* error)
+{
+    if (line.trimmed().startsWith(QLatin1Char('{')))
+        return readJsonAction(line, error);
+    QStringList words = QProcess::splitCommand(line);
+    if (words.isEmpty()) {
+        *error = QStringLiteral("empty action");
+        return {};
+    }
+    QJsonObject action{{QStringLiteral("do"), words.takeFirst()}};
+    for (const QString& word : qAsConst(words)) {
+        const int sign = word.indexOf(QLatin1Char('='));
+        if (sign < 1) {
+            *error = QStringLiteral("\"%1\" is not of the form name=value").arg(word);
+            return {};
+        }
+        action.insert(word.left(sign), word.mid(sign + 1));
+    }
+    return action;
+}
+
+qint64 wholeNumber(const QJsonObject& action, const char* member, qint64 fallback)
+{
+    bool ok = false;
+    const qint64 number = action.value(QLatin1String(member)).toVariant().toString().toLongLong(&ok, 0);
+    return ok ? number : fallback;
+}
+
+int millisecondsFromSeconds(const QJsonObject& action, const char* member, int fallback)
+{
+    bool ok = false;
+    const double seconds = action.value(QLatin1String(member)).toVariant().toString().toDouble(&ok);
+    constexpr double longest = 1e6; // keeps the product within an int
+    return ok && seconds >= 0 && seconds <= longest ? static_cast<int>(seconds * 1000) : fallback;
+}
+
+} // namespace Simulator

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "coremap.h"
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonValue>
+
+#include <optional>
+
+namespace Simulator {
+
+/// The octets of a controller value as they travel: numbers little-endian, floats as decimal text and
+/// strings as UTF-8, both with their last octet first (the panel turns every value round). Nothing when
+/// `value` does not fit `type`.
+std::optional<QByteArray> encodeCoreValue(CoreType type, const QJsonValue& value);
+
+/// Values of the Core section that change from frame to frame, so that a bridge can be watched working.
+class CoreFeed
+{
+public:
+    /// Replaces the values by those of a mapping file.
+    void setPoints(const QList<CorePoint>& corePoints);
+
+    /// Steps every value that is not held to its next one.
+    void advance();
+
+    /// Holds the value of a register (by id or by name) at `value`. Returns an empty text, or what is wrong.
+    [[nodiscard]] QString hold(const QString& key, const QJsonValue& value);
+
+    /// Lets a held value change again; `key` "*" lets go of all.
+    [[nodiscard]] QString release(const QString& key);
+
+    /// Adds an item as it stands to every following Core section, after the values: for coordinates that no
+    /// mapping mentions, odd lengths and types.
+    void addRawItem(const CorePoint& coordinate, const QByteArray& octets);
+
+    /// Removes the raw items again.
+    void clearRawItems() { rawItems.clear(); }
+
+    /// True when there is anything to send.
+    bool hasItems() const { return !values.isEmpty() || !rawItems.isEmpty(); }
+
+    /// The Core section, header included.
+    QByteArray section() const;
+
+    /// One object per value: id, name, value, held.
+    QJsonArray toJson() const;
+
+private:
+    struct Value
+    {
+        CorePoint point;
+        QJsonValue current;
+        bool held = false;
+    };
+
+    QJsonValue generate(const CorePoint& point, int position) const;
+    QList<int> find(const QString& key) const;
+
+    QList<Value> values;
+    QList<QByteArray> rawItems;
+    quint32 step = 0;
+};
+
+} // namespace Simulator

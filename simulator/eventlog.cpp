@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#include "eventlog.h"
+
+#include <QDateTime>
+#include <QJsonDocument>
+
+#include <cstdio>
+
+namespace Simulator {
+
+void EventLog::line(const QString& text) const
+{
+    const QByteArray octets = text.toUtf8() + '\n';
+    std::fwrite(octets.constData(), 1, static_cast<size_t>(octets.size()), stdout);
+    std::fflush(stdout);
+}
+
+void EventLog::event(QJsonObject description) const
+{
+    if (!enabled)
+        return;
+    description.insert(QStringLiteral("time"), static_cast<double>(QDateTime::currentMSecsSinceEpoch()));
+    line(QString::fromUtf8(QJsonDocument(description).toJson(QJsonDocument::Compact)));
+}
+
+} // namespace Simulator

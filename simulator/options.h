@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QHostAddress>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+namespace Simulator {
+
+/// What the command line asks for.
+struct Options
+{
+    QHostAddress httpAddress{QHostAddress::AnyIPv4};
+    quint16 httpPort = 80;
+    QHostAddress target{QHostAddress::LocalHost};
+    quint16 targetPort = 9876;
+    QHostAddress source; ///< null: the HTTP address, or the system's choice where that is any
+    int intervalMs = 1000;
+    qint64 frameLimit = 0;
+    QString login = QStringLiteral("admin");
+    QString password = QStringLiteral("admin");
+    QString scenario;
+    QString map;
+    QString uploadDirectory;
+    QString page = QStringLiteral("board");
+    QStringList sections;
+    QStringList actions;
+    bool broadcast = false;
+    bool startSilent = false;
+    bool log = false;
+    bool readInput = false;
+};
+
+/// How reading the command line ended.
+struct ParsedOptions
+{
+    std::optional<Options> options; ///< set when the program is to run
+    QString output;                 ///< else what to print first: help and version on standard output
+    QString error;                  ///< or what is wrong, for standard error
+};
+
+/// Reads the command line; `arguments` begins with the program's name.
+ParsedOptions parseOptions(const QStringList& arguments);
+
+/// The names that --sections knows, in the order in which they are sent.
+QStringList knownSections();
+
+} // namespace Simulator

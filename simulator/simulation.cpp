@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "simulation.h"
+
+#include "action.h"
+
+#include <QFile>
+#include <QNetworkInterface>
+
+namespace Simulator {
+
+namespace {
+
+/// The broadcast address of the network that the local address belongs to; null when there is none.
+QHostAddress broadcastOf(const QHostAddress& local)
+{
+    const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
+    for (const QNetworkInterface& interface : interfaces) {
+        const QList<QNetworkAddressEntry> entries = interface.addressEntries();
+        for (const QNetworkAddressEntry& entry : entries) {
+            if (entry.ip() == local)
+                return entry.broadcast();
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+Simulation::Simulation(const Options& startOptions, QObject* parent)
+    : QObject(parent)
+    , options(startOptions)
+    , first([this] { return nextSections(); })
+    , site({[this](const QJsonObject& action) { return perform(action); }, [this] { return status(); }})
+    , http([this](const HttpRequest& request) { return site.handle(request); })
+{
+    httpReturn.setSingleShot(true);
+    log.setEnabled(options.log);
+    sections = options.sections.isEmpty() ? knownSections() : options.sections;
+    if (options.startSilent)
+        first.silence(0);
+    connect(&first, &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
+    connect(&http, &HttpServer::answered, this, [this](const QJsonObject& request) { log.event(request); });
+    connect(&httpReturn, &QTimer::timeout, this, [this] {
+        perform({{QStringLiteral("do"), QStringLiteral("http-up")}});
+    });
+    connect(&player, &ScenarioPlayer::due, this, &Simulation::perform);
+    connect(&player, &ScenarioPlayer::ended, this, [this] {
+        log.event({{QStringLiteral("event"), QStringLiteral("scenario-ended")}});
+    });
+}
+
+QString Simulation::start()
+{
+    QString problem = loadFiles();
+    if (problem.isEmpty())
+        problem = openRoutes();
+    if (!problem.isEmpty())
+        return problem;
+    for (const QString& line : qAsConst(options.actions)) {
+        const QJsonObject action = readAction(line, &problem);
+        if (problem.isEmpty())
+            problem = perform(action);
+        if (!problem.isEmpty())
+            return problem;
+    }
+    log.line(readyLine());
+    first.start(options.intervalMs, options.frameLimit);
+    player.play(scenario);
+    return {};
+}
+
+QString Simulation::loadFiles()
+{
+    QString problem;
+    if (!options.map.isEmpty())
+        core.setPoints(readCoreMap(options.map, &problem));
+    if (!problem.isEmpty() || options.scenario.isEmpty())
+        return problem;
+    QFile file(options.scenario);
+    if (!file.open(QIODevice::ReadOnly))
+        return QStringLiteral("cannot read scenario \"%1\": %2").arg(options.scenario, file.errorString());
+    scenario = readScenario(file.readAll(), &problem);
+    return problem.isEmpty() ? problem : QStringLiteral("scenario \"%1\": %2").arg(options.scenario, problem);
+}
+
+QString Simulation::openRoutes()
+{
+    if (!site.setFrontPage(options.page))
+        return QStringLiteral("--page: \"%1\" is neither board nor plain").arg(options.page);
+    route.source = options.source;
+    if (route.source.isNull() && options.httpAddress != QHostAddress(QHostAddress::AnyIPv4))
+        route.source = options.httpAddress; // the panel asks for the page where its frames come from
+    route.target = options.broadcast ? broadcastOf(route.source) : options.target;
+    route.port = options.targetPort;
+    if (route.target.isNull())
+        return QStringLiteral("--broadcast: no network with a broadcast address has the local address \"%1\"")
+            .arg(route.source.toString());
+    const QString problem = first.open(route);
+    if (!problem.isEmpty())
+        return problem;
+    site.setLoginRequired(!options.login.isEmpty());
+    http.setLogin(options.login, options.password);
+    http.setUploadDirectory(options.uploadDirectory);
+    return http.listen(options.httpAddress, options.httpPort);
+}
+
+QString Simulation::readyLine() const
+{
+    const QString source = route.source.isNull() ? QStringLiteral("any") : route.source.toString();
+    return QStringLiteral("listening http=%1:%2 target=%3:%4 source=%5")
+        .arg(http.address().toString(), QString::number(http.port()), route.target.toString(),
+             QString::number(route.port), source);
+}
+
+QList<QByteArray> Simulation::nextSections()
+{
+    core.advance();
+    QList<QByteArray> list;
+    for (const QString& name : knownSections()) {
+        if (!sections.contains(name))
+            continue;
+        if (name != QLatin1String("core"))
+            list.append(state.section(name));
+        else if (core.hasItems() || options.sections.contains(name))
+            list.append(core.section());
+    }
+    return list;
+}
+
+QJsonObject Simulation::status() const
+{
+    QJsonObject whole = state.toJson();
+    whole.insert(QStringLiteral("core"), core.toJson());
+    whole.insert(QStringLiteral("sequence"), static_cast<double>(first.sequence()));
+    whole.insert(QStringLiteral("silent"), first.isSilent());
+    whole.insert(QStringLiteral("second"), second != nullptr);
+    whole.insert(QStringLiteral("sections"), QJsonArray::fromStringList(sections));
+    return whole;
+}
+
+} // namespace Simulator

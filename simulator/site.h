@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "httpfaults.h"
+
+#include <QJsonArray>
+
+#include <functional>
+
+namespace Simulator {
+
+/// The web site of the simulated controller: pages, pictures, downloads, uploads and the control address.
+class Site
+{
+public:
+    /// What the control address reaches: perform() does an action and returns an empty text or what is
+    /// wrong with it; status() tells the controller's present state.
+    struct Control
+    {
+        std::function<QString(const QJsonObject& action)> perform;
+        std::function<QJsonObject()> status;
+    };
+
+    explicit Site(Control controlSurface);
+
+    /// Which page is /index.html: "board" (the control board) or "plain" (still, without script timers).
+    /// Returns false for another name.
+    [[nodiscard]] bool setFrontPage(const QString& name);
+
+    /// Without a login set on the server, nothing is asked for here either.
+    void setLoginRequired(bool required) { loginRequired = required; }
+
+    /// Faults that spoil answers; the control address is spared unless named itself.
+    HttpFaults& faults() { return httpFaults; }
+
+    /// Answers one request.
+    HttpReply handle(const HttpRequest& request);
+
+private:
+    HttpReply route(const HttpRequest& request);
+    HttpReply control(const HttpRequest& request);
+    HttpReply upload(const HttpRequest& request);
+    HttpReply odd(const QString& kind, const HttpRequest& request) const;
+
+    Control surface;
+    HttpFaults httpFaults;
+    QString frontPage;
+    QJsonArray received;
+    bool loginRequired = false;
+};
+
+} // namespace Simulator
