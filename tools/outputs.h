@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+namespace Board {
+
+/// One output line of the panel as the kernel's files show it.
+struct Output
+{
+    bool exported = false;  ///< its directory exists
+    bool driven = false;    ///< its direction is "out"
+    bool on = false;        ///< lit or sounding
+    bool activeLow = false; ///< "on" is a low level on the line
+};
+
+inline bool operator==(const Output& left, const Output& right)
+{
+    return left.exported == right.exported && left.driven == right.driven && left.on == right.on &&
+           left.activeLow == right.activeLow;
+}
+inline bool operator!=(const Output& left, const Output& right)
+{
+    return !(left == right);
+}
+
+/// Reads the outputs on GPIO lines from a directory laid out as /sys/class/gpio.
+class Outputs
+{
+public:
+    /// `directory` holds "gpio224" and its siblings; `lines` are the numbers to look at.
+    Outputs(QString directory, QVector<int> lines);
+
+    /// Reads all lines anew; true when one of them changed.
+    bool refresh();
+    /// The lines as they were last read, in the order of their numbers given.
+    const QVector<Output>& current() const { return outputs; }
+
+private:
+    Output readLine(int line, const Output& before) const;
+
+    QString directory;
+    QVector<int> lines;
+    QVector<Output> outputs;
+};
+
+/// Reads a record of script runs: each is the number of its words, then the words, each ended by a NUL.
+class ScriptRuns
+{
+public:
+    explicit ScriptRuns(QString file);
+
+    /// Reads what was added since the last call; one text a run, words with blanks or nothing in them quoted.
+    /// A record that became shorter is read from its beginning.
+    QStringList added();
+
+private:
+    QString path;
+    qint64 position = 0;
+};
+
+} // namespace Board
