@@ -86,7 +86,7 @@ private:
     QUdpSocket* udpSocket = nullptr;
     QString listenAddr;
     quint16 listenPort;
-    WebBrowser* webBrowser = nullptr;
+    [[maybe_unused]] WebBrowser* webBrowser = nullptr;
     MainWindow* main_window;
     QTimer* packetTimer = nullptr;
     QTimer* blinkFastTimer = nullptr;
@@ -97,7 +97,7 @@ private:
     gpiostate_s last_gpiostate; ///< the current command of each output
     snmpcfg_s last_snmpcfg;
     gpiostate_s blink_gpiostate; ///< the current phase of each output: 0 dark, 1 lit
-    quint16 receivedFrame = 0;
+    [[maybe_unused]] quint16 receivedFrame = 0;
     ModbusInterface modbusInterface;
 };
 

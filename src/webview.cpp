@@ -200,9 +200,21 @@ void WebView::tryload(QUrl /*url*/)
         startRetryTimer();
         return;
     }
+    dropFinishedProbes();
     connect(&netman, &QNetworkAccessManager::finished, this, &WebView::tryloadFinished);
     onDefault = true;
     netman.get(QNetworkRequest(defaultUrl));
+}
+
+void WebView::dropFinishedProbes()
+{
+    // A probe's reply stays until the next one goes out, so that years of retries add up to one reply.
+    const auto probes = netman.findChildren<QNetworkReply*>();
+    for (QNetworkReply* probe : probes) {
+        if (probe->isFinished()) {
+            probe->deleteLater();
+        }
+    }
 }
 
 void WebView::tryloadFinished(QNetworkReply* reply)

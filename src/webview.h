@@ -106,6 +106,7 @@ protected:
 private:
     void connectPage();
     void startRetryTimer();
+    void dropFinishedProbes();
     void showPicturePage(const QString& picture, const QString& tail, const QString& fallback);
 
     QString customCss;
