@@ -232,6 +232,7 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
         const quint16 type = reader.u16(position);
         const quint16 length = reader.u16(position + 2);
         bool skip = false;
+        bool wrongLength = false;
         if (length > budget) {
             qDebug() << "Section length exceed frame length. Skip section";
             skip = true;
@@ -248,10 +249,15 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
             advance = kind->size;
         } else {
             qDebug() << kind->mismatchMessage << kind->size << ")";
+            wrongLength = true;
         }
 
         if (!skip) {
             QByteArray payload = data.mid(position, advance);
+            if (wrongLength) {
+                // Four octets more than it claims: its decoder refuses it, at the very end of a frame too.
+                payload = payload.leftJustified(advance, '\0');
+            }
             int consumed = 0;
             const bool decoded = (this->*kind->decode)(type, length, &payload,
                                                        recordOf(frame, kind->type, &m_itemList), &consumed);
