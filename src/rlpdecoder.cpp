@@ -171,6 +171,52 @@ void* recordOf(RlpFrame* frame, SectionType type, QList<core_tmp>* items)
     return nullptr;
 }
 
+/// One section as the walker sees it.
+struct Section
+{
+    quint16 type = 0;
+    quint16 length = 0;
+    quint16 advance = 0; ///< octets to hand to the decoder, and to go on by; wraps like the controller's own
+    const SectionKind* kind = nullptr;
+    bool skip = false;
+    bool wrongLength = false;
+};
+
+/// Reads the section header at `position`, which is inside `data`, and decides what becomes of the section.
+Section readSection(const QByteArray& data, quint16 position, quint16 budget)
+{
+    FieldReader reader(data);
+    Section section;
+    section.type = reader.u16(position);
+    section.length = reader.u16(position + 2);
+    if (section.length > budget) {
+        qDebug() << "Section length exceed frame length. Skip section";
+        section.skip = true;
+    }
+    section.kind = findKind(section.type);
+    section.advance = static_cast<quint16>(section.length + sectionHeaderSize);
+    if (section.kind == nullptr) {
+        qDebug() << "Unknown section type. Skip section";
+        section.skip = true;
+    } else if (section.kind->size == 0) {
+        section.advance = budget;
+    } else if (section.length == section.kind->size) {
+        section.advance = section.kind->size;
+    } else {
+        qDebug() << section.kind->mismatchMessage << section.kind->size << ")";
+        section.wrongLength = true;
+    }
+    return section;
+}
+
+/// The octets for the section's decoder. A section of the wrong length is handed four more than it claims, so
+/// that its decoder refuses it, at the very end of a frame too.
+QByteArray cutOut(const QByteArray& data, quint16 position, const Section& section)
+{
+    const QByteArray octets = data.mid(position, section.advance);
+    return section.wrongLength ? octets.leftJustified(section.advance, '\0') : octets;
+}
+
 } // namespace
 
 QByteArray RlpDecoder::getBytes(QByteArray* data, quint16 offset, quint16 len)
@@ -216,8 +262,8 @@ bool RlpDecoder::checkFrame(QByteArray* data, const QHostAddress& sender, Header
 
 void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpFrame* frame)
 {
-    // Budget, position and advance are 16 bits wide and wrap, as in the controller's own walker. A frame that
-    // was accepted is at least as long as its header, so the budget starts at 0 or above.
+    // Budget and position are 16 bits wide and wrap, as in the controller's own walker. A frame that was
+    // accepted is at least as long as its header, so the budget starts at 0 or above.
     auto budget = static_cast<quint16>(header.payloadLength - payloadHeaderSize);
     auto position = static_cast<quint16>(header.sectionOffset + payloadAt);
     std::optional<int> lastConsumed;
@@ -228,51 +274,25 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
             qDebug() << "Payload too short. Drop remaining bytes";
             break;
         }
-        FieldReader reader(data);
-        const quint16 type = reader.u16(position);
-        const quint16 length = reader.u16(position + 2);
-        bool skip = false;
-        bool wrongLength = false;
-        if (length > budget) {
-            qDebug() << "Section length exceed frame length. Skip section";
-            skip = true;
-        }
-
-        const SectionKind* const kind = findKind(type);
-        auto advance = static_cast<quint16>(length + sectionHeaderSize);
-        if (kind == nullptr) {
-            qDebug() << "Unknown section type. Skip section";
-            skip = true;
-        } else if (kind->size == 0) {
-            advance = budget;
-        } else if (length == kind->size) {
-            advance = kind->size;
-        } else {
-            qDebug() << kind->mismatchMessage << kind->size << ")";
-            wrongLength = true;
-        }
-
-        if (!skip) {
-            QByteArray payload = data.mid(position, advance);
-            if (wrongLength) {
-                // Four octets more than it claims: its decoder refuses it, at the very end of a frame too.
-                payload = payload.leftJustified(advance, '\0');
-            }
+        Section section = readSection(data, position, budget);
+        if (!section.skip) {
+            QByteArray payload = cutOut(data, position, section);
             int consumed = 0;
-            const bool decoded = (this->*kind->decode)(type, length, &payload,
-                                                       recordOf(frame, kind->type, &m_itemList), &consumed);
-            frame->*kind->decoded = decoded;
+            const bool decoded =
+                (this->*section.kind->decode)(section.type, section.length, &payload,
+                                              recordOf(frame, section.kind->type, &m_itemList), &consumed);
+            frame->*section.kind->decoded = decoded;
             if (decoded) {
                 lastConsumed = consumed;
             }
             // A decoder that failed has consumed nothing: the count of the one before it stands.
-            advance = static_cast<quint16>(lastConsumed.value_or(length + sectionHeaderSize));
+            section.advance = static_cast<quint16>(lastConsumed.value_or(section.length + sectionHeaderSize));
         }
-        if (kind == nullptr || !(frame->*kind->decoded)) {
+        if (section.kind == nullptr || !(frame->*section.kind->decoded)) {
             qDebug() << "Decode error";
         }
-        budget = static_cast<quint16>(budget - advance);
-        position = static_cast<quint16>(position + advance);
+        budget = static_cast<quint16>(budget - section.advance);
+        position = static_cast<quint16>(position + section.advance);
     }
 }
 
