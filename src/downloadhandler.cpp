@@ -1,0 +1,256 @@
+// SPDX-License-Identifier: MIT
+#include "downloadhandler.h"
+
+#include <cerrno>
+#include <limits>
+#include <tuple>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QNetworkReply>
+#include <QtDebug>
+
+#include <unistd.h>
+
+#include "downloadname.h"
+#include "filedialog.h"
+#include "helpers.h"
+#include "logline.h"
+#include "mainwindow.h"
+#include "progresspopup.h"
+#include "replykeeper.h"
+#include "scriptrunner.h"
+#include "settings.h"
+#include "timedpopup.h"
+#include "usbdrive.h"
+
+namespace Varnel {
+
+DownloadHandler::DownloadHandler(MainWindow* window)
+    : mainWindow(window)
+{
+    // After the event loop nobody would finish a running download, nor make the drive read-only again.
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { abandon(QStringLiteral("the application ends")); });
+}
+
+DownloadHandler::~DownloadHandler()
+{
+    abandon(QStringLiteral("the page is gone"));
+    releaseReply();
+    closeProgressPopup();
+}
+
+bool DownloadHandler::start(QNetworkReply* request)
+{
+    logLine(QStringLiteral("%1 - Download request for '%2'").arg(Helpers::now(), request->url().toString()));
+    auto requestKeeper = std::make_unique<ReplyKeeper>(request);
+    const int thisStart = ++startCount;
+    if (!file) { // a download that runs keeps its reply until this one is confirmed
+        reply = request;
+    }
+    if (!isUsbDriveMounted()) {
+        logLine(QStringLiteral("%1 - Download canceled: USB drive not mounted").arg(Helpers::now()));
+        TimedPopup::run(Settings::getUIMsgUSBDriveNotMounted(), mainWindow);
+        return false;
+    }
+    const QDir drive(Settings::getFilesDirectory());
+    const QUrl url = request->url();
+    QString name = freeFileName(drive, downloadFileName(request->rawHeader("Content-Disposition"), url));
+    if (!confirm(name)) {
+        logLine(QStringLiteral("%1 - Download canceled by user").arg(Helpers::now()));
+        return false;
+    }
+    if (!requestKeeper->get()) {
+        logCriticalLine(QStringLiteral("%1 - Download of '%2' lost: its reply is gone")
+                            .arg(Helpers::now(), url.toString()));
+        return false;
+    }
+    if (thisStart != startCount) { // another download came in between and may have taken the name
+        name = freeFileName(drive, name);
+    }
+    if (file) {
+        breakOff(QStringLiteral("another download takes its place"));
+    }
+    reply = requestKeeper->get();
+    keeper = std::move(requestKeeper);
+    return save(name);
+}
+
+/// Shows the user the name; true when it is accepted.
+bool DownloadHandler::confirm(const QString& name)
+{
+    const QPointer<FileDialog> dialog = new FileDialog(true, name, mainWindow);
+    const int answer = dialog->exec();
+    if (dialog) { // it goes with its parent
+        dialog->deleteLater();
+    }
+    return answer == QDialog::Accepted;
+}
+
+/// Begins to save the current reply as `name`.
+bool DownloadHandler::save(const QString& name)
+{
+    qDebug() << "Rw-remount the usb drive";
+    remountUsb(true);
+    if (!openFile(name)) {
+        refuseFile();
+        return false;
+    }
+    if (reply->isFinished()) {
+        downloadFinished();
+    } else {
+        follow();
+    }
+    return true;
+}
+
+/// Opens the file. A name that leads off the drive and a drive that was pulled while the user was asked count
+/// as a file that cannot be opened: the directory is there without the drive too, on the panel's own storage.
+bool DownloadHandler::openFile(const QString& name)
+{
+    const QString path = QDir(Settings::getFilesDirectory()).absoluteFilePath(name);
+    logLine(QStringLiteral("%1 - File will be saved to '%2'").arg(Helpers::now(), path));
+    file = std::make_unique<QFile>(path);
+    // Unbuffered, so that write() itself meets a full drive and knows how much fitted.
+    return staysOnDrive(name) && isUsbDriveMounted() &&
+           file->open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+}
+
+void DownloadHandler::refuseFile()
+{
+    const QString path = file->fileName();
+    file.reset();
+    releaseReply();
+    logCriticalLine(QStringLiteral("%1 - Error opening file '%2' for writing.").arg(Helpers::now(), path));
+    TimedPopup::run(Settings::getUIMsgFailedToOpenFile(), mainWindow);
+    makeDriveReadOnly();
+}
+
+/// Waits for the reply to finish, with a progress bar on the screen.
+void DownloadHandler::follow()
+{
+    connect(reply, &QNetworkReply::downloadProgress, this, &DownloadHandler::downloadProgress);
+    connect(reply, &QNetworkReply::finished, this, &DownloadHandler::downloadFinished);
+    connect(reply, &QObject::destroyed, this, [this] { abandon(QStringLiteral("its reply is gone")); });
+    progressPopup = new ProgressPopup(Settings::getUIMsgDownloadInProgress(), mainWindow);
+    progressPopup->show();
+}
+
+void DownloadHandler::downloadProgress(qint64 bytesRead, qint64 bytesTotal)
+{
+    if (!progressPopup || bytesTotal == 0) {
+        return;
+    }
+    // Far out of the bar's range stays out of it.
+    constexpr qint64 limit = std::numeric_limits<int>::max();
+    progressPopup->setProgress(static_cast<int>(qBound(-limit, bytesRead * 100 / bytesTotal, limit)));
+}
+
+void DownloadHandler::downloadFinished()
+{
+    logLine(QStringLiteral("%1 - Download complete").arg(Helpers::now()));
+    if (file) {
+        saveBody();
+    }
+    releaseReply();
+    closeProgressPopup();
+    TimedPopup::run(Settings::getUIMsgDownloadComplete(), mainWindow);
+    makeDriveReadOnly();
+}
+
+/// Writes what the reply holds, forces it to the medium and closes the file.
+void DownloadHandler::saveBody()
+{
+    const QByteArray body = reply ? reply->readAll() : QByteArray();
+    errno = 0;
+    const qint64 written = file->write(body);
+    const int error = errno;
+    if (written != body.size() || !file->flush()) {
+        logCriticalLine(QStringLiteral("%1 - Error writing file '%2': %3 of %4 octets written: %5")
+                            .arg(Helpers::now(), file->fileName(), QString::number(qMax<qint64>(0, written)),
+                                 QString::number(body.size()), qt_error_string(error)));
+    }
+    synchronizeFile();
+    file->close();
+    if (!isUsbDriveMounted()) {
+        logCriticalLine(QStringLiteral("%1 - USB drive removed while '%2' was being saved")
+                            .arg(Helpers::now(), file->fileName()));
+    }
+    file.reset();
+}
+
+void DownloadHandler::synchronizeFile()
+{
+    const int handle = file->handle();
+    if (handle == -1) {
+        logLine(QStringLiteral("%1 - Filesystem synchronization failed: no file handle").arg(Helpers::now()));
+    } else if (::fsync(handle) != 0) {
+        logLine(QStringLiteral("%1 - Filesystem synchronization failed: error %2")
+                    .arg(Helpers::now(), QString::number(errno)));
+    }
+}
+
+/// Ends the running download before its reply has finished: what has arrived is saved, and the log says that
+/// it is not all.
+void DownloadHandler::breakOff(const QString& reason)
+{
+    const QString path = file->fileName();
+    saveBody();
+    logCriticalLine(QStringLiteral("%1 - Download to '%2' broken off: %3").arg(Helpers::now(), path, reason));
+    releaseReply();
+    closeProgressPopup();
+}
+
+/// Breaks off the download, if one runs, with none to follow it. No popup: there may be no event loop.
+void DownloadHandler::abandon(const QString& reason)
+{
+    if (file) {
+        breakOff(reason);
+        makeDriveReadOnly();
+    }
+}
+
+void DownloadHandler::releaseReply()
+{
+    keeper.reset();
+    if (reply) {
+        reply->disconnect(this);
+        reply->deleteLater();
+        reply.clear();
+    }
+}
+
+void DownloadHandler::closeProgressPopup()
+{
+    if (progressPopup) {
+        progressPopup->close();
+        progressPopup->deleteLater();
+        progressPopup.clear();
+    }
+}
+
+/// Leaves the drive alone when another download has begun while a popup was on the screen: that one ends with
+/// its own remount.
+void DownloadHandler::makeDriveReadOnly()
+{
+    if (file) {
+        return;
+    }
+    qDebug() << "Ro-remount the usb drive";
+    remountUsb(false);
+}
+
+bool DownloadHandler::remountUsb(bool readWrite)
+{
+    const QString script =
+        Settings::getFilesScriptDir() + QDir::separator() + QStringLiteral("usbremount.sh");
+    const QString option = readWrite ? QStringLiteral("rw") : QStringLiteral("ro");
+    qDebug() << "RemountUSB" << option;
+    // Without the script the drive is taken to be always read-write.
+    std::ignore = runScript(script, {option});
+    return true;
+}
+
+} // namespace Varnel
