@@ -1,42 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The worked examples of the protocol's page are what the panel understands: the octets as they stand there
-// are accepted and give the values that stand beside them.
-#include "rlpdecoder.h"
-
-#include <QFile>
-#include <QRegularExpression>
+// The worked examples of the documentation are what the panel understands: the octets as they stand there are
+// accepted and give the values and register words that stand beside them.
 #include <QtTest>
+
+#include "modbusinterface.h"
+#include "pageexamples.h"
+#include "rlpdecoder.h"
 
 using namespace Varnel;
 
-namespace {
-
-/// The octets of each table under the heading of the examples: the first columns, joined.
-QVector<QByteArray> exampleOctets(const QString& page)
-{
-    static const QRegularExpression row(QStringLiteral("^\\| `([0-9a-f ]+)` \\|"));
-    QVector<QByteArray> tables;
-    bool insideTable = false;
-    const QString section = page.section(QStringLiteral("## A frame, octet by octet"), 1);
-    const QStringList lines = section.split(QLatin1Char('\n'));
-    for (const QString& line : lines) {
-        const auto found = row.match(line);
-        if (!found.hasMatch()) {
-            insideTable = insideTable && line.startsWith(QLatin1Char('|'));
-            continue;
-        }
-        if (!insideTable) {
-            tables.append(QByteArray());
-            insideTable = true;
-        }
-        tables.last() += QByteArray::fromHex(found.captured(1).toLatin1());
-    }
-    return tables;
-}
-
-} // namespace
-
-class TestProtocolPage : public QObject
+class TestExamplePages : public QObject
 {
     Q_OBJECT
 
@@ -45,22 +18,22 @@ private slots:
     void frameIsAcceptedAndDecoded();
     void frameWithAnotherOctetIsDropped();
     void coreSectionHoldsBothValues();
+    void coreSectionBecomesRegisters();
 
 private:
     QVector<QByteArray> examples;
 };
 
-void TestProtocolPage::initTestCase()
+void TestExamplePages::initTestCase()
 {
-    QFile file(QFINDTESTDATA("../../docs/rlp-protocol.md"));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    examples = exampleOctets(QString::fromUtf8(file.readAll()));
+    examples = exampleOctets(QFINDTESTDATA("../../docs/rlp-protocol.md"),
+                             QStringLiteral("## A frame, octet by octet"));
     QCOMPARE(examples.size(), 2);
     QCOMPARE(examples.at(0).size(), 54);
     QCOMPARE(examples.at(1).size(), 26);
 }
 
-void TestProtocolPage::frameIsAcceptedAndDecoded()
+void TestExamplePages::frameIsAcceptedAndDecoded()
 {
     RlpDecoder decoder;
     RlpDecoder::Header header;
@@ -86,7 +59,7 @@ void TestProtocolPage::frameIsAcceptedAndDecoded()
     QCOMPARE(frame.gpiostate.buzzer, quint8(0));
 }
 
-void TestProtocolPage::frameWithAnotherOctetIsDropped()
+void TestExamplePages::frameWithAnotherOctetIsDropped()
 {
     RlpDecoder decoder;
     RlpDecoder::Header header;
@@ -96,7 +69,7 @@ void TestProtocolPage::frameWithAnotherOctetIsDropped()
     QVERIFY(!decoder.checkFrame(&octets, QHostAddress(QHostAddress::LocalHost), &header));
 }
 
-void TestProtocolPage::coreSectionHoldsBothValues()
+void TestExamplePages::coreSectionHoldsBothValues()
 {
     RlpDecoder decoder;
     QByteArray octets = examples.at(1);
@@ -111,5 +84,27 @@ void TestProtocolPage::coreSectionHoldsBothValues()
     QCOMPARE(items.at(1).baData, QByteArray::fromHex("12345678"));
 }
 
-QTEST_APPLESS_MAIN(TestProtocolPage)
-#include "tst_protocolpage.moc"
+void TestExamplePages::coreSectionBecomesRegisters()
+{
+    const QString path = QFINDTESTDATA("../../docs/modbus-map.md");
+    const QVector<QByteArray> sections = exampleOctets(path, QStringLiteral("## From octets to registers"));
+    QCOMPARE(sections.size(), 1);
+    QByteArray octets = sections.first();
+
+    RlpDecoder decoder;
+    QList<core_tmp> items;
+    int consumed = 0;
+    QVERIFY(decoder.handleSectionCore(0x80, quint16(octets.size()), &octets, &items, &consumed));
+    QCOMPARE(consumed, octets.size());
+
+    ModbusInterface bridge;
+    QVERIFY(bridge.LoadConfig(QFINDTESTDATA("../../device/modbus.map")));
+    const QString command =
+        bridge.GenerateDbusUpdateQuery(bridge.ComputeRawData(bridge.CheckTableToUpdate(items)));
+    QFile page(path);
+    QVERIFY(page.open(QIODevice::ReadOnly));
+    QVERIFY2(page.readAll().contains(command.toUtf8()), qPrintable(command));
+}
+
+QTEST_APPLESS_MAIN(TestExamplePages)
+#include "tst_examplepages.moc"
