@@ -12,7 +12,10 @@ constexpr int paceChunk = 4096;
 std::vector<Download> buildDownloads()
 {
     return {
-        {"plain", "Plain name", "attachment; filename=report.txt"},
+        {"plain", "Report", "attachment; filename=report.txt"},
+        {"large", "Large file", "attachment; filename=large.bin", 5 * mebi},
+        {"slow", "Slow file", "attachment; filename=slow.bin", 100 * kibi, 200},
+        {"huge", "Huge file", "attachment; filename=huge.bin", 200 * mebi},
         {"quoted", "Quoted name", "attachment; filename=\"report.txt\""},
         {"twice", "Two names", "attachment;filename=log.txt; filename=b.txt"},
         {"upper", "Upper case key", "attachment; FILENAME=x"},
@@ -32,11 +35,8 @@ std::vector<Download> buildDownloads()
         {"no-header/data.bin", "Name from URL", QByteArray()},
         {"slash/", "URL ends in /", QByteArray()},
         {"empty", "Empty file", "attachment; filename=empty.bin", 0},
-        {"slow", "Slow (5 s)", "attachment; filename=slow.bin", 100 * kibi, 200},
         {"break", "Breaks off", "attachment; filename=broken.bin", 64 * kibi, 0, BodyEnd::Break},
         {"stall", "Stops half way", "attachment; filename=stalled.bin", 64 * kibi, 0, BodyEnd::Stall},
-        {"large", "5 MB", "attachment; filename=large.bin", 5 * mebi},
-        {"huge", "200 MB", "attachment; filename=huge.bin", 200 * mebi},
     };
 }
 

@@ -32,6 +32,9 @@ public:
     /// Returns an empty text, or what is wrong.
     [[nodiscard]] QString add(const QJsonObject& action);
 
+    /// Drops all faults.
+    void clear() { waiting.clear(); }
+
     /// Spoils `reply` with the first fault that waits for the request's path, and counts it.
     void apply(HttpReply& reply, const HttpRequest& request);
 

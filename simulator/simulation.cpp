@@ -127,6 +127,15 @@ QList<QByteArray> Simulation::nextSections()
     return list;
 }
 
+/// An address for a second controller: every address of the loopback network is local, so the next one will
+/// do; elsewhere there is none to be sure of.
+QHostAddress Simulation::neighbour() const
+{
+    if (!route.source.isLoopback())
+        return {};
+    return QHostAddress(route.source.toIPv4Address() + 1);
+}
+
 QJsonObject Simulation::status() const
 {
     QJsonObject whole = state.toJson();
@@ -134,6 +143,7 @@ QJsonObject Simulation::status() const
     whole.insert(QStringLiteral("sequence"), static_cast<double>(first.sequence()));
     whole.insert(QStringLiteral("silent"), first.isSilent());
     whole.insert(QStringLiteral("second"), second != nullptr);
+    whole.insert(QStringLiteral("neighbour"), neighbour().toString());
     whole.insert(QStringLiteral("sections"), QJsonArray::fromStringList(sections));
     return whole;
 }

@@ -67,6 +67,7 @@ private:
     QString doInterval(const QJsonObject& action);
     QString doSilence(const QJsonObject& action);
     QString doResume(const QJsonObject& action);
+    QString doWell(const QJsonObject& action);
     QString doReboot(const QJsonObject& action);
     QString doSequence(const QJsonObject& action);
     QString doFault(const QJsonObject& action);
@@ -83,6 +84,7 @@ private:
     QString openRoutes();
     QString loadFiles();
     QString readyLine() const;
+    QHostAddress neighbour() const;
     QList<QByteArray> nextSections();
     void stopHttpFor(int milliseconds);
 

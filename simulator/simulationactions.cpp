@@ -62,6 +62,9 @@ const std::vector<Simulation::Action>& Simulation::actions()
          "silence",
          &Simulation::doSilence},
         {{"resume", "end a silence"}, "resume", &Simulation::doResume},
+        {{"well", "end silence, frame and HTTP faults and the second controller, open the HTTP port"},
+         "well",
+         &Simulation::doWell},
         {{"reboot seconds=N", "sequence numbers begin at 1 again, after N seconds without frames and HTTP"},
          "reboot",
          &Simulation::doReboot},
@@ -73,7 +76,9 @@ const std::vector<Simulation::Action>& Simulation::actions()
         {{"burst count=N", "send N correct frames at once"}, "burst", &Simulation::doBurst},
         {{"raw hex=OCTETS", "send a datagram as it stands"}, "raw", &Simulation::doRaw},
         {{"second source=ADDR interval=MS count=N",
-          "a second controller sends frames too, from this local address (stop=yes: it ends)"},
+          "a second controller sends frames too, from this local address (default: the one after the own, in "
+          "the loopback network); "
+          "stop=yes: it ends"},
          "second",
          &Simulation::doSecond},
         {{"http path=PATH fault=KIND count=N",
@@ -189,6 +194,15 @@ QString Simulation::doResume(const QJsonObject&)
     return {};
 }
 
+QString Simulation::doWell(const QJsonObject&)
+{
+    second.reset();
+    first.resume();
+    first.setFault(nullptr, 0);
+    site.faults().clear();
+    return http.isListening() ? QString() : doHttpUp({});
+}
+
 QString Simulation::doReboot(const QJsonObject& action)
 {
     const int milliseconds = millisecondsFromSeconds(action, "seconds", 0);
@@ -244,7 +258,10 @@ QString Simulation::doSecond(const QJsonObject& action)
         return {};
     }
     Route other = route;
-    if (!other.source.setAddress(text(action, "source")))
+    other.source = neighbour();
+    if (action.contains(QLatin1String("source")))
+        other.source.setAddress(text(action, "source"));
+    if (other.source.isNull())
         return QStringLiteral("second needs source=ADDR");
     auto sender = std::make_unique<Transmitter>([this] { return nextSections(); });
     const QString problem = sender->open(other);

@@ -73,6 +73,7 @@ HttpReply file(const QString& path)
         if (path.endsWith(QLatin1Char('.') + QLatin1String(known.suffix)))
             reply.addHeader("Content-Type", known.type);
     }
+    reply.addHeader("Cache-Control", "no-cache"); // so that a fault of a part shows at the next reload
     reply.body = content.readAll();
     return reply;
 }
@@ -83,6 +84,15 @@ QJsonObject queryAsAction(const QMap<QString, QString>& query)
     for (auto item = query.begin(); item != query.end(); ++item)
         action.insert(item.key(), item.value());
     return action;
+}
+
+QJsonDocument downloadList()
+{
+    QJsonArray list;
+    for (const Download& download : downloads())
+        list.append(QJsonObject{{QStringLiteral("path"), QLatin1String(download.path)},
+                                {QStringLiteral("title"), QLatin1String(download.title)}});
+    return QJsonDocument(list);
 }
 
 QByteArray uploadPage(const QJsonArray& files)
@@ -140,6 +150,8 @@ HttpReply Site::route(const HttpRequest& request)
         return file(frontPage);
     if (path == QLatin1String("/uploads"))
         return json(200, QJsonDocument(received));
+    if (path == QLatin1String("/downloads"))
+        return json(200, downloadList());
     if (path.startsWith(QLatin1String("/download/")))
         return downloadReply(path.mid(10), request.query);
     if (path.startsWith(QLatin1String("/odd/")))
