@@ -12,10 +12,12 @@ namespace {
 const auto scriptDirectory = QStringLiteral("/usr/local/bin/");
 const auto recordFile = QStringLiteral("/run/script-runs");
 
-// One run is its number of words, the name and the arguments, each ended by a NUL: an argument may hold
-// anything else. The shell writes them with one system call, so that runs never mix.
-const QByteArray recordingLine = "#!/bin/sh\n"
-                                 "printf '%s\\0' \"$(($# + 1))\" \"${0##*/}\" \"$@\" >> /run/script-runs\n";
+/// The script that the demonstration uses, too: it records the run and succeeds.
+QByteArray recordingScript()
+{
+    QFile file(QStringLiteral(VARNEL_SOURCE_DIR "/scripts/record-run"));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 QByteArray behaviourLine(ScriptBehaviour behaviour)
 {
@@ -63,7 +65,7 @@ bool RecordingScripts::install(const QString& name, ScriptBehaviour behaviour)
     // Written aside and moved: a script that runs meanwhile is never cut short.
     const QString aside = scriptDirectory + QStringLiteral(".") + name;
     QFile file(aside);
-    if (!file.open(QIODevice::WriteOnly) || file.write(recordingLine + behaviourLine(behaviour)) < 0) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(recordingScript() + behaviourLine(behaviour)) < 0) {
         return false;
     }
     file.close();
