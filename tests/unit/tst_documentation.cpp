@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The documentation keeps up with the repository: its links lead somewhere, every log line that it quotes is
-// written by the source file it names, and every line that a source file writes is documented.
+// written by the source file it names, every line that a source file writes is documented, and so is every
+// option.
 #include <algorithm>
 
 #include <QDir>
@@ -8,6 +9,10 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QtTest>
+
+#include "commandline.h"
+
+using namespace Varnel;
 
 namespace {
 
@@ -133,6 +138,7 @@ private slots:
     void writtenLinesAreDocumented();
     void tourNamesEverySource_data();
     void tourNamesEverySource();
+    void manualNamesEveryOption();
 
 private:
     QDir root;
@@ -244,6 +250,18 @@ void TestDocumentation::tourNamesEverySource()
     QFETCH(const QString, source);
     const QString tour = read(root.filePath(QStringLiteral("docs/architecture.md")));
     QVERIFY(tour.contains(QStringLiteral("](../src/%1)").arg(source)));
+}
+
+void TestDocumentation::manualNamesEveryOption()
+{
+    static const QRegularExpression option(QStringLiteral("(?<![\\w-])--?\\w+"));
+    const QString manual = read(root.filePath(QStringLiteral("docs/man/varnel-browser.1")));
+    auto matches = option.globalMatch(CommandLine::helpText(QStringLiteral("varnel-browser")));
+    QVERIFY(matches.hasNext());
+    while (matches.hasNext()) {
+        const QString name = matches.next().captured().replace(QLatin1Char('-'), QLatin1String("\\-"));
+        QVERIFY2(manual.contains(name), qPrintable(name));
+    }
 }
 
 QTEST_APPLESS_MAIN(TestDocumentation)
