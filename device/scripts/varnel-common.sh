@@ -86,6 +86,7 @@ load_settings() {
     SNMP_WAIT_SECONDS=8
 
     MODBUS_SERVER_PORT=
+    MODBUS_BUS=system
 
     USB_MOUNT_OPTIONS=nosuid,nodev,noexec
 

@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: MIT
+# shellcheck shell=sh
+# What the three scripts of the Modbus server share: calls to it over D-Bus. It lies beside them, and each begins with
+#
+#     set -eu
+#     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-modbus.sh"
+#
+# The calls are made with busctl: it passes the text as one argument exactly as it is, whatever characters it holds and
+# as long as the kernel lets an argument be. A client that wants a type in front of the text in the same argument
+# would refuse the longest update that the panel can hand over.
+
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+
+MODBUS_NAME=org.varnel.ModbusServer1
+MODBUS_OBJECT=/org/varnel/ModbusServer1
+# The panel kills a script after 30 s; before that the script itself shall say what was wrong.
+MODBUS_SECONDS=20
+
+# bus_option: which bus, as busctl wants it said.
+bus_option() {
+    case $MODBUS_BUS in
+        system) printf '%s\n' --system ;;
+        session) printf '%s\n' --user ;;
+        *) printf '%s\n' "--address=$MODBUS_BUS" ;;
+    esac
+}
+
+# bus_call AUTO-START ARGUMENT...: one call; prints the reply, or fails with what the other side says.
+bus_call() {
+    have busctl || fail "busctl is missing (package systemd)"
+    auto_start=$1
+    shift
+    bus_reply=$(busctl "$(bus_option)" --timeout="$MODBUS_SECONDS" --auto-start="$auto_start" -- call "$@" 2>&1) ||
+        fail "${bus_reply#Call failed: }"
+    printf '%s\n' "$bus_reply"
+}
+
+# server_call METHOD [TEXT]: calls the server, which D-Bus starts if it does not run.
+server_call() {
+    if [ $# -eq 1 ]; then
+        bus_call yes "$MODBUS_NAME" "$MODBUS_OBJECT" "$MODBUS_NAME" "$1" >/dev/null
+    else
+        bus_call yes "$MODBUS_NAME" "$MODBUS_OBJECT" "$MODBUS_NAME" "$1" s "$2" >/dev/null
+    fi
+}
+
+# server_runs: whether the server is on the bus. Asking does not start it.
+server_runs() {
+    owned=$(bus_call no org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus NameHasOwner s \
+        "$MODBUS_NAME") || exit # a condition does not end the script by itself
+    [ "$owned" = "b true" ]
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QStringList>
+
+#include "refusal.h"
+
+namespace Varnel {
+
+/// Highest number of words that a client can address: Modbus addresses have 16 bits.
+constexpr int addressSpace = 65536;
+
+/// `text` with everything unprintable replaced and at most 60 characters long, in single quotes: text from
+/// outside in a message must neither break the line nor flood the log.
+[[nodiscard]] QString quoted(const QString& text);
+
+/// Reads the members of one JSON object and keeps the complaints, so that the caller can read all members
+/// first and look once. After a complaint the value returned is 0, empty or null.
+class JsonMembers
+{
+public:
+    /// `path` names the object in messages ("tables[3]"; empty for the top level), `kind` the refusal's kind.
+    JsonMembers(QJsonObject object, QString path, QString kind)
+        : object(std::move(object))
+        , path(std::move(path))
+        , kind(std::move(kind))
+    {
+    }
+
+    /// A member that must be a whole number from `low` to `high`.
+    int integer(const QString& name, int low, int high);
+    /// The same for one that may be missing, and is `fallback` then.
+    int integerOr(const QString& name, int low, int high, int fallback);
+    QString string(const QString& name);
+    QJsonArray array(const QString& name);
+    QJsonObject subobject(const QString& name);
+
+    /// Notes a complaint of the caller about the member `name`.
+    void complain(const QString& name, const QString& what);
+
+    [[nodiscard]] bool ok() const { return complaints.isEmpty(); }
+    /// The first complaint; only when not ok().
+    [[nodiscard]] Refusal refusal() const { return {kind, complaints.value(0)}; }
+
+private:
+    QJsonValue member(const QString& name) const { return object.value(name); }
+
+    QJsonObject object;
+    QString path;
+    QString kind;
+    QStringList complaints;
+};
+
+/// Parses `text` as one JSON object of at most `limit` octets whose "cmd" is `command`. A broken text is
+/// refused as `kind`, another command as "UnknownCommand".
+[[nodiscard]] Parsed<QJsonObject> parseCommand(const QByteArray& text, const QString& command,
+                                               const QString& kind, int limit);
+
+} // namespace Varnel

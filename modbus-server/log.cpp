@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include "log.h"
+
+#include <cstdio>
+
+namespace Varnel {
+
+Q_LOGGING_CATEGORY(lcServer, "varnel.modbus", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcClients, "varnel.modbus.clients", QtWarningMsg)
+
+namespace {
+
+void writeLine(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
+{
+    std::fprintf(stderr, "varnel-modbus-server: %s\n", text.toLocal8Bit().constData());
+}
+
+} // namespace
+
+void logToStandardError()
+{
+    qInstallMessageHandler(&writeLine);
+}
+
+} // namespace Varnel

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+
+#include <QByteArray>
+
+namespace Varnel {
+
+/// One request of a Modbus/TCP client.
+struct MbapRequest
+{
+    quint16 transaction = 0;
+    quint8 unit = 0;
+    QByteArray pdu;
+};
+
+/// Cuts one client's octet stream into requests. Keeps at most what was appended since the last complete
+/// request; the caller appends no more than it wants to hold.
+class MbapDecoder
+{
+public:
+    void append(const QByteArray& octets) { buffer += octets; }
+
+    /// The next complete request, or nothing when more octets are needed or the stream is broken.
+    std::optional<MbapRequest> next();
+
+    /// True once a header was no Modbus/TCP header. There is nothing to find the next request by, so the
+    /// connection has to be closed.
+    [[nodiscard]] bool isBroken() const { return broken; }
+
+    /// Octets waiting for their request to become complete.
+    [[nodiscard]] int pending() const { return buffer.size(); }
+
+private:
+    QByteArray buffer;
+    bool broken = false;
+};
+
+/// The frame that answers `request` with `pdu`: the same transaction and unit, protocol 0.
+[[nodiscard]] QByteArray mbapResponse(const MbapRequest& request, const QByteArray& pdu);
+
+} // namespace Varnel

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <vector>
+
+#include <QByteArray>
+
+#include "refusal.h"
+
+namespace Varnel {
+
+/// Consecutive register words, to be written from `address` on.
+struct RegisterRun
+{
+    quint16 address = 0;
+    /// At most so many that address + size stays within the address space.
+    std::vector<quint16> words;
+};
+
+inline bool operator==(const RegisterRun& a, const RegisterRun& b)
+{
+    return a.address == b.address && a.words == b.words;
+}
+
+/// All runs of one update, in the order in which they are applied.
+using RegisterUpdate = std::vector<RegisterRun>;
+
+/// Longest update command that is read, in octets: eight times what fits into one argument of a script.
+constexpr int maxUpdateSize = 1024 * 1024;
+
+/// Parses an update command. Pure: logs nothing, accepts any octets. An empty "data" is a valid update of
+/// nothing. Refuses as "BadUpdate" (with the member that is wrong) or "UnknownCommand".
+[[nodiscard]] Parsed<RegisterUpdate> parseUpdate(const QByteArray& text);
+
+} // namespace Varnel

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "rtutransport.h"
+
+#include <chrono>
+
+#include <poll.h>
+
+namespace Varnel {
+
+namespace {
+
+constexpr int bitsPerCharacter = 11;
+// USB adapters deliver in lumps of up to 16 ms; a shorter silence would cut frames that were sent in one go.
+constexpr int minSilenceMs = 20;
+
+/// The silence of 3.5 characters that ends a frame.
+std::chrono::milliseconds frameGap(qint32 baud)
+{
+    const int charactersMs = 3500 * bitsPerCharacter / baud + 1;
+    return std::chrono::milliseconds(qMax(minSilenceMs, charactersMs));
+}
+
+/// A port whose hardware has gone reads as ended, for which QSerialPort has no error of its own: it reports a
+/// failed read, with whatever error number was last, over and over.
+bool isHungUp(int descriptor)
+{
+    pollfd state{descriptor, 0, 0};
+    return ::poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+} // namespace
+
+RtuTransport::RtuTransport(const RtuEndpoint& endpoint, AnswerFunction answer, QObject* parent)
+    : Transport(parent)
+    , endpoint(endpoint)
+    , answer(std::move(answer))
+    , decoder(endpoint.deviceId)
+{
+    silence.setSingleShot(true);
+    silence.setInterval(frameGap(endpoint.baud));
+    connect(&silence, &QTimer::timeout, this, &RtuTransport::lineSilent);
+    connect(&serial, &QSerialPort::readyRead, this, &RtuTransport::receive);
+    connect(&serial, &QSerialPort::errorOccurred, this, &RtuTransport::portError);
+}
+
+bool RtuTransport::open(QString* error)
+{
+    serial.setPortName(endpoint.port);
+    const bool opened = serial.open(QIODevice::ReadWrite) && serial.setBaudRate(endpoint.baud) &&
+                        serial.setDataBits(QSerialPort::Data8) && serial.setParity(endpoint.parity) &&
+                        serial.setStopBits(endpoint.stopBits) &&
+                        serial.setFlowControl(QSerialPort::NoFlowControl);
+    if (!opened) {
+        *error = serial.errorString();
+        serial.close();
+        return false;
+    }
+    serial.clear(); // what was sent before we listened is nobody's question any more
+    decoder = RtuDecoder(endpoint.deviceId);
+    return true;
+}
+
+void RtuTransport::receive()
+{
+    if (const std::optional<QByteArray> request = decoder.receive(serial.readAll())) {
+        reply(*request);
+    }
+    if (decoder.isPending()) {
+        silence.start();
+    } else {
+        silence.stop();
+    }
+}
+
+void RtuTransport::lineSilent()
+{
+    if (serial.bytesAvailable() > 0) {
+        receive(); // the loop was busy, the line was not silent
+        return;
+    }
+    if (const std::optional<QByteArray> request = decoder.silence()) {
+        reply(*request);
+    }
+}
+
+void RtuTransport::reply(const QByteArray& pdu)
+{
+    const QByteArray response = answer(pdu);
+    // A line that takes nothing (no reader on a pseudo terminal, a stuck handshake) must not fill our memory;
+    // the master has given these answers up long ago.
+    if (serial.bytesToWrite() > 0) {
+        serial.clear(QSerialPort::Output);
+    }
+    if (!response.isEmpty()) {
+        serial.write(rtuFrame(endpoint.deviceId, response));
+    }
+}
+
+/// Acts on the loss of the port. Other errors belong to single calls, which report them themselves, or to
+/// noise.
+void RtuTransport::portError(QSerialPort::SerialPortError error)
+{
+    if (!serial.isOpen() || (error != QSerialPort::ResourceError && !isHungUp(serial.handle()))) {
+        return;
+    }
+    silence.stop();
+    serial.close();
+    emit failed(QStringLiteral("the port is gone"));
+}
+
+} // namespace Varnel

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include <QObject>
+#include <QTimer>
+
+#include "refusal.h"
+#include "registerstore.h"
+#include "serverconfig.h"
+#include "transport.h"
+
+namespace Varnel {
+
+/// Choices of the command line that shape how the server serves.
+struct ServiceOptions
+{
+    /// Age from which registers answer with exception 04; 0 keeps the last value for ever.
+    std::chrono::milliseconds staleAfter{0};
+    /// See TcpTransport.
+    std::chrono::milliseconds idleLimit{60000};
+    /// Where the init text is kept from start() to stop(), so that a server that was killed or restarted in
+    /// between serves the same tables when it comes back; empty keeps none.
+    QString stateFile;
+};
+
+/// The server behind its D-Bus interface: started by an init file, fed by update commands, stopped.
+/// Everything happens in one event loop, a command between two requests, so no client ever sees half of one.
+class Service : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Service(const ServiceOptions& options, QObject* parent = nullptr);
+    ~Service() override;
+
+    /// Serves again what the state file describes, if there is one. Values are not kept: all registers start
+    /// at 0.
+    void restore();
+
+    /// Reads the init file at `path` and serves what it describes, instead of what was served before; all
+    /// registers start at 0. A file that is refused changes nothing. When the interface cannot be opened,
+    /// that is returned as "NoInterface" and tried again at the file's "delay" until it succeeds or stop() is
+    /// called. The refusal's kind is empty on success.
+    [[nodiscard]] Refusal start(const QString& path);
+
+    /// Closes the interface and removes all registers. Does nothing when not started.
+    void stop();
+
+    /// Publishes the update command `text`, whole or not at all. The refusal's kind is empty on success.
+    [[nodiscard]] Refusal update(const QByteArray& text);
+
+    /// "stopped", "serving", or "waiting" for an interface that cannot be opened yet.
+    [[nodiscard]] QString state() const;
+    /// The endpoint in words, empty when stopped.
+    [[nodiscard]] QString endpoint() const;
+    [[nodiscard]] int clientCount() const;
+    [[nodiscard]] int registerCount() const { return store.size(); }
+    /// Updates published since the program started.
+    [[nodiscard]] qulonglong updateCount() const { return published; }
+
+private:
+    [[nodiscard]] Refusal apply(const QByteArray& initText);
+    [[nodiscard]] Refusal openInterface();
+    void retryInterface();
+    void interfaceFailed(const QString& reason);
+    std::unique_ptr<Transport> makeTransport();
+    void saveState(const QByteArray& initText) const;
+    void reportUpdate(const Refusal& refusal);
+
+    ServiceOptions options;
+    RegisterStore store;
+    std::optional<ServerConfig> config;
+    std::unique_ptr<Transport> transport;
+    bool isOpen = false;
+    QTimer retry;
+    qulonglong published = 0;
+    QString lastUpdateProblem;
+};
+
+} // namespace Varnel

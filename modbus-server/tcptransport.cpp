@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "tcptransport.h"
+
+#include <algorithm>
+
+#include <QLoggingCategory>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include "log.h"
+
+namespace Varnel {
+
+namespace {
+
+// Several of the longest requests. What does not fit waits in the kernel, which slows its sender down.
+constexpr qint64 readBufferSize = 4096;
+// Answers that a client has not taken. Beyond this its requests are left unread until it reads.
+constexpr qint64 writeBacklog = 16384;
+// Out of file descriptors: trying again at once would spin.
+constexpr std::chrono::seconds acceptPause{1};
+
+QString peer(const QTcpSocket* socket)
+{
+    return QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort());
+}
+
+} // namespace
+
+TcpTransport::TcpTransport(const TcpEndpoint& endpoint, std::chrono::milliseconds idleLimit,
+                           AnswerFunction answer, QObject* parent)
+    : Transport(parent)
+    , endpoint(endpoint)
+    , idleLimit(idleLimit)
+    , answer(std::move(answer))
+{
+    connect(&server, &QTcpServer::newConnection, this, &TcpTransport::acceptClients);
+    connect(&server, &QTcpServer::acceptError, this, &TcpTransport::pauseAccepting);
+}
+
+TcpTransport::~TcpTransport()
+{
+    // The sockets are children of the server; their farewell signals must not reach a half-destroyed object.
+    for (const Client& client : clients) {
+        client.socket->disconnect(this);
+    }
+}
+
+bool TcpTransport::open(QString* error)
+{
+    if (server.listen(endpoint.listen, endpoint.port)) {
+        return true;
+    }
+    *error = server.errorString();
+    return false;
+}
+
+void TcpTransport::acceptClients()
+{
+    while (QTcpSocket* socket = server.nextPendingConnection()) {
+        if (clientCount() < endpoint.clients || makeRoom()) {
+            welcome(socket);
+            continue;
+        }
+        if (!limitReported) {
+            qCWarning(lcServer).noquote()
+                << "refused" << peer(socket) << ": the limit of" << endpoint.clients << "clients is reached";
+            limitReported = true;
+        }
+        // Closing at once tells the client; left in the queue it would wait for its own time-out.
+        socket->abort();
+        socket->deleteLater();
+    }
+}
+
+void TcpTransport::welcome(QTcpSocket* socket)
+{
+    socket->setReadBufferSize(readBufferSize);
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    Client& client = clients.emplace_back();
+    client.socket = socket;
+    client.lastRequest.start();
+    qCDebug(lcClients).noquote() << "connected" << peer(socket);
+    connect(socket, &QTcpSocket::readyRead, this, [this, &client] { serve(client); });
+    connect(socket, &QTcpSocket::bytesWritten, this, [this, &client] { serve(client); });
+    connect(socket, &QTcpSocket::disconnected, this, [this, socket] { drop(socket); });
+    serve(client); // octets that came with the connection have been signalled already
+}
+
+/// Frees the place of the client that asked longest ago, if that is long enough.
+bool TcpTransport::makeRoom()
+{
+    const auto idlest =
+        std::max_element(clients.begin(), clients.end(), [](const Client& a, const Client& b) {
+            return a.lastRequest.elapsed() < b.lastRequest.elapsed();
+        });
+    if (idleLimit.count() == 0 || idlest == clients.end() ||
+        idlest->lastRequest.elapsed() < idleLimit.count()) {
+        return false;
+    }
+    qCInfo(lcServer).noquote() << "dropped the silent client" << peer(idlest->socket) << "for a new one";
+    drop(idlest->socket);
+    return true;
+}
+
+void TcpTransport::drop(QTcpSocket* socket)
+{
+    const auto client = std::find_if(clients.begin(), clients.end(),
+                                     [socket](const Client& entry) { return entry.socket == socket; });
+    if (client == clients.end()) {
+        return;
+    }
+    qCDebug(lcClients).noquote() << "disconnected" << peer(socket);
+    socket->disconnect(this);
+    socket->abort();
+    socket->deleteLater(); // we may be inside one of its signals
+    clients.erase(client);
+    limitReported = false;
+}
+
+void TcpTransport::serve(Client& client)
+{
+    QTcpSocket* socket = client.socket;
+    while (socket->bytesAvailable() > 0 && socket->bytesToWrite() < writeBacklog &&
+           !client.decoder.isBroken()) {
+        client.decoder.append(socket->read(readBufferSize));
+        answerPending(client);
+    }
+    if (client.decoder.isBroken()) {
+        qCDebug(lcClients).noquote() << "no Modbus/TCP from" << peer(socket);
+        drop(socket);
+    }
+}
+
+void TcpTransport::answerPending(Client& client)
+{
+    while (const std::optional<MbapRequest> request = client.decoder.next()) {
+        client.lastRequest.restart();
+        client.socket->write(mbapResponse(*request, answer(request->pdu)));
+    }
+}
+
+void TcpTransport::pauseAccepting()
+{
+    // QTcpServer stops accepting after such an error and leaves it to us to go on.
+    qCWarning(lcServer).noquote() << "cannot accept a client:" << server.errorString();
+    QTimer::singleShot(acceptPause, &server, [this] { server.resumeAccepting(); });
+}
+
+} // namespace Varnel

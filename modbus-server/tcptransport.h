@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <list>
+
+#include <QElapsedTimer>
+#include <QTcpServer>
+
+#include "mbapdecoder.h"
+#include "serverconfig.h"
+#include "transport.h"
+
+class QTcpSocket;
+
+namespace Varnel {
+
+/// Modbus/TCP for several clients at once. Nothing here waits for a client: one that is silent, sends half a
+/// request or does not read its answers costs its own place and a few kilobytes, and nobody else notices.
+class TcpTransport : public Transport
+{
+    Q_OBJECT
+
+public:
+    /// `idleLimit`: when all places are taken, a new client gets the place of the one whose last request is
+    /// longest ago, if that is at least this long; 0 keeps every place. A controller that lost its power
+    /// never closes its connection, so without this a few such losses would lock everybody out.
+    TcpTransport(const TcpEndpoint& endpoint, std::chrono::milliseconds idleLimit, AnswerFunction answer,
+                 QObject* parent = nullptr);
+    ~TcpTransport() override;
+
+    bool open(QString* error) override;
+    [[nodiscard]] int clientCount() const override { return static_cast<int>(clients.size()); }
+
+    /// The port listened on, 0 before open(). Differs from the endpoint's only if that is 0.
+    [[nodiscard]] quint16 port() const { return server.serverPort(); }
+
+private:
+    struct Client
+    {
+        QTcpSocket* socket = nullptr;
+        MbapDecoder decoder;
+        QElapsedTimer lastRequest;
+    };
+    using Clients = std::list<Client>;
+
+    void acceptClients();
+    void welcome(QTcpSocket* socket);
+    bool makeRoom();
+    void drop(QTcpSocket* socket);
+    void serve(Client& client);
+    void answerPending(Client& client);
+    void pauseAccepting();
+
+    TcpEndpoint endpoint;
+    std::chrono::milliseconds idleLimit;
+    AnswerFunction answer;
+    QTcpServer server;
+    Clients clients;
+    bool limitReported = false;
+};
+
+} // namespace Varnel

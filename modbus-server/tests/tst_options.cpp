@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "options.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+using namespace Varnel;
+
+class tst_Options : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void defaults();
+    void all();
+    void wrong_data();
+    void wrong();
+    void helpAndVersion();
+    void manPageNamesEveryOption();
+
+private:
+    static CommandLine parse(const QStringList& arguments)
+    {
+        return parseCommandLine(QStringList(QStringLiteral("varnel-modbus-server")) + arguments);
+    }
+};
+
+void tst_Options::defaults()
+{
+    const CommandLine line = parse({});
+    QVERIFY(line.options);
+    QCOMPARE(line.options->bus, QStringLiteral("system"));
+    QVERIFY(!line.options->verbose);
+    QCOMPARE(line.options->service.staleAfter.count(), 0);
+    QCOMPARE(line.options->service.idleLimit.count(), 60000);
+    QCOMPARE(line.options->service.stateFile, QString());
+}
+
+void tst_Options::all()
+{
+    const CommandLine line =
+        parse({QStringLiteral("-b"), QStringLiteral("unix:path=/x"), QStringLiteral("--stale-after=30"),
+               QStringLiteral("--idle-limit"), QStringLiteral("0"), QStringLiteral("--state=/run/s"),
+               QStringLiteral("--verbose")});
+    QVERIFY(line.options);
+    QCOMPARE(line.options->bus, QStringLiteral("unix:path=/x"));
+    QVERIFY(line.options->verbose);
+    QCOMPARE(line.options->service.staleAfter.count(), 30000);
+    QCOMPARE(line.options->service.idleLimit.count(), 0);
+    QCOMPARE(line.options->service.stateFile, QStringLiteral("/run/s"));
+}
+
+void tst_Options::wrong_data()
+{
+    QTest::addColumn<QString>("argument");
+    QTest::addColumn<QString>("message");
+    const QString seconds = QStringLiteral("--stale-after: must be a whole number from 0 to 1000000");
+    QTest::newRow("unknown") << QStringLiteral("--nonsense") << QStringLiteral("Unknown option 'nonsense'.");
+    QTest::newRow("positional") << QStringLiteral("file") << QStringLiteral("Unexpected argument 'file'.");
+    QTest::newRow("no number") << QStringLiteral("--stale-after=x") << seconds;
+    QTest::newRow("negative") << QStringLiteral("--stale-after=-1") << seconds;
+    QTest::newRow("huge") << QStringLiteral("--stale-after=99999999999") << seconds;
+    QTest::newRow("value missing") << QStringLiteral("--state")
+                                   << QStringLiteral("Missing value after '--state'.");
+}
+
+void tst_Options::wrong()
+{
+    QFETCH(QString, argument);
+    QFETCH(QString, message);
+    const CommandLine line = parse({argument});
+    QVERIFY(!line.options);
+    QCOMPARE(line.status, 2);
+    QCOMPARE(line.output, message + QStringLiteral("\nTry 'varnel-modbus-server --help'.\n"));
+}
+
+void tst_Options::helpAndVersion()
+{
+    const CommandLine help = parse({QStringLiteral("--help")});
+    QVERIFY(!help.options);
+    QCOMPARE(help.status, 0);
+    QVERIFY(help.output.contains(QStringLiteral("--stale-after <seconds>")));
+    const CommandLine version = parse({QStringLiteral("--version")});
+    QCOMPARE(version.status, 0);
+    QCOMPARE(version.output, QStringLiteral("varnel-modbus-server " VARNEL_VERSION "\n"));
+}
+
+void tst_Options::manPageNamesEveryOption()
+{
+    QFile page(QStringLiteral(VARNEL_MAN_PAGE));
+    QVERIFY(page.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(page.readAll()).remove(QLatin1Char('\\'));
+    const QRegularExpression option(QStringLiteral("--[a-z-]+"));
+    const auto named = [&option](const QString& source) {
+        QStringList names;
+        for (auto match = option.globalMatch(source); match.hasNext();) {
+            names += match.next().captured();
+        }
+        names.removeDuplicates();
+        names.sort();
+        return names;
+    };
+    QCOMPARE(named(text), named(parse({QStringLiteral("--help")}).output));
+}
+
+QTEST_GUILESS_MAIN(tst_Options)
+#include "tst_options.moc"

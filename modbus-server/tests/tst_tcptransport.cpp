@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: MIT
+#include "tcptransport.h"
+
+#include <memory>
+#include <vector>
+
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTcpSocket>
+#include <QTest>
+
+using namespace Varnel;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A request with one word of data, and the answer that the test's answer function gives to it.
+const QByteArray request = QByteArray::fromHex("0007 0000 0002 09 41");
+const QByteArray response = QByteArray::fromHex("0007 0000 0004 09 41 5555");
+
+QByteArray answerWithTwoOctets(const QByteArray& pdu)
+{
+    return pdu + QByteArray::fromHex("5555");
+}
+
+} // namespace
+
+class tst_TcpTransport : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void answersSeveralClients();
+    void silentAndHalfSilentClientsBlockNobody();
+    void refusesClientsBeyondTheLimit();
+    void placeIsFreeAgainAfterDisconnect();
+    void silentClientGivesItsPlaceUp();
+    void closesBrokenStreams();
+    void clientThatDoesNotReadIsNotReadEither();
+    void reportsAPortInUse();
+    void endsWithClientsConnected();
+
+private:
+    void open(int clientLimit, std::chrono::milliseconds idleLimit = 0ms);
+    QTcpSocket* connectClient();
+    static bool exchange(QTcpSocket* socket);
+
+    std::unique_ptr<TcpTransport> transport;
+    std::vector<std::unique_ptr<QTcpSocket>> sockets;
+};
+
+void tst_TcpTransport::init()
+{
+    sockets.clear();
+}
+
+void tst_TcpTransport::cleanup()
+{
+    sockets.clear();
+    transport.reset();
+}
+
+void tst_TcpTransport::open(int clientLimit, std::chrono::milliseconds idleLimit)
+{
+    const TcpEndpoint endpoint{QHostAddress(QHostAddress::LocalHost), 0, clientLimit};
+    transport = std::make_unique<TcpTransport>(endpoint, idleLimit, &answerWithTwoOctets);
+    QString error;
+    QVERIFY2(transport->open(&error), qPrintable(error));
+}
+
+QTcpSocket* tst_TcpTransport::connectClient()
+{
+    sockets.push_back(std::make_unique<QTcpSocket>());
+    QTcpSocket* socket = sockets.back().get();
+    socket->connectToHost(QHostAddress(QHostAddress::LocalHost), transport->port());
+    return QTest::qWaitFor([socket] { return socket->state() == QAbstractSocket::ConnectedState; }) ? socket
+                                                                                                    : nullptr;
+}
+
+/// Sends one request and waits for exactly its answer.
+bool tst_TcpTransport::exchange(QTcpSocket* socket)
+{
+    socket->write(request);
+    return QTest::qWaitFor([socket] { return socket->bytesAvailable() >= response.size(); }) &&
+           socket->readAll() == response;
+}
+
+void tst_TcpTransport::answersSeveralClients()
+{
+    open(3);
+    QTcpSocket* first = connectClient();
+    QTcpSocket* second = connectClient();
+    for (int round = 0; round < 10; ++round) {
+        QVERIFY(exchange(first));
+        QVERIFY(exchange(second));
+    }
+    QCOMPARE(transport->clientCount(), 2);
+    // Requests in one piece are answered one by one, in order.
+    first->write(request + request + request.left(5));
+    QTRY_COMPARE(first->bytesAvailable(), qint64(2 * response.size()));
+    first->write(request.mid(5));
+    QTRY_COMPARE(first->bytesAvailable(), qint64(3 * response.size()));
+    QCOMPARE(first->readAll(), response + response + response);
+}
+
+void tst_TcpTransport::silentAndHalfSilentClientsBlockNobody()
+{
+    open(10);
+    QVERIFY(connectClient());
+    QTcpSocket* half = connectClient();
+    half->write(request.left(7));
+    QVERIFY(half->flush());
+    QTcpSocket* promise = connectClient();
+    promise->write(QByteArray::fromHex("0001 0000 00FE 01")); // says 253 octets follow, and stops
+    QVERIFY(promise->flush());
+    QVERIFY(exchange(connectClient()));
+    half->write(request.mid(7));
+    QTRY_COMPARE(half->bytesAvailable(), qint64(response.size()));
+    QCOMPARE(half->readAll(), response);
+}
+
+void tst_TcpTransport::refusesClientsBeyondTheLimit()
+{
+    open(2);
+    QTcpSocket* first = connectClient();
+    QTcpSocket* second = connectClient();
+    QVERIFY(exchange(second));
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(QStringLiteral(
+                             "^refused 127\\.0\\.0\\.1:\\d+ : the limit of 2 clients is reached$")));
+    for (int more = 0; more < 3; ++more) { // reported once
+        QTcpSocket* refused = connectClient();
+        QTRY_COMPARE(refused->state(), QAbstractSocket::UnconnectedState);
+    }
+    QCOMPARE(transport->clientCount(), 2);
+    QVERIFY(exchange(first));
+}
+
+void tst_TcpTransport::placeIsFreeAgainAfterDisconnect()
+{
+    open(1);
+    QTcpSocket* first = connectClient();
+    QVERIFY(exchange(first));
+    first->disconnectFromHost();
+    QTRY_COMPARE(transport->clientCount(), 0);
+    QVERIFY(exchange(connectClient()));
+}
+
+void tst_TcpTransport::silentClientGivesItsPlaceUp()
+{
+    open(2, 1ms);
+    QTcpSocket* silent = connectClient();
+    QTcpSocket* active = connectClient();
+    QVERIFY(exchange(active));
+    QTRY_COMPARE(transport->clientCount(), 2);
+    QVERIFY(exchange(active)); // now `silent` is the one who asked longest ago
+    QTest::ignoreMessage(
+        QtInfoMsg,
+        QRegularExpression(QStringLiteral("^dropped the silent client 127\\.0\\.0\\.1:%1 for a new one$")
+                               .arg(silent->localPort())));
+    QVERIFY(exchange(connectClient()));
+    QTRY_COMPARE(silent->state(), QAbstractSocket::UnconnectedState);
+    QVERIFY(exchange(active));
+}
+
+void tst_TcpTransport::closesBrokenStreams()
+{
+    open(10);
+    QTcpSocket* good = connectClient();
+    const QByteArray broken[] = {QByteArray("GET / HTTP/1.1\r\nHost: panel\r\n\r\n"),
+                                 QByteArray(100000, '\xff'),
+                                 request + QByteArray::fromHex("0001 0000 0000 01"), QByteArray(7, '\0')};
+    for (const QByteArray& octets : broken) {
+        QTcpSocket* socket = connectClient();
+        socket->write(octets);
+        QTRY_COMPARE(socket->state(), QAbstractSocket::UnconnectedState);
+    }
+    QCOMPARE(transport->clientCount(), 1);
+    QVERIFY(exchange(good));
+}
+
+void tst_TcpTransport::clientThatDoesNotReadIsNotReadEither()
+{
+    open(2);
+    QTcpSocket* greedy = connectClient();
+    greedy->setReadBufferSize(1); // takes nothing from its kernel, whose buffers fill up, and then ours
+    const QByteArray flood = request.repeated(4 * 1024 * 1024);
+    greedy->write(flood);
+    QTcpSocket* other = connectClient();
+    qint64 unsent = 0;
+    for (int rounds = 0; rounds < 1000 && unsent != greedy->bytesToWrite(); ++rounds) {
+        unsent = greedy->bytesToWrite();
+        QVERIFY(exchange(other)); // is served meanwhile
+    }
+    QCOMPARE(greedy->bytesToWrite(), unsent);
+    QVERIFY(unsent > 0);
+    // Once it reads, it gets every answer.
+    greedy->setReadBufferSize(0);
+    const qint64 expected = qint64(flood.size()) / request.size() * response.size();
+    qint64 received = greedy->readAll().size();
+    connect(greedy, &QTcpSocket::readyRead, this, [&] { received += greedy->readAll().size(); });
+    QTRY_COMPARE_WITH_TIMEOUT(received, expected, 60000);
+}
+
+void tst_TcpTransport::reportsAPortInUse()
+{
+    open(1);
+    const TcpEndpoint taken{QHostAddress(QHostAddress::LocalHost), transport->port(), 1};
+    TcpTransport second(taken, 0ms, &answerWithTwoOctets);
+    QString error;
+    QVERIFY(!second.open(&error));
+    QCOMPARE(error, QStringLiteral("The bound address is already in use"));
+    transport.reset();
+    QVERIFY2(second.open(&error), qPrintable(error));
+}
+
+void tst_TcpTransport::endsWithClientsConnected()
+{
+    open(2);
+    QTcpSocket* socket = connectClient();
+    QVERIFY(exchange(socket));
+    transport.reset();
+    QTRY_COMPARE(socket->state(), QAbstractSocket::UnconnectedState);
+}
+
+QTEST_GUILESS_MAIN(tst_TcpTransport)
+#include "tst_tcptransport.moc"
