@@ -46,7 +46,7 @@ HttpStub::HttpStub(QObject* parent)
 
 bool HttpStub::listen(const QString& address)
 {
-    const bool listening = server.listen(QHostAddress(address), 80);
+    const bool listening = server.isListening() || server.listen(QHostAddress(address), 80);
     if (!listening) {
         qWarning() << "Cannot listen on" << address << server.errorString();
     }

@@ -40,7 +40,7 @@ class HttpStub : public QObject
 public:
     explicit HttpStub(QObject* parent = nullptr);
 
-    /// Listens on `address`, port 80.
+    /// Listens on `address`, port 80, unless it listens already.
     [[nodiscard]] bool listen(const QString& address = QStringLiteral("192.168.7.2"));
     /// Stops to listen and breaks all connections off.
     void close();

@@ -29,6 +29,8 @@ public:
 
     /// Starts the program; false, with a warning, when the kernel refuses.
     [[nodiscard]] bool start(const QStringList& arguments = {});
+    /// Writes to the program's standard input.
+    void write(const QByteArray& octets) { process.write(octets); }
     /// Sends `signalNumber` to the program.
     void signal(int signalNumber);
     /// Waits until the program has ended, its last output read.

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+
+#include "program.h"
+
+namespace VarnelTest {
+
+/// The simulated controller at 192.168.7.2, which broadcasts its frames and serves its page.
+class Simulator : public Program
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Simulator)
+
+public:
+    explicit Simulator(QObject* parent = nullptr);
+
+    /// Starts it with these options added and waits until it listens.
+    [[nodiscard]] bool startAndListen(const QStringList& options = {});
+    /// Lets it do one action, as its help describes them.
+    void act(const QString& action);
+    /// What happened so far, one object for each frame, request and action.
+    QList<QJsonObject> events() const;
+};
+
+} // namespace VarnelTest
