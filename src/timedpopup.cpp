@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "timedpopup.h"
 
+#include <QEventLoop>
 #include <QPointer>
 #include <QTimer>
 
@@ -38,8 +39,16 @@ void TimedPopup::timerElapsed()
 void TimedPopup::run(const QString& message, QWidget* parent)
 {
     const QPointer<TimedPopup> popup = new TimedPopup(message, parent);
-    popup->exec();
-    if (popup) { // it goes with its parent
+    QEventLoop loop;
+    connect(popup, &QDialog::finished, &loop, &QEventLoop::quit);
+    connect(popup, &QObject::destroyed, &loop, &QEventLoop::quit); // it goes with its parent
+    popup->show();
+    // Showing serves pending events, and a script run by one of them can outlast the popup. exec() would then
+    // wait for ever for a dialog that has closed itself before its loop began.
+    if (popup && popup->isVisible()) {
+        loop.exec(QEventLoop::DialogExec);
+    }
+    if (popup) {
         popup->deleteLater();
     }
 }
