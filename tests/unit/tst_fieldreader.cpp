@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include <QTest>
+
+#include "fieldreader.h"
+#include "hex.h"
+
+using Varnel::FieldReader;
+
+/// Reads of little-endian fields, and what happens past the end.
+class tst_FieldReader : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void valuesAreLittleEndian();
+    void readsUpToTheLastOctet_data();
+    void readsUpToTheLastOctet();
+    void oneReadPastTheEndIsRemembered();
+    void unalignedReads();
+};
+
+void tst_FieldReader::valuesAreLittleEndian()
+{
+    const QByteArray octets = hex("ce | 01 02 | 80 ff fe fd | c0 a8 01 0a");
+    FieldReader reader(octets);
+    QCOMPARE(reader.u8(0), quint8(0xCE));
+    QCOMPARE(reader.u16(1), quint16(0x0201));
+    QCOMPARE(reader.u32(3), quint32(0xFDFEFF80));
+    QCOMPARE(reader.ipv4(7), quint32(0xC0A8010A)); // 192.168.1.10, network order
+    QVERIFY(reader.ok());
+}
+
+void tst_FieldReader::readsUpToTheLastOctet_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("offset");
+    QTest::addColumn<bool>("inside");
+    for (const int width : {1, 2, 4}) {
+        const auto row = [width](const char* where, int offset, bool inside) {
+            QTest::addRow("%d octets %s", width, where) << width << offset << inside;
+        };
+        row("at the start: read", 0, true);
+        row("that end with the data: read", 6 - width, true);
+        row("one too far: 0", 7 - width, false);
+        row("at the end: 0", 6, false);
+        row("far behind the end: 0", 70000, false);
+        row("at the largest offset: 0", std::numeric_limits<int>::max(), false);
+        row("before the start: 0", -1, false);
+        row("at the smallest offset: 0", std::numeric_limits<int>::min(), false);
+    }
+}
+
+void tst_FieldReader::readsUpToTheLastOctet()
+{
+    QFETCH(int, width);
+    QFETCH(int, offset);
+    QFETCH(bool, inside);
+    const QByteArray octets = hex("11 11 11 11 11 11");
+    FieldReader reader(octets);
+    const quint32 value = width == 1   ? reader.u8(offset)
+                          : width == 2 ? reader.u16(offset)
+                                       : reader.u32(offset);
+    QCOMPARE(value, inside ? 0x11111111U >> unsigned(32 - 8 * width) : 0U);
+    QCOMPARE(reader.ok(), inside);
+}
+
+void tst_FieldReader::oneReadPastTheEndIsRemembered()
+{
+    const QByteArray octets = hex("01 02 03");
+    FieldReader reader(octets);
+    QCOMPARE(reader.u32(0), 0U);
+    QCOMPARE(reader.u16(1), quint16(0x0302));
+    QVERIFY(!reader.ok());
+
+    const QByteArray nothing;
+    FieldReader ofNothing(nothing);
+    QVERIFY(ofNothing.ok());
+    QCOMPARE(ofNothing.u8(0), quint8(0));
+    QVERIFY(!ofNothing.ok());
+}
+
+void tst_FieldReader::unalignedReads()
+{
+    const QByteArray octets = hex("00 01 02 03 04 05 06 07 08");
+    FieldReader reader(octets);
+    for (int offset = 0; offset < 5; ++offset) {
+        const auto first = static_cast<unsigned>(offset);
+        QCOMPARE(reader.u32(offset), first | (first + 1) << 8U | (first + 2) << 16U | (first + 3) << 24U);
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_FieldReader)
+#include "tst_fieldreader.moc"
