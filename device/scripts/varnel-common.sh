@@ -18,6 +18,9 @@ umask 022
 SCRIPT_NAME=$(basename -- "$0")
 SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
 
+# Stands in every file that the scripts write whole, to tell it from one of the distribution or the integrator.
+MADE_BY_MARK="Written by the panel's device scripts; changes are lost."
+
 # The two places where an integrator changes something: the panel's own settings and these scripts' settings.
 PANEL_SETTINGS=/usr/local/etc/varnel-browser.ini
 DEVICE_SETTINGS=/usr/local/etc/varnel-device.conf
@@ -78,12 +81,11 @@ load_settings() {
 
     NET_INTERFACE=eth0
     NET_BACKEND=auto
-    NET_WAIT_SECONDS=10
+    NET_WAIT_SECONDS=6
 
     SNMP_USER=Debian-snmp
     SNMP_AGENT_PORT=
     SNMP_CONTROLLER_PORT=
-    SNMP_WAIT_SECONDS=8
 
     MODBUS_SERVER_PORT=
     MODBUS_BUS=system
@@ -169,6 +171,13 @@ is_plain_text() {
     esac
 }
 
+# Plain text that is one bare word: no blank, no apostrophe, and no leading "-", which would read as an option.
+is_word() {
+    case $1 in
+        '' | -* | *[!\!-~]* | *[\'\"\\]*) return 1 ;;
+    esac
+}
+
 # A name that may stand in a path or on a command line: an interface, a user, a device.
 is_name() {
     case $1 in
@@ -195,6 +204,13 @@ replace_file() {
     return 1
 }
 
+# keep_original PATH: puts the distribution's own file aside once, before the first of ours takes its place.
+keep_original() {
+    if [ -f "$1" ] && [ ! -e "$1.before-varnel" ] && ! grep -q "$MADE_BY_MARK" "$1"; then
+        cp -p -- "$1" "$1.before-varnel"
+    fi
+}
+
 # private_dir PATH: a directory that root alone can look into.
 private_dir() {
     mkdir -p -- "$1" && chmod 0700 -- "$1"
@@ -206,14 +222,27 @@ have() {
     command -v "$1" >/dev/null 2>&1
 }
 
+# allow_seconds N: all that follows, until the next call, may take so long together. The panel kills a script after
+# 30 s, and one that has to put a former state back needs a share of them for that.
+allow_seconds() {
+    DEADLINE=$(($(date +%s) + $1))
+}
+
+# The whole seconds that are left, at least one.
+seconds_left() {
+    left=$((DEADLINE - $(date +%s)))
+    [ "$left" -ge 1 ] || left=1
+    echo "$left"
+}
+
 # control_service VERB NAME: start, stop or restart, with the panel's init system.
 control_service() {
     if [ -d /run/systemd/system ]; then
         # Several configurations in a row are no crash loop: start afresh with systemd's own count.
         systemctl reset-failed "$2.service" 2>/dev/null || :
-        timeout 10 systemctl --no-ask-password "$1" "$2.service" >&2
+        timeout "$(seconds_left)" systemctl --no-ask-password "$1" "$2.service" >&2
     elif [ -x "/etc/init.d/$2" ]; then
-        timeout 10 "/etc/init.d/$2" "$1" >/dev/null
+        timeout "$(seconds_left)" "/etc/init.d/$2" "$1" >/dev/null
     else
         say "no service $2 on this panel"
         return 1
@@ -232,3 +261,4 @@ await() {
 }
 
 load_settings
+allow_seconds 25

@@ -1,0 +1,58 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Remounts the USB drive read-write while a file is saved, and read-only again afterwards, so that a drive pulled at
+# any other time is never damaged. Exit status: 3 no drive, 4 busy, 5 the drive is write-protected, 1 anything else.
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+
+usage() {
+    echo "Usage: $SCRIPT_NAME rw|ro"
+}
+
+# The mount point is the directory in which the panel saves, and no other: a mistyped setting must not remount
+# the system.
+mount_point() {
+    directory=$(panel_setting Files Directory /usbmnt)
+    case $directory in
+        / | *//* | */./* | */../* | */. | */..) fail "'$directory' cannot be the drive's mount point" ;;
+        /*) ;;
+        *) fail "'$directory' is no absolute path" ;;
+    esac
+    printf '%s\n' "$directory"
+}
+
+remount() {
+    [ $# -eq 1 ] || bad_usage "one argument is needed, not $#"
+    point=$(mount_point)
+    if ! mountpoint -q -- "$point"; then
+        say "no drive is mounted on $point"
+        exit 3
+    fi
+    # What was written reaches the drive before its state changes; a failing drive is reported, not hidden.
+    sync -f -- "$point" || say "cannot flush $point"
+    if message=$(mount -o "remount,$1" -- "$point" 2>&1); then
+        return 0
+    fi
+    case $message in
+        *busy*)
+            say "$point is busy: a file on it is still open for writing"
+            exit 4
+            ;;
+        *write-protected* | *"Read-only file system"*)
+            say "the drive on $point is write-protected"
+            exit 5
+            ;;
+        *)
+            fail "$message"
+            ;;
+    esac
+}
+
+case ${1:-} in
+    rw | ro)
+        remount "$@"
+        ;;
+    *)
+        bad_usage "unknown argument '${1:-}'"
+        ;;
+esac

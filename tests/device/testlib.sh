@@ -1,0 +1,159 @@
+# SPDX-License-Identifier: MIT
+# shellcheck shell=sh disable=SC2034
+# What the tests of the device scripts share. A test begins with
+#
+#     set -eu
+#     . "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
+#     enter_namespace "$@"
+#
+# and then has the machine to itself: a network without links, a private copy of /etc, empty /run and /usr/local/etc,
+# and its own processes, all of which end with it. VARNEL_DEVICE_SCRIPTS names the directory of the scripts to test,
+# so that an integrator's replacements pass through the same tests.
+
+TEST_DIR=$(dirname -- "$(readlink -f -- "$0")")
+ROOT_DIR=$(dirname -- "$(dirname -- "$TEST_DIR")")
+SCRIPTS=$(readlink -f -- "${VARNEL_DEVICE_SCRIPTS:-$ROOT_DIR/device/scripts}")
+PATH=/usr/sbin:/usr/bin:/sbin:/bin
+export PATH
+export LC_ALL=C MIBS=
+
+enter_namespace() {
+    if [ "${VARNEL_IN_NAMESPACE:-}" = yes ]; then
+        prepare_machine
+        return
+    fi
+    become_root=
+    [ "$(id -u)" -eq 0 ] || become_root="--map-root-user --map-auto"
+    # shellcheck disable=SC2086
+    VARNEL_IN_NAMESPACE=yes exec unshare $become_root --mount --net --uts --ipc --pid --fork --kill-child \
+        --mount-proc -- "$0" "$@"
+}
+
+prepare_machine() {
+    mount --make-rprivate /
+    mount -t tmpfs -o mode=0755 tmpfs /run
+    # systemd's network daemon asks udev about every link unless /sys cannot be written.
+    mount -t sysfs -o ro sysfs /sys
+    WORK=/run/test
+    mkdir -p "$WORK" /run/lock /run/network /run/usbmnt
+    cp -a /etc "$WORK/etc"
+    mount --bind "$WORK/etc" /etc
+    # A container's name servers are a mount of their own, beneath the copy.
+    rm -f /etc/resolv.conf
+    echo "# the test's own" >/etc/resolv.conf
+    mount -t tmpfs -o mode=0755 tmpfs /usr/local/etc
+    if [ -d /var/lib/snmp ]; then
+        mount -t tmpfs -o mode=0755 tmpfs /var/lib/snmp
+        chown Debian-snmp: /var/lib/snmp
+    fi
+    cat >/usr/local/etc/varnel-browser.ini <<END
+[Files]
+Directory=/run/usbmnt
+UsbDriveFile=/run/usbdrive
+END
+    cat >/usr/local/etc/varnel-device.conf <<END
+KEEP_DIR=/run/keep
+END
+    ip link set lo up
+}
+
+# add_links: eth0 is the panel's interface, the namespace "far" the network behind it.
+add_links() {
+    ip netns add far
+    ip link add eth0 type veth peer name far0
+    ip link set far0 netns far
+    far ip link set lo up
+    far ip link set far0 up
+}
+
+far() {
+    ip netns exec far "$@"
+}
+
+# --- checks ---
+
+checks=0
+failures=0
+
+pass() {
+    checks=$((checks + 1))
+    echo "ok   - $1"
+}
+
+flunk() {
+    checks=$((checks + 1))
+    failures=$((failures + 1))
+    echo "FAIL - $1"
+}
+
+# check NAME COMMAND...: the command succeeds.
+check() {
+    name=$1
+    shift
+    if "$@"; then pass "$name"; else flunk "$name"; fi
+}
+
+# check_not NAME COMMAND...: the command fails.
+check_not() {
+    name=$1
+    shift
+    if "$@"; then flunk "$name"; else pass "$name"; fi
+}
+
+# check_equal NAME EXPECTED ACTUAL
+check_equal() {
+    if [ "$2" = "$3" ]; then
+        pass "$1"
+    else
+        flunk "$1"
+        printf '       expected: %s\n       actual:   %s\n' "$2" "$3"
+    fi
+}
+
+# run STATUS NAME SCRIPT ARGUMENT...: runs a script of the panel as the panel does, with null input; its standard error
+# is kept in $WORK/err for said().
+run() {
+    expected=$1 name=$2 script=$3
+    shift 3
+    status=0
+    "$SCRIPTS/$script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" || status=$?
+    if [ "$status" -eq "$expected" ]; then
+        pass "$name"
+    else
+        flunk "$name"
+        echo "       status $status instead of $expected"
+        sed 's/^/       /' "$WORK/err"
+    fi
+}
+
+# said TEXT: the last run said so on standard error.
+said() {
+    check_said=$1
+    if grep -qF -- "$check_said" "$WORK/err"; then
+        pass "said: $check_said"
+    else
+        flunk "said: $check_said"
+        sed 's/^/       /' "$WORK/err"
+    fi
+}
+
+# eventually COMMAND...: within 10 s the command succeeds.
+eventually() {
+    tries=100
+    until "$@"; do
+        tries=$((tries - 1))
+        [ "$tries" -gt 0 ] || return 1
+        sleep 0.1
+    done
+}
+
+# sums PATH...: what the files hold, and that they are there; for "nothing changed".
+sums() {
+    md5sum -- "$@" 2>&1 || :
+}
+
+# The end of each test; a test that checked nothing has failed.
+finish() {
+    echo "$checks checks, $failures failures"
+    [ "$checks" -gt 0 ] && [ "$failures" -eq 0 ]
+}
