@@ -24,9 +24,11 @@ enter_namespace() {
     fi
     become_root=
     [ "$(id -u)" -eq 0 ] || become_root="--map-root-user --map-auto"
-    # shellcheck disable=SC2086
+    # The first process of a PID namespace inherits the daemons that the test starts, and has to take note of their
+    # end: whoever waits for a daemon to disappear would otherwise wait for ever. A shell in "wait" does.
+    # shellcheck disable=SC2016,SC2086
     VARNEL_IN_NAMESPACE=yes exec unshare $become_root --mount --net --uts --ipc --pid --fork --kill-child \
-        --mount-proc -- "$0" "$@"
+        --mount-proc -- /bin/sh -c '"$0" "$@" & wait "$!"' "$0" "$@"
 }
 
 prepare_machine() {
@@ -88,16 +90,16 @@ flunk() {
 
 # check NAME COMMAND...: the command succeeds.
 check() {
-    name=$1
+    check_name=$1
     shift
-    if "$@"; then pass "$name"; else flunk "$name"; fi
+    if "$@"; then pass "$check_name"; else flunk "$check_name"; fi
 }
 
 # check_not NAME COMMAND...: the command fails.
 check_not() {
-    name=$1
+    check_name=$1
     shift
-    if "$@"; then flunk "$name"; else pass "$name"; fi
+    if "$@"; then flunk "$check_name"; else pass "$check_name"; fi
 }
 
 # check_equal NAME EXPECTED ACTUAL
@@ -113,15 +115,15 @@ check_equal() {
 # run STATUS NAME SCRIPT ARGUMENT...: runs a script of the panel as the panel does, with null input; its standard error
 # is kept in $WORK/err for said().
 run() {
-    expected=$1 name=$2 script=$3
+    run_expected=$1 run_name=$2 run_script=$3
     shift 3
-    status=0
-    "$SCRIPTS/$script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" || status=$?
-    if [ "$status" -eq "$expected" ]; then
-        pass "$name"
+    run_status=0
+    "$SCRIPTS/$run_script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" || run_status=$?
+    if [ "$run_status" -eq "$run_expected" ]; then
+        pass "$run_name"
     else
-        flunk "$name"
-        echo "       status $status instead of $expected"
+        flunk "$run_name"
+        echo "       status $run_status instead of $run_expected"
         sed 's/^/       /' "$WORK/err"
     fi
 }

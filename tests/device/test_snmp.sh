@@ -1,0 +1,287 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# snmpctl.sh, snmpcfg.sh and snmptrap.sh: managers read a controller's value through the panel's snmpd, and traps
+# reach a manager's snmptrapd, with every security model; refused configurations leave the former one running.
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
+enter_namespace "$@"
+add_links
+ip address add 192.168.7.2/24 dev eth0
+ip link set eth0 up
+for address in 192.168.7.1 192.168.7.20 192.168.7.21 192.168.7.50; do
+    far ip address add "$address/24" dev far0
+done
+
+CONTROLLER=192.168.7.20
+MANAGER=192.168.7.50
+OID=.1.3.6.1.4.1.99999
+ENGINE=0x8000000001020304
+PHRASE="pass phrase #1 it's"
+KEY="key phrase #2"
+
+# --- stand-ins: controllers with an agent each, a manager with a trap receiver ---
+
+# Debian's init script looks for every process of the program snmpd; the stand-ins run copies, as they would run on
+# machines of their own.
+cp /usr/sbin/snmpd "$WORK/controller-agent"
+cp /usr/sbin/snmptrapd "$WORK/trap-receiver"
+
+stand_in_controller() {
+    mkdir -p "$WORK/controller-$1"
+    cat >"$WORK/controller-$1/snmpd.conf" <<END
+agentAddress udp:$1:$3
+rocommunity $2
+sysDescr controller $1
+override $OID.1.0 octet_str "value of $1"
+END
+    SNMP_PERSISTENT_DIR=$WORK/controller-$1 far "$WORK/controller-agent" -r -C -c "$WORK/controller-$1/snmpd.conf" \
+        -Lf "$WORK/controller-$1/log" -I -smux,mteTrigger,mteTriggerConf
+}
+
+# Afresh for each model: a manager that has heard the controller with an engine id takes no start trap of the panel's
+# agent with the same one, which net-snmp sends with a boot count of 0 (RFC 3414, 3.2, step 7).
+stand_in_manager() {
+    if [ -e "$WORK/manager.pid" ]; then
+        kill "$(cat "$WORK/manager.pid")"
+        eventually manager_gone
+    fi
+    rm -rf "$WORK/manager"
+    cat >"$WORK/manager.conf" <<END
+snmpTrapdAddr udp:$MANAGER:1162
+format1 %P %v\n
+format2 %P %v\n
+authCommunity log trap#comm
+createUser -e $ENGINE nouser
+createUser -e $ENGINE hashuser MD5 "$PHRASE"
+createUser -e $ENGINE privuser SHA "$PHRASE" AES "$KEY"
+createUser -e $ENGINE desuser SHA "$PHRASE" DES "$KEY"
+authUser log nouser noauth
+authUser log hashuser
+authUser log privuser priv
+authUser log desuser priv
+END
+    SNMP_PERSISTENT_DIR=$WORK/manager far "$WORK/trap-receiver" -C -c "$WORK/manager.conf" -Lf "$WORK/traps" \
+        -p "$WORK/manager.pid"
+}
+
+manager_gone() {
+    ! far ss -H -l -u -n "sport = :1162" | grep -q .
+}
+
+stand_in_controller "$CONTROLLER" comm 161
+stand_in_controller 192.168.7.21 comm 161
+
+# get OPTION...: what a manager reads of the controller's value through the panel.
+get() {
+    far snmpget -r 1 -t 2 -O qv "$@" 192.168.7.2 "$OID.1.0" 2>/dev/null
+}
+
+refused() {
+    ! get -r 0 -t 0.5 "$@" >/dev/null
+}
+
+# configure AGENT-ARGUMENT...: a transaction without trap destinations.
+configure() {
+    run 0 "init" snmpctl.sh init
+    run 0 "snmpcfg.sh $6" snmpcfg.sh "$@"
+    run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 "trap#comm"
+    run 0 "apply" snmpctl.sh apply
+}
+
+VALUE="\"value of $CONTROLLER\""
+
+# --- the agent, each security model ---
+
+configure "$CONTROLLER" 161 "" comm "$OID" V1
+check_equal "V1: a manager reads the controller's value" "$VALUE" "$(get -v 1 -c comm)"
+check "V1: version 2c is refused" refused -v 2c -c comm
+check "V1: another community is refused" refused -v 1 -c public
+
+configure "$CONTROLLER" 161 ctx comm "$OID" V2
+check_equal "V2: a manager reads the controller's value" "$VALUE" "$(get -v 2c -c comm)"
+check "V2: version 1 is refused" refused -v 1 -c comm
+check "V2: nothing can be written" sh -c "! ip netns exec far snmpset -r 0 -t 0.5 -v 2c -c comm 192.168.7.2 \
+    $OID.1.0 s x >/dev/null 2>&1"
+
+configure "$CONTROLLER" 161 "" comm .1.3.6.1.2.1.1 V2
+check_equal "V2: the controller's system group, not the panel's" "\"controller $CONTROLLER\"" \
+    "$(far snmpget -O qv -v 2c -c comm 192.168.7.2 .1.3.6.1.2.1.1.1.0)"
+
+configure "$CONTROLLER" 161 "" comm "$OID" V3NOAUTH nouser
+check_equal "V3NOAUTH: read" "$VALUE" "$(get -v 3 -u nouser -l noAuthNoPriv)"
+check "V3NOAUTH: another user is refused" refused -v 3 -u other -l noAuthNoPriv
+check "V3NOAUTH: version 2c is refused" refused -v 2c -c comm
+
+for hash in MD5 SHA; do
+    configure "$CONTROLLER" 161 ctx comm "$OID" V3NOPRIV hashuser "$hash" "$PHRASE"
+    check_equal "V3NOPRIV $hash: read in the context" "$VALUE" \
+        "$(get -v 3 -n ctx -u hashuser -l authNoPriv -a "$hash" -A "$PHRASE")"
+    check "V3NOPRIV $hash: without authentication refused" refused -v 3 -n ctx -u hashuser -l noAuthNoPriv
+    check "V3NOPRIV $hash: a wrong pass phrase is refused" refused -v 3 -n ctx -u hashuser -l authNoPriv \
+        -a "$hash" -A "wrong phrase"
+    for cipher in DES AES; do
+        configure "$CONTROLLER" 161 "" comm "$OID" V3PRIV privuser "$hash" "$PHRASE" "$cipher" "$KEY"
+        check_equal "V3PRIV $hash $cipher: read" "$VALUE" \
+            "$(get -v 3 -u privuser -l authPriv -a "$hash" -A "$PHRASE" -x "$cipher" -X "$KEY")"
+        check "V3PRIV $hash $cipher: without encryption refused" refused -v 3 -u privuser -l authNoPriv \
+            -a "$hash" -A "$PHRASE"
+    done
+done
+check "the user of a former configuration is gone" refused -v 3 -u hashuser -l authNoPriv -a SHA -A "$PHRASE"
+
+# The same user with a new pass phrase: net-snmp's own state must not bring the old one back.
+configure "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV privuser SHA "another phrase"
+check_equal "a changed pass phrase: the new one counts" "$VALUE" \
+    "$(get -v 3 -u privuser -l authNoPriv -a SHA -A "another phrase")"
+check "a changed pass phrase: the old one is refused" refused -v 3 -u privuser -l authNoPriv -a SHA -A "$PHRASE"
+
+check_equal "files with secrets: root and the daemon alone" "600
+600
+600" "$(stat -c %a /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/snmp/agent)"
+check_equal "state directory: root alone" "700" "$(stat -c %a /run/keep/snmp)"
+check "the distribution's own file is kept" grep -q "agentaddress  127.0.0.1" /etc/snmp/snmpd.conf.before-varnel
+check_not "nothing is left of the transaction" test -e /run/varnel/snmp
+
+# --- refusals: the former configuration stays ---
+
+FORMER="-v 3 -u privuser -l authNoPriv -a SHA -A another\ phrase"
+files="/etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/snmp/agent"
+# shellcheck disable=SC2086
+before=$(sums $files)
+daemon=$(pidof snmpd)
+
+refuse() {
+    name=$1 status=$2 text=$3
+    shift 3
+    run 0 "init" snmpctl.sh init
+    run "$status" "$name: refused" snmpcfg.sh "$@"
+    said "$text"
+    run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
+    run 1 "apply after a refusal: refused" snmpctl.sh apply
+    said "former SNMP configuration stays"
+}
+refuse "an address that is none" 2 "is no address" 192.168.7.300 161 "" comm "$OID" V1
+refuse "a port that is none" 2 "is no port" "$CONTROLLER" 0 "" comm "$OID" V1
+refuse "a community with a newline" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "comm
+rwcommunity evil" "$OID" V1
+refuse "a community with quotes" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" 'co"mm' "$OID" V1
+refuse "a community beyond ASCII" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "commé" "$OID" V1
+refuse "no community" 1 "community is empty" "$CONTROLLER" 161 "" "" "$OID" V1
+refuse "a context with a blank" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "a b" comm "$OID" V1
+refuse "an object by name" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm sysDescr V1
+refuse "no object" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm "" V1
+refuse "an unknown model" 2 "unknown model 'V4'" "$CONTROLLER" 161 "" comm "$OID" V4
+refuse "a missing value" 2 "takes 3 values" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user SHA
+refuse "an unknown hash" 1 "'UNDEF' is no authentication" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user UNDEF "$PHRASE"
+refuse "an unknown cipher" 1 "'UNDEF' is no encryption" "$CONTROLLER" 161 "" comm "$OID" V3PRIV user SHA "$PHRASE" \
+    UNDEF "$KEY"
+refuse "a short pass phrase" 1 "shorter than the 8 characters" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user SHA 1234567
+refuse "a pass phrase with a control character" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" comm "$OID" \
+    V3NOPRIV user SHA "$(printf '12345678\t')"
+
+run 0 "init" snmpctl.sh init
+run 1 "apply without the steps: refused" snmpctl.sh apply
+said "a step is missing"
+rm -r /run/varnel/snmp
+run 1 "apply without init: refused" snmpctl.sh apply
+run 1 "snmpcfg.sh without init: refused" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V1
+run 2 "an unknown verb: refused" snmpctl.sh reload
+
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
+# shellcheck disable=SC2086
+check_equal "before apply: nothing changed" "$before" "$(sums $files)"
+for bad in "add 192.168.7.x 162 V2 c" "add $MANAGER 0 V2 c" "add $MANAGER 162 V9 c" "add $MANAGER 162 V2" \
+    "add 224.0.0.1 162 V2 c" "drop $MANAGER 162 V2 c" "add"; do
+    # shellcheck disable=SC2086
+    run 2 "snmptrap.sh $bad: refused" snmptrap.sh $bad
+done
+run 1 "an engine id that is none: refused" snmptrap.sh add "$MANAGER" 162 V3NOAUTH "engine" user
+# shellcheck disable=SC2086
+check_equal "refusals: nothing changed" "$before" "$(sums $files)"
+check_equal "refusals: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+eval "check_equal 'refusals: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+
+# A port that another program holds: net-snmp does not come up, and the former configuration comes back.
+far true
+python3 -c '
+import socket, time
+held = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+held.bind(("0.0.0.0", 2161))
+time.sleep(60)' &
+holder=$!
+port_held() { ss -H -l -u -n "sport = :2161" | grep -q .; }
+eventually port_held
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh on a port in use" snmpcfg.sh "$CONTROLLER" 2161 "" comm "$OID" V2
+run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
+run 1 "apply on a port in use: refused" snmpctl.sh apply
+said "the former one is back"
+kill "$holder"
+# shellcheck disable=SC2086
+check_equal "apply on a port in use: the former files are back" "$before" "$(sums $files)"
+eval "check_equal 'apply on a port in use: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+
+# --- another controller with the same configuration ---
+
+configure "$CONTROLLER" 161 "" comm "$OID" V2
+run 0 "r7m.sh add: the same controller" r7m.sh add "$CONTROLLER" 7 161 1162 0 502 1
+daemon=$(pidof snmpd)
+run 0 "r7m.sh add again" r7m.sh add "$CONTROLLER" 7 161 1162 0 502 1
+check_equal "the same controller: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+run 0 "r7m.sh add: another controller" r7m.sh add 192.168.7.21 7 161 1162 0 502 1
+check_equal "another controller: its value is read" '"value of 192.168.7.21"' "$(get -v 2c -c comm)"
+
+# --- traps ---
+
+received() {
+    grep -qF -- "$1" "$WORK/traps"
+}
+
+# traps NAME MODEL...: the panel's own start trap, and one that the controller sends to the panel, reach the manager.
+traps() {
+    name=$1
+    shift
+    run 0 "init" snmpctl.sh init
+    run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
+    run 0 "snmptrap.sh init" snmptrap.sh init "$MANAGER" 1162 "$@"
+    run 0 "snmptrap.sh add" snmptrap.sh add "$MANAGER" 1162 "$@"
+    run 0 "snmptrap.sh add, not set" snmptrap.sh add 0.0.0.0 1162 "$@"
+    run 0 "snmptrap.sh add, the panel itself" snmptrap.sh add 192.168.7.2 1162 "$@"
+    stand_in_manager
+    : >"$WORK/traps"
+    run 0 "apply" snmpctl.sh apply
+    if [ "$1" = V1 ]; then
+        check "$name: the agent's start trap reaches the manager" eventually received "TRAP, SNMP v1"
+        far snmptrap -v 1 -c "$2" 192.168.7.2:1162 "$OID" "$CONTROLLER" 6 1 5 "$OID.2.0" s "$name-trap"
+    else
+        check "$name: the agent's start trap reaches the manager" eventually received "3.6.1.6.3.1.1.5.1"
+        # shellcheck disable=SC2086
+        eval "far snmptrap $session 192.168.7.2:1162 5 $OID.0.1 $OID.2.0 s '$name-trap'"
+    fi
+    check "$name: the controller's trap reaches the manager" eventually received "$name-trap"
+}
+
+traps V1 V1 "trap#comm"
+session="-v 2c -c 'trap#comm'"
+traps V2 V2 "trap#comm"
+session="-v 3 -e $ENGINE -u nouser -l noAuthNoPriv"
+traps V3NOAUTH V3NOAUTH "$ENGINE" nouser
+session="-v 3 -e $ENGINE -u hashuser -l authNoPriv -a MD5 -A \"\$PHRASE\""
+traps V3NOPRIV V3NOPRIV "$ENGINE" hashuser MD5 "$PHRASE"
+session="-v 3 -e $ENGINE -u privuser -l authPriv -a SHA -A \"\$PHRASE\" -x AES -X \"\$KEY\""
+traps V3PRIV-AES V3PRIV "${ENGINE#0x}" privuser SHA "$PHRASE" AES "$KEY"
+session="-v 3 -e $ENGINE -u desuser -l authPriv -a SHA -A \"\$PHRASE\" -x DES -X \"\$KEY\""
+traps V3PRIV-DES V3PRIV "$ENGINE" desuser SHA "$PHRASE" DES "$KEY"
+check_equal "one trap is passed on once" 1 "$(grep -cF V3PRIV-DES-trap "$WORK/traps")"
+
+# --- no agent wanted, no destinations ---
+
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh without a model" snmpcfg.sh "$CONTROLLER" 161 "" comm
+run 0 "snmptrap.sh init without a model" snmptrap.sh init 0.0.0.0 1162
+run 0 "snmptrap.sh add without a model" snmptrap.sh add "$MANAGER" 1162
+run 0 "apply" snmpctl.sh apply
+check "no model: nobody reads anything" refused -v 2c -c comm
+check_not "no destination: nothing takes traps" sh -c 'ss -H -l -u -n "sport = :1162" | grep -q .'
+finish
