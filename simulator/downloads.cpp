@@ -91,6 +91,7 @@ HttpReply downloadReply(const QString& path, const QMap<QString, QString>& query
     }
     HttpReply missing;
     missing.status = 404;
+    missing.addHeader("Content-Type", "text/plain");
     missing.body = "no such download\n";
     return missing;
 }

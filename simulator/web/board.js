@@ -103,6 +103,8 @@
                 then();
         };
         request.open(query ? 'POST' : 'GET', '/control' + (query ? '?' + query : ''), true);
+        if (query)
+            request.setRequestHeader('Content-Type', 'text/plain');
         request.send();
     }
 
