@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "simulatorprocess.h"
 
-#include "frameencoder.h"
+#include "framefaults.h"
+#include "httpfaults.h"
+#include "simulation.h"
 
 #include <QNetworkDatagram>
 #include <QTcpServer>
@@ -48,6 +50,22 @@ bool isCorrect(const QByteArray& frame)
            Simulator::littleEndian(Simulator::crcKermit(frame.chopped(2)), 2) == frame.right(2);
 }
 
+/// The names of everything that a user can ask for.
+QList<QByteArray> documentedWords()
+{
+    QList<QByteArray> words{"--http",     "--target",   "--broadcast",  "--source",   "--interval",
+                            "--count",    "--sections", "--set",        "--map",      "--login",
+                            "--password", "--page",     "--upload-dir", "--scenario", "--do",
+                            "--stdin",    "--log",      "--help",       "--version"};
+    for (const Simulator::ActionHelp& action : Simulator::actionHelp())
+        words.append(QByteArray(action.usage).split(' ').first());
+    for (const Simulator::FrameFault& fault : Simulator::frameFaults())
+        words.append(fault.name);
+    for (const Simulator::HttpFaultKind& fault : Simulator::httpFaultKinds())
+        words.append(fault.name);
+    return words;
+}
+
 } // namespace
 
 /// The program as a whole: its frames, what it takes on standard input, and how it starts and ends.
@@ -75,6 +93,8 @@ private slots:
     void refusesToStart();
     void refusesPortInUse();
     void explainsItself();
+    void isDocumented_data();
+    void isDocumented();
 };
 
 void SimulatorProgramTest::sendsFramesOnSchedule()
@@ -358,15 +378,28 @@ void SimulatorProgramTest::explainsItself()
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 0);
     const QByteArray help = process.readAllStandardOutput();
-    const char* const mentioned[] = {
-        "--http",     "--target", "--broadcast",       "--source",        "--interval",   "--count",
-        "--sections", "--map",    "--login",           "--password",      "--upload-dir", "--scenario",
-        "--stdin",    "--log",    "silence seconds=N", "unknown-section", "redirect-loop"};
-    for (const char* word : mentioned)
-        QVERIFY2(help.contains(word), word);
+    for (const QByteArray& word : documentedWords())
+        QVERIFY2(help.contains(word), word.constData());
     process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--version")});
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.readAllStandardOutput(), QByteArray("r7m-simulator " VARNEL_VERSION "\n"));
+}
+
+void SimulatorProgramTest::isDocumented_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::newRow("README") << QStringLiteral(SOURCES "/simulator/README.md");
+    QTest::newRow("manual page") << QStringLiteral(SOURCES "/docs/man/r7m-simulator.1");
+}
+
+void SimulatorProgramTest::isDocumented()
+{
+    QFETCH(QString, path);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray text = file.readAll().replace("\\-", "-");
+    for (const QByteArray& word : documentedWords())
+        QVERIFY2(text.contains(word), word.constData());
 }
 
 QTEST_GUILESS_MAIN(SimulatorProgramTest)
