@@ -104,6 +104,7 @@ int main(int argc, char* argv[])
         return EXIT_FAILURE;
     }
     endWithBus(connection, interface);
+    qCInfo(lcServer).noquote() << "ready on D-Bus as" << BusInterface::serviceName();
     service.restore();
     return QCoreApplication::exec();
 }

@@ -2,6 +2,9 @@
 #include "tcptransport.h"
 
 #include <algorithm>
+#include <cerrno>
+
+#include <sys/socket.h>
 
 #include <QLoggingCategory>
 #include <QTcpSocket>
@@ -23,6 +26,16 @@ constexpr std::chrono::seconds acceptPause{1};
 QString peer(const QTcpSocket* socket)
 {
     return QStringLiteral("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort());
+}
+
+/// True when the peer has closed the connection and nothing is left to read, though the event loop does not
+/// know yet.
+bool isGone(const QTcpSocket* socket)
+{
+    char octet = 0;
+    const auto descriptor = static_cast<int>(socket->socketDescriptor());
+    const ssize_t size = ::recv(descriptor, &octet, 1, MSG_PEEK | MSG_DONTWAIT);
+    return size == 0 || (size < 0 && errno == ECONNRESET);
 }
 
 } // namespace
@@ -88,9 +101,16 @@ void TcpTransport::welcome(QTcpSocket* socket)
     serve(client); // octets that came with the connection have been signalled already
 }
 
-/// Frees the place of the client that asked longest ago, if that is long enough.
+/// Frees the place of a client that has left, or of the one that asked longest ago, if that is long enough.
 bool TcpTransport::makeRoom()
 {
+    // A client that closes and connects again at once may be seen in the other order.
+    const auto gone = std::find_if(clients.begin(), clients.end(),
+                                   [](const Client& client) { return isGone(client.socket); });
+    if (gone != clients.end()) {
+        drop(gone->socket);
+        return true;
+    }
     const auto idlest =
         std::max_element(clients.begin(), clients.end(), [](const Client& a, const Client& b) {
             return a.lastRequest.elapsed() < b.lastRequest.elapsed();

@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+#include "modbusbench.h"
+
+#include <cerrno>
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <modbus.h>
+
+namespace VarnelTest {
+
+namespace {
+
+const QString sourceDir = QStringLiteral(VARNEL_SOURCE_DIR);
+const QString scriptDir = QStringLiteral("/usr/local/bin");
+const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
+const QString busConfiguration = QStringLiteral("/run/dbus/bus.conf");
+const QString serviceDir = QStringLiteral("/run/dbus/services");
+const char* const deviceScripts[] = {"varnel-common.sh", "varnel-modbus.sh", "mbserverstart.sh",
+                                     "mbserverstop.sh", "mbserverupdate.sh"};
+
+/// A system bus like the distribution's, less what needs its users; %1 is where services are, %2 our policy.
+const QString configuration = QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=/run/dbus/system_bus_socket</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>%1</servicedir>
+  <policy context="default">
+    <allow user="*"/>
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+  </policy>
+  <include>%2</include>
+</busconfig>
+)");
+
+bool writeFile(const QString& path, const QString& text)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(text.toUtf8()) >= 0;
+}
+
+} // namespace
+
+bool ModbusBench::installScripts()
+{
+    for (const char* name : deviceScripts) {
+        const QString target = scriptDir + QLatin1Char('/') + QLatin1String(name);
+        QFile::remove(target);
+        if (!QFile::copy(sourceDir + QStringLiteral("/device/scripts/") + QLatin1String(name), target)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// With the device's own activation file, but for the program's place and options.
+bool ModbusBench::writeConfiguration(const QString& activation)
+{
+    QDir(serviceDir).removeRecursively();
+    if (!QDir().mkpath(serviceDir)) {
+        return false;
+    }
+    const QString policy = sourceDir + QStringLiteral("/device/dbus/org.varnel.ModbusServer1.conf");
+    if (!writeFile(busConfiguration, configuration.arg(serviceDir, policy))) {
+        return false;
+    }
+    if (activation.isNull()) {
+        return true;
+    }
+    QFile service(sourceDir + QStringLiteral("/device/dbus/org.varnel.ModbusServer1.service.in"));
+    if (!service.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    const QString program = QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-modbus-server");
+    const QString text = QString::fromUtf8(service.readAll())
+                             .replace(QStringLiteral("@CMAKE_INSTALL_FULL_BINDIR@/varnel-modbus-server"),
+                                      program + QLatin1Char(' ') + activation);
+    return writeFile(serviceDir + QStringLiteral("/org.varnel.ModbusServer1.service"), text);
+}
+
+bool ModbusBench::start(const QString& activation)
+{
+    // Locks of serial ports, which a device has.
+    if (!QDir().mkpath(QStringLiteral("/var/lock")) || !installScripts() || !writeConfiguration(activation)) {
+        return false;
+    }
+    QFile::remove(busSocket);
+    daemon = std::make_unique<Program>(QStringLiteral("/usr/bin/dbus-daemon"));
+    return daemon->start({QStringLiteral("--config-file=") + busConfiguration, QStringLiteral("--nofork"),
+                          QStringLiteral("--nopidfile"), QStringLiteral("--nosyslog")}) &&
+           QTest::qWaitFor([] { return QFile::exists(busSocket); }, int(patience.count()));
+}
+
+ScriptRun ModbusBench::run(const QString& script, const QStringList& arguments)
+{
+    Program program(scriptDir + QLatin1Char('/') + script);
+    if (!program.start(arguments) || !program.awaitEnd()) {
+        return {};
+    }
+    return {program.exitStatus(), program.log().lines()};
+}
+
+QString ModbusBench::writeInit(const QString& protocol, const QString& interface, const QString& tables)
+{
+    const QJsonObject root{
+        {QStringLiteral("cmd"), QStringLiteral("init")},
+        {QStringLiteral("delay"), 500},
+        {QStringLiteral("protocol"), protocol},
+        {protocol, QJsonDocument::fromJson('{' + interface.toUtf8() + '}').object()},
+        {QStringLiteral("tables"), QJsonDocument::fromJson('[' + tables.toUtf8() + ']').array()},
+    };
+    const QString path = QStringLiteral("/tmp/etc/mbserver_init.dbus");
+    const bool written =
+        QDir().mkpath(QStringLiteral("/tmp/etc")) &&
+        writeFile(path, QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented)));
+    return written ? path : QString();
+}
+
+QString ModbusBench::update(int address, const QVector<quint16>& words)
+{
+    QJsonArray values;
+    for (const quint16 word : words) {
+        values.append(word);
+    }
+    const QJsonObject run{{QStringLiteral("address"), address}, {QStringLiteral("values"), values}};
+    const QJsonObject root{{QStringLiteral("cmd"), QStringLiteral("setconfig")},
+                           {QStringLiteral("data"), QJsonArray{run}}};
+    return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Compact));
+}
+
+ModbusClient::ModbusClient(_modbus* newContext)
+    : context(newContext)
+{
+    modbus_set_response_timeout(context, patience.count() / 1000, 0);
+}
+
+ModbusClient::~ModbusClient()
+{
+    modbus_close(context);
+    modbus_free(context);
+}
+
+std::unique_ptr<ModbusClient> ModbusClient::tcp(int port, const char* address)
+{
+    return std::unique_ptr<ModbusClient>(new ModbusClient(modbus_new_tcp(address, port)));
+}
+
+std::unique_ptr<ModbusClient> ModbusClient::rtu(const QString& device, int baud, int unit)
+{
+    std::unique_ptr<ModbusClient> client(
+        new ModbusClient(modbus_new_rtu(device.toLocal8Bit().constData(), baud, 'N', 8, 1)));
+    modbus_set_slave(client->context, unit);
+    return client;
+}
+
+bool ModbusClient::note(int result)
+{
+    lastProblem = result < 0 ? QString::fromLocal8Bit(modbus_strerror(errno)) : QString();
+    return result >= 0;
+}
+
+bool ModbusClient::connect()
+{
+    return note(modbus_connect(context));
+}
+
+template<typename Word, typename Function>
+QVector<Word> ModbusClient::read(Function function, int address, int count)
+{
+    QVector<Word> words(count);
+    return note(function(context, address, count, words.data())) ? words : QVector<Word>();
+}
+
+QVector<quint16> ModbusClient::holding(int address, int count)
+{
+    return read<quint16>(&modbus_read_registers, address, count);
+}
+
+QVector<quint16> ModbusClient::input(int address, int count)
+{
+    return read<quint16>(&modbus_read_input_registers, address, count);
+}
+
+QVector<quint8> ModbusClient::coils(int address, int count)
+{
+    return read<quint8>(&modbus_read_bits, address, count);
+}
+
+QVector<quint8> ModbusClient::discrete(int address, int count)
+{
+    return read<quint8>(&modbus_read_input_bits, address, count);
+}
+
+bool ModbusClient::write(int address, quint16 word)
+{
+    return note(modbus_write_register(context, address, word));
+}
+
+bool ModbusClient::writeMany(int address, const QVector<quint16>& words)
+{
+    return note(modbus_write_registers(context, address, words.size(), words.constData()));
+}
+
+} // namespace VarnelTest
