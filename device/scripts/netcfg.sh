@@ -101,7 +101,7 @@ END
 }
 
 networkd_reload() {
-    networkctl reload && networkctl reconfigure "$NET_INTERFACE"
+    timeout 4 networkctl reload >&2 && timeout 4 networkctl reconfigure "$NET_INTERFACE" >&2
 }
 
 # "10-" sorts before the files that a distribution or an installer brings: the first that matches counts.
@@ -122,9 +122,17 @@ networkd_apply() {
     return 1
 }
 
-# A lease depends on a server that may be switched on later; systemd-networkd goes on asking by itself.
+# A lease depends on a server that may be switched on later, an address on a cable that may be plugged in later;
+# systemd-networkd sees to both by itself.
 networkd_took_effect() {
-    [ "$mode" = dhcp ] || await "$NET_WAIT_SECONDS" has_address "$address/$prefix"
+    if [ "$mode" = dhcp ] || await "$NET_WAIT_SECONDS" has_address "$address/$prefix"; then
+        return 0
+    fi
+    if [ "$(cat "/sys/class/net/$NET_INTERFACE/carrier" 2>/dev/null)" = 0 ]; then
+        say "$NET_INTERFACE has no link yet, it gets $address with the cable"
+        return 0
+    fi
+    return 1
 }
 
 networkd_name_servers() {

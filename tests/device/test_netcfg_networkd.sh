@@ -1,0 +1,83 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# netcfg.sh on a panel whose network systemd-networkd manages: after it, the interface has the address.
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
+. "$(dirname -- "$(readlink -f -- "$0")")/netlib.sh"
+enter_namespace "$@"
+prepare_network
+
+FILE=/etc/systemd/network/10-varnel-eth0.network
+mkdir -p /run/dbus /run/systemd/netif/links /run/systemd/netif/leases /run/systemd/netif/lldp
+chown -R systemd-network: /run/systemd/netif
+dbus-daemon --system --fork
+
+start_networkd() {
+    /lib/systemd/systemd-networkd 2>"$WORK/networkd.log" &
+    networkd=$!
+    eventually networkd_answers
+}
+
+networkd_answers() {
+    busctl --system call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus \
+        NameHasOwner s org.freedesktop.network1 | grep -q true
+}
+
+# What a distribution brings for every wired interface must not win over ours.
+cat >/etc/systemd/network/80-wired.network <<'END'
+[Match]
+Name=e*
+[Network]
+Address=10.99.99.99/24
+END
+start_networkd
+check "before: the distribution's address" eventually has_address 10.99.99.99/24
+
+run 0 "static: configured" netcfg.sh static 192.168.7.2 255.255.255.0 192.168.7.1 192.168.7.1 10.1.1.1
+check "static: the interface has the address, and only this" has_address 192.168.7.2/24
+check "static: the default route" eventually has_gateway 192.168.7.1
+check "static: the network answers" far sh -c "ping -c 1 -W 2 -q 192.168.7.2 >/dev/null"
+check_equal "static: name servers through resolvconf" "192.168.7.1 10.1.1.1 " "$(name_servers)"
+check_equal "the file" "# Written by the panel's device scripts; changes are lost.
+[Match]
+Name=eth0
+
+[Network]
+Address=192.168.7.2/24
+Gateway=192.168.7.1
+DNS=192.168.7.1
+DNS=10.1.1.1" "$(cat "$FILE")"
+
+run 0 "static, another address: configured" netcfg.sh static 192.168.7.3 255.255.255.128 0.0.0.0 0.0.0.0
+check "another address: the former one is gone" eventually has_address 192.168.7.3/25
+check "gateway 0.0.0.0: no default route" has_gateway ""
+check_equal "name server 0.0.0.0: none" "" "$(name_servers)"
+check_refusals "$FILE"
+
+run 0 "dhcp without a server: goes on asking" netcfg.sh dhcp
+start_dhcp_server
+check "the server comes: the interface gets a lease" eventually has_lease
+run 0 "static after dhcp: configured" netcfg.sh static 192.168.7.4 255.255.255.0 192.168.7.1
+check "static after dhcp: only the address" eventually has_address 192.168.7.4/24
+
+far ip link set far0 down
+echo "NET_WAIT_SECONDS=1" >>/usr/local/etc/varnel-device.conf
+run 0 "no cable: configured" netcfg.sh static 192.168.7.5 255.255.255.0 192.168.7.1
+said "eth0 has no link yet"
+far ip link set far0 up
+check "the cable comes: the interface has the address" eventually has_address 192.168.7.5/24
+
+before=$(sums "$FILE")
+kill "$networkd"
+wait "$networkd" || :
+echo "NET_BACKEND=networkd" >>/usr/local/etc/varnel-device.conf
+run 1 "systemd-networkd does not answer: failed" netcfg.sh static 192.168.7.6 255.255.255.0 192.168.7.1
+said "the former configuration is back"
+check_equal "failed: the former file is back" "$before" "$(sums "$FILE")"
+rm "$FILE"
+run 1 "failed without a former file" netcfg.sh dhcp
+check_not "failed without a former file: none is left" test -e "$FILE"
+echo "NET_BACKEND=other" >>/usr/local/etc/varnel-device.conf
+run 1 "an unknown manager: refused" netcfg.sh dhcp
+said "NET_BACKEND is auto, networkd or ifupdown"
+finish
