@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+// The controller link of the running panel: first frame, loss, return, strangers, and datagrams of any kind.
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QTimer>
+
+#include "scene.h"
+
+using namespace VarnelTest;
+
+namespace {
+
+const QString loss = "No packet received within the  1 s window, unregister  \"192.168.7.2\""_s;
+const QString welcome = "First frame, try to connect to the web server at  \"192.168.7.2\""_s;
+const QByteArray page = "/index.html";
+
+QByteArray randomOctets(int size, quint32 seed)
+{
+    QByteArray octets(size, '\0');
+    QRandomGenerator generator(seed);
+    for (char& octet : octets) {
+        octet = static_cast<char>(generator.bounded(256));
+    }
+    return octets;
+}
+
+} // namespace
+
+class tst_Link : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void firstFrameRegistersAndOpensThePage();
+    void everyRequestCarriesTheLogin();
+    void lossIsDeclaredOnce();
+    void controllerThatReturnsIsWelcomedAgain();
+    void secondControllerWaitsForTheLoss();
+    void rebootedControllerIsFollowed();
+    void duplicatesAreDropped();
+    void droppedFramesDoNotKeepTheLinkUp();
+    void linkLossBlinksFast();
+    void datagramsOfAnySizeDoNoHarm();
+    void cutFramesLeaveNoTrace();
+    void burstIsHandledWhole();
+};
+
+void tst_Link::firstFrameRegistersAndOpensThePage()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    scene.panel.log().skip();
+    scene.scripts.clear();
+    QVERIFY(scene.connectController("fr"));
+    QVERIFY(scene.panel.log().await({"Set language to \"fr\" (was \"default\" )"_s,
+                                     "wv: Set language to \"fr\" (was \"default\" )"_s, welcome, "Add R7M"_s,
+                                     "MainWindow::openUrlForce  \"http://192.168.7.2/index.html\""_s,
+                                     "<now> - Stop buzzer server: http://192.168.7.2/index.html"_s}));
+    QCOMPARE(scene.scripts.runLines(), QStringList("r7m.sh add 192.168.7.2 7 161 162 0 502 1234"_s));
+    const HttpRequest request = scene.server.requests().first();
+    QCOMPARE(request.method, QByteArray("GET"));
+    QCOMPARE(request.headers.value("user-agent"), QByteArray("Varnel VarnelBrowser/2.0 WebKit"));
+    QVERIFY(!request.headers.contains("authorization"));
+}
+
+void tst_Link::everyRequestCarriesTheLogin()
+{
+    Scene scene;
+    scene.server.serve(page, "<html><link rel=stylesheet href=/s.css><img src=/i.png></html>");
+    scene.server.serve("/s.css", "body { color: red; }", "text/css");
+    QVERIFY(scene.start(SettingsFile().set("WebSite/Login", "user").set("WebSite/Password", "pass")));
+    QVERIFY(scene.connectController());
+    QVERIFY(scene.server.awaitCount("/s.css", 1));
+    QVERIFY(scene.server.awaitCount("/i.png", 1));
+    for (const HttpRequest& request : scene.server.requests()) {
+        QCOMPARE(request.headers.value("authorization"), QByteArray("Basic dXNlcjpwYXNz"));
+    }
+}
+
+void tst_Link::lossIsDeclaredOnce()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
+    QVERIFY(scene.connectController());
+    QVERIFY(scene.panel.log().await(welcome));
+    scene.scripts.clear();
+    QElapsedTimer sinceFrame;
+    sinceFrame.start();
+    QVERIFY(scene.panel.log().await({loss, "Remove R7M"_s, "wv: Load error page ( \"en\" )"_s}));
+    QVERIFY(sinceFrame.elapsed() < 3000);
+    QVERIFY(scene.scripts.awaitRuns(1));
+    QCOMPARE(scene.scripts.runLines(), QStringList("r7m.sh delete 192.168.7.2 7 161 162 1234"_s));
+    QTest::qWait(1200); // longer than the window: there is nothing to await when nothing is to happen
+    QCOMPARE(scene.panel.log().count(loss), 1);
+    QCOMPARE(scene.scripts.runs().size(), 1);
+}
+
+void tst_Link::controllerThatReturnsIsWelcomedAgain()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
+    for (int round = 0; round < 2; ++round) {
+        scene.scripts.clear();
+        scene.sequence = 0; // it has rebooted: its numbers start again
+        QVERIFY(scene.connectController());
+        QVERIFY(scene.panel.log().await({welcome, loss, "Remove R7M"_s}));
+        QVERIFY(scene.scripts.awaitRuns(2));
+        QCOMPARE(scene.scripts.runLines(), QStringList({"r7m.sh add 192.168.7.2 7 161 162 0 502 1234"_s,
+                                                        "r7m.sh delete 192.168.7.2 7 161 162 1234"_s}));
+    }
+    QCOMPARE(scene.panel.log().count("Back in the sequence, probable reboot of the RxM"_s), 0);
+    QCOMPARE(scene.server.count(page), 2);
+}
+
+void tst_Link::secondControllerWaitsForTheLoss()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
+    QVERIFY(scene.connectController());
+    RawController stranger("192.168.7.3"_s);
+    QVERIFY(stranger.send(Frame(1000).devInfo("de").gpioState(0, 0, 0, 1)));
+    QVERIFY(scene.panel.log().await(
+        "Packet received from an unknown sender ( \"192.168.7.3\" , attended  \"192.168.7.2\" )"_s));
+    QCOMPARE(StandInSys::value(StandInSys::buzzer), "0"_s);
+    QVERIFY(scene.panel.log().await("Remove R7M"_s));
+    QVERIFY(stranger.send(Frame(1001).devInfo("de")));
+    QVERIFY(scene.panel.log().await({"Set language to \"de\" (was \"en\" )"_s,
+                                     "First frame, try to connect to the web server at  \"192.168.7.3\""_s,
+                                     "Add R7M"_s,
+                                     "MainWindow::openUrlForce  \"http://192.168.7.3/index.html\""_s}));
+}
+
+void tst_Link::rebootedControllerIsFollowed()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    scene.sequence = 8;
+    QVERIFY(scene.connectController());
+    QVERIFY(scene.controller.send(Frame(5).gpioState(1, 1, 0, 0)));
+    QVERIFY(
+        scene.panel.log().await(QRegularExpression("^Back in the sequence, probable reboot of the RxM"_s)));
+    scene.sequence = 5;
+    QVERIFY(scene.isAlive());
+    QCOMPARE(scene.panel.log().count(welcome), 1);
+}
+
+void tst_Link::duplicatesAreDropped()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    QVERIFY(scene.connectController());
+    const QByteArray frame = Frame(7).gpioState(1, 0, 0, 1).octets();
+    const QByteArray otherWithSameNumber = Frame(7).gpioState(0, 0, 0, 0).octets();
+    QVERIFY(scene.controller.send(frame));
+    QVERIFY(scene.controller.send(frame));
+    QVERIFY(scene.controller.send(otherWithSameNumber));
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(scene.panel.log().await(QRegularExpression("^Repeated packet\\. Drop frame"_s)));
+    }
+    QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
+}
+
+void tst_Link::droppedFramesDoNotKeepTheLinkUp()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
+    QVERIFY(scene.connectController());
+    QByteArray wrongChecksum = Frame(99).gpioState(1, 1, 1, 1).octets();
+    wrongChecksum[wrongChecksum.size() - 1] = static_cast<char>(~wrongChecksum.back());
+    QTimer pace;
+    connect(&pace, &QTimer::timeout, this, [&] { QVERIFY(scene.controller.send(wrongChecksum)); });
+    pace.start(100);
+    QVERIFY(scene.panel.log().await(QRegularExpression("^Invalid checksum \\(0x"_s)));
+    QVERIFY(scene.panel.log().await(loss));
+}
+
+void tst_Link::linkLossBlinksFast()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
+    QVERIFY(scene.connectController());
+    QVERIFY(scene.controller.send(Frame(50).gpioState(0, 0, 0, 1)));
+    QVERIFY(scene.panel.log().await("Remove R7M"_s));
+    const QStringList lamps{StandInSys::valueFile(StandInSys::green),
+                            StandInSys::valueFile(StandInSys::yellow),
+                            StandInSys::valueFile(StandInSys::red)};
+    const WriteRecorder recorder(lamps);
+    for (const QString& lamp : lamps) {
+        QVERIFY(recorder.awaitWrites(lamp, 6));
+    }
+    for (const QString& lamp : lamps) {
+        const QStringList texts = recorder.texts(lamp);
+        for (int i = 1; i < texts.size(); ++i) {
+            QVERIFY2(texts.at(i) != texts.at(i - 1), qPrintable(lamp));
+        }
+    }
+    const auto writes = recorder.writes();
+    const auto span =
+        std::chrono::duration_cast<std::chrono::milliseconds>(writes.at(15).time - writes.at(0).time);
+    // Fifteen writes after the first are five phases of 250 ms later.
+    QVERIFY2(span > std::chrono::milliseconds(1000) && span < std::chrono::milliseconds(1900),
+             qPrintable(QString::number(span.count())));
+    QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
+}
+
+void tst_Link::datagramsOfAnySizeDoNoHarm()
+{
+    Scene scene;
+    QVERIFY(scene.start(SettingsFile().set("Network/UdpBindAddress", "127.0.0.1")));
+    scene.panel.log().skip();
+    RawController controller("127.0.0.2"_s, "127.0.0.1"_s);
+    int sent = 0;
+    for (const int size : {1, 2, 3, 4, 7, 8, 15, 16, 17, 18, 19, 22, 100, 1472, 1500, 9000, 65506, 65507}) {
+        const QByteArray noise = randomOctets(size, static_cast<quint32>(size));
+        QByteArray rightMagic = noise;
+        rightMagic[0] = '\xCE';
+        QByteArray rightChecksum = rightMagic;
+        const quint16 checksum = kermit(rightChecksum.chopped(qMin(2, size)));
+        rightChecksum = rightChecksum.chopped(qMin(2, size)) + static_cast<char>(checksum) +
+                        static_cast<char>(checksum >> 8);
+        for (const QByteArray& datagram : {noise, rightMagic, rightChecksum}) {
+            QVERIFY(controller.send(datagram));
+            ++sent;
+            // Each is dropped with a reason; awaiting it keeps the socket's buffer from overflowing.
+            QVERIFY(scene.panel.log().await(QRegularExpression(
+                "Drop frame|Unknown RLP version|Out of the continuum|Not a RLP magic number"_s)));
+            scene.panel.log().skip();
+        }
+    }
+    QCOMPARE(sent, 54);
+    QVERIFY(controller.send(QByteArray()));
+    QVERIFY(controller.send(Frame(1).devInfo("en").gpioState(1, 0, 0, 1)));
+    QVERIFY(scene.panel.log().await("Add R7M"_s));
+    QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
+    QCOMPARE(scene.scripts.runsOf("r7m.sh"_s).size(), 1);
+    QCOMPARE(scene.panel.stop(), 0);
+}
+
+void tst_Link::cutFramesLeaveNoTrace()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    QVERIFY(scene.connectController());
+    scene.panel.log().skip();
+    const QByteArray whole = Frame(50).devInfo("it").gpioState(0, 0, 0, 1).octets();
+    for (int size = 1; size < whole.size(); ++size) {
+        QVERIFY(scene.controller.send(whole.left(size)));
+        QVERIFY(scene.panel.log().await(QRegularExpression("^Invalid checksum|^Not a RLP magic number"_s)));
+    }
+    QCOMPARE(StandInSys::value(StandInSys::buzzer), "0"_s);
+    QCOMPARE(scene.panel.log().lines().filter("language to \"it\""_s), QStringList());
+    QVERIFY(scene.controller.send(whole));
+    QVERIFY(scene.panel.log().await("Set language to \"it\" (was \"en\" )"_s));
+}
+
+void tst_Link::burstIsHandledWhole()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    QVERIFY(scene.connectController());
+    for (quint32 number = 100; number < 200; ++number) {
+        QVERIFY(scene.controller.send(Frame(number).devInfo(number % 2 == 0 ? "de" : "fr")));
+    }
+    scene.sequence = 200;
+    QVERIFY(scene.isAlive());
+    QCOMPARE(scene.panel.log().lines().filter("wv: Set language to \"de\""_s).size(), 50);
+    QCOMPARE(scene.panel.log().lines().filter("wv: Set language to \"fr\""_s).size(), 50);
+}
+
+QTEST_GUILESS_MAIN(tst_Link)
+#include "tst_link.moc"
