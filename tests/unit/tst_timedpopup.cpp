@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: MIT
+#include "timedpopup.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QLabel>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include "dialogdriver.h"
+
+using Varnel::TimedPopup;
+
+class TestTimedPopup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void form();
+    void window();
+    void closesAfterThreeSeconds();
+    void closesAfterGivenDuration();
+    void timeRunsFromConstruction();
+    void closingDoesNotDelete();
+    void longMessageStaysInside_data();
+    void longMessageStaysInside();
+    void runReturnsWhenClosed();
+    void runReturnsWhenClosedWhileBeingShown();
+    void runReturnsWhenParentDies();
+
+private:
+    static QLabel* label(const QWidget& popup) { return popup.findChild<QLabel*>(QStringLiteral("lblMsg")); }
+};
+
+void TestTimedPopup::form()
+{
+    const TimedPopup popup(QStringLiteral("USB drive not detected."), nullptr);
+    QCOMPARE(popup.objectName(), QStringLiteral("TimedPopup"));
+    QCOMPARE(popup.size(), QSize(400, 91));
+    QCOMPARE(popup.windowTitle(), QString());
+    QCOMPARE(popup.findChildren<QWidget*>().size(), 1);
+
+    const QLabel* const message = label(popup);
+    QVERIFY(message);
+    QCOMPARE(message->geometry(), QRect(10, 10, 381, 71));
+    QCOMPARE(message->font().pointSize(), 18);
+    QCOMPARE(message->alignment(), Qt::Alignment(Qt::AlignHCenter | Qt::AlignVCenter));
+    QVERIFY(message->wordWrap());
+    QVERIFY(!message->autoFillBackground());
+    QCOMPARE(message->text(), QStringLiteral("USB drive not detected."));
+}
+
+void TestTimedPopup::window()
+{
+    QWidget parent;
+    const TimedPopup popup(QStringLiteral("text"), &parent);
+    QCOMPARE(popup.parentWidget(), &parent);
+    QVERIFY(popup.isModal());
+    QVERIFY(!popup.isVisible());
+    QCOMPARE(popup.windowType(), Qt::Dialog);
+    QVERIFY(popup.windowFlags().testFlag(Qt::FramelessWindowHint));
+}
+
+void TestTimedPopup::closesAfterThreeSeconds()
+{
+    QCOMPARE(int(TimedPopup::DefaultDuration), 3000);
+    QElapsedTimer time;
+    time.start();
+    TimedPopup popup(QStringLiteral("text"), nullptr);
+    QSignalSpy finished(&popup, &QDialog::finished);
+    popup.show();
+    QVERIFY(finished.wait(10000));
+    QVERIFY2(time.elapsed() >= 2850, qPrintable(QString::number(time.elapsed()))); // coarse timer: 5 percent
+    QVERIFY(!popup.isVisible());
+}
+
+void TestTimedPopup::closesAfterGivenDuration()
+{
+    QElapsedTimer time;
+    time.start();
+    TimedPopup popup(200, QStringLiteral("text"), nullptr);
+    popup.show();
+    QSignalSpy finished(&popup, &QDialog::finished);
+    QVERIFY(finished.wait(TimedPopup::DefaultDuration - 500)); // well before the default
+    QVERIFY(time.elapsed() >= 190);
+    QVERIFY(!popup.isVisible());
+}
+
+void TestTimedPopup::timeRunsFromConstruction()
+{
+    QElapsedTimer sinceBuilt;
+    sinceBuilt.start();
+    TimedPopup popup(1000, QStringLiteral("text"), nullptr);
+    QSignalSpy finished(&popup, &QDialog::finished);
+
+    QElapsedTimer sinceShown;
+    QTimer::singleShot(600, &popup, [&] {
+        popup.show();
+        sinceShown.start();
+    });
+    QVERIFY(finished.wait(10000));
+    QVERIFY(sinceBuilt.elapsed() >= 950);
+    QVERIFY(sinceShown.elapsed() < 950); // seen for less time than its duration
+}
+
+void TestTimedPopup::closingDoesNotDelete()
+{
+    const QPointer<TimedPopup> popup = new TimedPopup(1, QStringLiteral("text"), nullptr);
+    popup->show();
+    QTRY_VERIFY(!popup->isVisible());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(popup);
+    popup->deleteLater();
+    QTRY_VERIFY(!popup);
+}
+
+void TestTimedPopup::longMessageStaysInside_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<bool>("wraps");
+
+    QTest::newRow("short: one line") << QStringLiteral("Download complete") << false;
+    QTest::newRow("long: two lines") << QStringLiteral("The file could not be saved on the drive") << true;
+}
+
+void TestTimedPopup::longMessageStaysInside()
+{
+    QFETCH(QString, message);
+    const TimedPopup popup(message, nullptr);
+    QLabel* const text = label(popup);
+
+    // The box around all that is not background, in the picture of the label.
+    const QImage picture = text->grab().toImage();
+    const QRgb background = picture.pixel(0, 0);
+    QRect ink;
+    for (int y = 0; y < picture.height(); ++y) {
+        for (int x = 0; x < picture.width(); ++x) {
+            if (picture.pixel(x, y) != background) {
+                ink |= QRect(x, y, 1, 1);
+            }
+        }
+    }
+    QVERIFY(!ink.isEmpty());
+    QVERIFY2(picture.rect().adjusted(1, 1, -1, -1).contains(ink), "the text is cut off");
+    const int lineHeight = text->fontMetrics().height();
+    QTEST(ink.height() > lineHeight, "wraps");
+    QVERIFY(qAbs(ink.center().x() - picture.rect().center().x()) <= 3);
+    QVERIFY(qAbs(ink.center().y() - picture.rect().center().y()) <= lineHeight / 4);
+}
+
+void TestTimedPopup::runReturnsWhenClosed()
+{
+    QWidget parent;
+    DialogDriver user;
+    QString message;
+    user.onWaiting(QStringLiteral("TimedPopup"), [&](QDialog* popup) {
+        QCOMPARE(popup->parentWidget(), &parent);
+        message = label(*popup)->text();
+        popup->close();
+    });
+    TimedPopup::run(QStringLiteral("text"), &parent);
+    QCOMPARE(message, QStringLiteral("text"));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!parent.findChild<TimedPopup*>());
+}
+
+void TestTimedPopup::runReturnsWhenClosedWhileBeingShown()
+{
+    DialogDriver user;
+    user.onShown(QStringLiteral("TimedPopup"), [](QDialog* popup) { popup->close(); });
+    TimedPopup::run(QStringLiteral("text"), nullptr);
+    QCOMPARE(user.seen(), QStringList(QStringLiteral("TimedPopup")));
+}
+
+void TestTimedPopup::runReturnsWhenParentDies()
+{
+    auto parent = std::make_unique<QWidget>();
+    DialogDriver user;
+    user.onWaiting(QStringLiteral("TimedPopup"), [&](QDialog*) { parent.reset(); });
+    TimedPopup::run(QStringLiteral("text"), parent.get());
+    QVERIFY(!parent);
+}
+
+QTEST_MAIN(TestTimedPopup)
+#include "tst_timedpopup.moc"
