@@ -46,7 +46,7 @@ QByteArray withCoreOverrun(FrameParts parts)
 QByteArray oversized(FrameParts parts)
 {
     const int padding = largestDatagram - encodeFrame(parts).size() - sectionHeaderLength;
-    parts.sections.append(encodeSection(unknownType, QByteArray(padding, '\0')));
+    parts.sections.prepend(encodeSection(unknownType, QByteArray(padding, '\0')));
     return encodeFrame(parts);
 }
 
@@ -126,7 +126,8 @@ std::vector<FrameFault> buildFaults()
              const QByteArray frame = encodeFrame(parts);
              return frame.left(frame.size() / 2);
          }},
-        {"oversized", "filled up to 65507 octets, the largest datagram", oversized},
+        {"oversized", "65507 octets, the largest datagram: an unknown section before the others fills it",
+         oversized},
         {"tiny", "only the first 3 octets", [](FrameParts parts) { return encodeFrame(parts).left(3); }},
         {"empty", "a datagram without any octet", [](FrameParts) { return QByteArray(); }},
         {"garbage", "200 random octets", [](FrameParts) { return garbage(200); }},
