@@ -53,6 +53,12 @@ configure() {
     printf '%s\n' "$rules" | nft -f - || fail "nftables refused the rules, the Modbus port stays as it is"
 }
 
+case ${1:-} in
+    -h | --help)
+        usage
+        exit
+        ;;
+esac
 [ $# -eq 2 ] || bad_usage "two arguments are needed, not $#"
 case $1 in
     0 | 1) ;;

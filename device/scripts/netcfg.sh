@@ -296,6 +296,10 @@ apply() {
 
 mode=${1:-}
 case $mode in
+    -h | --help)
+        usage
+        exit
+        ;;
     dhcp)
         [ $# -eq 1 ] || bad_usage "dhcp takes no values"
         read_name_servers

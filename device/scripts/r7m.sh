@@ -88,6 +88,9 @@ delete() {
 }
 
 case ${1:-} in
+    -h | --help)
+        usage
+        ;;
     add | delete)
         "$@"
         ;;

@@ -74,6 +74,12 @@ describe() {
     agent_lines "$1"
 }
 
+case ${1:-} in
+    -h | --help)
+        usage
+        exit
+        ;;
+esac
 begin_step
 [ $# -ge 4 ] || bad_usage "at least 4 values are needed, not $#"
 controller=$1 port=$2 context=$3 community=$4

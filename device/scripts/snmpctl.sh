@@ -245,6 +245,7 @@ follow() {
 
 [ $# -eq 1 ] || bad_usage "one verb is needed, not $#"
 case $1 in
+    -h | --help) usage ;;
     init | apply | follow) "$1" ;;
     *) bad_usage "unknown verb '$1'" ;;
 esac

@@ -77,6 +77,12 @@ add() {
     append_part forwards "$address:$port"
 }
 
+case ${1:-} in
+    -h | --help)
+        usage
+        exit
+        ;;
+esac
 begin_step
 [ $# -ge 3 ] || bad_usage "at least 3 values are needed, not $#"
 verb=$1 address=$2 port=$3

@@ -38,6 +38,12 @@ detach() {
     fi
 }
 
+case ${1:-} in
+    -h | --help)
+        usage
+        exit
+        ;;
+esac
 [ $# -eq 2 ] || bad_usage "two arguments are needed, not $#"
 case $2 in
     /dev/*) ;;

@@ -49,6 +49,9 @@ remount() {
 }
 
 case ${1:-} in
+    -h | --help)
+        usage
+        ;;
     rw | ro)
         remount "$@"
         ;;

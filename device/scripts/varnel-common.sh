@@ -77,7 +77,7 @@ load_settings() {
 
     R7M_DROPIN_DIR=/usr/local/etc/r7m.d
     R7M_HOST_NAMES="r7m controller"
-    R7M_DROPIN_SECONDS=20
+    R7M_DROPIN_SECONDS=15
 
     NET_INTERFACE=eth0
     NET_BACKEND=auto

@@ -105,7 +105,7 @@ rm /run/udev/rules.d/10-stick.rules
 check_not "udev rule: a built-in drive wants nothing" sh -c "udevadm test /sys/class/block/${device##*/} 2>/dev/null |
     grep -q varnel-usbdrive"
 
-sed "s:/usr/local/bin:$SCRIPTS:" "$ROOT_DIR/device/systemd/varnel-usbdrive@.service" \
+sed "s:@VARNEL_FULL_SCRIPT_DIR@:$SCRIPTS:" "$ROOT_DIR/device/systemd/varnel-usbdrive@.service.in" \
     >/run/systemd/system/varnel-usbdrive@.service
 check_equal "unit: systemd finds nothing wrong" "" \
     "$(systemd-analyze verify --man=no "varnel-usbdrive@${device##*/}.service" 2>&1 | grep varnel-usbdrive || :)"

@@ -23,12 +23,12 @@ enter_namespace() {
         return
     fi
     become_root=
-    [ "$(id -u)" -eq 0 ] || become_root="--map-root-user --map-auto"
+    [ "$(id -u)" -eq 0 ] || become_root="sudo -n --"
     # The first process of a PID namespace inherits the daemons that the test starts, and has to take note of their
     # end: whoever waits for a daemon to disappear would otherwise wait for ever. A shell in "wait" does.
     # shellcheck disable=SC2016,SC2086
-    VARNEL_IN_NAMESPACE=yes exec unshare $become_root --mount --net --uts --ipc --pid --fork --kill-child \
-        --mount-proc -- /bin/sh -c '"$0" "$@" & wait "$!"' "$0" "$@"
+    exec $become_root env VARNEL_IN_NAMESPACE=yes VARNEL_DEVICE_SCRIPTS="$SCRIPTS" unshare --mount --net --uts --ipc \
+        --pid --fork --kill-child --mount-proc -- /bin/sh -c '"$0" "$@" & wait "$!"' "$0" "$@"
 }
 
 prepare_machine() {
