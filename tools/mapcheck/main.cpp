@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: MIT
+#include <cstdio>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QSet>
+#include <QTextStream>
+
+#include "mapchecker.h"
+#include "modbusinterface.h"
+#include "registerlist.h"
+
+using Varnel::ModbusInterface;
+
+namespace {
+
+enum ExitCode
+{
+    Fine = 0,
+    Faulty = 1,
+    NotChecked = 2,
+};
+
+/// The options of the program.
+struct Options
+{
+    const QCommandLineOption list{{QStringLiteral("l"), QStringLiteral("list")},
+                                  QStringLiteral("Print the registers as a table.")};
+    const QCommandLineOption csv{{QStringLiteral("c"), QStringLiteral("csv")},
+                                 QStringLiteral("Print the registers as comma-separated values.")};
+    const QCommandLineOption mbpoll{{QStringLiteral("m"), QStringLiteral("mbpoll")},
+                                    QStringLiteral("Print mbpoll commands that read all registers.")};
+    const QCommandLineOption host{QStringLiteral("host"), QStringLiteral("Host of the mbpoll commands."),
+                                  QStringLiteral("name"), QStringLiteral("192.168.1.2")};
+    const QCommandLineOption port{QStringLiteral("port"), QStringLiteral("TCP port of the mbpoll commands."),
+                                  QStringLiteral("number"), QStringLiteral("502")};
+    const QCommandLineOption serial{
+        QStringLiteral("serial"), QStringLiteral("Use a serial line in the mbpoll commands instead of TCP."),
+        QStringLiteral("device")};
+    const QCommandLineOption baud{QStringLiteral("baud"), QStringLiteral("Baud rate of the serial line."),
+                                  QStringLiteral("rate"), QStringLiteral("19200")};
+    const QCommandLineOption unit{QStringLiteral("unit"), QStringLiteral("Unit id of the mbpoll commands."),
+                                  QStringLiteral("number"), QStringLiteral("1")};
+    const QCommandLineOption strict{{QStringLiteral("s"), QStringLiteral("strict")},
+                                    QStringLiteral("Take warnings for errors.")};
+    const QCommandLineOption quiet{{QStringLiteral("q"), QStringLiteral("quiet")},
+                                   QStringLiteral("Print no findings and no summary.")};
+    const QCommandLineOption verbose{QStringLiteral("verbose"),
+                                     QStringLiteral("Print the log of the panel's loader.")};
+};
+
+bool isVerbose = false;
+
+/// Only warnings of the loader are news to the engineer; its ordinary log repeats the whole file.
+void writeLog(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    if (isVerbose || type != QtDebugMsg) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
+    }
+}
+
+int fail(const QString& text)
+{
+    std::fprintf(stderr, "modbus-map-check: %s\n", qUtf8Printable(text));
+    return NotChecked;
+}
+
+ServerAddress serverAddress(const QCommandLineParser& parser, const Options& options)
+{
+    const QStringList unit{QStringLiteral("-a"), parser.value(options.unit)};
+    if (parser.isSet(options.serial)) {
+        return {parser.value(options.serial), QStringList{QStringLiteral("-m"), QStringLiteral("rtu"),
+                                                          QStringLiteral("-b"), parser.value(options.baud)} +
+                                                  unit};
+    }
+    return {parser.value(options.host), QStringList{QStringLiteral("-m"), QStringLiteral("tcp"),
+                                                    QStringLiteral("-p"), parser.value(options.port)} +
+                                            unit};
+}
+
+void printFindings(const QString& path, const MapChecker& checker)
+{
+    for (const Finding& finding : checker.findings()) {
+        const char* const severity = finding.severity == Finding::Severity::Error ? "error" : "warning";
+        std::fprintf(stderr, "%s:%d: %s: %s\n", qUtf8Printable(path), finding.line, severity,
+                     qUtf8Printable(finding.text));
+    }
+}
+
+void printSummary(const QString& path, const ModbusInterface& bridge, const QVector<RegisterRow>& rows,
+                  const MapChecker& checker)
+{
+    int words = 0;
+    QSet<int> registers;
+    for (const RegisterRow& row : rows) {
+        words += row.words;
+        registers.insert(row.isDefined ? row.id : 0);
+    }
+    registers.remove(0);
+    std::fprintf(stderr, "%s: %d registers in %d tables, %d words, %d errors, %d warnings\n",
+                 qUtf8Printable(path), registers.size(), bridge.GetTableList().size(), words,
+                 checker.count(Finding::Severity::Error), checker.count(Finding::Severity::Warning));
+}
+
+void printLists(const QCommandLineParser& parser, const Options& options, const QVector<RegisterRow>& rows)
+{
+    QTextStream out(stdout);
+    out.setCodec("UTF-8");
+    if (parser.isSet(options.list)) {
+        out << asTable(rows);
+    }
+    if (parser.isSet(options.csv)) {
+        out << asCsv(rows);
+    }
+    if (parser.isSet(options.mbpoll)) {
+        out << asMbpoll(rows, serverAddress(parser, options)).join(QLatin1Char('\n')) << '\n';
+    }
+}
+
+int run(const QCommandLineParser& parser, const Options& options)
+{
+    const QString path = parser.positionalArguments().first();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return fail(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    }
+    const QByteArray text = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        return fail(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    }
+    ModbusInterface bridge;
+    std::ignore = bridge.LoadConfig(path); // what stops it, the checker reports with a line number
+    const QVector<RegisterRow> rows =
+        registerRows(bridge); // before the checker renders, which enters what it looks up
+    const MapChecker checker(text, &bridge);
+    printLists(parser, options, rows);
+    if (!parser.isSet(options.quiet)) {
+        printFindings(path, checker);
+        printSummary(path, bridge, rows, checker);
+    }
+    const bool isFaulty = checker.count(Finding::Severity::Error) > 0 ||
+                          (parser.isSet(options.strict) && checker.count(Finding::Severity::Warning) > 0);
+    return isFaulty ? Faulty : Fine;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("modbus-map-check"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VARNEL_VERSION));
+    QCommandLineParser parser;
+    const Options options;
+    parser.setApplicationDescription(QStringLiteral("Checks a Modbus mapping file of the panel."));
+    parser.addOptions({options.list, options.csv, options.mbpoll, options.host, options.port, options.serial,
+                       options.baud, options.unit, options.strict, options.quiet, options.verbose});
+    parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("The mapping file."));
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
+    if (!parser.parse(QCoreApplication::arguments())) {
+        return fail(parser.errorText());
+    }
+    if (parser.isSet(version)) {
+        parser.showVersion();
+    }
+    if (parser.isSet(help)) {
+        parser.showHelp();
+    }
+    if (parser.positionalArguments().size() != 1) {
+        return fail(QStringLiteral("one mapping file has to be given, see --help"));
+    }
+    isVerbose = parser.isSet(options.verbose);
+    qInstallMessageHandler(writeLog);
+    return run(parser, options);
+}

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+
+#include <QByteArray>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSet>
+#include <QString>
+#include <QVector>
+
+#include "jsonlocator.h"
+#include "modbusinterface.h"
+#include "registerlist.h"
+
+class QJsonDocument;
+
+/// What an engineer should know about a mapping file.
+struct Finding
+{
+    enum class Severity
+    {
+        Warning, ///< works, but hardly as meant
+        Error,   ///< some value will not be where it should be
+    };
+
+    Severity severity = Severity::Error;
+    int line = 0; ///< from 1
+    QString text;
+};
+
+/// Checks a mapping file. The panel's own loader reads it as well, and every answer about the outcome (which
+/// registers there are, how wide they are, where they come to stand) is taken from what the loader made of
+/// it.
+class MapChecker
+{
+public:
+    /// Checks the mapping `text`, which `bridge` has loaded from the same file.
+    MapChecker(const QByteArray& text, Varnel::ModbusInterface* bridge);
+
+    /// Everything found, in the order of the lines.
+    [[nodiscard]] const QVector<Finding>& findings() const { return found; }
+
+    [[nodiscard]] int count(Finding::Severity severity) const;
+
+private:
+    /// A register or table definition: its index in the file and its members.
+    struct Definition
+    {
+        int index = 0;
+        QJsonObject members;
+    };
+
+    void report(Finding::Severity severity, const JsonPath& path, const QString& text);
+    void error(const JsonPath& path, const QString& text) { report(Finding::Severity::Error, path, text); }
+    void warning(const JsonPath& path, const QString& text)
+    {
+        report(Finding::Severity::Warning, path, text);
+    }
+
+    void checkSchema(const QJsonDocument& document);
+    [[nodiscard]] bool isLoadable() const;
+    void checkTypes();
+    void checkNumbers(const QJsonObject& objects, const JsonPath& path, const QString& kind);
+    void checkClasses();
+    void checkRegisters();
+    void checkRegister(const Definition& reg);
+    void checkTypeName(const Definition& reg, const char* member);
+    void checkSource(const Definition& reg);
+    void checkWidth(const Definition& reg);
+    void checkTables();
+    void checkEntries(const Definition& table);
+    void checkUnlisted();
+    void checkRows();
+    void checkAlignment(const QVector<RegisterRow>& rows);
+    void checkLengths();
+    JsonPath entryPath(const RegisterRow& row) const;
+
+    Varnel::ModbusInterface* const bridge;
+    std::optional<JsonLocator> places;
+    QJsonObject mapping;
+    QSet<QString> typeNames;         ///< names and aliases that the mapping defines
+    QSet<int> faultyRegisters;       ///< indices of registers with an error of their own
+    QHash<int, int> registerIndices; ///< index of the last definition by id
+    QHash<int, int> tableIndices;    ///< index of the last definition by base address
+    QHash<QString, int> coordinates; ///< id of the first register by class, field, index and type
+    QVector<Finding> found;
+};

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include <QDir>
+#include <QtTest>
+
+#include "logrecorder.h"
+#include "mapchecker.h"
+
+/// What the checker finds: one mapping file per defect in data/, named after the defect, and beside it the
+/// findings.
+class TestMapChecker : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void files_data();
+    void files();
+    void hostileTexts_data();
+    void hostileTexts();
+    void everyRegisterLeftOutIsAnError();
+};
+
+namespace {
+
+const char* const severities[] = {"warning", "error"};
+
+QByteArray readAll(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        qFatal("cannot read %s", qPrintable(path));
+    }
+    return file.readAll();
+}
+
+QStringList findingsOf(const QByteArray& text)
+{
+    QTemporaryFile file;
+    if (!file.open() || file.write(text) != text.size() || !file.flush()) {
+        qFatal("cannot write the mapping");
+    }
+    const LogRecorder log;
+    Varnel::ModbusInterface bridge;
+    std::ignore = bridge.LoadConfig(file.fileName());
+    QStringList lines;
+    const MapChecker checker(text, &bridge);
+    for (const Finding& finding : checker.findings()) {
+        lines << QStringLiteral("%1: %2: %3")
+                     .arg(finding.line)
+                     .arg(QLatin1String(severities[int(finding.severity)]), finding.text);
+    }
+    return lines;
+}
+
+} // namespace
+
+void TestMapChecker::files_data()
+{
+    QTest::addColumn<QString>("path");
+    const QDir directory(QStringLiteral(MAP_DATA));
+    for (const QString& name : directory.entryList({QStringLiteral("*.map")})) {
+        QTest::addRow("%s", qPrintable(name)) << directory.filePath(name);
+    }
+    QTest::newRow("the sample: without a finding") << QStringLiteral(SAMPLE_MAP);
+}
+
+void TestMapChecker::files()
+{
+    QFETCH(QString, path);
+    QString findings = path;
+    findings.replace(QStringLiteral(".map"), QStringLiteral(".findings"));
+    QStringList expected;
+    if (path != QStringLiteral(SAMPLE_MAP)) {
+        for (const QByteArray& line : readAll(findings).split('\n')) {
+            if (!line.isEmpty()) {
+                expected << QString::fromUtf8(line);
+            }
+        }
+    }
+    QCOMPARE(findingsOf(readAll(path)), expected);
+}
+
+void TestMapChecker::hostileTexts_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("10 000 deep: one error") << QByteArray(10000, '[') + QByteArray(10000, ']');
+    QTest::newRow("a NUL: an error") << QByteArray("{\"ci\": {}, \0}", 13);
+    QTest::newRow("wrong kinds everywhere: errors")
+        << QByteArray(R"({"info": 1, "ci": {"types": [], "classes": {"c": 1, "d": {"id": [], "fields": 3}}},
+            "registers": [1, null, [], {}, {"id": {}, "name": [], "mb_type": 1, "ci_class": {}, "ci_field": 2,
+            "ci_index": "x", "ci_type": null, "default": {}}, {"id": 1, "name": "", "mb_type": "", "ci_class": "c",
+            "ci_field": "", "ci_index": 0, "ci_type": ""}],
+            "tables": [1, {}, {"name": 1, "mode": 1, "address": "x", "registers": {}},
+            {"name": "", "mode": "r", "address": -1, "registers": [null, {}, "1", 1.5, -2147483648]}]})");
+    QTest::newRow("sections of wrong kinds: errors")
+        << QByteArray(R"({"ci": [], "registers": {}, "tables": 1})");
+}
+
+void TestMapChecker::hostileTexts()
+{
+    QFETCH(QByteArray, text);
+    const QStringList findings = findingsOf(text);
+    QVERIFY(!findings.filter(QStringLiteral(": error: ")).isEmpty());
+}
+
+void TestMapChecker::everyRegisterLeftOutIsAnError()
+{
+    // Each register of the sample in turn loses each of its keys, or has another kind of value there.
+    const QByteArray sample = readAll(QStringLiteral(SAMPLE_MAP));
+    for (const char* key : {"id", "name", "mb_type", "ci_class", "ci_field", "ci_index", "ci_type"}) {
+        const QByteArray name = '"' + QByteArray(key) + "\":";
+        for (const QByteArray& broken : {QByteArray("\"gone\":"), name + " null, \"was\":"}) {
+            const int at = sample.indexOf(name, sample.indexOf("\"registers\""));
+            const QStringList findings = findingsOf(QByteArray(sample).replace(at, name.size(), broken));
+            QVERIFY2(!findings.filter(QStringLiteral(": error: registers[0]")).isEmpty(), key);
+        }
+    }
+}
+
+QTEST_GUILESS_MAIN(TestMapChecker)
+
+#include "tst_mapchecker.moc"
