@@ -2,8 +2,6 @@
 // The Modbus server as a PLC engineer meets it: the device's scripts and D-Bus in front, clients of another
 // make behind.
 
-#include <signal.h>
-
 #include <QFile>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -54,19 +52,16 @@ private slots:
 
 private:
     bool startServer(const QStringList& options = {});
-    bool startLine();
     bool serveTcp();
     static bool feed(int address, const QVector<quint16>& words);
 
     std::unique_ptr<ModbusBench> bench;
     std::unique_ptr<Program> server;
-    std::unique_ptr<Program> line;
 };
 
 void tst_ModbusServer::cleanup()
 {
     server.reset();
-    line.reset();
     bench.reset();
 }
 
@@ -109,29 +104,18 @@ void tst_ModbusServer::everyTypeOverTcp()
     QCOMPARE(client->discrete(109, 2), (QVector<quint8>{1, 0}));
 }
 
-/// Two serial ports joined by a cable.
-bool tst_ModbusServer::startLine()
-{
-    line = std::make_unique<Program>(QStringLiteral("/usr/bin/socat"));
-    return line->start({QStringLiteral("pty,rawer,link=/tmp/server-port"),
-                        QStringLiteral("pty,rawer,link=/tmp/plc-port")}) &&
-           QTest::qWaitFor([] {
-               return QFile::exists(QStringLiteral("/tmp/server-port")) &&
-                      QFile::exists(QStringLiteral("/tmp/plc-port"));
-           });
-}
-
 void tst_ModbusServer::everyTypeOverRtu()
 {
     QVERIFY(startServer());
-    QVERIFY(startLine());
+    SerialLine line;
+    QVERIFY(line.start());
     const QString interface =
         QStringLiteral(R"("baud":19200,"devid":7,"mode":"8N1","port":"/tmp/server-port")");
     const ScriptRun run =
         ModbusBench::run(startScript, {ModbusBench::writeInit(QStringLiteral("rtu"), interface, twoTables)});
     QCOMPARE(run.messages, QStringList());
     QCOMPARE(run.status, 0);
-    const auto client = ModbusClient::rtu(QStringLiteral("/tmp/plc-port"), 19200, 7);
+    const auto client = ModbusClient::rtu(SerialLine::plcPort(), 19200, 7);
     QVERIFY2(client->connect(), qPrintable(client->problem()));
     QVERIFY(feed(100, everyType));
     QCOMPARE(client->holding(100, 11), everyType);
@@ -286,12 +270,7 @@ void tst_ModbusServer::killedServerServesAgain()
     QVERIFY2(client->connect(), qPrintable(client->problem()));
     QCOMPARE(client->holding(100, 2), (QVector<quint16>{42, 0}));
 
-    Program pidof(QStringLiteral("/usr/bin/pidof"));
-    QVERIFY(pidof.start({QStringLiteral("varnel-modbus-server")}));
-    QVERIFY(pidof.awaitEnd());
-    const pid_t pid = pidof.output().trimmed().toInt();
-    QVERIFY(pid > 0);
-    QCOMPARE(::kill(pid, SIGKILL), 0);
+    QVERIFY(ModbusBench::killServer());
     QTRY_VERIFY(!ModbusClient::tcp(502)->connect());
 
     // The panel notices nothing: its next update brings the server back, with the tables it was started with.
@@ -313,7 +292,8 @@ void tst_ModbusServer::killedServerServesAgain()
 void tst_ModbusServer::serialLineThatComesBack()
 {
     QVERIFY(startServer());
-    QVERIFY(startLine());
+    auto line = std::make_unique<SerialLine>();
+    QVERIFY(line->start());
     const QString interface =
         QStringLiteral(R"("baud":9600,"devid":1,"mode":"8N1","port":"/tmp/server-port")");
     const QString init = ModbusBench::writeInit(QStringLiteral("rtu"), interface, twoTables);
@@ -323,12 +303,11 @@ void tst_ModbusServer::serialLineThatComesBack()
         QStringLiteral("varnel-modbus-server: lost rtu /tmp/server-port 9600 8N1 id 1 (the "
                        "port is gone) trying again every 500 ms")));
     QVERIFY(feed(100, {9}));
-    QFile::remove(QStringLiteral("/tmp/server-port"));
-    QFile::remove(QStringLiteral("/tmp/plc-port"));
-    QVERIFY(startLine());
+    line = std::make_unique<SerialLine>();
+    QVERIFY(line->start());
     QVERIFY(server->log().await(
         QStringLiteral("varnel-modbus-server: serving 111 registers on rtu /tmp/server-port 9600 8N1 id 1")));
-    const auto client = ModbusClient::rtu(QStringLiteral("/tmp/plc-port"), 9600, 1);
+    const auto client = ModbusClient::rtu(SerialLine::plcPort(), 9600, 1);
     QVERIFY2(client->connect(), qPrintable(client->problem()));
     QCOMPARE(client->holding(100, 1), QVector<quint16>{9});
 }

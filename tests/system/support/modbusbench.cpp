@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+#include <signal.h>
+
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -108,6 +110,16 @@ bool ModbusBench::start(const QString& activation)
            QTest::qWaitFor([] { return QFile::exists(busSocket); }, int(patience.count()));
 }
 
+bool ModbusBench::killServer()
+{
+    Program pidof(QStringLiteral("/usr/bin/pidof"));
+    if (!pidof.start({QStringLiteral("varnel-modbus-server")}) || !pidof.awaitEnd()) {
+        return false;
+    }
+    const pid_t pid = pidof.output().trimmed().toInt();
+    return pid > 0 && ::kill(pid, SIGKILL) == 0;
+}
+
 ScriptRun ModbusBench::run(const QString& script, const QStringList& arguments)
 {
     Program program(scriptDir + QLatin1Char('/') + script);
@@ -143,6 +155,22 @@ QString ModbusBench::update(int address, const QVector<quint16>& words)
     const QJsonObject root{{QStringLiteral("cmd"), QStringLiteral("setconfig")},
                            {QStringLiteral("data"), QJsonArray{run}}};
     return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Compact));
+}
+
+SerialLine::~SerialLine()
+{
+    cable.reset();
+    QFile::remove(serverPort());
+    QFile::remove(plcPort());
+}
+
+bool SerialLine::start()
+{
+    cable = std::make_unique<Program>(QStringLiteral("/usr/bin/socat"));
+    const QString end = QStringLiteral("pty,rawer,link=");
+    return cable->start({end + serverPort(), end + plcPort()}) &&
+           QTest::qWaitFor([] { return QFile::exists(serverPort()) && QFile::exists(plcPort()); },
+                           int(patience.count()));
 }
 
 ModbusClient::ModbusClient(_modbus* newContext)

@@ -33,6 +33,10 @@ public:
 
     Program& bus() { return *daemon; }
 
+    /// Kills the server that D-Bus started, without giving it a chance to end in order. False when there is
+    /// none.
+    [[nodiscard]] static bool killServer();
+
     /// Runs a script of the device to its end.
     static ScriptRun run(const QString& script, const QStringList& arguments);
 
@@ -48,6 +52,25 @@ private:
     static bool writeConfiguration(const QString& activation);
 
     std::unique_ptr<Program> daemon;
+};
+
+/// Two serial ports joined by a cable, until the object goes.
+class SerialLine
+{
+    Q_DISABLE_COPY_MOVE(SerialLine)
+
+public:
+    SerialLine() = default;
+    ~SerialLine();
+
+    static QString serverPort() { return QStringLiteral("/tmp/server-port"); }
+    static QString plcPort() { return QStringLiteral("/tmp/plc-port"); }
+
+    /// Plugs the cable in; false when that fails.
+    [[nodiscard]] bool start();
+
+private:
+    std::unique_ptr<Program> cable;
 };
 
 /// A Modbus client of another make (libmodbus). Calls wait for the answer.
