@@ -8,6 +8,8 @@
 #include <QtDebug>
 
 #include "commandline.h"
+#include "enginesetup.h"
+#include "enginewarmer.h"
 #include "helpers.h"
 #include "logline.h"
 #include "mainwindow.h"
@@ -20,11 +22,9 @@ using namespace Varnel;
 
 namespace {
 
-/// The log belongs on standard error, also where Qt would hand it to a system journal, and whatever a
-/// distribution's logging rules say of plain debug lines.
+/// The documented lines are plain debug lines, which some distributions' logging rules switch off.
 void prepareLog()
 {
-    qputenv("QT_FORCE_STDERR_LOGGING", "1");
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=true"));
 }
 
@@ -102,6 +102,7 @@ QString chooseUdpAddress()
 
 int main(int argc, char* argv[])
 {
+    prepareEngine();
     prepareLog();
     logBanner();
     QApplication application(argc, argv);
@@ -120,6 +121,7 @@ int main(int argc, char* argv[])
         chooseUdpAddress(), static_cast<short>(Settings::getNetUdpPort()), window.get(), nullptr);
     udpHandler->init();
     window->showMaximized();
+    const EngineWarmer engineWarmer;
 
     const int exitCode = QApplication::exec();
 

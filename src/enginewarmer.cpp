@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#include "enginewarmer.h"
+
+#include <chrono>
+
+#include <QImage>
+#include <QPainter>
+#include <QTimer>
+#include <QWebFrame>
+#include <QWebPage>
+
+namespace Varnel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Late enough not to hold up a controller that is already there, early enough for one that boots with the
+/// panel.
+constexpr auto delay = 700ms;
+
+/// What controllers' pages are made of, without anything to fetch.
+const QString samplePage = QStringLiteral(
+    "<html><head><style>body{font:14px sans-serif;background:#eee} b{color:#123;border-radius:3px} "
+    "input{width:9em}</style></head><body><h1>0123456789</h1><p>The quick brown fox <b>jumps</b> <i>over</i> "
+    "<code>it</code></p><table border='1'><tr><td>1</td><td>2</td></tr></table>"
+    "<form><input type='text' value='x'><input type='checkbox'><input type='button' value='OK'>"
+    "<select><option>1</option></select></form><script>var t=JSON.stringify({a:[1,2].map(function(n)"
+    "{return n+1;})}).replace(/[0-9]/g,'x');document.body.appendChild(document.createTextNode(t));</script>"
+    "</body></html>");
+
+} // namespace
+
+EngineWarmer::EngineWarmer(QObject* parent)
+    : QObject(parent)
+{
+    QTimer::singleShot(delay, this, &EngineWarmer::warmUp);
+}
+
+void EngineWarmer::warmUp()
+{
+    QWebPage page;
+    page.setViewportSize(QSize(800, 480));
+    page.mainFrame()->setHtml(samplePage);
+    QImage image(page.viewportSize(), QImage::Format_RGB32);
+    QPainter painter(&image);
+    page.mainFrame()->render(&painter);
+}
+
+} // namespace Varnel
