@@ -2,6 +2,7 @@
 #include "simulator.h"
 
 #include <QJsonDocument>
+#include <QPainter>
 #include <QTest>
 
 namespace VarnelTest {
@@ -9,6 +10,19 @@ namespace VarnelTest {
 Simulator::Simulator(QObject* parent)
     : Program("r7m-simulator"_s, parent)
 {
+}
+
+QImage Simulator::plainPage()
+{
+    // Two coloured halves of 400 x 400 with a lamp in each, and a dark band below.
+    QImage page(800, 480, QImage::Format_RGB32);
+    QPainter painter(&page);
+    painter.fillRect(0, 0, 400, 400, QColor("#d7efe0"_s));
+    painter.fillRect(400, 0, 400, 400, QColor("#f6dcd7"_s));
+    painter.fillRect(0, 400, 800, 80, QColor("#12181f"_s));
+    painter.drawImage(QRect(152, 152, 96, 96), QImage(VARNEL_SOURCE_DIR "/simulator/web/images/green.png"_s));
+    painter.drawImage(QRect(552, 152, 96, 96), QImage(VARNEL_SOURCE_DIR "/simulator/web/images/red.png"_s));
+    return page;
 }
 
 bool Simulator::startAndListen(const QStringList& options)

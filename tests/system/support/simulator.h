@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QImage>
 #include <QJsonObject>
 #include <QList>
 
@@ -16,6 +17,10 @@ class Simulator : public Program
 
 public:
     explicit Simulator(QObject* parent = nullptr);
+
+    /// What its still page ("--page plain") looks like, but for the caption in the band at the bottom, which
+    /// covers less than two parts in a hundred.
+    static QImage plainPage();
 
     /// Starts it with these options added and waits until it listens.
     [[nodiscard]] bool startAndListen(const QStringList& options = {});
