@@ -265,8 +265,10 @@ void tst_Link::burstIsHandledWhole()
     }
     scene.sequence = 200;
     QVERIFY(scene.isAlive());
-    QCOMPARE(scene.panel.log().lines().filter("wv: Set language to \"de\""_s).size(), 50);
-    QCOMPARE(scene.panel.log().lines().filter("wv: Set language to \"fr\""_s).size(), 50);
+    QTRY_COMPARE_WITH_TIMEOUT(scene.panel.log().lines().filter("wv: Set language to \"de\""_s).size(), 50,
+                              20000);
+    QTRY_COMPARE_WITH_TIMEOUT(scene.panel.log().lines().filter("wv: Set language to \"fr\""_s).size(), 50,
+                              20000);
 }
 
 QTEST_GUILESS_MAIN(tst_Link)
