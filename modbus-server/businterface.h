@@ -15,6 +15,7 @@ struct Refusal;
 class BusInterface : public QObject, protected QDBusContext
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(BusInterface)
     Q_CLASSINFO("D-Bus Interface", "org.varnel.ModbusServer1")
     Q_PROPERTY(QString State READ state)
     Q_PROPERTY(QString Endpoint READ endpoint)

@@ -90,7 +90,7 @@ Parsed<QJsonObject> parseCommand(const QByteArray& text, const QString& command,
         return Refusal{kind,
                        QStringLiteral("%1 octets are too long, %2 are allowed").arg(text.size()).arg(limit)};
     }
-    QJsonParseError error;
+    QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (error.error != QJsonParseError::NoError) {
         return Refusal{kind,

@@ -46,7 +46,7 @@ public:
     [[nodiscard]] Refusal refusal() const { return {kind, complaints.value(0)}; }
 
 private:
-    QJsonValue member(const QString& name) const { return object.value(name); }
+    [[nodiscard]] QJsonValue member(const QString& name) const { return object.value(name); }
 
     QJsonObject object;
     QString path;

@@ -2,6 +2,7 @@
 #include "log.h"
 
 #include <cstdio>
+#include <tuple>
 
 namespace Varnel {
 
@@ -12,7 +13,8 @@ namespace {
 
 void writeLine(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
-    std::fprintf(stderr, "varnel-modbus-server: %s\n", text.toLocal8Bit().constData());
+    // Nobody could be told of a failure.
+    std::ignore = std::fprintf(stderr, "varnel-modbus-server: %s\n", text.toLocal8Bit().constData());
 }
 
 } // namespace

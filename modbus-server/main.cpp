@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <csignal>
 #include <cstdio>
+#include <tuple>
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -37,8 +38,8 @@ void quitOnSignals(QCoreApplication& application)
     }
     auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &application);
     QObject::connect(notifier, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
-    std::signal(SIGTERM, &noteSignal);
-    std::signal(SIGINT, &noteSignal);
+    std::ignore = std::signal(SIGTERM, &noteSignal);
+    std::ignore = std::signal(SIGINT, &noteSignal);
 }
 
 QDBusConnection connectToBus(const QString& bus)
@@ -89,7 +90,7 @@ int main(int argc, char* argv[])
     QCoreApplication application(argc, argv);
     const CommandLine commandLine = parseCommandLine(QCoreApplication::arguments());
     if (!commandLine.options) {
-        std::fputs(qPrintable(commandLine.output), commandLine.status == 0 ? stdout : stderr);
+        std::ignore = std::fputs(qPrintable(commandLine.output), commandLine.status == 0 ? stdout : stderr);
         return commandLine.status;
     }
     if (commandLine.options->verbose) {

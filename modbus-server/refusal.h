@@ -24,6 +24,7 @@ struct Parsed
     std::optional<T> value;
     Refusal refusal;
 
+    // Both implicit, so that a parser returns the one or the other as it is.
     Parsed(T good)
         : value(std::move(good))
     {

@@ -29,8 +29,8 @@ Refusal RegisterStore::publish(const RegisterUpdate& update, Clock::time_point n
     }
     for (const RegisterRun& run : update) {
         auto cell = cells.begin() + run.address;
-        for (const quint16 word : run.words) {
-            *cell++ = Cell{now, word};
+        for (const quint16 value : run.words) {
+            *cell++ = Cell{now, value};
         }
     }
     return {};

@@ -24,8 +24,9 @@ struct ReadKind
 QByteArray encodeWords(const RegisterStore& store, int address, int count)
 {
     QByteArray octets(count * 2, '\0');
-    for (int at = 0; at < count; ++at) {
-        qToBigEndian(store.word(address + at), octets.data() + at * 2);
+    char* octet = octets.data();
+    for (int at = address; at < address + count; ++at, octet += 2) {
+        qToBigEndian(store.word(at), octet);
     }
     return octets;
 }
@@ -58,11 +59,19 @@ const ReadKind* findRead(QModbusPdu::FunctionCode function)
     return nullptr;
 }
 
-QModbusResponse answerRead(const ReadKind& read, const QByteArray& data, const RegisterStore& store,
-                           RegisterStore::Clock::time_point now)
+/// The octets of a PDU. QModbusPdu's own stream operator refuses codes outside the standard's list, but those
+/// too must be answered with exception 01.
+QByteArray toOctets(const QModbusPdu& pdu)
+{
+    const int exceptionBit = pdu.isException() ? QModbusPdu::ExceptionByte : 0;
+    return static_cast<char>(pdu.functionCode() | exceptionBit) + pdu.data();
+}
+
+QByteArray answerRead(const ReadKind& read, const QByteArray& data, const RegisterStore& store,
+                      RegisterStore::Clock::time_point now)
 {
     const auto refuse = [&read](QModbusPdu::ExceptionCode code) {
-        return QModbusExceptionResponse(read.function, code);
+        return toOctets(QModbusExceptionResponse(read.function, code));
     };
     if (data.size() != 4) {
         return refuse(QModbusPdu::IllegalDataValue);
@@ -79,15 +88,7 @@ QModbusResponse answerRead(const ReadKind& read, const QByteArray& data, const R
         return refuse(QModbusPdu::ServerDeviceFailure);
     }
     const QByteArray values = read.encode(store, address, count);
-    return QModbusResponse(read.function, static_cast<char>(values.size()) + values);
-}
-
-/// The octets of a PDU. QModbusPdu's own stream operator refuses codes outside the standard's list, but those
-/// too must be answered with exception 01.
-QByteArray toOctets(const QModbusPdu& pdu)
-{
-    const int exceptionBit = pdu.isException() ? QModbusPdu::ExceptionByte : 0;
-    return static_cast<char>(pdu.functionCode() | exceptionBit) + pdu.data();
+    return toOctets(QModbusResponse(read.function, static_cast<char>(values.size()) + values));
 }
 
 } // namespace
@@ -100,7 +101,7 @@ QByteArray answerRequest(const QByteArray& pdu, const RegisterStore& store,
     }
     const auto function = static_cast<QModbusPdu::FunctionCode>(static_cast<quint8>(pdu.at(0)));
     if (const ReadKind* read = findRead(function)) {
-        return toOctets(answerRead(*read, pdu.mid(1), store, now));
+        return answerRead(*read, pdu.mid(1), store, now);
     }
     return toOctets(QModbusExceptionResponse(function, QModbusPdu::IllegalFunction));
 }

@@ -46,7 +46,7 @@ private:
         bool isRequest = false;
     };
 
-    Shape recognise() const;
+    [[nodiscard]] Shape recognise() const;
     std::optional<QByteArray> requestAtEnd();
 
     QByteArray buffer;

@@ -15,6 +15,7 @@ namespace Varnel {
 class RtuTransport : public Transport
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(RtuTransport)
 
 public:
     RtuTransport(const RtuEndpoint& endpoint, AnswerFunction answer, QObject* parent = nullptr);

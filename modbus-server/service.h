@@ -31,6 +31,7 @@ struct ServiceOptions
 class Service : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Service)
 
 public:
     explicit Service(const ServiceOptions& options, QObject* parent = nullptr);

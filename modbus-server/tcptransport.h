@@ -20,6 +20,7 @@ namespace Varnel {
 class TcpTransport : public Transport
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(TcpTransport)
 
 public:
     /// `idleLimit`: when all places are taken, a new client gets the place of the one whose last request is
