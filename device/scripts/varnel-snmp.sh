@@ -31,12 +31,18 @@ append_part() {
     (umask 077 && printf '%s\n' "$2" >>"$SNMP_STAGE/$1")
 }
 
-# A numeric object identifier; names would need MIB files that the panel does not have.
+# A numeric object identifier, each of its numbers within 32 bits; names would need MIB files that the panel does not
+# have.
 is_oid() {
     case $1 in
         '' | . | *[!0-9.]* | *. | *..*) return 1 ;;
     esac
-    [ "${#1}" -le 128 ]
+    [ "${#1}" -le 128 ] || return 1
+    numbers=${1#.}.
+    while [ -n "$numbers" ]; do
+        is_number "${numbers%%.*}" && [ "${numbers%%.*}" -le 4294967295 ] || return 1
+        numbers=${numbers#*.}
+    done
 }
 
 # "0x" and an even number of hexadecimal digits for 5 to 32 octets (RFC 3411, SnmpEngineID).

@@ -138,6 +138,8 @@ check "a changed pass phrase: the old one is refused" refused -v 3 -u privuser -
 check_equal "files with secrets: root and the daemon alone" "600
 600
 600" "$(stat -c %a /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/snmp/agent)"
+check_equal "files with secrets: owned by the daemon's user" "Debian-snmp
+Debian-snmp" "$(stat -c %U /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf)"
 check_equal "state directory: root alone" "700" "$(stat -c %a /run/keep/snmp)"
 check "the distribution's own file is kept" grep -q "agentaddress  127.0.0.1" /etc/snmp/snmpd.conf.before-varnel
 check_not "nothing is left of the transaction" test -e /run/varnel/snmp
@@ -169,6 +171,7 @@ refuse "a community beyond ASCII" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "
 refuse "no community" 1 "community is empty" "$CONTROLLER" 161 "" "" "$OID" V1
 refuse "a context with a blank" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "a b" comm "$OID" V1
 refuse "an object by name" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm sysDescr V1
+refuse "an object beyond 32 bits" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm .1.3.4294967296 V1
 refuse "no object" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm "" V1
 refuse "an unknown model" 2 "unknown model 'V4'" "$CONTROLLER" 161 "" comm "$OID" V4
 refuse "a missing value" 2 "takes 3 values" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user SHA
@@ -201,6 +204,23 @@ run 1 "an engine id that is none: refused" snmptrap.sh add "$MANAGER" 162 V3NOAU
 check_equal "refusals: nothing changed" "$before" "$(sums $files)"
 check_equal "refusals: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
 eval "check_equal 'refusals: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
+run 0 "snmptrap.sh init" snmptrap.sh init "$MANAGER" 162 V2 c
+run 1 "snmptrap.sh add with a short pass phrase: refused" snmptrap.sh add "$MANAGER" 162 V3NOPRIV "$ENGINE" user MD5 short
+run 1 "apply after a refused destination: refused" snmpctl.sh apply
+said "a step was refused, the former SNMP configuration stays"
+
+# What only net-snmp itself finds wrong.
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh with too long a context" snmpcfg.sh "$CONTROLLER" 161 "$(printf '%040d' 0)" comm "$OID" V2
+run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 162 V2 c
+run 1 "apply of what snmpd does not take: refused" snmpctl.sh apply
+said "snmpd refuses"
+# shellcheck disable=SC2086
+check_equal "apply refused: nothing changed" "$before" "$(sums $files)"
+check_equal "apply refused: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
 
 # A port that another program holds: net-snmp does not come up, and the former configuration comes back.
 far true
@@ -284,4 +304,11 @@ run 0 "snmptrap.sh add without a model" snmptrap.sh add "$MANAGER" 1162
 run 0 "apply" snmpctl.sh apply
 check "no model: nobody reads anything" refused -v 2c -c comm
 check_not "no destination: nothing takes traps" sh -c 'ss -H -l -u -n "sport = :1162" | grep -q .'
+
+# --- the unit of the trap daemon ---
+
+mkdir -p /run/systemd/system
+cp -r "$ROOT_DIR/device/systemd/snmptrapd.service.d" /run/systemd/system/
+check_equal "drop-in: systemd finds nothing wrong" "" \
+    "$(systemd-analyze verify --man=no snmptrapd.service 2>&1 | grep snmptrapd || :)"
 finish

@@ -1,0 +1,137 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# From one end to the other: frames of a simulated controller, through the panel and its scripts, to what a manager, a
+# trap receiver and a Modbus client on the network see. Usage: test_endtoend.sh PROGRAM-DIRECTORY
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
+enter_namespace "$@"
+PROGRAMS=$(readlink -f -- "$1")
+add_links
+
+# The controller is 192.168.7.20, the manager and Modbus client 192.168.7.50; the panel starts as 192.168.7.2 and is
+# told to be 192.168.7.9.
+CONTROLLER=192.168.7.20
+MANAGER=192.168.7.50
+PANEL=192.168.7.9
+OID=.1.3.6.1.4.1.53864.3
+ip address add 192.168.7.2/24 dev eth0
+ip link set eth0 up
+far ip address add "$CONTROLLER/24" dev far0
+far ip address add "$MANAGER/24" dev far0
+
+# --- the panel's system ---
+
+cat >/etc/network/interfaces <<'END'
+auto eth0
+iface eth0 inet static
+    address 192.168.7.2/24
+END
+rm -f /etc/network/interfaces.d/*
+cat >/usr/local/etc/varnel-browser.ini <<END
+[Files]
+ScriptDir=$SCRIPTS
+TmpCfgDir=/run/etc
+[Network]
+UdpBindAddress=0.0.0.0
+UdpTimeout=3
+[ModbusServer]
+ModbusMap=$ROOT_DIR/device/modbus.map
+[WebSite]
+Login=admin
+Password=admin
+END
+mkdir -p /run/dbus
+cp "$ROOT_DIR/device/dbus/org.varnel.ModbusServer1.conf" /etc/dbus-1/system.d/
+dbus-daemon --system --fork 2>/dev/null
+"$PROGRAMS/varnel-modbus-server" >"$WORK/server.log" 2>&1 &
+
+# --- the controller's SNMP agent, the manager's trap receiver ---
+
+cp /usr/sbin/snmpd "$WORK/controller-agent"
+cp /usr/sbin/snmptrapd "$WORK/trap-receiver"
+cat >"$WORK/controller.conf" <<END
+agentAddress udp:$CONTROLLER:161
+rocommunity r7mcomm
+override $OID.1.0 octet_str "value of the controller"
+END
+SNMP_PERSISTENT_DIR=$WORK/controller far "$WORK/controller-agent" -r -C -c "$WORK/controller.conf" \
+    -Lf "$WORK/controller.log" -I -smux,mteTrigger,mteTriggerConf
+cat >"$WORK/manager.conf" <<END
+snmpTrapdAddr udp:$MANAGER:162
+authCommunity log traps
+END
+SNMP_PERSISTENT_DIR=$WORK/manager far "$WORK/trap-receiver" -C -c "$WORK/manager.conf" -Lf "$WORK/traps"
+
+# --- controller and panel ---
+
+mkfifo "$WORK/actions"
+far "$PROGRAMS/r7m-simulator" --http "$CONTROLLER:80" --target 192.168.7.255:9876 --broadcast --interval 200 --page plain \
+    --map "$ROOT_DIR/device/modbus.map" --stdin --log \
+    --set core.101=4711 --set core.300=21.5 \
+    --set "netcfg.ip=$PANEL" --set netcfg.gateway="$CONTROLLER" --set netcfg.dns1=10.1.1.1 \
+    --set snmpcfg.version=5 --set "snmpcfg.priv_oid=$OID" --set snmpcfg.r7m_context= \
+    --set snmpcfg.r7m_community=r7mcomm --set "snmpcfg.trap_addr1=$MANAGER" \
+    --set modbuscfg.tcp_port=1502 <"$WORK/actions" >"$WORK/simulator.log" 2>&1 &
+exec 6>"$WORK/actions"
+simulator_listens() { grep -q '^listening' "$WORK/simulator.log"; }
+eventually simulator_listens
+
+HOME=$WORK QT_QPA_PLATFORM=offscreen QT_LOGGING_RULES=varnel.script.debug=true "$PROGRAMS/varnel-browser" \
+    2>"$WORK/panel.log" &
+
+within_30_s() {
+    eventually "$@" || eventually "$@" || eventually "$@"
+}
+
+snmp_value() {
+    far snmpget -r 0 -t 2 -O qv -v 3 -u admin -l authPriv -a SHA -A admin-pass -x AES -X admin-key "$PANEL" "$OID.1.0" \
+        2>/dev/null
+}
+
+reads_value() {
+    [ "$(snmp_value)" = '"value of the controller"' ]
+}
+
+trap_arrived() {
+    grep -q "$1" "$WORK/traps"
+}
+
+# modbus_reads PORT REGISTER TYPE VALUE; the panel puts the high word of a number first ("-B").
+modbus_reads() {
+    far timeout 5 mbpoll -m tcp -B -p "$1" -0 -r "$2" -t "$3" -1 -o 1 "$PANEL" 2>/dev/null |
+        grep -q "^\[$2\]:[[:space:]]*$4"
+}
+
+registered() {
+    grep -qsx "ADDRESS=$CONTROLLER" /run/varnel/controller
+}
+
+panel_has_address() {
+    ip -4 -o address show dev eth0 | grep -qF "inet $PANEL/24"
+}
+
+check "NetCfg: the panel has the address" within_30_s panel_has_address
+check "NetCfg: the name server is set" within_30_s grep -qx "nameserver 10.1.1.1" /etc/resolv.conf
+check "registration: the controller's address" within_30_s registered
+check "registration: its software build" grep -qx "BUILD=512" /run/varnel/controller
+check "SnmpCfg: a manager reads the controller's value with V3PRIV" within_30_s reads_value
+check "SnmpCfg: the agent's start trap reaches the manager" within_30_s trap_arrived "3.6.1.6.3.1.1.5.1"
+far snmptrap -v 2c -c traps "$PANEL:162" 5 "$OID.0.1" "$OID.2.0" s "trap of the controller"
+check "SnmpCfg: a trap of the controller reaches the manager" eventually trap_arrived "trap of the controller"
+check "ModbusCfg and Core: a client reads the register" within_30_s modbus_reads 1502 101 4 4711
+check "Core: a client reads two registers as a number" modbus_reads 1502 300 4:float 21.5
+check_not "ModbusCfg: no other port is open" modbus_reads 502 101 4 4711
+
+echo "set core.101=1234 modbuscfg.tcp_status=off" >&6
+closed() { ! modbus_reads 1502 101 4 '[0-9]'; }
+check "ModbusCfg off: the port closes" within_30_s closed
+echo "set modbuscfg.tcp_status=on modbuscfg.tcp_port=502" >&6
+check "ModbusCfg on another port: a client reads the new value" within_30_s modbus_reads 502 101 4 1234
+
+echo "silence" >&6
+unregistered() { [ ! -e /run/varnel/controller ]; }
+check "silence: the controller is unregistered" within_30_s unregistered
+check "silence: the agent still answers managers" reads_value
+
+[ "$failures" -eq 0 ] || tail -n 60 "$WORK/panel.log"
+finish
