@@ -1,0 +1,387 @@
+// SPDX-License-Identifier: MIT
+// What may come in between while a file is saved: time, the page, the link, the screen, the drive, the end.
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QTest>
+
+#include "transferscene.h"
+
+using namespace VarnelTest;
+
+namespace {
+
+const auto slowFile = "/download/custom/slow.bin?size=61440&pace=200"_s; // 15 pieces, 3 seconds
+const int slowSize = 61440;
+const auto plainFile = "/download/custom/plain.bin?size=2048"_s;
+const QStringList rwThenRo{"rw"_s, "ro"_s};
+
+bool runTool(const QStringList& command)
+{
+    Program tool("/usr/bin/env"_s);
+    return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
+}
+
+/// A small drive in memory, mounted read-only, with the device's own remount script.
+class MountedDrive
+{
+public:
+    MountedDrive()
+    {
+        mounted = runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "ro,size=64k"_s, "drive"_s, "/usbmnt"_s});
+        for (const auto& name : {"usbremount.sh"_s, "varnel-common.sh"_s}) {
+            const QString target = "/usr/local/bin/"_s + name;
+            QFile::remove(target);
+            mounted =
+                QFile::copy(QStringLiteral(VARNEL_SOURCE_DIR "/device/scripts/") + name, target) && mounted;
+        }
+    }
+
+    ~MountedDrive() { runTool({"umount"_s, "/usbmnt"_s}); }
+
+    Q_DISABLE_COPY_MOVE(MountedDrive)
+
+    bool isMounted() const { return mounted; }
+
+    /// "ro" or "rw", as the kernel says.
+    static QString state()
+    {
+        QFile mounts("/proc/self/mounts"_s);
+        mounts.open(QIODevice::ReadOnly);
+        const QList<QByteArray> lines = mounts.readAll().split('\n');
+        for (const QByteArray& line : lines) {
+            if (line.startsWith("drive /usbmnt ")) {
+                return QString::fromLatin1(line.split(' ').at(3).left(2));
+            }
+        }
+        return {};
+    }
+
+private:
+    bool mounted = false;
+};
+
+} // namespace
+
+class tst_DownloadTrouble : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void progressIsShown();
+    void brokenOffBody();
+    void linkLossWhileAsking_data();
+    void linkLossWhileAsking();
+    void pageLeavesWhileAsking_data();
+    void pageLeavesWhileAsking();
+    void secondDownloadTakesThePlace();
+    void screenGoesDarkWhileAsking();
+    void driveIsPulledWhileAsking();
+    void driveIsPulledWhileSaving();
+    void panelEndsWhileAsking();
+    void panelEndsWhileSaving();
+    void panelEndsWhileCompletionIsShown();
+    void realDriveIsReadOnlyBeforeAndAfter();
+    void realDriveIsFull();
+    void hugeBody();
+
+private:
+    void open(const QByteArray& html = TransferScene::linkPage(),
+              const SettingsFile& settings = TransferScene::quietSettings());
+    void ask(const QString& path);
+    void accept();
+    void awaitSaved();
+    LogReader& log() { return scene->panel.log(); }
+
+    VirtualScreen screen;
+    std::unique_ptr<TransferScene> scene;
+};
+
+void tst_DownloadTrouble::initTestCase()
+{
+    QVERIFY(screen.start());
+}
+
+void tst_DownloadTrouble::init()
+{
+    scene = std::make_unique<TransferScene>(screen);
+}
+
+void tst_DownloadTrouble::cleanup()
+{
+    if (scene->panel.isRunning()) {
+        QVERIFY(scene->isAlive());
+        QCOMPARE(scene->panel.stop(), 0);
+    }
+    QCOMPARE(scene->panel.exitStatus(), 0);
+    scene.reset();
+}
+
+void tst_DownloadTrouble::open(const QByteArray& html, const SettingsFile& settings)
+{
+    QVERIFY(scene->open(html, settings));
+}
+
+/// Touches the link, which leads to `path`, and waits for the chooser.
+void tst_DownloadTrouble::ask(const QString& path)
+{
+    scene->leadTo(path);
+    screen.tap({400, 240});
+    QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3%1'"_s.arg(path)));
+    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+}
+
+void tst_DownloadTrouble::accept()
+{
+    screen.tap(TransferScene::okButton);
+    QVERIFY(log().await({"Rw-remount the usb drive"_s, "RemountUSB \"rw\""_s}));
+}
+
+void tst_DownloadTrouble::awaitSaved()
+{
+    QVERIFY(
+        log().await({"<now> - Download complete"_s, "Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
+}
+
+void tst_DownloadTrouble::progressIsShown()
+{
+    open();
+    ask(slowFile);
+    accept();
+    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
+    // Two points of the bar, at about a third and two thirds: the one is filled before the other.
+    const QPoint bar = TransferScene::progressPlace.topLeft() + QPoint(20, 80);
+    const QPoint third = bar + QPoint(120, 0);
+    const QPoint twoThirds = bar + QPoint(240, 0);
+    const QRgb empty = screen.grab().pixel(bar + QPoint(360, 0));
+    QTRY_VERIFY_WITH_TIMEOUT(screen.grab().pixel(third) != empty, 20000);
+    const QImage early = screen.grab();
+    QCOMPARE(early.pixel(twoThirds), empty);
+    scene->keepPicture("download-progress"_s);
+    QTRY_VERIFY_WITH_TIMEOUT(screen.grab().pixel(twoThirds) != empty, 20000);
+
+    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
+    scene->keepPicture("download-complete"_s);
+    awaitSaved();
+    QVERIFY(scene->awaitPage());
+    QVERIFY(TransferScene::readDrive("slow.bin"_s) == generatedBody(slowSize));
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+}
+
+void tst_DownloadTrouble::brokenOffBody()
+{
+    open();
+    ask("/download/custom/broken.bin?size=61440&pace=200&break=20480"_s);
+    accept();
+    QVERIFY(log().await(QRegularExpression("^<now> - Request '.*broken\\.bin.*' failed: "_s)));
+    awaitSaved();
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+    QVERIFY(TransferScene::readDrive("broken.bin"_s) == generatedBody(slowSize).left(20480));
+}
+
+void tst_DownloadTrouble::linkLossWhileAsking_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("size");
+
+    QTest::newRow("all there") << plainFile << "plain.bin"_s << 2048;
+    QTest::newRow("still coming") << slowFile << "slow.bin"_s << slowSize;
+}
+
+void tst_DownloadTrouble::linkLossWhileAsking()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, name);
+    QFETCH(int, size);
+    open(TransferScene::linkPage(), TransferScene::quietSettings().set("Network/UdpTimeout", "3"));
+    QVERIFY(scene->sendFrame()); // three seconds from now
+    ask(path);
+    QVERIFY(log().await("Remove R7M"_s));
+    QVERIFY(screen.awaitPixel({20, 20}, Qt::white)); // the error page, behind the chooser
+    accept();
+    awaitSaved();
+    QVERIFY(TransferScene::readDrive(name) == generatedBody(size));
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+}
+
+void tst_DownloadTrouble::pageLeavesWhileAsking_data()
+{
+    linkLossWhileAsking_data();
+}
+
+void tst_DownloadTrouble::pageLeavesWhileAsking()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, name);
+    QFETCH(int, size);
+    scene->server.serve("/other.html", "<html><body style='background:#0000c0'></body></html>");
+    open("<a href='/go' style='display:block;width:800px;height:480px' "
+         "onclick=\"setTimeout(function(){location.href='/other.html'},1000)\"></a>");
+    scene->leadTo(path);
+    screen.tap({400, 240});
+    QVERIFY(scene->server.awaitCount("/other.html", 1));
+    QVERIFY(screen.awaitPixel({20, 20}, QColor(0, 0, 0xc0)));
+    accept();
+    awaitSaved();
+    QVERIFY(TransferScene::readDrive(name) == generatedBody(size));
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+    QVERIFY(screen.awaitPixel({400, 240}, QColor(0, 0, 0xc0)));
+}
+
+void tst_DownloadTrouble::secondDownloadTakesThePlace()
+{
+    scene->server.answer("/second", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\n"
+                                    "Location: http://192.168.7.3/download/plain\r\n\r\n");
+    // The page starts another one once the first is being saved.
+    open("<a href='/go' style='display:block;width:800px;height:480px' "
+         "onclick=\"setTimeout(function(){location.href='/second'},2000)\"></a>");
+    ask("/download/custom/first.bin?size=614400&pace=200"_s);
+    accept();
+    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
+    QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3/download/plain'"_s));
+    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    screen.tap(TransferScene::okButton);
+    QVERIFY(
+        log().await({"<now> - Download to '/usbmnt/first.bin' broken off: another download takes its place"_s,
+                     "<now> - File will be saved to '/usbmnt/report.txt'"_s}));
+    awaitSaved();
+    QVERIFY(scene->awaitPage());
+    QVERIFY(TransferScene::readDrive("report.txt"_s) == generatedBody(2048));
+    const QByteArray part = TransferScene::readDrive("first.bin"_s);
+    QVERIFY(!part.isEmpty() && part.size() < 614400);
+    QVERIFY(part == generatedBody(part.size()));
+    QTRY_COMPARE(scene->remounts(), QStringList({"rw"_s, "rw"_s, "ro"_s}));
+}
+
+void tst_DownloadTrouble::screenGoesDarkWhileAsking()
+{
+    open(TransferScene::linkPage(), TransferScene::quietSettings().set("UI/ScreenSaverInterval", "2000"));
+    ask(plainFile);
+    QVERIFY(log().await("goSleep"_s));
+    QTRY_COMPARE(StandInSys::read(StandInSys::blankFile()), "1"_s);
+    screen.move(TransferScene::chooserPlace.bottomLeft() + QPoint(5, -5)); // beside the dialog's widgets
+    QTRY_COMPARE(StandInSys::read(StandInSys::blankFile()), "0"_s);
+    accept();
+    awaitSaved();
+    QVERIFY(TransferScene::readDrive("plain.bin"_s) == generatedBody(2048));
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+}
+
+void tst_DownloadTrouble::driveIsPulledWhileAsking()
+{
+    open();
+    ask(plainFile);
+    TransferScene::pull();
+    accept();
+    QVERIFY(log().await("<now> - Error opening file '/usbmnt/plain.bin' for writing."_s));
+    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
+    QVERIFY(log().await("RemountUSB \"ro\""_s));
+    QVERIFY(TransferScene::driveEntries().isEmpty());
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+}
+
+void tst_DownloadTrouble::driveIsPulledWhileSaving()
+{
+    open();
+    ask(slowFile);
+    accept();
+    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
+    TransferScene::pull();
+    QVERIFY(log().await("<now> - USB drive removed while '/usbmnt/slow.bin' was being saved"_s));
+    QVERIFY(log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
+    QTRY_COMPARE(scene->remounts(), rwThenRo);
+}
+
+void tst_DownloadTrouble::panelEndsWhileAsking()
+{
+    open();
+    ask(slowFile);
+    QCOMPARE(scene->panel.stop(), 0);
+    QVERIFY(scene->remounts().isEmpty());
+    QVERIFY(TransferScene::driveEntries().isEmpty());
+}
+
+void tst_DownloadTrouble::panelEndsWhileSaving()
+{
+    open();
+    ask(slowFile);
+    accept();
+    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
+    QCOMPARE(scene->panel.stop(), 0);
+    QVERIFY(log().await({"<now> - Download to '/usbmnt/slow.bin' broken off: the application ends"_s,
+                         "Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
+    QCOMPARE(scene->remounts(), rwThenRo);
+    const QByteArray part = TransferScene::readDrive("slow.bin"_s);
+    QVERIFY(part.size() < slowSize);
+    QVERIFY(part == generatedBody(part.size()));
+}
+
+void tst_DownloadTrouble::panelEndsWhileCompletionIsShown()
+{
+    open();
+    ask(plainFile);
+    accept();
+    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
+    QCOMPARE(scene->panel.stop(), 0);
+    QVERIFY(log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
+    QCOMPARE(scene->remounts(), rwThenRo);
+    QVERIFY(TransferScene::readDrive("plain.bin"_s) == generatedBody(2048));
+}
+
+void tst_DownloadTrouble::realDriveIsReadOnlyBeforeAndAfter()
+{
+    open();
+    const MountedDrive drive;
+    QVERIFY(drive.isMounted());
+    QCOMPARE(MountedDrive::state(), "ro"_s);
+    ask(slowFile);
+    QCOMPARE(MountedDrive::state(), "ro"_s);
+    accept();
+    QTRY_COMPARE(MountedDrive::state(), "rw"_s);
+    awaitSaved();
+    QTRY_COMPARE(MountedDrive::state(), "ro"_s);
+    QVERIFY(TransferScene::readDrive("slow.bin"_s) == generatedBody(slowSize));
+}
+
+void tst_DownloadTrouble::realDriveIsFull()
+{
+    open();
+    const MountedDrive drive;
+    QVERIFY(drive.isMounted());
+    ask("/download/large"_s);
+    accept();
+    QVERIFY(log().await("<now> - Error writing file '/usbmnt/large.bin': 65536 of 5242880 octets written: "
+                        "No space left on device"_s));
+    QVERIFY(log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
+    QTRY_COMPARE(MountedDrive::state(), "ro"_s);
+    QVERIFY(TransferScene::readDrive("large.bin"_s) == generatedBody(65536));
+}
+
+void tst_DownloadTrouble::hugeBody()
+{
+    const int size = 200 << 20;
+    open();
+    ask("/download/huge"_s);
+    accept();
+    QVERIFY(log().await("<now> - Download complete"_s, std::chrono::minutes(2)));
+    QVERIFY(log().await("RemountUSB \"ro\""_s));
+    QFile saved(TransferScene::drive("huge.bin"_s));
+    QCOMPARE(saved.size(), qint64(size));
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    QCryptographicHash digest(QCryptographicHash::Md5);
+    QVERIFY(digest.addData(&saved));
+    // Piece by piece: the body repeats itself after 16 MiB.
+    QCryptographicHash expected(QCryptographicHash::Md5);
+    const QByteArray piece = generatedBody(16 << 20);
+    for (int done = 0; done < size; done += piece.size()) {
+        expected.addData(piece.left(size - done));
+    }
+    QCOMPARE(digest.result(), expected.result());
+}
+
+QTEST_GUILESS_MAIN(tst_DownloadTrouble)
+#include "tst_downloadtrouble.moc"
