@@ -24,7 +24,10 @@ WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
     , downloadHandler(new DownloadHandler(mainWindow))
 {
     setNetworkAccessManager(mainWindow->getNetworkAccessManager());
-    connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent);
+    // Queued: a download asks its user in an event loop of its own, in which the page may go elsewhere. The
+    // engine does not survive that while it is still in the middle of handing the reply over.
+    connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent,
+            Qt::QueuedConnection);
     connect(networkAccessManager(), &QNetworkAccessManager::finished, this, &WebPage::httpResponseFinished);
     mainFrame()->setScrollBarPolicy(Qt::Vertical, Qt::ScrollBarAlwaysOff);
     mainFrame()->setScrollBarPolicy(Qt::Horizontal, Qt::ScrollBarAlwaysOff);
