@@ -11,9 +11,9 @@ namespace {
 
 QJsonObject readJsonAction(const QString& line, QString* error)
 {
-    QJsonParseError problem;
+    QJsonParseError problem{};
     const QJsonDocument document = QJsonDocument::fromJson(line.toUtf8(), &problem);
-    const QJsonObject action = document.object();
+    QJsonObject action = document.object();
     if (problem.error != QJsonParseError::NoError) {
         *error = QStringLiteral("not JSON: %1").arg(problem.errorString());
         return {};
@@ -29,8 +29,9 @@ QJsonObject readJsonAction(const QString& line, QString* error)
 
 QJsonObject readAction(const QString& line, QString* error)
 {
-    if (line.trimmed().startsWith(QLatin1Char('{')))
+    if (line.trimmed().startsWith(QLatin1Char('{'))) {
         return readJsonAction(line, error);
+    }
     QStringList words = QProcess::splitCommand(line);
     if (words.isEmpty()) {
         *error = QStringLiteral("empty action");

@@ -16,8 +16,9 @@ const char* const outputWords[] = {"off", "on", "slow", "fast"};
 
 QString textOf(const QJsonValue& value)
 {
-    if (value.isBool())
+    if (value.isBool()) {
         return value.toBool() ? QStringLiteral("on") : QStringLiteral("off");
+    }
     return value.isDouble() ? QString::number(value.toDouble(), 'f', 0) : value.toString();
 }
 
@@ -26,17 +27,20 @@ std::optional<quint32> readNumber(const QString& text, int width)
     bool ok = false;
     const quint64 number = text.toULongLong(&ok, 0);
     const quint64 limit = (quint64(1) << (8 * width)) - 1;
-    if (!ok || number > limit)
+    if (!ok || number > limit) {
         return std::nullopt;
+    }
     return static_cast<quint32>(number);
 }
 
 std::optional<QByteArray> encodeFlag(const QString& text, int width)
 {
-    if (text == QLatin1String("on") || text == QLatin1String("true"))
+    if (text == QLatin1String("on") || text == QLatin1String("true")) {
         return littleEndian(1, width);
-    if (text == QLatin1String("off") || text == QLatin1String("false"))
+    }
+    if (text == QLatin1String("off") || text == QLatin1String("false")) {
         return littleEndian(0, width);
+    }
     const std::optional<quint32> number = readNumber(text, width);
     return number ? std::optional(littleEndian(*number, width)) : std::nullopt;
 }
@@ -44,8 +48,9 @@ std::optional<QByteArray> encodeFlag(const QString& text, int width)
 std::optional<QByteArray> encodeOutput(const QString& text, int width)
 {
     for (quint32 command = 0; command < std::size(outputWords); ++command) {
-        if (text == QLatin1String(outputWords[command]))
+        if (text == QLatin1String(outputWords[command])) {
             return littleEndian(command, width);
+        }
     }
     const std::optional<quint32> number = readNumber(text, width);
     return number ? std::optional(littleEndian(*number, width)) : std::nullopt;
@@ -54,8 +59,9 @@ std::optional<QByteArray> encodeOutput(const QString& text, int width)
 std::optional<QByteArray> encodeAddress(const QString& text)
 {
     QHostAddress address;
-    if (text.count(QLatin1Char('.')) != 3 || !address.setAddress(text))
+    if (text.count(QLatin1Char('.')) != 3 || !address.setAddress(text)) {
         return std::nullopt;
+    }
     QByteArray octets = littleEndian(address.toIPv4Address(), 4);
     std::reverse(octets.begin(), octets.end()); // addresses alone travel first octet first
     return octets;
@@ -88,8 +94,9 @@ std::optional<QByteArray> encodeField(const Field& field, const QString& text)
 quint32 readLittleEndian(const QByteArray& octets)
 {
     quint32 value = 0;
-    for (int i = octets.size() - 1; i >= 0; --i)
+    for (int i = octets.size() - 1; i >= 0; --i) {
         value = (value << 8) | static_cast<uchar>(octets.at(i));
+    }
     return value;
 }
 
@@ -121,12 +128,14 @@ QJsonValue decodeField(const Field& field, const QByteArray& octets)
 const Field* findField(const QString& path)
 {
     const SectionLayout* layout = findLayout(path.section(QLatin1Char('.'), 0, 0));
-    if (layout == nullptr)
+    if (layout == nullptr) {
         return nullptr;
+    }
     const QString name = path.section(QLatin1Char('.'), 1);
     for (const Field& field : layout->fields) {
-        if (name == QLatin1String(field.name))
+        if (name == QLatin1String(field.name)) {
             return &field;
+        }
     }
     return nullptr;
 }
@@ -148,11 +157,13 @@ ControllerState::ControllerState()
 QString ControllerState::set(const QString& path, const QJsonValue& value)
 {
     const Field* field = findField(path);
-    if (field == nullptr)
+    if (field == nullptr) {
         return QStringLiteral("unknown field \"%1\"").arg(path);
+    }
     const std::optional<QByteArray> encoded = encodeField(*field, textOf(value));
-    if (!encoded)
+    if (!encoded) {
         return QStringLiteral("value \"%2\" does not fit field \"%1\"").arg(path, textOf(value));
+    }
     sections[path.section(QLatin1Char('.'), 0, 0)].replace(field->offset, field->width, *encoded);
     return {};
 }
@@ -165,8 +176,9 @@ QByteArray ControllerState::section(const QString& name) const
 QJsonValue ControllerState::value(const QString& path) const
 {
     const Field* field = findField(path);
-    if (field == nullptr)
-        return QJsonValue(QJsonValue::Undefined);
+    if (field == nullptr) {
+        return {QJsonValue::Undefined};
+    }
     const QByteArray octets = sections.value(path.section(QLatin1Char('.'), 0, 0));
     return decodeField(*field, octets.mid(field->offset, field->width));
 }

@@ -23,14 +23,14 @@ public:
     [[nodiscard]] QString set(const QString& path, const QJsonValue& value);
 
     /// The octets of a section, header included; empty for an unknown name.
-    QByteArray section(const QString& name) const;
+    [[nodiscard]] QByteArray section(const QString& name) const;
 
     /// One field as it reads back: numbers, booleans, words for outputs, text for addresses and texts; an
     /// undefined value for an unknown path.
-    QJsonValue value(const QString& path) const;
+    [[nodiscard]] QJsonValue value(const QString& path) const;
 
     /// All sections as objects of their fields.
-    QJsonObject toJson() const;
+    [[nodiscard]] QJsonObject toJson() const;
 
 private:
     QMap<QString, QByteArray> sections;

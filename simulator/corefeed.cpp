@@ -30,10 +30,12 @@ constexpr IntegerRange integerRanges[] = {
 /// Control clients send all values as text; this gives them their kind back.
 std::optional<double> numberOf(const QJsonValue& value)
 {
-    if (value.isDouble())
+    if (value.isDouble()) {
         return value.toDouble();
-    if (value.isBool())
+    }
+    if (value.isBool()) {
         return value.toBool() ? 1 : 0;
+    }
     bool ok = false;
     const double number = value.toString().toDouble(&ok);
     return ok ? std::optional(number) : std::nullopt;
@@ -43,18 +45,21 @@ std::optional<QByteArray> encodeInteger(const IntegerRange& range, const QJsonVa
 {
     const std::optional<double> number = numberOf(value);
     if (!number || std::floor(*number) != *number || *number < static_cast<double>(range.lowest) ||
-        *number > static_cast<double>(range.highest))
+        *number > static_cast<double>(range.highest)) {
         return std::nullopt;
+    }
     return littleEndian(static_cast<quint32>(static_cast<qint64>(*number)), range.width);
 }
 
 std::optional<QByteArray> encodeBool(const QJsonValue& value)
 {
     const QString text = value.toString();
-    if (text == QLatin1String("on") || text == QLatin1String("true"))
+    if (text == QLatin1String("on") || text == QLatin1String("true")) {
         return QByteArray(1, '\1');
-    if (text == QLatin1String("off") || text == QLatin1String("false"))
+    }
+    if (text == QLatin1String("off") || text == QLatin1String("false")) {
         return QByteArray(1, '\0');
+    }
     const std::optional<double> number = numberOf(value);
     return number ? std::optional(QByteArray(1, *number != 0 ? '\1' : '\0')) : std::nullopt;
 }
@@ -77,18 +82,21 @@ qint64 triangle(quint32 step, qint64 top)
 std::optional<QByteArray> encodeCoreValue(CoreType type, const QJsonValue& value)
 {
     for (const IntegerRange& range : integerRanges) {
-        if (range.type == type)
+        if (range.type == type) {
             return encodeInteger(range, value);
+        }
     }
-    if (type == CoreType::Bool)
+    if (type == CoreType::Bool) {
         return encodeBool(value);
+    }
     if (type == CoreType::Float) {
         const std::optional<double> number = numberOf(value);
         return number ? std::optional(reversed(QByteArray::number(*number, 'g', 7))) : std::nullopt;
     }
-    if (type == CoreType::String)
+    if (type == CoreType::String) {
         return reversed(value.isDouble() ? QByteArray::number(value.toDouble(), 'g', 15)
                                          : value.toString().toUtf8());
+    }
     return std::nullopt;
 }
 
@@ -105,8 +113,9 @@ void CoreFeed::advance()
 {
     ++step;
     for (int position = 0; position < values.size(); ++position) {
-        if (!values.at(position).held)
+        if (!values.at(position).held) {
             values[position].current = generate(values.at(position).point, position);
+        }
     }
 }
 
@@ -143,8 +152,9 @@ QList<int> CoreFeed::find(const QString& key) const
     QList<int> positions;
     for (int position = 0; position < values.size(); ++position) {
         const CorePoint& point = values.at(position).point;
-        if (key == QLatin1String("*") || key == QString::number(point.registerId) || key == point.name)
+        if (key == QLatin1String("*") || key == QString::number(point.registerId) || key == point.name) {
             positions.append(position);
+        }
     }
     return positions;
 }
@@ -152,12 +162,14 @@ QList<int> CoreFeed::find(const QString& key) const
 QString CoreFeed::hold(const QString& key, const QJsonValue& value)
 {
     const QList<int> positions = find(key);
-    if (positions.isEmpty())
+    if (positions.isEmpty()) {
         return QStringLiteral("unknown value \"core.%1\"").arg(key);
+    }
     for (const int position : positions) {
-        if (!encodeCoreValue(values.at(position).point.type, value))
+        if (!encodeCoreValue(values.at(position).point.type, value)) {
             return QStringLiteral("value \"%1\" does not fit \"core.%2\"")
                 .arg(value.toVariant().toString(), key);
+        }
     }
     for (const int position : positions) {
         values[position].current = value;
@@ -169,10 +181,12 @@ QString CoreFeed::hold(const QString& key, const QJsonValue& value)
 QString CoreFeed::release(const QString& key)
 {
     const QList<int> positions = find(key);
-    if (positions.isEmpty() && key != QLatin1String("*"))
+    if (positions.isEmpty() && key != QLatin1String("*")) {
         return QStringLiteral("unknown value \"core.%1\"").arg(key);
-    for (const int position : positions)
+    }
+    for (const int position : positions) {
         values[position].held = false;
+    }
     return {};
 }
 
@@ -195,11 +209,13 @@ QByteArray CoreFeed::section() const
 {
     QByteArray body;
     for (const Value& value : values) {
-        if (const auto octets = encodeCoreValue(value.point.type, value.current))
+        if (const auto octets = encodeCoreValue(value.point.type, value.current)) {
             body += encodeItem(value.point, *octets);
+        }
     }
-    for (const QByteArray& item : rawItems)
+    for (const QByteArray& item : rawItems) {
         body += item;
+    }
     return encodeSection(coreSectionType, body);
 }
 

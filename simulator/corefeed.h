@@ -40,13 +40,13 @@ public:
     void clearRawItems() { rawItems.clear(); }
 
     /// True when there is anything to send.
-    bool hasItems() const { return !values.isEmpty() || !rawItems.isEmpty(); }
+    [[nodiscard]] bool hasItems() const { return !values.isEmpty() || !rawItems.isEmpty(); }
 
     /// The Core section, header included.
-    QByteArray section() const;
+    [[nodiscard]] QByteArray section() const;
 
     /// One object per value: id, name, value, held.
-    QJsonArray toJson() const;
+    [[nodiscard]] QJsonArray toJson() const;
 
 private:
     struct Value
@@ -56,8 +56,8 @@ private:
         bool held = false;
     };
 
-    QJsonValue generate(const CorePoint& point, int position) const;
-    QList<int> find(const QString& key) const;
+    [[nodiscard]] QJsonValue generate(const CorePoint& point, int position) const;
+    [[nodiscard]] QList<int> find(const QString& key) const;
 
     QList<Value> values;
     QList<QByteArray> rawItems;

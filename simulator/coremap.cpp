@@ -44,8 +44,9 @@ const std::vector<TypeRule>& typeRules()
 std::optional<int> numberWithin(const QJsonValue& value, int width)
 {
     const int number = value.toInt(-1);
-    if (number < 0 || number >= 1 << (8 * width))
+    if (number < 0 || number >= 1 << (8 * width)) {
         return std::nullopt;
+    }
     return number;
 }
 
@@ -57,11 +58,12 @@ public:
         : classes(ci.value(QLatin1String("classes")).toObject())
     {
         const QJsonObject types = ci.value(QLatin1String("types")).toObject();
-        for (auto member = types.begin(); member != types.end(); ++member)
+        for (auto member = types.begin(); member != types.end(); ++member) {
             define(member.key().toLower(), member.value());
+        }
     }
 
-    std::optional<CorePoint> resolve(const QJsonObject& reg) const
+    [[nodiscard]] std::optional<CorePoint> resolve(const QJsonObject& reg) const
     {
         const QJsonObject ciClass = classes.value(reg.value(QLatin1String("ci_class")).toString()).toObject();
         const QJsonObject fields = ciClass.value(QLatin1String("fields")).toObject();
@@ -70,8 +72,9 @@ public:
         const auto instance = numberWithin(reg.value(QLatin1String("ci_index")), 1);
         const auto type = references.constFind(reg.value(QLatin1String("ci_type")).toString());
         const QJsonValue id = reg.value(QLatin1String("id"));
-        if (!classId || !fieldId || !instance || type == references.constEnd() || !id.isDouble())
+        if (!classId || !fieldId || !instance || type == references.constEnd() || !id.isDouble()) {
             return std::nullopt;
+        }
 
         CorePoint point;
         point.registerId = id.toInt();
@@ -88,13 +91,16 @@ private:
     void define(const QString& name, const QJsonValue& value)
     {
         const auto code = numberWithin(value, 1);
-        if (!code)
+        if (!code) {
             return;
+        }
         for (const TypeRule& rule : typeRules()) {
-            if (name != QLatin1String(rule.definedBy))
+            if (name != QLatin1String(rule.definedBy)) {
                 continue;
-            for (const char* reference : rule.references)
+            }
+            for (const char* reference : rule.references) {
                 references.insert(QLatin1String(reference), {static_cast<quint8>(*code), rule.type});
+            }
         }
     }
 
@@ -110,8 +116,9 @@ QList<CorePoint> collect(const QJsonObject& mapping)
     const QJsonArray registers = mapping.value(QLatin1String("registers")).toArray();
     for (const QJsonValue& reg : registers) {
         const std::optional<CorePoint> point = dictionary.resolve(reg.toObject());
-        if (!point)
+        if (!point) {
             continue;
+        }
         const quint64 coordinate = (quint64(point->ciClass) << 32) | (quint64(point->ciField) << 16) |
                                    (quint64(point->instance) << 8) | point->typeCode;
         if (!seen.contains(coordinate)) {
@@ -131,7 +138,7 @@ QList<CorePoint> readCoreMap(const QString& path, QString* error)
         *error = QStringLiteral("cannot read mapping file \"%1\": %2").arg(path, file.errorString());
         return {};
     }
-    QJsonParseError problem;
+    QJsonParseError problem{};
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &problem);
     if (!document.isObject()) {
         *error =
@@ -139,8 +146,9 @@ QList<CorePoint> readCoreMap(const QString& path, QString* error)
         return {};
     }
     const QList<CorePoint> points = collect(document.object());
-    if (points.isEmpty())
+    if (points.isEmpty()) {
         *error = QStringLiteral("mapping file \"%1\" names no controller value").arg(path);
+    }
     return points;
 }
 

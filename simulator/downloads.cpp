@@ -44,8 +44,9 @@ HttpReply reply(const Download& download)
 {
     HttpReply answer;
     answer.addHeader("Content-Type", "application/octet-stream");
-    if (!download.disposition.isNull())
+    if (!download.disposition.isNull()) {
         answer.addHeader("Content-Disposition", download.disposition);
+    }
     answer.generated = download.size;
     answer.paceMs = download.paceMs;
     answer.chunk = paceChunk;
@@ -57,8 +58,9 @@ HttpReply reply(const Download& download)
 HttpReply customReply(const QMap<QString, QString>& query)
 {
     Download download{"custom", "", QByteArray()};
-    if (query.contains(QStringLiteral("disposition")))
+    if (query.contains(QStringLiteral("disposition"))) {
         download.disposition = query.value(QStringLiteral("disposition")).toUtf8();
+    }
     download.size = qMax<qint64>(0, query.value(QStringLiteral("size"), QStringLiteral("2048")).toLongLong());
     download.paceMs = query.value(QStringLiteral("pace")).toInt();
     HttpReply answer = reply(download);
@@ -83,11 +85,13 @@ const std::vector<Download>& downloads()
 
 HttpReply downloadReply(const QString& path, const QMap<QString, QString>& query)
 {
-    if (path.startsWith(QLatin1String("custom/")))
+    if (path.startsWith(QLatin1String("custom/"))) {
         return customReply(query);
+    }
     for (const Download& download : downloads()) {
-        if (path == QLatin1String(download.path))
+        if (path == QLatin1String(download.path)) {
             return reply(download);
+        }
     }
     HttpReply missing;
     missing.status = 404;

@@ -5,20 +5,23 @@
 #include <QJsonDocument>
 
 #include <cstdio>
+#include <tuple>
 
 namespace Simulator {
 
 void EventLog::line(const QString& text) const
 {
     const QByteArray octets = text.toUtf8() + '\n';
-    std::fwrite(octets.constData(), 1, static_cast<size_t>(octets.size()), stdout);
-    std::fflush(stdout);
+    // A reader that went away must not end the program.
+    std::ignore = std::fwrite(octets.constData(), 1, static_cast<size_t>(octets.size()), stdout);
+    std::ignore = std::fflush(stdout);
 }
 
 void EventLog::event(QJsonObject description) const
 {
-    if (!enabled)
+    if (!enabled) {
         return;
+    }
     description.insert(QStringLiteral("time"), static_cast<double>(QDateTime::currentMSecsSinceEpoch()));
     line(QString::fromUtf8(QJsonDocument(description).toJson(QJsonDocument::Compact)));
 }

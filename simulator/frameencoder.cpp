@@ -16,8 +16,9 @@ constexpr std::array<quint16, 256> buildCrcTable()
     std::array<quint16, 256> table{};
     for (unsigned octet = 0; octet < table.size(); ++octet) {
         unsigned remainder = octet;
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             remainder = (remainder & 1U) != 0 ? (remainder >> 1) ^ 0x8408U : remainder >> 1;
+        }
         table[octet] = static_cast<quint16>(remainder);
     }
     return table;
@@ -30,16 +31,18 @@ constexpr std::array<quint16, 256> crcTable = buildCrcTable();
 quint16 crcKermit(const QByteArray& octets)
 {
     unsigned remainder = 0;
-    for (const char octet : octets)
+    for (const char octet : octets) {
         remainder = (remainder >> 8) ^ crcTable[(remainder ^ static_cast<uchar>(octet)) & 0xFFU];
+    }
     return static_cast<quint16>(remainder);
 }
 
 QByteArray littleEndian(quint32 value, int width)
 {
     QByteArray octets;
-    for (int i = 0; i < width; ++i)
+    for (int i = 0; i < width; ++i) {
         octets.append(static_cast<char>(i < 4 ? (value >> (8 * i)) & 0xFFU : 0U));
+    }
     return octets;
 }
 
@@ -52,8 +55,9 @@ QByteArray encodeSection(quint16 type, const QByteArray& body, std::optional<qui
 QByteArray encodeFrame(const FrameParts& parts)
 {
     QByteArray sections;
-    for (const QByteArray& section : parts.sections)
+    for (const QByteArray& section : parts.sections) {
         sections += section;
+    }
     const int frameLength = headerLength + sections.size() + checksumLength;
     const quint16 payloadLength =
         parts.payloadLength.value_or(static_cast<quint16>(frameLength - lengthFieldEnd));

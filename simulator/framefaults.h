@@ -13,8 +13,8 @@ namespace Simulator {
 struct FrameFault
 {
     const char* name;
-    const char* meaning; ///< for --help
-    QByteArray (*build)(FrameParts parts);
+    const char* meaning;                    ///< for --help
+    QByteArray (*build)(FrameParts& parts); ///< may change the parts of the correct frame on the way
 };
 
 /// All known ways, in the order in which --help lists them.

@@ -5,13 +5,14 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 namespace Simulator {
 
 namespace {
 
-constexpr size_t formBufferLength = 64 * 1024;
-constexpr size_t bodyBlockLength = 64 * 1024;
+constexpr size_t formBufferLength = size_t(64) * 1024;
+constexpr size_t bodyBlockLength = size_t(64) * 1024;
 
 MHD_Result collectQuery(void* target, MHD_ValueKind, const char* key, const char* value)
 {
@@ -47,21 +48,24 @@ HttpExchange::HttpExchange(HttpServer& httpServer, MHD_Connection* connectionHan
     MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &collectQuery, &request.query);
     request.credentials = checkCredentials();
     const bool welcome = request.credentials == Credentials::Right || server.login.isEmpty();
-    if (request.method == "POST" && welcome)
+    if (request.method == "POST" && welcome) {
         prepareUpload();
+    }
 }
 
 HttpExchange::~HttpExchange()
 {
-    if (form != nullptr)
+    if (form != nullptr) {
         MHD_destroy_post_processor(form);
+    }
     --server.exchanges;
 }
 
 Credentials HttpExchange::checkCredentials() const
 {
-    if (MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_AUTHORIZATION) == nullptr)
+    if (MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_AUTHORIZATION) == nullptr) {
         return Credentials::None;
+    }
     char* sentPassword = nullptr;
     char* sentLogin = MHD_basic_auth_get_username_password(connection, &sentPassword);
     const bool right = sentLogin != nullptr && sentPassword != nullptr &&
@@ -78,8 +82,9 @@ void HttpExchange::prepareUpload()
 
 void HttpExchange::receive(const char* octets, size_t count)
 {
-    if (form != nullptr)
+    if (form != nullptr) {
         MHD_post_process(form, octets, count);
+    }
 }
 
 void HttpExchange::decide()
@@ -89,16 +94,18 @@ void HttpExchange::decide()
         MHD_destroy_post_processor(form); // hands over what it still holds
         form = nullptr;
     }
-    for (const std::unique_ptr<Upload>& upload : uploads)
+    for (const std::unique_ptr<Upload>& upload : uploads) {
         request.uploads.append(upload->finish());
+    }
     uploads.clear();
     reply = server.handler(request);
 }
 
 MHD_Result HttpExchange::proceed()
 {
-    if (!decided)
+    if (!decided) {
         decide();
+    }
     if (reply.neverAnswered) {
         logAnswer(0);
         server.suspend(connection);
@@ -110,10 +117,12 @@ MHD_Result HttpExchange::proceed()
         return MHD_YES;
     }
     MHD_Response* response = buildResponse();
-    if (response == nullptr)
+    if (response == nullptr) {
         return MHD_NO;
-    for (const auto& header : qAsConst(reply.headers))
+    }
+    for (const auto& header : qAsConst(reply.headers)) {
         MHD_add_response_header(response, header.first.constData(), header.second.constData());
+    }
     const MHD_Result queued = MHD_queue_response(connection, static_cast<unsigned>(reply.status), response);
     MHD_destroy_response(response);
     logAnswer(reply.status);
@@ -124,14 +133,16 @@ MHD_Response* HttpExchange::buildResponse() const
 {
     const bool understated = reply.claimedLength >= 0 && reply.claimedLength < reply.length();
     uint64_t size = MHD_SIZE_UNKNOWN; // no length of its own, so that a false one can be given
-    if (!reply.endless && !understated)
+    if (!reply.endless && !understated) {
         size = static_cast<uint64_t>(std::max(reply.length(), reply.claimedLength));
+    }
     auto stream = std::make_unique<BodyStream>(BodyStream{&server, connection, reply});
     MHD_Response* response = MHD_create_response_from_callback(
         size, bodyBlockLength, &HttpCallbacks::readBody, stream.get(), &HttpCallbacks::freeBody);
-    if (response == nullptr)
+    if (response == nullptr) {
         return nullptr;
-    stream.release(); // freeBody ends it
+    }
+    std::ignore = stream.release(); // freeBody ends it
     if (understated) {
         const int flags = MHD_RF_INSANITY_HEADER_CONTENT_LENGTH | MHD_RF_HTTP_1_0_COMPATIBLE_STRICT;
         MHD_set_response_options(response, static_cast<MHD_ResponseFlags>(flags), MHD_RO_END);
@@ -151,12 +162,14 @@ void HttpExchange::logAnswer(int status) const
                             {QStringLiteral("agent"), QString::fromLatin1(request.agent)}};
     if (!request.query.isEmpty()) {
         QJsonObject query;
-        for (auto item = request.query.begin(); item != request.query.end(); ++item)
+        for (auto item = request.query.begin(); item != request.query.end(); ++item) {
             query.insert(item.key(), item.value());
+        }
         description.insert(QStringLiteral("query"), query);
     }
-    if (!request.uploads.isEmpty())
+    if (!request.uploads.isEmpty()) {
         description.insert(QStringLiteral("uploads"), request.uploads);
+    }
     emit server.answered(description);
 }
 
@@ -169,8 +182,9 @@ MHD_Result HttpCallbacks::access(void* server, MHD_Connection* connection, const
         return MHD_YES; // called again with the body, or without one
     }
     auto* current = static_cast<HttpExchange*>(*exchange);
-    if (*count == 0)
+    if (*count == 0) {
         return current->proceed();
+    }
     current->receive(octets, *count);
     *count = 0;
     return MHD_YES;
@@ -187,14 +201,16 @@ MHD_Result HttpCallbacks::formData(void* exchange, MHD_ValueKind, const char* ke
                                    size_t count)
 {
     auto* current = static_cast<HttpExchange*>(exchange);
-    if (fileName == nullptr || key == nullptr)
+    if (fileName == nullptr || key == nullptr) {
         return MHD_YES; // a plain form field
+    }
     if (offset == 0) {
         current->uploads.push_back(std::make_unique<Upload>(
             QString::fromUtf8(key), QString::fromUtf8(fileName), current->server.uploadDirectory));
     }
-    if (!current->uploads.empty())
+    if (!current->uploads.empty()) {
         current->uploads.back()->append(octets, static_cast<qint64>(count));
+    }
     return MHD_YES;
 }
 
@@ -204,12 +220,14 @@ ssize_t HttpCallbacks::readBody(void* streamPointer, uint64_t unsignedPosition, 
     const HttpReply& reply = stream->reply;
     const auto position = static_cast<qint64>(unsignedPosition);
     qint64 last = reply.endless ? position + static_cast<qint64>(room) : reply.length();
-    if (reply.end != BodyEnd::Complete)
+    if (reply.end != BodyEnd::Complete) {
         last = std::min(last, reply.stopAfter);
+    }
     if (position >= last) {
-        if (reply.end != BodyEnd::Stall) // an error closes at once: fewer octets came than announced
+        if (reply.end != BodyEnd::Stall) { // an error closes at once: fewer octets came than announced
             return reply.claimedLength >= 0 && reply.claimedLength < last ? MHD_CONTENT_READER_END_OF_STREAM
                                                                           : MHD_CONTENT_READER_END_WITH_ERROR;
+        }
         stream->server->suspend(stream->connection);
         return 0;
     }
@@ -227,8 +245,9 @@ ssize_t HttpCallbacks::readBody(void* streamPointer, uint64_t unsignedPosition, 
         std::memcpy(buffer, reply.body.constData() + position, static_cast<size_t>(count));
         return count;
     }
-    for (qint64 i = 0; i < count; ++i)
+    for (qint64 i = 0; i < count; ++i) {
         buffer[i] = patternOctet(position + i);
+    }
     return count;
 }
 

@@ -20,8 +20,7 @@ public:
     HttpExchange(HttpServer& httpServer, MHD_Connection* connectionHandle, const char* url,
                  const char* method);
     ~HttpExchange();
-    HttpExchange(const HttpExchange&) = delete;
-    HttpExchange& operator=(const HttpExchange&) = delete;
+    Q_DISABLE_COPY_MOVE(HttpExchange)
 
     /// Takes octets of the request's body.
     void receive(const char* octets, size_t count);
@@ -32,11 +31,11 @@ public:
 private:
     friend struct HttpCallbacks;
 
-    Credentials checkCredentials() const;
+    [[nodiscard]] Credentials checkCredentials() const;
     void prepareUpload();
     void decide();
     void logAnswer(int status) const;
-    MHD_Response* buildResponse() const;
+    [[nodiscard]] MHD_Response* buildResponse() const;
 
     HttpServer& server;
     MHD_Connection* connection;
@@ -51,8 +50,8 @@ private:
 /// The body of an answer that is generated, slow or wrong; owned by the response that reads it.
 struct BodyStream
 {
-    HttpServer* server;
-    MHD_Connection* connection;
+    HttpServer* server = nullptr;
+    MHD_Connection* connection = nullptr;
     HttpReply reply;
     bool paused = false; ///< true when the pause before the next octets is over
 };

@@ -18,8 +18,9 @@ HttpReply plainReply(int status)
     HttpReply reply;
     reply.status = status;
     reply.addHeader("Content-Type", "text/plain");
-    if (status == 401)
+    if (status == 401) {
         reply.addHeader("WWW-Authenticate", "Basic realm=\"R7M\"");
+    }
     reply.body = "status " + QByteArray::number(status) + "\n";
     return reply;
 }
@@ -110,8 +111,9 @@ QString HttpFaults::add(const QJsonObject& action)
         return {};
     }
     HttpReply trial;
-    if (!spoil(trial, kind, HttpRequest(), action))
+    if (!spoil(trial, kind, HttpRequest(), action)) {
         return QStringLiteral("unknown HTTP fault \"%1\"").arg(kind);
+    }
     waiting.append({path, action, wholeNumber(action, "count", 0)});
     return {};
 }
@@ -121,11 +123,13 @@ void HttpFaults::apply(HttpReply& reply, const HttpRequest& request)
     for (int i = 0; i < waiting.size(); ++i) {
         Waiting& fault = waiting[i];
         const bool spared = request.path == QLatin1String("/control") && fault.path != request.path;
-        if (spared || !matches(fault.path, request.path))
+        if (spared || !matches(fault.path, request.path)) {
             continue;
+        }
         spoil(reply, fault.details.value(QLatin1String("fault")).toString(), request, fault.details);
-        if (fault.left > 0 && --fault.left == 0)
+        if (fault.left > 0 && --fault.left == 0) {
             waiting.removeAt(i);
+        }
         return;
     }
 }

@@ -59,7 +59,7 @@ struct HttpReply
     }
 
     /// The number of octets that the body really has.
-    qint64 length() const { return generated >= 0 ? generated : body.size(); }
+    [[nodiscard]] qint64 length() const { return generated >= 0 ? generated : body.size(); }
 };
 
 /// Octet `position` of the test pattern of generated bodies: no period of 256, so that a lost block shows.

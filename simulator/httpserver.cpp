@@ -58,11 +58,13 @@ QString HttpServer::listen(const QHostAddress& newAddress, quint16 newPort)
 
 void HttpServer::close()
 {
-    if (daemon == nullptr)
+    if (daemon == nullptr) {
         return;
+    }
     const QSet<MHD_Connection*> waiting = suspended;
-    for (MHD_Connection* connection : waiting)
+    for (MHD_Connection* connection : waiting) {
         resume(connection); // the daemon must not be stopped with suspended connections
+    }
     activity.reset();
     wakeUp.stop();
     MHD_stop_daemon(daemon);
@@ -80,8 +82,9 @@ void HttpServer::closeWhenIdle()
 
 void HttpServer::run()
 {
-    if (daemon == nullptr)
+    if (daemon == nullptr) {
         return;
+    }
     MHD_run(daemon);
     if (closing && exchanges <= suspended.size()) {
         close();
@@ -89,10 +92,11 @@ void HttpServer::run()
     }
     // Connections that are ready without new input from the network show up only as a timeout.
     MHD_UNSIGNED_LONG_LONG milliseconds = 0;
-    if (MHD_get_timeout(daemon, &milliseconds) == MHD_YES)
+    if (MHD_get_timeout(daemon, &milliseconds) == MHD_YES) {
         wakeUp.start(static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(milliseconds, 60000)));
-    else
+    } else {
         wakeUp.stop();
+    }
 }
 
 void HttpServer::suspend(MHD_Connection* connection)
@@ -110,8 +114,9 @@ void HttpServer::suspendFor(MHD_Connection* connection, int milliseconds)
 
 void HttpServer::resume(MHD_Connection* connection)
 {
-    if (!suspended.remove(connection))
+    if (!suspended.remove(connection)) {
         return;
+    }
     MHD_resume_connection(connection);
     wakeUp.start(0);
 }

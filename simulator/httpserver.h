@@ -46,12 +46,12 @@ public:
     void closeWhenIdle();
 
     /// True between listen() and close().
-    bool isListening() const { return daemon != nullptr; }
+    [[nodiscard]] bool isListening() const { return daemon != nullptr; }
 
     /// The port that listen() got; it stays known after close().
-    quint16 port() const { return boundPort; }
+    [[nodiscard]] quint16 port() const { return boundPort; }
 
-    QHostAddress address() const { return boundAddress; }
+    [[nodiscard]] QHostAddress address() const { return boundAddress; }
 
 signals:
     /// When an answer begins (or a request is left unanswered); what was asked and answered, for the log.

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <sys/signalfd.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -17,7 +18,7 @@ namespace {
 /// standard output that went away must not end the program.
 int openSignals()
 {
-    std::signal(SIGPIPE, SIG_IGN);
+    std::ignore = std::signal(SIGPIPE, SIG_IGN);
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGTERM);
@@ -28,7 +29,7 @@ int openSignals()
 
 int fail(const QString& problem)
 {
-    std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
+    std::ignore = std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
     return 1;
 }
 
@@ -48,10 +49,11 @@ private:
     {
         char block[4096];
         const ssize_t count = ::read(STDIN_FILENO, block, sizeof block);
-        if (count <= 0)
+        if (count <= 0) {
             notifier.setEnabled(false);
-        else
+        } else {
             pending.append(block, static_cast<int>(count));
+        }
         for (int end = pending.indexOf('\n'); end >= 0; end = pending.indexOf('\n')) {
             perform(QString::fromUtf8(pending.left(end)).trimmed());
             pending.remove(0, end + 1);
@@ -60,14 +62,17 @@ private:
 
     void perform(const QString& line)
     {
-        if (line.isEmpty())
+        if (line.isEmpty()) {
             return;
+        }
         QString problem;
         const QJsonObject action = Simulator::readAction(line, &problem);
-        if (problem.isEmpty())
+        if (problem.isEmpty()) {
             problem = simulation.perform(action);
-        if (!problem.isEmpty())
-            std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
+        }
+        if (!problem.isEmpty()) {
+            std::ignore = std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
+        }
     }
 
     Simulator::Simulation& simulation;
@@ -82,10 +87,11 @@ int main(int argc, char* argv[])
     const int signalDescriptor = openSignals();
     QCoreApplication application(argc, argv);
     const Simulator::ParsedOptions parsed = Simulator::parseOptions(QCoreApplication::arguments());
-    if (!parsed.error.isEmpty())
+    if (!parsed.error.isEmpty()) {
         return fail(parsed.error);
+    }
     if (!parsed.options) {
-        std::fputs(parsed.output.toLocal8Bit().constData(), stdout);
+        std::ignore = std::fputs(parsed.output.toLocal8Bit().constData(), stdout);
         return 0;
     }
 
@@ -95,10 +101,12 @@ int main(int argc, char* argv[])
     QObject::connect(&simulation, &Simulator::Simulation::quitWanted, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection); // the answer to a wish by HTTP goes out first
     const QString problem = simulation.start();
-    if (!problem.isEmpty())
+    if (!problem.isEmpty()) {
         return fail(problem);
+    }
     std::unique_ptr<InputReader> input;
-    if (parsed.options->readInput)
+    if (parsed.options->readInput) {
         input = std::make_unique<InputReader>(simulation);
+    }
     return QCoreApplication::exec();
 }

@@ -50,17 +50,20 @@ QString helpText(const QCommandLineParser& parser)
 {
     QString text = parser.helpText();
     text += QStringLiteral("\nActions (for --do, --stdin, scenario steps and /control?do=...):\n");
-    for (const ActionHelp& action : actionHelp())
+    for (const ActionHelp& action : actionHelp()) {
         text += QStringLiteral("  %1\n      %2\n")
                     .arg(QLatin1String(action.usage), QLatin1String(action.meaning));
+    }
     text += QStringLiteral("\nFrame faults (action \"fault\"):\n");
-    for (const FrameFault& fault : frameFaults())
+    for (const FrameFault& fault : frameFaults()) {
         text +=
             QStringLiteral("  %1 %2\n").arg(QLatin1String(fault.name), -16).arg(QLatin1String(fault.meaning));
+    }
     text += QStringLiteral("\nHTTP faults (action \"http\", and the pages /odd/FAULT):\n");
-    for (const HttpFaultKind& fault : httpFaultKinds())
+    for (const HttpFaultKind& fault : httpFaultKinds()) {
         text +=
             QStringLiteral("  %1 %2\n").arg(QLatin1String(fault.name), -16).arg(QLatin1String(fault.meaning));
+    }
     text += QStringLiteral(
         "\nWhen everything is open, one line beginning with \"listening\" is written to standard "
         "output.\nSIGTERM and SIGINT end the program.\n");
@@ -79,13 +82,15 @@ public:
     void endpoint(const char* name, QHostAddress& address, quint16& port)
     {
         const QString text = parser.value(QLatin1String(name));
-        if (text.isEmpty())
+        if (text.isEmpty()) {
             return;
+        }
         bool ok = false;
         const uint number = text.section(QLatin1Char(':'), 1).toUInt(&ok);
         QHostAddress read;
-        if (!ok || number > 0xFFFF || !readAddress(text.section(QLatin1Char(':'), 0, 0), read))
+        if (!ok || number > 0xFFFF || !readAddress(text.section(QLatin1Char(':'), 0, 0), read)) {
             return complain(name, text, "is not ADDR:PORT");
+        }
         address = read;
         port = static_cast<quint16>(number);
     }
@@ -93,18 +98,21 @@ public:
     void address(const char* name, QHostAddress& address)
     {
         const QString text = parser.value(QLatin1String(name));
-        if (!text.isEmpty() && !readAddress(text, address))
+        if (!text.isEmpty() && !readAddress(text, address)) {
             complain(name, text, "is not an IPv4 address");
+        }
     }
 
     qint64 number(const char* name, qint64 fallback, qint64 lowest, qint64 highest)
     {
-        if (!parser.isSet(QLatin1String(name)))
+        if (!parser.isSet(QLatin1String(name))) {
             return fallback;
+        }
         bool ok = false;
         const qint64 read = parser.value(QLatin1String(name)).toLongLong(&ok);
-        if (ok && read >= lowest && read <= highest)
+        if (ok && read >= lowest && read <= highest) {
             return read;
+        }
         complain(name, parser.value(QLatin1String(name)), "is not a number in range");
         return fallback;
     }
@@ -116,8 +124,9 @@ public:
 
     void complain(const char* name, const QString& value, const char* problem)
     {
-        if (error.isEmpty())
+        if (error.isEmpty()) {
             error = QStringLiteral("--%1: \"%2\" %3").arg(QLatin1String(name), value, QLatin1String(problem));
+        }
     }
 
     QString error;
@@ -137,12 +146,14 @@ void readSections(Reader& reader, Options& options)
 {
     const QString list = reader.text("sections");
     options.startSilent = list == QLatin1String("none");
-    if (options.startSilent)
+    if (options.startSilent) {
         return;
+    }
     options.sections = list.split(QLatin1Char(','), Qt::SkipEmptyParts);
     for (const QString& name : qAsConst(options.sections)) {
-        if (!knownSections().contains(name))
+        if (!knownSections().contains(name)) {
             reader.complain("sections", name, "is no section");
+        }
     }
 }
 
@@ -160,12 +171,14 @@ Options readOptions(Reader& reader, const QCommandLineParser& parser)
     options.map = reader.text("map");
     options.scenario = reader.text("scenario");
     options.uploadDirectory = reader.text("upload-dir");
-    if (!options.uploadDirectory.isEmpty() && !QFileInfo(options.uploadDirectory).isDir())
+    if (!options.uploadDirectory.isEmpty() && !QFileInfo(options.uploadDirectory).isDir()) {
         reader.complain("upload-dir", options.uploadDirectory, "is not a directory");
+    }
     readSections(reader, options);
     const QStringList fields = parser.values(QStringLiteral("set"));
-    for (const QString& field : fields)
+    for (const QString& field : fields) {
         options.actions.append(QStringLiteral("set \"%1\"").arg(field));
+    }
     options.actions += parser.values(QStringLiteral("do"));
     options.broadcast = parser.isSet(QStringLiteral("broadcast"));
     options.log = parser.isSet(QStringLiteral("log"));
@@ -178,8 +191,9 @@ Options readOptions(Reader& reader, const QCommandLineParser& parser)
 QStringList knownSections()
 {
     QStringList names;
-    for (const SectionLayout& layout : sectionLayouts())
+    for (const SectionLayout& layout : sectionLayouts()) {
         names.append(QLatin1String(layout.name));
+    }
     return names << QStringLiteral("core"); // its decoder takes all that follows: it must be the last one
 }
 
@@ -197,20 +211,25 @@ ParsedOptions parseOptions(const QStringList& arguments)
                           entry.value != nullptr ? QLatin1String(entry.value) : QString()});
     }
     parser.addOptions({help, version});
-    if (!parser.parse(arguments))
+    if (!parser.parse(arguments)) {
         return {std::nullopt, {}, parser.errorText()};
-    if (parser.isSet(help))
+    }
+    if (parser.isSet(help)) {
         return {std::nullopt, helpText(parser), {}};
-    if (parser.isSet(version))
+    }
+    if (parser.isSet(version)) {
         return {std::nullopt, QStringLiteral("r7m-simulator " VARNEL_VERSION "\n"), {}};
-    if (!parser.positionalArguments().isEmpty())
+    }
+    if (!parser.positionalArguments().isEmpty()) {
         return {std::nullopt,
                 {},
                 QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first())};
+    }
     Reader reader(parser);
     const Options options = readOptions(reader, parser);
-    if (!reader.error.isEmpty())
+    if (!reader.error.isEmpty()) {
         return {std::nullopt, {}, reader.error};
+    }
     return {options, {}, {}};
 }
 

@@ -14,8 +14,9 @@ constexpr double longestSeconds = 1e6;
 
 std::optional<qint64> milliseconds(const QJsonValue& seconds)
 {
-    if (!seconds.isDouble() || seconds.toDouble() < 0 || seconds.toDouble() > longestSeconds)
+    if (!seconds.isDouble() || seconds.toDouble() < 0 || seconds.toDouble() > longestSeconds) {
         return std::nullopt;
+    }
     return qRound64(seconds.toDouble() * 1000);
 }
 
@@ -24,16 +25,20 @@ QString readStep(const QJsonObject& entry, qint64 previousMs, ScenarioStep* step
 {
     const QJsonValue at = entry.value(QLatin1String("at"));
     const QJsonValue after = entry.value(QLatin1String("after"));
-    if (at.isUndefined() == after.isUndefined())
+    if (at.isUndefined() == after.isUndefined()) {
         return QStringLiteral("needs either \"at\" or \"after\"");
+    }
     const std::optional<qint64> time = milliseconds(at.isUndefined() ? after : at);
-    if (!time)
+    if (!time) {
         return QStringLiteral("its time is no number of seconds");
+    }
     step->atMs = at.isUndefined() ? previousMs + *time : *time;
-    if (step->atMs < previousMs)
+    if (step->atMs < previousMs) {
         return QStringLiteral("comes before the step that precedes it");
-    if (!entry.value(QLatin1String("do")).isString())
+    }
+    if (!entry.value(QLatin1String("do")).isString()) {
         return QStringLiteral("needs a member \"do\"");
+    }
     step->action = entry;
     step->action.remove(QStringLiteral("at"));
     step->action.remove(QStringLiteral("after"));
@@ -44,7 +49,7 @@ QString readStep(const QJsonObject& entry, qint64 previousMs, ScenarioStep* step
 
 Scenario readScenario(const QByteArray& text, QString* error)
 {
-    QJsonParseError problem;
+    QJsonParseError problem{};
     const QJsonObject whole = QJsonDocument::fromJson(text, &problem).object();
     if (problem.error != QJsonParseError::NoError) {
         *error = QStringLiteral("not JSON: %1 at octet %2").arg(problem.errorString()).arg(problem.offset);
@@ -90,8 +95,9 @@ void ScenarioPlayer::play(const Scenario& newScenario)
     scenario = newScenario;
     position = 0;
     elapsedMs = 0;
-    if (!scenario.steps.isEmpty())
+    if (!scenario.steps.isEmpty()) {
         arm();
+    }
 }
 
 void ScenarioPlayer::arm()
@@ -109,11 +115,13 @@ void ScenarioPlayer::next()
         return;
     }
     const QJsonObject action = scenario.steps.at(position++).action;
-    if (position < scenario.steps.size() || scenario.repeatMs > 0)
+    if (position < scenario.steps.size() || scenario.repeatMs > 0) {
         arm();
+    }
     emit due(action);
-    if (!timer.isActive())
+    if (!timer.isActive()) {
         emit ended();
+    }
 }
 
 } // namespace Simulator

@@ -36,6 +36,7 @@ class ScenarioPlayer : public QObject
 
 public:
     explicit ScenarioPlayer(QObject* parent = nullptr);
+    ~ScenarioPlayer() override = default;
 
     /// Starts from the beginning; time counts from this call.
     void play(const Scenario& newScenario);

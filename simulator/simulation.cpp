@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QNetworkInterface>
+#include <utility>
 
 namespace Simulator {
 
@@ -17,8 +18,9 @@ QHostAddress broadcastOf(const QHostAddress& local)
     for (const QNetworkInterface& interface : interfaces) {
         const QList<QNetworkAddressEntry> entries = interface.addressEntries();
         for (const QNetworkAddressEntry& entry : entries) {
-            if (entry.ip() == local)
+            if (entry.ip() == local) {
                 return entry.broadcast();
+            }
         }
     }
     return {};
@@ -26,9 +28,9 @@ QHostAddress broadcastOf(const QHostAddress& local)
 
 } // namespace
 
-Simulation::Simulation(const Options& startOptions, QObject* parent)
+Simulation::Simulation(Options startOptions, QObject* parent)
     : QObject(parent)
-    , options(startOptions)
+    , options(std::move(startOptions))
     , first([this] { return nextSections(); })
     , site({[this](const QJsonObject& action) { return perform(action); }, [this] { return status(); }})
     , http([this](const HttpRequest& request) { return site.handle(request); })
@@ -36,8 +38,9 @@ Simulation::Simulation(const Options& startOptions, QObject* parent)
     httpReturn.setSingleShot(true);
     log.setEnabled(options.log);
     sections = options.sections.isEmpty() ? knownSections() : options.sections;
-    if (options.startSilent)
+    if (options.startSilent) {
         first.silence(0);
+    }
     connect(&first, &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
     connect(&http, &HttpServer::answered, this, [this](const QJsonObject& request) { log.event(request); });
     connect(&httpReturn, &QTimer::timeout, this, [this] {
@@ -52,16 +55,20 @@ Simulation::Simulation(const Options& startOptions, QObject* parent)
 QString Simulation::start()
 {
     QString problem = loadFiles();
-    if (problem.isEmpty())
+    if (problem.isEmpty()) {
         problem = openRoutes();
-    if (!problem.isEmpty())
+    }
+    if (!problem.isEmpty()) {
         return problem;
+    }
     for (const QString& line : qAsConst(options.actions)) {
         const QJsonObject action = readAction(line, &problem);
-        if (problem.isEmpty())
+        if (problem.isEmpty()) {
             problem = perform(action);
-        if (!problem.isEmpty())
+        }
+        if (!problem.isEmpty()) {
             return problem;
+        }
     }
     log.line(readyLine());
     first.start(options.intervalMs, options.frameLimit);
@@ -72,32 +79,39 @@ QString Simulation::start()
 QString Simulation::loadFiles()
 {
     QString problem;
-    if (!options.map.isEmpty())
+    if (!options.map.isEmpty()) {
         core.setPoints(readCoreMap(options.map, &problem));
-    if (!problem.isEmpty() || options.scenario.isEmpty())
+    }
+    if (!problem.isEmpty() || options.scenario.isEmpty()) {
         return problem;
+    }
     QFile file(options.scenario);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
         return QStringLiteral("cannot read scenario \"%1\": %2").arg(options.scenario, file.errorString());
+    }
     scenario = readScenario(file.readAll(), &problem);
     return problem.isEmpty() ? problem : QStringLiteral("scenario \"%1\": %2").arg(options.scenario, problem);
 }
 
 QString Simulation::openRoutes()
 {
-    if (!site.setFrontPage(options.page))
+    if (!site.setFrontPage(options.page)) {
         return QStringLiteral("--page: \"%1\" is neither board nor plain").arg(options.page);
+    }
     route.source = options.source;
-    if (route.source.isNull() && options.httpAddress != QHostAddress(QHostAddress::AnyIPv4))
+    if (route.source.isNull() && options.httpAddress != QHostAddress(QHostAddress::AnyIPv4)) {
         route.source = options.httpAddress; // the panel asks for the page where its frames come from
+    }
     route.target = options.broadcast ? broadcastOf(route.source) : options.target;
     route.port = options.targetPort;
-    if (route.target.isNull())
+    if (route.target.isNull()) {
         return QStringLiteral("--broadcast: no network with a broadcast address has the local address \"%1\"")
             .arg(route.source.toString());
-    const QString problem = first.open(route);
-    if (!problem.isEmpty())
+    }
+    QString problem = first.open(route);
+    if (!problem.isEmpty()) {
         return problem;
+    }
     site.setLoginRequired(!options.login.isEmpty());
     http.setLogin(options.login, options.password);
     http.setUploadDirectory(options.uploadDirectory);
@@ -117,12 +131,14 @@ QList<QByteArray> Simulation::nextSections()
     core.advance();
     QList<QByteArray> list;
     for (const QString& name : knownSections()) {
-        if (!sections.contains(name))
+        if (!sections.contains(name)) {
             continue;
-        if (name != QLatin1String("core"))
+        }
+        if (name != QLatin1String("core")) {
             list.append(state.section(name));
-        else if (core.hasItems() || options.sections.contains(name))
+        } else if (core.hasItems() || options.sections.contains(name)) {
             list.append(core.section());
+        }
     }
     return list;
 }
@@ -131,8 +147,9 @@ QList<QByteArray> Simulation::nextSections()
 /// do; elsewhere there is none to be sure of.
 QHostAddress Simulation::neighbour() const
 {
-    if (!route.source.isLoopback())
+    if (!route.source.isLoopback()) {
         return {};
+    }
     return QHostAddress(route.source.toIPv4Address() + 1);
 }
 

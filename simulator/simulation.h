@@ -34,7 +34,8 @@ class Simulation : public QObject
     Q_DISABLE_COPY_MOVE(Simulation)
 
 public:
-    explicit Simulation(const Options& startOptions, QObject* parent = nullptr);
+    explicit Simulation(Options startOptions, QObject* parent = nullptr);
+    ~Simulation() override = default;
 
     /// Opens sockets, reads files, does the first actions and starts sending. Returns an empty text, or why
     /// it cannot run.
@@ -44,7 +45,7 @@ public:
     QString perform(const QJsonObject& action);
 
     /// What the controller says and does at present.
-    QJsonObject status() const;
+    [[nodiscard]] QJsonObject status() const;
 
 signals:
     /// When the action "quit" was done.
@@ -83,8 +84,8 @@ private:
 
     QString openRoutes();
     QString loadFiles();
-    QString readyLine() const;
-    QHostAddress neighbour() const;
+    [[nodiscard]] QString readyLine() const;
+    [[nodiscard]] QHostAddress neighbour() const;
     QList<QByteArray> nextSections();
     void stopHttpFor(int milliseconds);
 

@@ -30,10 +30,11 @@ void flatten(const QJsonObject& object, const QString& prefix, QMap<QString, QJs
 {
     for (auto member = object.begin(); member != object.end(); ++member) {
         const QString path = prefix + member.key();
-        if (member->isObject())
+        if (member->isObject()) {
             flatten(member->toObject(), path + QLatin1Char('.'), paths);
-        else if (path != QLatin1String("do"))
+        } else if (path != QLatin1String("do")) {
             paths.insert(path, member.value());
+        }
     }
 }
 
@@ -98,8 +99,9 @@ const std::vector<Simulation::Action>& Simulation::actions()
 std::vector<ActionHelp> actionHelp()
 {
     std::vector<ActionHelp> list;
-    for (const Simulation::Action& action : Simulation::actions())
+    for (const Simulation::Action& action : Simulation::actions()) {
         list.push_back(action.help);
+    }
     return list;
 }
 
@@ -115,8 +117,9 @@ QString Simulation::perform(const QJsonObject& action)
     }
     QJsonObject description{{QStringLiteral("event"), QStringLiteral("action")},
                             {QStringLiteral("action"), action}};
-    if (!problem.isEmpty())
+    if (!problem.isEmpty()) {
         description.insert(QStringLiteral("error"), problem);
+    }
     log.event(description);
     return problem;
 }
@@ -131,8 +134,9 @@ QString Simulation::doSet(const QJsonObject& action)
         const bool isCore = item.key().startsWith(QLatin1String("core."));
         const QString problem =
             isCore ? newCore.hold(item.key().mid(5), item.value()) : newState.set(item.key(), item.value());
-        if (!problem.isEmpty())
+        if (!problem.isEmpty()) {
             return problem;
+        }
     }
     state = newState;
     core = newCore;
@@ -166,8 +170,9 @@ QString Simulation::doSections(const QJsonObject& action)
     const QStringList names =
         list == QLatin1String("all") ? knownSections() : list.split(QLatin1Char(','), Qt::SkipEmptyParts);
     for (const QString& name : names) {
-        if (!knownSections().contains(name))
+        if (!knownSections().contains(name)) {
             return QStringLiteral("\"%1\" is no section").arg(name);
+        }
     }
     sections = names;
     return {};
@@ -176,8 +181,9 @@ QString Simulation::doSections(const QJsonObject& action)
 QString Simulation::doInterval(const QJsonObject& action)
 {
     const qint64 milliseconds = wholeNumber(action, "ms", 0);
-    if (milliseconds < 1 || milliseconds > 3600000)
+    if (milliseconds < 1 || milliseconds > 3600000) {
         return QStringLiteral("interval needs ms=1 to 3600000");
+    }
     first.setInterval(static_cast<int>(milliseconds));
     return {};
 }
@@ -217,8 +223,9 @@ QString Simulation::doReboot(const QJsonObject& action)
 QString Simulation::doSequence(const QJsonObject& action)
 {
     const qint64 next = wholeNumber(action, "next", -1);
-    if (next < 0 || next > 0xFFFFFFFFLL)
+    if (next < 0 || next > 0xFFFFFFFFLL) {
         return QStringLiteral("sequence needs next=0 to 4294967295");
+    }
     first.setSequence(static_cast<quint32>(next));
     return {};
 }
@@ -227,8 +234,9 @@ QString Simulation::doFault(const QJsonObject& action)
 {
     const QString kind = text(action, "kind");
     const FrameFault* fault = findFrameFault(kind);
-    if (fault == nullptr && kind != QLatin1String("none"))
+    if (fault == nullptr && kind != QLatin1String("none")) {
         return QStringLiteral("unknown frame fault \"%1\"").arg(kind);
+    }
     first.setFault(fault, wholeNumber(action, "count", 1));
     return {};
 }
@@ -259,14 +267,17 @@ QString Simulation::doSecond(const QJsonObject& action)
     }
     Route other = route;
     other.source = neighbour();
-    if (action.contains(QLatin1String("source")))
+    if (action.contains(QLatin1String("source"))) {
         other.source.setAddress(text(action, "source"));
-    if (other.source.isNull())
+    }
+    if (other.source.isNull()) {
         return QStringLiteral("second needs source=ADDR");
+    }
     auto sender = std::make_unique<Transmitter>([this] { return nextSections(); });
-    const QString problem = sender->open(other);
-    if (!problem.isEmpty())
+    QString problem = sender->open(other);
+    if (!problem.isEmpty()) {
         return problem;
+    }
     connect(sender.get(), &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
     second = std::move(sender);
     second->start(
@@ -296,8 +307,9 @@ void Simulation::stopHttpFor(int milliseconds)
 {
     http.closeWhenIdle(); // the wish for it may itself have come by HTTP
     httpReturn.stop();
-    if (milliseconds > 0)
+    if (milliseconds > 0) {
         httpReturn.start(milliseconds);
+    }
 }
 
 QString Simulation::doLog(const QJsonObject& action)

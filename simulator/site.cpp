@@ -66,12 +66,14 @@ HttpReply file(const QString& path)
 {
     QFile content(QStringLiteral(":/web") + path);
     if (path.contains(QLatin1String("..")) || !QFileInfo(content).isFile() ||
-        !content.open(QIODevice::ReadOnly))
+        !content.open(QIODevice::ReadOnly)) {
         return plain(404, "not found");
+    }
     HttpReply reply;
     for (const ContentType& known : contentTypes) {
-        if (path.endsWith(QLatin1Char('.') + QLatin1String(known.suffix)))
+        if (path.endsWith(QLatin1Char('.') + QLatin1String(known.suffix))) {
             reply.addHeader("Content-Type", known.type);
+        }
     }
     reply.addHeader("Cache-Control", "no-cache"); // so that a fault of a part shows at the next reload
     reply.body = content.readAll();
@@ -81,17 +83,19 @@ HttpReply file(const QString& path)
 QJsonObject queryAsAction(const QMap<QString, QString>& query)
 {
     QJsonObject action;
-    for (auto item = query.begin(); item != query.end(); ++item)
+    for (auto item = query.begin(); item != query.end(); ++item) {
         action.insert(item.key(), item.value());
+    }
     return action;
 }
 
 QJsonDocument downloadList()
 {
     QJsonArray list;
-    for (const Download& download : downloads())
+    for (const Download& download : downloads()) {
         list.append(QJsonObject{{QStringLiteral("path"), QLatin1String(download.path)},
                                 {QStringLiteral("title"), QLatin1String(download.title)}});
+    }
     return QJsonDocument(list);
 }
 
@@ -124,16 +128,18 @@ Site::Site(Control controlSurface)
 
 bool Site::setFrontPage(const QString& name)
 {
-    if (name != QLatin1String("board") && name != QLatin1String("plain"))
+    if (name != QLatin1String("board") && name != QLatin1String("plain")) {
         return false;
+    }
     frontPage = QStringLiteral("/%1.html").arg(name);
     return true;
 }
 
 HttpReply Site::handle(const HttpRequest& request)
 {
-    if (loginRequired && request.credentials != Credentials::Right)
+    if (loginRequired && request.credentials != Credentials::Right) {
         return loginWanted();
+    }
     HttpReply reply = request.path == QLatin1String("/control") ? control(request) : route(request);
     httpFaults.apply(reply, request);
     return reply;
@@ -142,49 +148,62 @@ HttpReply Site::handle(const HttpRequest& request)
 HttpReply Site::route(const HttpRequest& request)
 {
     const QString& path = request.path;
-    if (path == QLatin1String("/upload"))
+    if (path == QLatin1String("/upload")) {
         return upload(request);
-    if (request.method != "GET" && request.method != "HEAD")
+    }
+    if (request.method != "GET" && request.method != "HEAD") {
         return plain(405, "only GET and HEAD");
-    if (path == QLatin1String("/") || path == QLatin1String("/index.html"))
+    }
+    if (path == QLatin1String("/") || path == QLatin1String("/index.html")) {
         return file(frontPage);
-    if (path == QLatin1String("/uploads"))
+    }
+    if (path == QLatin1String("/uploads")) {
         return json(200, QJsonDocument(received));
-    if (path == QLatin1String("/downloads"))
+    }
+    if (path == QLatin1String("/downloads")) {
         return json(200, downloadList());
-    if (path.startsWith(QLatin1String("/download/")))
+    }
+    if (path.startsWith(QLatin1String("/download/"))) {
         return downloadReply(path.mid(10), request.query);
-    if (path.startsWith(QLatin1String("/odd/")))
+    }
+    if (path.startsWith(QLatin1String("/odd/"))) {
         return odd(path.mid(5), request);
+    }
     return file(path);
 }
 
-HttpReply Site::control(const HttpRequest& request)
+HttpReply Site::control(const HttpRequest& request) const
 {
     QString problem;
-    if (request.query.contains(QStringLiteral("do")))
+    if (request.query.contains(QStringLiteral("do"))) {
         problem = surface.perform(queryAsAction(request.query));
-    if (!problem.isEmpty())
+    }
+    if (!problem.isEmpty()) {
         return json(400, QJsonDocument(QJsonObject{{QStringLiteral("error"), problem}}));
+    }
     return json(200, QJsonDocument(surface.status()));
 }
 
 HttpReply Site::upload(const HttpRequest& request)
 {
-    if (request.method != "POST")
+    if (request.method != "POST") {
         return plain(405, "only POST");
-    for (const QJsonValue& entry : request.uploads)
+    }
+    for (const QJsonValue& entry : request.uploads) {
         received.append(entry);
-    if (request.query.value(QStringLiteral("format")) == QLatin1String("json"))
+    }
+    if (request.query.value(QStringLiteral("format")) == QLatin1String("json")) {
         return json(200, QJsonDocument(request.uploads));
+    }
     return html(uploadPage(request.uploads));
 }
 
 HttpReply Site::odd(const QString& kind, const HttpRequest& request) const
 {
     HttpReply reply = file(QStringLiteral("/plain.html"));
-    if (!spoil(reply, kind, request, queryAsAction(request.query)))
+    if (!spoil(reply, kind, request, queryAsAction(request.query))) {
         return plain(404, "no such odd page");
+    }
     return reply;
 }
 

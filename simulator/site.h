@@ -38,9 +38,9 @@ public:
 
 private:
     HttpReply route(const HttpRequest& request);
-    HttpReply control(const HttpRequest& request);
+    [[nodiscard]] HttpReply control(const HttpRequest& request) const;
     HttpReply upload(const HttpRequest& request);
-    HttpReply odd(const QString& kind, const HttpRequest& request) const;
+    [[nodiscard]] HttpReply odd(const QString& kind, const HttpRequest& request) const;
 
     Control surface;
     HttpFaults httpFaults;

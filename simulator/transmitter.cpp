@@ -19,8 +19,9 @@ QString Transmitter::open(const Route& newRoute)
     route = newRoute;
     const QHostAddress source = route.source.isNull() ? QHostAddress(QHostAddress::AnyIPv4) : route.source;
     socket.close();
-    if (!socket.bind(source, 0))
+    if (!socket.bind(source, 0)) {
         return QStringLiteral("cannot send from %1: %2").arg(source.toString(), socket.errorString());
+    }
     return {};
 }
 
@@ -42,8 +43,9 @@ void Transmitter::silence(int durationMs)
 {
     silent = true;
     silenceEnd.stop();
-    if (durationMs > 0)
+    if (durationMs > 0) {
         silenceEnd.start(durationMs);
+    }
 }
 
 void Transmitter::resume()
@@ -60,25 +62,29 @@ void Transmitter::setFault(const FrameFault* newFault, qint64 count)
 
 void Transmitter::tick()
 {
-    if (silent || (limited && framesLeft == 0))
+    if (silent || (limited && framesLeft == 0)) {
         return;
+    }
     --framesLeft;
     const FrameFault* now = fault;
-    if (fault != nullptr && faultsLeft > 0 && --faultsLeft == 0)
+    if (fault != nullptr && faultsLeft > 0 && --faultsLeft == 0) {
         fault = nullptr;
+    }
     sendFrame(now);
 }
 
 void Transmitter::burst(int count)
 {
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         sendFrame(nullptr);
+    }
 }
 
 void Transmitter::repeatLast(int count)
 {
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         send(lastDatagram, {{QStringLiteral("fault"), QStringLiteral("duplicate")}});
+    }
 }
 
 void Transmitter::sendRaw(const QByteArray& octets, const QString& what)
@@ -93,8 +99,9 @@ void Transmitter::sendFrame(const FrameFault* withFault)
     parts.sections = sectionSource();
     QJsonObject description{{QStringLiteral("sequence"), static_cast<double>(parts.sequence)},
                             {QStringLiteral("sections"), parts.sections.size()}};
-    if (withFault != nullptr)
+    if (withFault != nullptr) {
         description.insert(QStringLiteral("fault"), QLatin1String(withFault->name));
+    }
     send(withFault != nullptr ? withFault->build(parts) : encodeFrame(parts), description);
 }
 
@@ -107,8 +114,9 @@ void Transmitter::send(const QByteArray& octets, QJsonObject description)
     description.insert(QStringLiteral("from"), route.source.toString());
     description.insert(QStringLiteral("to"),
                        QStringLiteral("%1:%2").arg(route.target.toString()).arg(route.port));
-    if (written != octets.size())
+    if (written != octets.size()) {
         description.insert(QStringLiteral("error"), socket.errorString());
+    }
     emit sent(description);
 }
 

@@ -32,6 +32,7 @@ public:
 
     /// `sections` is asked for the sections of each frame at the moment it is sent.
     explicit Transmitter(SectionSource sections, QObject* parent = nullptr);
+    ~Transmitter() override = default;
 
     /// Binds the socket. Returns an empty text, or why it could not.
     [[nodiscard]] QString open(const Route& newRoute);
@@ -53,13 +54,13 @@ public:
     void resume();
 
     /// True while silence() holds.
-    bool isSilent() const { return silent; }
+    [[nodiscard]] bool isSilent() const { return silent; }
 
     /// Starts the sequence anew with `sequence` as the next number.
     void setSequence(quint32 sequence) { nextSequence = sequence; }
 
     /// The sequence number of the next frame.
-    quint32 sequence() const { return nextSequence; }
+    [[nodiscard]] quint32 sequence() const { return nextSequence; }
 
     /// Spoils the next `count` scheduled frames; 0 spoils all until a null fault is set.
     void setFault(const FrameFault* newFault, qint64 count);

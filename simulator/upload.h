@@ -18,7 +18,7 @@ QString safeFileName(const QString& name);
 class Upload
 {
 public:
-    Upload(const QString& formField, const QString& sentName, const QString& directory);
+    Upload(QString formField, const QString& sentName, const QString& directory);
 
     /// Takes the next octets.
     void append(const char* octets, qint64 count);

@@ -104,8 +104,9 @@ const std::vector<SectionLayout>& sectionLayouts()
 const SectionLayout* findLayout(const QString& name)
 {
     for (const SectionLayout& layout : sectionLayouts()) {
-        if (name == QLatin1String(layout.name))
+        if (name == QLatin1String(layout.name)) {
             return &layout;
+        }
     }
     return nullptr;
 }

@@ -11,6 +11,8 @@
 class SimulatorProcess
 {
 public:
+    SimulatorProcess() = default;
+    Q_DISABLE_COPY_MOVE(SimulatorProcess)
     ~SimulatorProcess()
     {
         process.kill();
@@ -33,7 +35,7 @@ public:
     }
 
     /// The address of a path below the web site.
-    QUrl url(const QString& path) const
+    [[nodiscard]] QUrl url(const QString& path) const
     {
         const QString endpoint = ready.section(QStringLiteral("http="), 1).section(QLatin1Char(' '), 0, 0);
         return QUrl(QStringLiteral("http://") + endpoint + path);
@@ -50,12 +52,14 @@ public:
     /// All events of this kind so far.
     QList<QJsonObject> events(const QString& kind)
     {
-        if (process.bytesAvailable() > 0 || process.waitForReadyRead(0))
+        if (process.bytesAvailable() > 0 || process.waitForReadyRead(0)) {
             readLines();
+        }
         QList<QJsonObject> found;
         for (const QJsonObject& event : qAsConst(log)) {
-            if (event.value(QLatin1String("event")).toString() == kind)
+            if (event.value(QLatin1String("event")).toString() == kind) {
                 found.append(event);
+            }
         }
         return found;
     }
@@ -68,10 +72,11 @@ private:
     {
         while (process.canReadLine()) {
             const QByteArray line = process.readLine().trimmed();
-            if (line.startsWith("listening"))
+            if (line.startsWith("listening")) {
                 ready = QString::fromUtf8(line);
-            else
+            } else {
                 log.append(QJsonDocument::fromJson(line).object());
+            }
         }
     }
 

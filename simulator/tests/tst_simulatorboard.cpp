@@ -52,8 +52,11 @@ private slots:
     void uploadArrives();
 
 private:
-    QVariant script(const QString& code) const { return view->page()->mainFrame()->evaluateJavaScript(code); }
-    QRect visibleKey(const QString& text) const;
+    [[nodiscard]] QVariant script(const QString& code) const
+    {
+        return view->page()->mainFrame()->evaluateJavaScript(code);
+    }
+    [[nodiscard]] QRect visibleKey(const QString& text) const;
     void press(const QString& text);
     void openSheet(const QString& name);
     QJsonObject lastAction();
@@ -87,8 +90,9 @@ void SimulatorBoardTest::init()
                 // A refresh that is under way when the page is left is cancelled by the engine.
                 const bool fine = reply->error() == QNetworkReply::NoError ||
                                   reply->error() == QNetworkReply::OperationCanceledError;
-                if (!fine)
+                if (!fine) {
                     failures.append(reply->url().toString() + QStringLiteral(": ") + reply->errorString());
+                }
             });
     view->show();
     view->load(simulator->url(QStringLiteral("/index.html")));
@@ -112,8 +116,9 @@ QRect SimulatorBoardTest::visibleKey(const QString& text) const
     for (const QWebElement& key : keys) {
         const QString label = key.tagName() == QLatin1String("INPUT") ? key.attribute(QStringLiteral("value"))
                                                                       : key.toPlainText().trimmed();
-        if (label == text)
+        if (label == text) {
             return key.geometry();
+        }
     }
     return {};
 }
@@ -160,8 +165,9 @@ void SimulatorBoardTest::keysAreWithinReach()
         const QString what = key.toPlainText();
         QVERIFY2(place.width() >= 44 && place.height() >= 44, qPrintable(what));
         QVERIFY2(QRect(0, 0, 800, 480).contains(place), qPrintable(what));
-        for (const QRect& other : qAsConst(places))
+        for (const QRect& other : qAsConst(places)) {
             QVERIFY2(!other.intersects(place), qPrintable(what));
+        }
         places.append(place);
     }
     QFETCH(int, atLeast);

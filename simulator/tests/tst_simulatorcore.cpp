@@ -34,8 +34,9 @@ private:
 QString SimulatorCoreTest::writeFile(const QByteArray& text)
 {
     QFile file(directory.filePath(QStringLiteral("mapping.json")));
-    if (file.open(QIODevice::WriteOnly))
+    if (file.open(QIODevice::WriteOnly)) {
         file.write(text);
+    }
     return file.fileName();
 }
 
@@ -109,8 +110,9 @@ void SimulatorCoreTest::sampleMapping()
     QCOMPARE(int(first.instance), 0);
     QCOMPARE(int(first.typeCode), 2);
     QVERIFY(first.type == CoreType::Uint8);
-    for (const CorePoint& point : points)
+    for (const CorePoint& point : points) {
         QVERIFY2(point.type != CoreType::Other, qPrintable(point.name));
+    }
 }
 
 void SimulatorCoreTest::mappingRules()
@@ -128,8 +130,9 @@ void SimulatorCoreTest::mappingRules()
     const QList<CorePoint> points = readCoreMap(path, &error);
     QCOMPARE(error, QString());
     QStringList names;
-    for (const CorePoint& point : points)
+    for (const CorePoint& point : points) {
         names.append(point.name);
+    }
     QCOMPARE(names, (QStringList{QStringLiteral("used"), QStringLiteral("alias")}));
     QCOMPARE(int(points.first().ciClass), 300);
     QCOMPARE(int(points.last().instance), 255);

@@ -48,8 +48,9 @@ void SimulatorFramesTest::checksum_data()
     QTest::addColumn<int>("expected");
 
     QByteArray all;
-    for (int octet = 0; octet < 256; ++octet)
+    for (int octet = 0; octet < 256; ++octet) {
         all.append(char(octet));
+    }
     QTest::newRow("nothing") << QByteArray() << 0;
     QTest::newRow("one zero octet") << QByteArray(1, '\0') << 0;
     QTest::newRow("published check value") << QByteArray("123456789") << 0x2189;
@@ -151,13 +152,15 @@ void SimulatorFramesTest::oversizedIsTheLargestDatagram()
 void SimulatorFramesTest::everyFaultIsCovered()
 {
     QStringList untested;
-    for (const FrameFault& fault : frameFaults())
+    for (const FrameFault& fault : frameFaults()) {
         untested.append(QLatin1String(fault.name));
-    QFile source(QStringLiteral(__FILE__));
+    }
+    QFile source(QStringLiteral(SOURCES "/simulator/tests/tst_simulatorframes.cpp"));
     QVERIFY(source.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(source.readAll());
-    for (const QString& name : qAsConst(untested))
+    for (const QString& name : qAsConst(untested)) {
         QVERIFY2(text.contains(QLatin1Char('"') + name + QLatin1Char('"')), qPrintable(name));
+    }
 }
 
 void SimulatorFramesTest::field_data()

@@ -23,7 +23,7 @@ public:
         socket.bind(address, 0);
     }
 
-    QString target() const
+    [[nodiscard]] QString target() const
     {
         return QStringLiteral("%1:%2").arg(socket.localAddress().toString()).arg(socket.localPort());
     }
@@ -31,8 +31,9 @@ public:
     /// The next datagram; an invalid one after five seconds without.
     QNetworkDatagram next()
     {
-        if (!socket.hasPendingDatagrams())
+        if (!socket.hasPendingDatagrams()) {
             socket.waitForReadyRead(5000);
+        }
         return socket.receiveDatagram();
     }
 
@@ -57,12 +58,15 @@ QList<QByteArray> documentedWords()
                             "--count",    "--sections", "--set",        "--map",      "--login",
                             "--password", "--page",     "--upload-dir", "--scenario", "--do",
                             "--stdin",    "--log",      "--help",       "--version"};
-    for (const Simulator::ActionHelp& action : Simulator::actionHelp())
+    for (const Simulator::ActionHelp& action : Simulator::actionHelp()) {
         words.append(QByteArray(action.usage).split(' ').first());
-    for (const Simulator::FrameFault& fault : Simulator::frameFaults())
+    }
+    for (const Simulator::FrameFault& fault : Simulator::frameFaults()) {
         words.append(fault.name);
-    for (const Simulator::HttpFaultKind& fault : Simulator::httpFaultKinds())
+    }
+    for (const Simulator::HttpFaultKind& fault : Simulator::httpFaultKinds()) {
         words.append(fault.name);
+    }
     return words;
 }
 
@@ -154,8 +158,9 @@ void SimulatorProgramTest::stopsAfterCount()
     SimulatorProcess simulator;
     QVERIFY(simulator.start({QStringLiteral("--target"), panel.target(), QStringLiteral("--interval"),
                              QStringLiteral("10"), QStringLiteral("--count"), QStringLiteral("3")}));
-    for (quint32 sequence = 1; sequence <= 3; ++sequence)
+    for (quint32 sequence = 1; sequence <= 3; ++sequence) {
         QCOMPARE(sequenceOf(panel.next().data()), sequence);
+    }
     QVERIFY(!panel.socket.waitForReadyRead(200)); // twenty intervals
 }
 
@@ -187,8 +192,9 @@ void SimulatorProgramTest::goesSilentAndComesBack()
     QCOMPARE(sequenceOf(panel.next().data()), 1U);
     simulator.act("silence seconds=0.3");
     QTRY_COMPARE(simulator.events(QStringLiteral("action")).size(), 2);
-    while (panel.socket.hasPendingDatagrams())
+    while (panel.socket.hasPendingDatagrams()) {
         panel.socket.receiveDatagram();
+    }
     QElapsedTimer clock;
     clock.start();
     QVERIFY(panel.next().isValid());
@@ -206,8 +212,9 @@ void SimulatorProgramTest::rebootsSendsTwiceAndInBursts()
     QCOMPARE(panel.next().data(), first);
     QCOMPARE(panel.next().data(), first);
     simulator.act("burst count=3");
-    for (quint32 sequence = 2; sequence <= 4; ++sequence)
+    for (quint32 sequence = 2; sequence <= 4; ++sequence) {
         QCOMPARE(sequenceOf(panel.next().data()), sequence);
+    }
     simulator.act("reboot");
     simulator.act("burst");
     QCOMPARE(sequenceOf(panel.next().data()), 1U);
@@ -349,8 +356,9 @@ void SimulatorProgramTest::refusesToStart()
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, message);
     QProcess process;
-    if (!arguments.contains(QStringLiteral("--http")))
+    if (!arguments.contains(QStringLiteral("--http"))) {
         arguments = QStringList{QStringLiteral("--http"), QStringLiteral("127.0.0.1:0")} + arguments;
+    }
     process.start(QStringLiteral(SIMULATOR), arguments);
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 1);
@@ -378,8 +386,9 @@ void SimulatorProgramTest::explainsItself()
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 0);
     const QByteArray help = process.readAllStandardOutput();
-    for (const QByteArray& word : documentedWords())
+    for (const QByteArray& word : documentedWords()) {
         QVERIFY2(help.contains(word), word.constData());
+    }
     process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--version")});
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.readAllStandardOutput(), QByteArray("r7m-simulator " VARNEL_VERSION "\n"));
@@ -398,8 +407,9 @@ void SimulatorProgramTest::isDocumented()
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QByteArray text = file.readAll().replace("\\-", "-");
-    for (const QByteArray& word : documentedWords())
+    for (const QByteArray& word : documentedWords()) {
         QVERIFY2(text.contains(word), word.constData());
+    }
 }
 
 QTEST_GUILESS_MAIN(SimulatorProgramTest)

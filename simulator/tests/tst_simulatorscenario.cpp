@@ -87,8 +87,9 @@ void SimulatorScenarioTest::playsInOrder()
         R"({"steps": [{"at": 0, "do": "a"}, {"after": 0.05, "do": "b"}, {"after": 0, "do": "c"}]})", &error));
     QVERIFY(ended.wait());
     QString order;
-    for (const QList<QVariant>& arguments : qAsConst(due))
+    for (const QList<QVariant>& arguments : qAsConst(due)) {
         order += arguments.first().toJsonObject().value(QLatin1String("do")).toString();
+    }
     QCOMPARE(order, QStringLiteral("abc"));
     QCOMPARE(ended.count(), 1);
 }
@@ -107,8 +108,9 @@ void SimulatorScenarioTest::samplesDoWhatTheySay_data()
     QTest::addColumn<QString>("path");
     const QFileInfoList files = QDir(QStringLiteral(SCENARIOS)).entryInfoList({QStringLiteral("*.json")});
     QVERIFY(!files.isEmpty());
-    for (const QFileInfo& file : files)
+    for (const QFileInfo& file : files) {
         QTest::newRow(qPrintable(file.fileName())) << file.filePath();
+    }
 }
 
 /// Every action of the scenarios that are handed out is one that the simulator accepts.
@@ -130,8 +132,9 @@ void SimulatorScenarioTest::samplesDoWhatTheySay()
     options.startSilent = true;
     Simulation simulation(options);
     QCOMPARE(simulation.start(), QString());
-    for (const ScenarioStep& step : scenario.steps)
+    for (const ScenarioStep& step : scenario.steps) {
         QCOMPARE(simulation.perform(step.action), QString());
+    }
 }
 
 void SimulatorScenarioTest::action_data()

@@ -22,8 +22,9 @@ using Reply = std::unique_ptr<QNetworkReply>;
 QByteArray pattern(qint64 size)
 {
     QByteArray octets;
-    for (qint64 i = 0; i < size; ++i)
+    for (qint64 i = 0; i < size; ++i) {
         octets.append(Simulator::patternOctet(i));
+    }
     return octets;
 }
 
@@ -63,7 +64,8 @@ private slots:
     void portClosesAndOpens();
 
 private:
-    QNetworkRequest request(const QString& path, const QByteArray& credentials = "user:secret") const;
+    [[nodiscard]] QNetworkRequest request(const QString& path,
+                                          const QByteArray& credentials = "user:secret") const;
     Reply get(const QString& path);
     static bool finish(const Reply& reply);
     static int status(const Reply& reply);
@@ -93,8 +95,9 @@ void SimulatorWebTest::cleanup()
 QNetworkRequest SimulatorWebTest::request(const QString& path, const QByteArray& credentials) const
 {
     QNetworkRequest made(simulator->url(path));
-    if (!credentials.isEmpty())
+    if (!credentials.isEmpty()) {
         made.setRawHeader("Authorization", "Basic " + credentials.toBase64());
+    }
     return made;
 }
 
@@ -145,8 +148,9 @@ void SimulatorWebTest::login()
         const Reply reply(client.get(asked));
         QVERIFY(finish(reply));
         QTEST(status(reply), "expected");
-        if (status(reply) == 401)
+        if (status(reply) == 401) {
             QCOMPARE(reply->rawHeader("WWW-Authenticate"), QByteArray("Basic realm=\"R7M\""));
+        }
     }
     QTRY_VERIFY(simulator->events(QStringLiteral("request")).size() >= 3);
     const QJsonObject logged = simulator->events(QStringLiteral("request")).at(0);
@@ -318,8 +322,9 @@ void SimulatorWebTest::hugeDownload()
     bool intact = true;
     const auto drain = [&] {
         const QByteArray block = reply->readAll();
-        if (!block.isEmpty())
+        if (!block.isEmpty()) {
             intact = intact && block.at(0) == Simulator::patternOctet(received);
+        }
         received += block.size();
     };
     connect(reply.get(), &QNetworkReply::readyRead, this, drain);
