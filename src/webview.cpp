@@ -5,6 +5,7 @@
 
 #include <QFileInfo>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QWebFrame>
 #include <QWebSettings>
 #include <QtDebug>
@@ -24,10 +25,7 @@ WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
     , downloadHandler(new DownloadHandler(mainWindow))
 {
     setNetworkAccessManager(mainWindow->getNetworkAccessManager());
-    // Queued: a download asks its user in an event loop of its own, in which the page may go elsewhere. The
-    // engine does not survive that while it is still in the middle of handing the reply over.
-    connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent,
-            Qt::QueuedConnection);
+    connect(this, &QWebPage::unsupportedContent, this, &WebPage::takeUnsupportedContent);
     connect(networkAccessManager(), &QNetworkAccessManager::finished, this, &WebPage::httpResponseFinished);
     mainFrame()->setScrollBarPolicy(Qt::Vertical, Qt::ScrollBarAlwaysOff);
     mainFrame()->setScrollBarPolicy(Qt::Horizontal, Qt::ScrollBarAlwaysOff);
@@ -59,6 +57,26 @@ QString WebPage::chooseFile(QWebFrame* /*frame*/, const QString& /*suggestedFile
 QString WebPage::userAgentForUrl(const QUrl& /*url*/) const
 {
     return QStringLiteral("Varnel VarnelBrowser/" VARNEL_VERSION " WebKit");
+}
+
+void WebPage::takeUnsupportedContent(QNetworkReply* reply)
+{
+    if (reply->error() != QNetworkReply::NoError) {
+        handleUnsupportedContent(reply);
+        return;
+    }
+    // A download asks its user in an event loop of its own, in which the page may go elsewhere. The engine
+    // does not survive that while it is still in the middle of handing the reply over, so it gets its hands
+    // free.
+    const QPointer<QNetworkReply> guarded = reply;
+    QMetaObject::invokeMethod(
+        this,
+        [this, guarded] {
+            if (guarded) {
+                handleUnsupportedContent(guarded);
+            }
+        },
+        Qt::QueuedConnection);
 }
 
 void WebPage::handleUnsupportedContent(QNetworkReply* reply)

@@ -47,6 +47,8 @@ protected:
     QString userAgentForUrl(const QUrl& url) const override;
 
 private:
+    void takeUnsupportedContent(QNetworkReply* reply);
+
     MainWindow* mainWindow;
     DownloadHandler* downloadHandler;
     QUrl currentUrl;   ///< the last navigation of the main frame
