@@ -16,6 +16,9 @@ namespace Varnel {
 
 namespace {
 
+/// What a 16-bit length field can say, headers included: no UDP datagram is longer.
+constexpr int largestDatagram = 65535;
+
 constexpr quint16 defaultSnmpPort = 161;
 constexpr quint16 defaultSnmpTrapPort = 162;
 constexpr quint16 defaultModbusPort = 502;
@@ -88,13 +91,18 @@ void UdpHandler::bindSocket()
 
 void UdpHandler::processDatagrams()
 {
-    while (udpSocket->hasPendingDatagrams()) {
-        QByteArray data(static_cast<int>(qMax<qint64>(0, udpSocket->pendingDatagramSize())),
-                        Qt::Uninitialized);
-        QHostAddress sender;
-        const qint64 received = udpSocket->readDatagram(data.data(), data.size(), &sender);
-        data.truncate(static_cast<int>(qMax<qint64>(0, received)));
-        handleData(&data, &sender);
+    // Reading is the only question asked: whether a datagram waits, and how long it is, would cost a system
+    // call each. Reserved room keeps its memory when it is cut to a frame's size.
+    datagram.reserve(largestDatagram);
+    QHostAddress sender;
+    for (;;) {
+        datagram.resize(largestDatagram);
+        const qint64 received = udpSocket->readDatagram(datagram.data(), datagram.size(), &sender);
+        if (received < 0) {
+            return;
+        }
+        datagram.truncate(static_cast<int>(received));
+        handleData(&datagram, &sender);
     }
 }
 

@@ -84,6 +84,7 @@ private:
     void toggle(quint8 command);
 
     QUdpSocket* udpSocket = nullptr;
+    QByteArray datagram; ///< the one being handled, in memory kept from one to the next
     QString listenAddr;
     quint16 listenPort;
     [[maybe_unused]] WebBrowser* webBrowser = nullptr;
