@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 #include <QtEndian>
 
 namespace Varnel {
@@ -23,6 +24,18 @@ public:
 
     /// Four octets in network order, as an IPv4 address in host order.
     [[nodiscard]] quint32 ipv4(int offset) { return qbswap(read<quint32>(offset)); }
+
+    /// A text of at most `width` octets, up to its first NUL octet, read as Latin-1. Empty when the field is
+    /// not there as a whole.
+    [[nodiscard]] QString latin1(int offset, int width)
+    {
+        if (offset < 0 || width < 0 || offset > octets.size() - width) {
+            inside = false;
+            return {};
+        }
+        const char* const field = octets.constData() + offset;
+        return QString::fromLatin1(field, int(qstrnlen(field, uint(width))));
+    }
 
     /// False once something was asked for that is not there.
     [[nodiscard]] bool ok() const { return inside; }

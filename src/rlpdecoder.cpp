@@ -152,6 +152,13 @@ bool checkSequence(quint32 seqno, quint32 lastSeqno)
     return true;
 }
 
+/// The record, made if this is its first use.
+template<typename Record>
+Record& made(std::optional<Record>* record)
+{
+    return record->has_value() ? **record : record->emplace();
+}
+
 void* recordOf(RlpFrame* frame, SectionType type, QList<core_tmp>* items)
 {
     switch (type) {
@@ -160,9 +167,9 @@ void* recordOf(RlpFrame* frame, SectionType type, QList<core_tmp>* items)
     case SectionType::GpioState:
         return &frame->gpiostate;
     case SectionType::NetCfg:
-        return &frame->netcfg;
+        return &made(&frame->netcfg);
     case SectionType::SnmpCfg:
-        return &frame->snmpcfg;
+        return &made(&frame->snmpcfg);
     case SectionType::ModbusCfg:
         return &frame->modbuscfg;
     case SectionType::Core:

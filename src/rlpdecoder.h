@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
+
 #include <QByteArray>
 #include <QHostAddress>
 #include <QList>
@@ -21,14 +23,15 @@ enum class SectionType : quint16
 };
 
 /// What one accepted frame said: a record of each kind, valid only where its flag is set. The items of a Core
-/// section are in the decoder's item list.
+/// section are in the decoder's item list. The two large records, which few frames carry, are made when their
+/// section is met: their addresses would cost every frame ten allocations.
 struct RlpFrame
 {
     quint32 seqno = 0;
     devinfo_s devinfo;
     gpiostate_s gpiostate;
-    netcfg_s netcfg;
-    snmpcfg_s snmpcfg;
+    std::optional<netcfg_s> netcfg;
+    std::optional<snmpcfg_s> snmpcfg;
     modbuscfg_s modbuscfg;
     bool hasDevInfo = false;
     bool hasGpioState = false;

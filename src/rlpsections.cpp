@@ -72,14 +72,6 @@ bool checkFixedSection(SectionType expected, int size, quint16 type, quint16 len
     return true;
 }
 
-/// A fixed-width text field: up to the first NUL octet, or its full width. The controller writes Latin-1.
-QString textAt(QByteArray* payload, int offset, int width)
-{
-    const QByteArray field =
-        RlpDecoder::getBytesReverse(payload, static_cast<quint16>(offset), static_cast<quint16>(width));
-    return QString::fromLatin1(field.constData(), int(qstrnlen(field.constData(), uint(field.size()))));
-}
-
 } // namespace
 
 bool RlpDecoder::handleSectionDevInfo(quint16 type, quint16 length, QByteArray* payload, void* record,
@@ -98,7 +90,7 @@ bool RlpDecoder::handleSectionDevInfo(quint16 type, quint16 length, QByteArray* 
     devinfo.swminor = reader.u16(12);
     devinfo.swbuild = reader.u16(14);
     devinfo.serial = reader.u32(16);
-    devinfo.lang = textAt(payload, langAt, langWidth);
+    devinfo.lang = reader.latin1(langAt, langWidth);
     return true;
 }
 
@@ -158,7 +150,7 @@ bool RlpDecoder::handleSectionSnmpCfg(quint16 type, quint16 length, QByteArray* 
     snmpcfg.cli_algo = reader.u8(11);
     int offset = snmpTextsAt;
     for (QString snmpcfg_s::*text : snmpTexts) {
-        snmpcfg.*text = textAt(payload, offset, snmpTextWidth);
+        snmpcfg.*text = reader.latin1(offset, snmpTextWidth);
         offset += snmpTextWidth;
     }
     snmpcfg.port = reader.u16(snmpPortAt);

@@ -143,18 +143,18 @@ void UdpHandler::apply(const RlpFrame& frame)
         applyGpioState(frame.gpiostate);
     }
     if (frame.hasSnmpCfg) {
-        if (isSnmpCfgChanged(frame.snmpcfg)) {
+        if (isSnmpCfgChanged(*frame.snmpcfg)) {
             qDebug() << "Snmpcfg changed !";
-            applySnmpCfg(frame.snmpcfg);
+            applySnmpCfg(*frame.snmpcfg);
         }
-        last_snmpcfg = frame.snmpcfg;
+        last_snmpcfg = *frame.snmpcfg;
     }
     if (frame.hasNetCfg) {
-        if (isNetCfgChanged(frame.netcfg)) {
+        if (isNetCfgChanged(*frame.netcfg)) {
             qDebug() << "Netcfg changed !";
-            applyNetCfg(frame.netcfg);
+            applyNetCfg(*frame.netcfg);
         }
-        last_netcfg = frame.netcfg;
+        last_netcfg = *frame.netcfg;
     }
     if (frame.hasCore) {
         applyCore();

@@ -17,6 +17,8 @@ private slots:
     void readsUpToTheLastOctet();
     void oneReadPastTheEndIsRemembered();
     void unalignedReads();
+    void texts_data();
+    void texts();
 };
 
 void tst_FieldReader::valuesAreLittleEndian()
@@ -87,6 +89,35 @@ void tst_FieldReader::unalignedReads()
         const auto first = static_cast<unsigned>(offset);
         QCOMPARE(reader.u32(offset), first | (first + 1) << 8U | (first + 2) << 16U | (first + 3) << 24U);
     }
+}
+
+void tst_FieldReader::texts_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::addColumn<int>("width");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("inside");
+    const QString none;
+    QTest::newRow("NUL inside: up to it") << 0 << 4 << QStringLiteral("fr") << true;
+    QTest::newRow("no NUL: full width") << 4 << 3 << QStringLiteral("abc") << true;
+    QTest::newRow("beyond ASCII: Latin-1") << 7 << 1 << QStringLiteral("\u00e9") << true;
+    QTest::newRow("NUL first: empty") << 2 << 2 << none << true;
+    QTest::newRow("no width: empty") << 8 << 0 << none << true;
+    QTest::newRow("one octet past the end: nothing of it") << 4 << 5 << none << false;
+    QTest::newRow("behind the end: nothing") << 9 << 1 << none << false;
+    QTest::newRow("before the start: nothing") << -1 << 2 << none << false;
+    QTest::newRow("negative width: nothing") << 0 << -1 << none << false;
+    QTest::newRow("far behind the end: nothing") << std::numeric_limits<int>::max() << 8 << none << false;
+}
+
+void tst_FieldReader::texts()
+{
+    QFETCH(int, offset);
+    QFETCH(int, width);
+    const QByteArray octets = hex("66 72 00 00 | 61 62 63 e9");
+    FieldReader reader(octets);
+    QTEST(reader.latin1(offset, width), "text");
+    QTEST(reader.ok(), "inside");
 }
 
 QTEST_GUILESS_MAIN(tst_FieldReader)

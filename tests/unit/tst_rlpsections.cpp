@@ -116,7 +116,8 @@ void tst_RlpSections::refusals()
     QFETCH(QString, reason);
     RlpDecoder rlp;
     RlpFrame frame;
-    frame.snmpcfg.port = frame.modbuscfg.tcp_port = 4711;
+    frame.netcfg.emplace();
+    frame.snmpcfg.emplace().port = frame.modbuscfg.tcp_port = 4711;
     QByteArray payload(octets, '\xff');
     void* record = nullptr;
     if (hasRecord) {
@@ -128,10 +129,10 @@ void tst_RlpSections::refusals()
             record = &frame.gpiostate;
             break;
         case 0x30:
-            record = &frame.netcfg;
+            record = &*frame.netcfg;
             break;
         case 0x40:
-            record = &frame.snmpcfg;
+            record = &*frame.snmpcfg;
             break;
         default:
             record = &frame.modbuscfg;
@@ -147,8 +148,8 @@ void tst_RlpSections::refusals()
     QCOMPARE(consumed, untouched);
     QCOMPARE(frame.devinfo.serial, 0U);
     QCOMPARE(frame.gpiostate.good, quint8(0));
-    QVERIFY(!frame.netcfg.dhcp);
-    QCOMPARE(frame.snmpcfg.port, quint16(4711));
+    QVERIFY(!frame.netcfg->dhcp);
+    QCOMPARE(frame.snmpcfg->port, quint16(4711));
     QCOMPARE(frame.modbuscfg.tcp_port, quint16(4711));
 }
 
