@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace VarnelBench {
+
+/// CRC-16/KERMIT (polynomial 0x1021 reflected, initial value 0) in the three usual ways, as floors.
+unsigned kermitByBits(const unsigned char* data, int length);
+/// One look-up in a table of 256 words for each octet.
+unsigned kermitByTable(const unsigned char* data, int length);
+/// Eight look-ups in as many tables for each eight octets.
+unsigned kermitBySlices(const unsigned char* data, int length);
+
+} // namespace VarnelBench
