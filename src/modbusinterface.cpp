@@ -2,8 +2,8 @@
 #include "modbusinterface.h"
 
 #include <algorithm>
+#include <optional>
 #include <tuple>
-#include <vector>
 
 #include <QDir>
 #include <QFile>
@@ -15,6 +15,7 @@
 
 #include <unistd.h>
 
+#include "jsonlogline.h"
 #include "modbuscommand.h"
 #include "modbusencoding.h"
 #include "scriptrunner.h"
@@ -39,72 +40,26 @@ constexpr QLatin1String key(const char* name)
     return QLatin1String(name);
 }
 
-/// One row of the table of types: the member name that defines the type, the type, and the names that refer
-/// to it. Only the short names define; "uint16" as a member name is not known.
-struct TypeRow
-{
-    QString member;
-    MbType_s type;
-    QStringList aliases;
-};
-
-const TypeRow& typeRow(const QString& member)
-{
-    const auto row = [](const char* name, const MbType_s& type, const QStringList& aliases) {
-        return TypeRow{QLatin1String(name), type, aliases};
-    };
-    const auto text = [](const char* name) { return QString(QLatin1String(name)); };
-    static const std::vector<TypeRow> rows = {
-        row("bool", {text("bool"), 1, 1, 1}, {text("bool"), text("boolean")}),
-        row("u8", {text("uint8"), 1, 1, 1}, {text("u8"), text("uint8")}),
-        row("s8", {text("int8"), 1, 1, 1}, {text("s8"), text("sint8"), text("int8")}),
-        row("u16", {text("uint16"), 2, 1, 1}, {text("u16"), text("uint16")}),
-        row("s16", {text("int16"), 2, 1, 1}, {text("s16"), text("sint16"), text("int16")}),
-        row("u32", {text("uint32"), 4, 1, 2}, {text("u32"), text("uint32")}),
-        row("s32", {text("int32"), 4, 1, 2}, {text("s32"), text("sint32"), text("int32")}),
-        row("float", {text("float"), 4, 1, 2}, {text("float"), text("float32")}),
-        row("string", {text("string"), 0, 1, 0}, {text("string"), text("str")}),
-        row("struct", {text("struct"), 0, 1, 0}, {text("struct")}),
-    };
-    static const TypeRow unknown = row("", {text("undef"), 0, 0, 0}, {text("undef")});
-    const auto found = std::find_if(rows.cbegin(), rows.cend(),
-                                    [&](const TypeRow& known) { return known.member == member; });
-    return found != rows.cend() ? *found : unknown;
-}
-
-/// The document in the file at `path`, an empty one when the file cannot be opened, none (after a log line)
-/// when it is not JSON.
-bool readDocument(const QString& path, QJsonDocument* document)
+/// The content of the file at `path`; nothing when it cannot be opened, which is no failure by itself.
+std::optional<QByteArray> readFile(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return true;
-    }
-    QJsonParseError error;
-    *document = QJsonDocument::fromJson(file.readAll(), &error);
-    if (document->isNull() || error.error != QJsonParseError::NoError) {
-        qDebug() << error.errorString();
-        return false;
-    }
-    qDebug() << "Json file parsed";
-    return true;
+    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
 }
 
-/// True when every member that a register needs is there with the right kind.
-bool isRegisterComplete(const QJsonObject& definition)
+/// The numbers of classes and fields by name.
+ClassList classList(const QJsonObject& definitions)
 {
-    static constexpr struct
-    {
-        const char* name;
-        QJsonValue::Type kind;
-    } members[] = {
-        {"id", QJsonValue::Double},       {"name", QJsonValue::String},     {"mb_type", QJsonValue::String},
-        {"ci_class", QJsonValue::String}, {"ci_field", QJsonValue::String}, {"ci_index", QJsonValue::Double},
-        {"ci_type", QJsonValue::String},
-    };
-    return std::all_of(std::cbegin(members), std::cend(members), [&definition](const auto& member) {
-        return definition.value(key(member.name)).type() == member.kind;
-    });
+    ClassList result;
+    for (auto definition = definitions.constBegin(); definition != definitions.constEnd(); ++definition) {
+        CiClass_s& one = result[definition.key()];
+        one.id = definition.value()[key("id")].toInt();
+        const QJsonObject fields = definition.value()[key("fields")].toObject();
+        for (auto field = fields.constBegin(); field != fields.constEnd(); ++field) {
+            one.fields.insert(field.key(), field.value().toInt());
+        }
+    }
+    return result;
 }
 
 QString joinedPath(const QString& directory, const char* name)
@@ -124,6 +79,36 @@ QString bridgeScript(const char* name)
 
 } // namespace
 
+/// The members of a register definition that has all of them.
+struct ModbusInterface::RegisterMembers
+{
+    int id = 0;
+    QString name;
+    QString mbType;
+    QString ciClass;
+    QString ciField;
+    int ciIndex = 0;
+    QString ciType;
+
+    /// False when a member is missing or of another kind.
+    bool read(const QJsonObject& definition)
+    {
+        const auto number = [&definition](const char* member, int* result) {
+            const QJsonValue value = definition.value(key(member));
+            *result = value.toInt();
+            return value.isDouble();
+        };
+        const auto text = [&definition](const char* member, QString* result) {
+            const QJsonValue value = definition.value(key(member));
+            *result = value.toString();
+            return value.isString();
+        };
+        return number("id", &id) && text("name", &name) && text("mb_type", &mbType) &&
+               text("ci_class", &ciClass) && text("ci_field", &ciField) && number("ci_index", &ciIndex) &&
+               text("ci_type", &ciType);
+    }
+};
+
 bool operator==(const CiCoord_s& left, const CiCoord_s& right)
 {
     return std::tie(left.ciClass, left.ciField, left.ciIndex, left.ciType) ==
@@ -136,6 +121,11 @@ uint qHash(const CiCoord_s& coord)
            uint(coord.ciType) << 3;
 }
 
+uint qHash(const CiCoord_s& coord, uint seed)
+{
+    return qHashBits(&coord, sizeof coord, seed ^ qHash(coord));
+}
+
 ModbusInterface::ModbusInterface(QObject* parent)
     : QObject(parent)
 {
@@ -146,11 +136,18 @@ ModbusInterface::~ModbusInterface() = default;
 bool ModbusInterface::LoadConfig(const QString& filepath)
 {
     qDebug() << "Try to open mapping file " << filepath;
+    const std::optional<QByteArray> text = readFile(filepath);
     QJsonDocument document;
-    if (!readDocument(filepath, &document)) {
-        return false;
+    if (text) {
+        QJsonParseError error;
+        document = QJsonDocument::fromJson(*text, &error);
+        if (document.isNull() || error.error != QJsonParseError::NoError) {
+            qDebug() << error.errorString();
+            return false;
+        }
+        qDebug() << "Json file parsed";
     }
-    qDebug() << QString::fromUtf8(document.toJson(QJsonDocument::Compact));
+    qDebug().noquote() << quotedJson(text.value_or(QByteArray()), document);
     jsonCfg = document.object();
     const QJsonObject info = jsonCfg.value(key("info")).toObject();
     qDebug() << "Mapping = " << info.value(key("mapping")).toString();
@@ -181,7 +178,7 @@ bool ModbusInterface::LoadConfig(const QString& filepath)
 void ModbusInterface::LoadType(const QJsonObject& typetable)
 {
     for (auto member = typetable.constBegin(); member != typetable.constEnd(); ++member) {
-        const TypeRow& row = typeRow(member.key().toLower());
+        const MbTypeRow& row = typeRow(member.key().toLower());
         const int code = member.value().toInt();
         ciTypeList.insert(code, row.type);
         for (const QString& alias : row.aliases) {
@@ -217,11 +214,11 @@ AccessMode ModbusInterface::AccessModefromString(const QString& smode)
 
 void ModbusInterface::LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci)
 {
-    const QJsonObject classes = ci.value(key("classes")).toObject();
+    const ClassList classes = classList(ci.value(key("classes")).toObject());
     bool typesLoaded = false;
     for (const QJsonValue& value : definitions) {
-        const QJsonObject definition = value.toObject();
-        if (!isRegisterComplete(definition)) {
+        RegisterMembers members;
+        if (!members.read(value.toObject())) {
             continue;
         }
         if (!typesLoaded) {
@@ -230,34 +227,31 @@ void ModbusInterface::LoadRegisters(const QJsonArray& definitions, const QJsonOb
             LoadType(ci.value(key("types")).toObject());
             typesLoaded = true;
         }
-        LoadRegister(definition, classes);
+        LoadRegister(members, classes);
     }
 }
 
-void ModbusInterface::LoadRegister(const QJsonObject& definition, const QJsonObject& classes)
+void ModbusInterface::LoadRegister(const RegisterMembers& members, const ClassList& classes)
 {
     MbRegister_s reg;
-    reg.name = definition.value(key("name")).toString();
-    reg.mbtype = GetCiTypeIndex(definition.value(key("mb_type")).toString());
-    const auto found = classes.constFind(definition.value(key("ci_class")).toString());
-    if (found == classes.constEnd()) {
+    reg.name = members.name;
+    reg.mbtype = GetCiTypeIndex(members.mbType);
+    const auto ciClass = classes.constFind(members.ciClass);
+    if (ciClass == classes.constEnd()) {
         return;
     }
-    const QJsonObject ciClass = found.value().toObject();
-    const QJsonObject fields = ciClass.value(key("fields")).toObject();
-    const auto field = fields.constFind(definition.value(key("ci_field")).toString());
-    reg.ci.ciClass = ciClass.value(key("id")).toInt();
-    reg.ci.ciIndex = definition.value(key("ci_index")).toInt();
-    reg.ci.ciType = GetCiTypeIndex(definition.value(key("ci_type")).toString());
-    if (field == fields.constEnd()) {
+    reg.ci.ciType = GetCiTypeIndex(members.ciType);
+    const auto field = ciClass->fields.constFind(members.ciField);
+    if (field == ciClass->fields.constEnd()) {
         return;
     }
-    reg.ci.ciField = field.value().toInt();
-    // The start value: only a "default" that is not a number is read, and that reads as 0. Every register of
-    // every panel in the field starts at 0, and clients rely on it until the controller has sent its values.
-    const QJsonValue start = definition.value(key("default"));
-    reg.value = start.isDouble() ? 0 : start.toInt();
-    registerList.insert(definition.value(key("id")).toInt(), reg);
+    reg.ci.ciClass = ciClass->id;
+    reg.ci.ciField = *field;
+    reg.ci.ciIndex = members.ciIndex;
+    // The start value is 0 whatever "default" holds: only a "default" that is not a number would be read, and
+    // that reads as 0. Panels in the field have always started so, and clients rely on it.
+    reg.value = 0;
+    registerList.insert(registerList.constEnd(), members.id, reg); // ids mostly ascend
 }
 
 void ModbusInterface::LoadTables(const QJsonArray& definitions)
@@ -281,9 +275,13 @@ void ModbusInterface::BuildLookup()
     // Tables come in ascending order, so in a fresh index only the last address can be the present one. That
     // keeps a value which thousands of tables show from costing the square of their number.
     const bool isFresh = ciLookup.isEmpty();
+    auto reg = registerList.constBegin();
     for (auto table = tableList.constBegin(); table != tableList.constEnd(); ++table) {
         for (const int id : table->registers) {
-            const auto reg = registerList.constFind(id);
+            // Ids mostly follow each other: try the next one first.
+            if (reg == registerList.constEnd() || reg.key() != id) {
+                reg = registerList.constFind(id);
+            }
             if (reg == registerList.constEnd()) {
                 continue;
             }
@@ -295,6 +293,7 @@ void ModbusInterface::BuildLookup()
                        (isFresh || !lookup.tables.contains(table.key()))) {
                 lookup.tables.append(table.key());
             }
+            ++reg;
         }
     }
 }

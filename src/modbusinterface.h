@@ -12,6 +12,7 @@
 #include <QVariant>
 #include <QVector>
 
+#include "modbustypes.h"
 #include "rlprecords.h"
 
 class QJsonDocument;
@@ -29,6 +30,18 @@ struct CiCoord_s
 
 bool operator==(const CiCoord_s& left, const CiCoord_s& right);
 uint qHash(const CiCoord_s& coord);
+/// What containers use. In the plain hash the fields of neighbouring registers cancel each other out: 100 000
+/// coordinates would share a thousand values.
+uint qHash(const CiCoord_s& coord, uint seed);
+
+/// The numbers of one class of the controller.
+struct CiClass_s
+{
+    int id = 0;
+    QHash<QString, int> fields;
+};
+
+using ClassList = QHash<QString, CiClass_s>;
 
 /// One register definition of the mapping file.
 struct MbRegister_s
@@ -54,15 +67,6 @@ struct MbTable_s
     QString name;
     AccessMode mode = ACCESS_NO;
     QVector<int> registers; ///< register ids in file order; a negative entry is a gap of that many words
-};
-
-/// One data type.
-struct MbType_s
-{
-    QString name;     ///< canonical name
-    int byteSize = 0; ///< octets of a value, 0 for types of variable size
-    int ciSize = 0;   ///< 1 for every known type; nothing reads it
-    int mbSize = 0;   ///< 16-bit registers of a value, 0 for types of variable size
 };
 
 /// Where a controller value goes.
@@ -146,8 +150,10 @@ public:
     const QJsonObject& GetJsonCfg() const { return jsonCfg; }
 
 private:
+    struct RegisterMembers;
+
     void LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci);
-    void LoadRegister(const QJsonObject& definition, const QJsonObject& classes);
+    void LoadRegister(const RegisterMembers& members, const ClassList& classes);
     void LoadTables(const QJsonArray& definitions);
     void BuildLookup();
     int TableLength(int address, const MbTable_s& table);
