@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+// Loading a mapping and rendering an update, as ratios to what Qt's own JSON parser and writer need for the
+// same text. Usage: bench-modbus [ROUNDS], 15 by default.
+#include <memory>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include "figures.h"
+#include "modbusinterface.h"
+
+using namespace Varnel;
+using namespace VarnelBench;
+
+namespace {
+
+constexpr int instances = 200;
+constexpr int fieldsPerClass = 40;
+constexpr int wordsPerTable = 1000;
+
+QByteArray number(int value)
+{
+    return QByteArray::number(value);
+}
+
+/// A mapping as an engineer's script writes it: so many registers of one word each, in tables of 1000 words.
+QByteArray mappingText(int registers)
+{
+    static const char* const types[] = {"bool", "u8", "s8", "u16", "s16"};
+    QByteArray text(
+        "{\n    \"info\": {\"mapping\": \"bench\", \"date\": \"2024-05-13\", \"target\": \"R7M\"},\n"
+        "    \"ci\": {\n        \"types\": {\"bool\": 1, \"u8\": 2, \"s8\": 3, \"u16\": 4, \"s16\": 5},\n"
+        "        \"classes\": {\n");
+    const int classes = 1 + (registers - 1) / (instances * fieldsPerClass);
+    for (int i = 0; i < classes; ++i) {
+        text += "            \"class" + number(i) + "\": {\"id\": " + number(i + 1) + ", \"fields\": {";
+        for (int field = 0; field < fieldsPerClass; ++field) {
+            text += (field > 0 ? ", \"field" : "\"field") + number(field) + "\": " + number(field + 1);
+        }
+        text += i + 1 < classes ? "}},\n" : "}}\n";
+    }
+    text += "        }\n    },\n    \"registers\": [\n";
+    for (int i = 0; i < registers; ++i) {
+        const QByteArray type = types[i % 5];
+        text += "        {\"id\": " + number(i + 1) + ", \"name\": \"Register " + number(i + 1) +
+                "\", \"mb_type\": \"" + type + "\",\n         \"ci_class\": \"class" +
+                number(i / (instances * fieldsPerClass)) + "\", \"ci_field\": \"field" +
+                number(i / instances % fieldsPerClass) + "\", \"ci_index\": " + number(i % instances) +
+                ", \"ci_type\": \"" + type + "\", \"default\": 0}" + (i + 1 < registers ? ",\n" : "\n");
+    }
+    text += "    ],\n    \"tables\": [\n";
+    for (int first = 1; first <= registers; first += wordsPerTable) {
+        text += "        {\"name\": \"table" + number(first) +
+                "\", \"mode\": \"r\", \"address\": " + number(first) + ", \"registers\": [";
+        const int last = std::min(first + wordsPerTable - 1, registers);
+        for (int id = first; id <= last; ++id) {
+            text += (id > first ? ", " : "") + number(id);
+        }
+        text += last < registers ? "]},\n" : "]}\n";
+    }
+    return text + "    ]\n}\n";
+}
+
+void writeMapping(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+        qFatal("cannot write the mapping");
+    }
+}
+
+void benchLoad(int registers, int rounds)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("modbus.map"));
+    const QByteArray text = mappingText(registers);
+    writeMapping(path, text);
+    const QJsonDocument document = QJsonDocument::fromJson(text);
+    // What was read stays until the next round: clearing it away is no part of reading it.
+    QJsonDocument parsed;
+    std::unique_ptr<ModbusInterface> bridge;
+    const std::vector<Series> figures = measureInTurn(
+        {{"Qt parses the text", [&] { parsed = QJsonDocument::fromJson(text); }, 0, [&] { parsed = {}; }},
+         {"Qt writes it, compact", [&] { document.toJson(QJsonDocument::Compact); }},
+         {"LoadConfig with its log", [&] { bridge->LoadConfig(path); }, 2.0,
+          [&] { bridge = std::make_unique<ModbusInterface>(); }}},
+        rounds);
+    if (bridge->GetRegisterList().size() != registers) {
+        qFatal("the mapping of the benchmark does not load");
+    }
+    printFigure("load of " + std::to_string(registers) + " registers", "us", figures);
+}
+
+/// Many repetitions a round: one alone is too short for the clock.
+constexpr int repetitions = 20;
+
+template<typename Run>
+std::function<void()> repeated(Run run)
+{
+    return [run] {
+        for (int i = 0; i < repetitions; ++i) {
+            run();
+        }
+    };
+}
+
+void benchUpdate(int items, int words, int rounds)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("modbus.map"));
+    writeMapping(path, mappingText(words));
+    ModbusInterface bridge;
+    bridge.LoadConfig(path);
+    QList<core_tmp> core;
+    int position = 0;
+    for (const MbRegister_s& reg : bridge.GetRegisterList()) {
+        if (position++ % (words / items) == 0) { // spread over the tables
+            core.append({quint16(reg.ci.ciClass), quint16(reg.ci.ciField), quint8(reg.ci.ciIndex),
+                         quint8(reg.ci.ciType), 2, QByteArray::fromHex("1f40")});
+        }
+    }
+    const QVector<int> addresses = bridge.CheckTableToUpdate(core);
+    const QVector<MbRawData_s> rendered = bridge.ComputeRawData(addresses);
+    const QJsonDocument document =
+        QJsonDocument::fromJson(ModbusInterface::GenerateDbusUpdateQuery(rendered).toLatin1());
+    const auto render = [&] { ModbusInterface::GenerateDbusUpdateQuery(bridge.ComputeRawData(addresses)); };
+    printFigure(
+        std::to_string(items) + " items, " + std::to_string(words) + " words in " +
+            std::to_string(addresses.size()) + " tables",
+        "us",
+        measureInTurn({{"Qt writes the command", repeated([&] { document.toJson(QJsonDocument::Compact); })},
+                       {"ComputeRawData", repeated([&] { bridge.ComputeRawData(addresses); })},
+                       {"rendered and written", repeated(render), 1.3},
+                       {"CheckTableToUpdate", repeated([&] { bridge.CheckTableToUpdate(core); })}},
+                      rounds, repetitions));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const int rounds = roundsFrom(argc, argv);
+    dropLog();
+    qputenv("QT_FORCE_STDERR_LOGGING", "1");
+    for (const int registers : {1000, 10000, 100000}) {
+        benchLoad(registers, rounds);
+    }
+    for (const int items : {10, 100, 1000, 10000}) {
+        benchUpdate(items, 10000, rounds);
+    }
+    benchUpdate(10, 1000, rounds);
+    return 0;
+}
