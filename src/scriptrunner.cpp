@@ -1,13 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include "scriptrunner.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QProcess>
+#include <QVector>
 #include <QtDebug>
-
-#include <signal.h>
-#include <unistd.h>
 
 #include "settings.h"
 
@@ -17,23 +28,128 @@ namespace {
 
 Q_LOGGING_CATEGORY(lcScript, "varnel.script", QtWarningMsg)
 
-/// A process at the head of a process group of its own, so that a script which overruns its time is killed
-/// together with the programs it has started.
-class ScriptProcess : public QProcess
+using SteadyClock = std::chrono::steady_clock;
+
+/// Text as the kernel takes it.
+QByteArray nativeText(const QString& text)
 {
+    return QFile::encodeName(text);
+}
+
+/// What a script starts with: the null device as input and output, signals as a program expects them, and a
+/// process group of its own, so that a script which overruns its time is killed together with the programs it
+/// has started.
+class SpawnOptions
+{
+    Q_DISABLE_COPY_MOVE(SpawnOptions)
+
 public:
-    void killGroup()
+    explicit SpawnOptions(bool showErrors)
     {
-        if (const auto pid = static_cast<pid_t>(processId()); pid > 0) {
-            ::kill(-pid, SIGKILL);
+        ::posix_spawn_file_actions_init(&actions);
+        // Pipes would fill our memory with what nobody reads, and would break under a background child that
+        // outlives the script.
+        ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, nullDevice, O_RDONLY, 0);
+        ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, nullDevice, O_WRONLY, 0);
+        if (!showErrors) {
+            ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, nullDevice, O_WRONLY, 0);
         }
-        kill();
-        waitForFinished(-1); // reaps it: no zombie stays behind
+        sigset_t set;
+        ::posix_spawnattr_init(&attributes);
+        ::sigemptyset(&set);
+        ::posix_spawnattr_setsigmask(&attributes, &set);
+        ::sigaddset(&set, SIGPIPE); // which the toolkit ignores
+        ::posix_spawnattr_setsigdefault(&attributes, &set);
+        ::posix_spawnattr_setpgroup(&attributes, 0);
+        ::posix_spawnattr_setflags(&attributes,
+                                   POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    }
+    ~SpawnOptions()
+    {
+        ::posix_spawnattr_destroy(&attributes);
+        ::posix_spawn_file_actions_destroy(&actions);
     }
 
-protected:
-    void setupChildProcess() override { ::setpgid(0, 0); }
+    posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
+
+private:
+    static constexpr auto nullDevice = "/dev/null";
 };
+
+/// Starts `path`; returns 0 and the process in `pid`, or the error number. The process is not forked: copying
+/// the page tables of a panel with its page on the screen takes longer than most scripts.
+int spawn(const QString& path, const QStringList& arguments, pid_t* pid)
+{
+    QVector<QByteArray> texts{nativeText(path)};
+    for (const QString& argument : arguments) {
+        texts.append(nativeText(argument));
+    }
+    QVector<char*> pointers;
+    for (QByteArray& text : texts) {
+        pointers.append(text.data());
+    }
+    pointers.append(nullptr);
+    const SpawnOptions options(lcScript().isDebugEnabled());
+    return ::posix_spawn(pid, pointers.first(), &options.actions, &options.attributes, pointers.data(),
+                         environ);
+}
+
+/// Reaps the child if it has ended, or, with `options` 0, when it ends. A child that somebody else has reaped
+/// has ended as well.
+bool reap(pid_t pid, int options)
+{
+    pid_t result = 0;
+    do {
+        result = ::waitpid(pid, nullptr, options);
+    } while (result < 0 && errno == EINTR);
+    return result != 0;
+}
+
+/// Waits on a descriptor of the child, as kernels from 5.3 on give it. False at the deadline.
+bool awaitDescriptor(int descriptor, SteadyClock::time_point deadline)
+{
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
+        pollfd ended{descriptor, POLLIN, 0};
+        const int result = ::poll(&ended, 1, static_cast<int>(std::max<qint64>(0, left.count())));
+        if (result >= 0 || errno != EINTR) {
+            return result > 0;
+        }
+    }
+}
+
+/// Waits where the kernel has no such descriptor: looks at the child from time to time.
+bool awaitByLooking(pid_t pid, SteadyClock::time_point deadline)
+{
+    constexpr std::chrono::milliseconds longestPause{16};
+    for (std::chrono::milliseconds pause{1}; !reap(pid, WNOHANG); pause = std::min(2 * pause, longestPause)) {
+        if (SteadyClock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+    return true;
+}
+
+/// Waits for the child's end and reaps it. False, the child still running, at the limit.
+bool awaitEnd(pid_t pid, std::chrono::milliseconds limit)
+{
+    const auto deadline = SteadyClock::now() + limit;
+    const auto descriptor = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    if (descriptor < 0) {
+        return awaitByLooking(pid, deadline);
+    }
+    const bool ended = awaitDescriptor(descriptor, deadline);
+    ::close(descriptor);
+    return ended && reap(pid, 0);
+}
+
+void killGroup(pid_t pid)
+{
+    ::kill(-pid, SIGKILL);
+    reap(pid, 0); // no zombie stays behind
+}
 
 } // namespace
 
@@ -53,26 +169,16 @@ ScriptResult runScript(const QString& path, const QStringList& arguments, std::c
     if (!isRunnableScript(path)) {
         return ScriptResult::Missing;
     }
-    ScriptProcess process;
-    // Pipes would fill our memory with what nobody reads, and would break under a background child that
-    // outlives the script.
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardOutputFile(QProcess::nullDevice());
-    if (lcScript().isDebugEnabled()) {
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    } else {
-        process.setStandardErrorFile(QProcess::nullDevice());
-    }
-    process.start(path, arguments);
-    if (process.waitForFinished(static_cast<int>(limit.count()))) {
-        return ScriptResult::Finished;
-    }
-    if (process.error() == QProcess::FailedToStart) {
-        qCWarning(lcScript) << "Cannot start" << path << ":" << process.errorString();
+    pid_t pid = 0;
+    if (const int error = spawn(path, arguments, &pid); error != 0) {
+        qCWarning(lcScript) << "Cannot start" << path << ":" << qt_error_string(error);
         return ScriptResult::FailedToStart;
     }
+    if (awaitEnd(pid, limit)) {
+        return ScriptResult::Finished;
+    }
     qCWarning(lcScript) << "Killed after" << limit.count() << "ms:" << path;
-    process.killGroup();
+    killGroup(pid);
     return ScriptResult::TimedOut;
 }
 

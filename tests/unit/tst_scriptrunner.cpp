@@ -9,7 +9,10 @@
 #include <QTest>
 
 #include <csignal>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,6 +55,8 @@ private slots:
     void readsNoInput();
     void missingScriptIsLogged_data();
     void missingScriptIsLogged();
+    void signalsAreFresh();
+    void olderKernel(); // the last one: it cannot be undone
 
 private:
     QString write(const QString& name, const QByteArray& contents, bool executable = true) const;
@@ -76,6 +81,20 @@ constexpr auto shortLimit = 150ms;
 bool isAlive(const QByteArray& pid)
 {
     return ::kill(pid.trimmed().toInt(), 0) == 0;
+}
+
+/// Lets the kernel answer as those before 5.3 do, which give no descriptors of processes.
+bool denyProcessDescriptors()
+{
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pidfd_open, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(filter), filter};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program, 0, 0) == 0;
 }
 
 } // namespace
@@ -356,6 +375,39 @@ void tst_ScriptRunner::missingScriptIsLogged()
     QCOMPARE(log.texts(),
              logged ? QStringList{QStringLiteral("Script ' \"%1\" ' not found, do nothing").arg(path)}
                     : QStringList());
+}
+
+void tst_ScriptRunner::signalsAreFresh()
+{
+    // A script and its programs must end on SIGTERM and on a broken pipe, whatever the panel does with them.
+    const QString path =
+        script(QStringLiteral("signals"),
+               "grep -E '^Sig(Blk|Ign)' /proc/self/status > \"$(dirname \"$0\")/signals.out\"\n");
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    QCOMPARE(::pthread_sigmask(SIG_BLOCK, &all, &before), 0);
+    const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
+    const ScriptResult result = runScript(path, {}, plenty);
+    ::signal(SIGPIPE, pipeBefore);
+    QCOMPARE(::pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+    QCOMPARE(result, ScriptResult::Finished);
+    const QList<QByteArray> lines = contents(QStringLiteral("signals.out")).split('\n');
+    QCOMPARE(lines.size(), 3);
+    QCOMPARE(lines.at(0), QByteArray("SigBlk:\t0000000000000000"));
+    const quint64 ignored = lines.at(1).split('\t').constLast().toULongLong(nullptr, 16);
+    QCOMPARE(ignored & 1ULL << unsigned(SIGPIPE - 1), quint64(0));
+}
+
+void tst_ScriptRunner::olderKernel()
+{
+    QVERIFY(denyProcessDescriptors());
+    QCOMPARE(::syscall(SYS_pidfd_open, ::getpid(), 0), -1L);
+    const LogRecorder log;
+    QCOMPARE(runScript(script(QStringLiteral("slow"), "sleep 0.1\n"), {}, plenty), ScriptResult::Finished);
+    QVERIFY(log.lines().isEmpty());
+    QCOMPARE(runScript(script(QStringLiteral("hangs"), "exec sleep 1000\n"), {}, shortLimit),
+             ScriptResult::TimedOut);
 }
 
 QTEST_GUILESS_MAIN(tst_ScriptRunner)
