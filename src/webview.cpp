@@ -2,10 +2,10 @@
 #include "webview.h"
 
 #include <chrono>
+#include <memory>
 
 #include <QFileInfo>
 #include <QNetworkReply>
-#include <QPointer>
 #include <QWebFrame>
 #include <QWebSettings>
 #include <QtDebug>
@@ -13,6 +13,7 @@
 #include "downloadhandler.h"
 #include "mainwindow.h"
 #include "networkaccessmanager.h"
+#include "replykeeper.h"
 #include "screensaver.h"
 #include "settings.h"
 #include "usbdrive.h"
@@ -25,7 +26,7 @@ WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
     , downloadHandler(new DownloadHandler(mainWindow))
 {
     setNetworkAccessManager(mainWindow->getNetworkAccessManager());
-    connect(this, &QWebPage::unsupportedContent, this, &WebPage::takeUnsupportedContent);
+    connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent);
     connect(networkAccessManager(), &QNetworkAccessManager::finished, this, &WebPage::httpResponseFinished);
     mainFrame()->setScrollBarPolicy(Qt::Vertical, Qt::ScrollBarAlwaysOff);
     mainFrame()->setScrollBarPolicy(Qt::Horizontal, Qt::ScrollBarAlwaysOff);
@@ -59,32 +60,12 @@ QString WebPage::userAgentForUrl(const QUrl& /*url*/) const
     return QStringLiteral("Varnel VarnelBrowser/" VARNEL_VERSION " WebKit");
 }
 
-void WebPage::takeUnsupportedContent(QNetworkReply* reply)
-{
-    if (reply->error() != QNetworkReply::NoError) {
-        handleUnsupportedContent(reply);
-        return;
-    }
-    // A download asks its user in an event loop of its own, in which the page may go elsewhere. The engine
-    // does not survive that while it is still in the middle of handing the reply over, so it gets its hands
-    // free.
-    const QPointer<QNetworkReply> guarded = reply;
-    QMetaObject::invokeMethod(
-        this,
-        [this, guarded] {
-            if (guarded) {
-                handleUnsupportedContent(guarded);
-            }
-        },
-        Qt::QueuedConnection);
-}
-
 void WebPage::handleUnsupportedContent(QNetworkReply* reply)
 {
     qDebug() << "WebPage::UnsupportedContent";
     reply->deleteLater(); // the download keeps what it needs
     if (reply->error() == QNetworkReply::NoError) {
-        downloadHandler->start(reply);
+        queueDownload(reply);
         return;
     }
     if (reply->url() == currentUrl) {
@@ -92,6 +73,20 @@ void WebPage::handleUnsupportedContent(QNetworkReply* reply)
             QStringLiteral("<html><body>An error occurred while loading page.</body></html>"), reply->url());
     }
     reply->deleteLater();
+}
+
+void WebPage::queueDownload(QNetworkReply* reply)
+{
+    // A download asks its user in an event loop of its own, in which the page may go elsewhere. The engine
+    // does not survive that while it is still in the middle of handing the reply over, so the download begins
+    // once it is done; the reply, which may have finished already, is kept until then.
+    const auto keeper = std::make_shared<ReplyKeeper>(reply);
+    const auto begin = [this, keeper] {
+        if (keeper->get() != nullptr) {
+            downloadHandler->start(keeper->get());
+        }
+    };
+    QMetaObject::invokeMethod(this, begin, Qt::QueuedConnection);
 }
 
 void WebPage::httpResponseFinished(QNetworkReply* reply)

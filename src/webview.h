@@ -47,7 +47,7 @@ protected:
     QString userAgentForUrl(const QUrl& url) const override;
 
 private:
-    void takeUnsupportedContent(QNetworkReply* reply);
+    void queueDownload(QNetworkReply* reply);
 
     MainWindow* mainWindow;
     DownloadHandler* downloadHandler;
