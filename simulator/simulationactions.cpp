@@ -132,7 +132,7 @@ QString Simulation::doSet(const QJsonObject& action)
     CoreFeed newCore = core;
     for (auto item = paths.begin(); item != paths.end(); ++item) {
         const bool isCore = item.key().startsWith(QLatin1String("core."));
-        const QString problem =
+        QString problem =
             isCore ? newCore.hold(item.key().mid(5), item.value()) : newState.set(item.key(), item.value());
         if (!problem.isEmpty()) {
             return problem;

@@ -17,6 +17,9 @@
 
 namespace {
 
+constexpr qint64 kibi = 1024;
+constexpr qint64 mebi = 1024 * kibi;
+
 using Reply = std::unique_ptr<QNetworkReply>;
 
 QByteArray pattern(qint64 size)
@@ -293,10 +296,10 @@ void SimulatorWebTest::brokenDownload()
     const Reply reply = get(QStringLiteral("/download/break"));
     QVERIFY(finish(reply));
     QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
-    QVERIFY(reply->readAll() == pattern(32 * 1024));
+    QVERIFY(reply->readAll() == pattern(32 * kibi));
 
     const Reply stalled = get(QStringLiteral("/download/stall"));
-    QTRY_COMPARE(stalled->bytesAvailable(), qint64(32 * 1024));
+    QTRY_COMPARE(stalled->bytesAvailable(), 32 * kibi);
     QVERIFY(!stalled->isFinished());
 }
 
@@ -317,7 +320,7 @@ void SimulatorWebTest::customDownload()
 void SimulatorWebTest::hugeDownload()
 {
     const Reply reply = get(QStringLiteral("/download/huge"));
-    reply->setReadBufferSize(1024 * 1024);
+    reply->setReadBufferSize(mebi);
     qint64 received = 0;
     bool intact = true;
     const auto drain = [&] {
@@ -330,7 +333,7 @@ void SimulatorWebTest::hugeDownload()
     connect(reply.get(), &QNetworkReply::readyRead, this, drain);
     QVERIFY(QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000));
     drain();
-    QCOMPARE(received, qint64(200) * 1024 * 1024);
+    QCOMPARE(received, 200 * mebi);
     QVERIFY(intact);
 }
 
@@ -357,7 +360,7 @@ void SimulatorWebTest::upload()
     const QByteArray content = pattern(size);
     QHttpMultiPart form(QHttpMultiPart::FormDataType);
     QHttpPart file;
-    file.setRawHeader("Content-Disposition", "form-data; name=\"file\"; filename=\"" + name.toUtf8() + "\"");
+    file.setRawHeader("Content-Disposition", R"(form-data; name="file"; filename=")" + name.toUtf8() + "\"");
     file.setBody(content);
     form.append(file);
     const Reply reply(client.post(request(QStringLiteral("/upload?format=json")), &form));
@@ -386,7 +389,7 @@ void SimulatorWebTest::uploadNeedsLogin()
 {
     QHttpMultiPart form(QHttpMultiPart::FormDataType);
     QHttpPart file;
-    file.setRawHeader("Content-Disposition", "form-data; name=\"file\"; filename=\"a.txt\"");
+    file.setRawHeader("Content-Disposition", R"(form-data; name="file"; filename="a.txt")");
     file.setBody("text");
     form.append(file);
     const Reply reply(client.post(request(QStringLiteral("/upload"), "user:wrong"), &form));
@@ -437,7 +440,7 @@ void SimulatorWebTest::lateAndEndlessAnswers()
     qint64 received = 0;
     const Reply endless = get(QStringLiteral("/odd/endless"));
     connect(endless.get(), &QNetworkReply::readyRead, this, [&] { received += endless->readAll().size(); });
-    QTRY_VERIFY(received > 10 * 1024 * 1024);
+    QTRY_VERIFY(received > 10 * mebi);
     endless->abort();
     const Reply meanwhile = get(QStringLiteral("/index.html"));
     QVERIFY(finish(meanwhile));
