@@ -87,7 +87,7 @@ void tst_Downloads::savesUnderTheName()
     QFETCH(int, size);
     QVERIFY(scene->awaitPage());
     touchLink(path);
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
     const QString logged =
         QString::fromUtf8(name.toLatin1()); // the panel writes Latin-1, the reader takes UTF-8
@@ -108,7 +108,7 @@ void tst_Downloads::savesUnderDateAndTime()
     QVERIFY(scene->panel.log().await(
         QRegularExpression("^<now> - No filename specified, using '(\\d{8}-\\d{6})'$"_s)));
     const QString name = scene->panel.log().lastMatch().captured(1);
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->panel.log().await("RemountUSB \"ro\""_s));
     QCOMPARE(TransferScene::driveEntries(), QStringList(name));
@@ -138,7 +138,7 @@ void tst_Downloads::refusesName()
     QVERIFY(QDir("/usbmnt"_s).mkdir("logs"_s));
     QVERIFY(scene->awaitPage());
     touchLink(path);
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
     QVERIFY(
         scene->panel.log().await({"RemountUSB \"rw\""_s, "<now> - File will be saved to '%1'"_s.arg(target),
@@ -157,7 +157,7 @@ void tst_Downloads::numbersTakenNames()
     QVERIFY(TransferScene::writeDrive("report-1.txt"_s, "older"));
     QVERIFY(scene->awaitPage());
     touchLink("/download/plain"_s);
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->panel.log().await("RemountUSB \"ro\""_s));
     QCOMPARE(TransferScene::readDrive("report.txt"_s), QByteArray("old"));
@@ -172,7 +172,7 @@ void tst_Downloads::userCancels()
 {
     QVERIFY(scene->awaitPage());
     touchLink("/download/plain"_s);
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::cancelButton);
     QVERIFY(scene->panel.log().await("<now> - Download canceled by user"_s));
     QVERIFY(scene->awaitPage());

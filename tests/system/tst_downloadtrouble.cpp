@@ -131,7 +131,7 @@ void tst_DownloadTrouble::ask(const QString& path)
     scene->leadTo(path);
     screen.tap({400, 240});
     QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3%1'"_s.arg(path)));
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
 }
 
 void tst_DownloadTrouble::accept()
@@ -243,7 +243,7 @@ void tst_DownloadTrouble::secondDownloadTakesThePlace()
     accept();
     QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
     QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3/download/plain'"_s));
-    QVERIFY(scene->awaitForeground(TransferScene::chooserPlace));
+    QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
     QVERIFY(
         log().await({"<now> - Download to '/usbmnt/first.bin' broken off: another download takes its place"_s,

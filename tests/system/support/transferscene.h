@@ -50,6 +50,8 @@ public:
     QRect foreground() const;
     /// Waits until exactly this place is covered. On failure says what is, and keeps a picture.
     [[nodiscard]] bool awaitForeground(const QRect& place) const;
+    /// Waits until the chooser is there and at rest: no finger is quicker than that.
+    [[nodiscard]] bool awaitChooser() const { return awaitForeground(chooserPlace) && screen.awaitStill(); }
     /// Waits until nothing covers the page.
     [[nodiscard]] bool awaitPage() const { return awaitForeground({}); }
     /// Keeps the place's picture as NAME.png where the variable VARNEL_TEST_SCREENSHOTS names a directory.
