@@ -22,6 +22,25 @@ bool runTool(const QStringList& command)
     return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
 }
 
+/// A link to "/go" on a page that leaves for `target` as soon as the server's "/flag" reads "go".
+QByteArray pageThatLeavesFor(const QByteArray& target)
+{
+    return TransferScene::linkPage() +
+           "<script>"
+           "var timer = setInterval(function() {"
+           "  var flag = new XMLHttpRequest();"
+           "  flag.open('GET', '/flag', false);"
+           "  flag.send();"
+           "  if (flag.responseText == 'go') {"
+           "    clearInterval(timer);"
+           "    location.href = '" +
+           target +
+           "';"
+           "  }"
+           "}, 200);"
+           "</script>";
+}
+
 /// A small drive in memory, mounted read-only, with the device's own remount script.
 class MountedDrive
 {
@@ -197,8 +216,8 @@ void tst_DownloadTrouble::linkLossWhileAsking()
     QFETCH(QString, path);
     QFETCH(QString, name);
     QFETCH(int, size);
-    open(TransferScene::linkPage(), TransferScene::quietSettings().set("Network/UdpTimeout", "3"));
-    QVERIFY(scene->sendFrame()); // three seconds from now
+    open(TransferScene::linkPage(), TransferScene::quietSettings().set("Network/UdpTimeout", "6"));
+    QVERIFY(scene->sendFrame()); // six seconds from now
     ask(path);
     QVERIFY(log().await("Remove R7M"_s));
     QVERIFY(screen.awaitPixel({20, 20}, Qt::white)); // the error page, behind the chooser
@@ -219,10 +238,10 @@ void tst_DownloadTrouble::pageLeavesWhileAsking()
     QFETCH(QString, name);
     QFETCH(int, size);
     scene->server.serve("/other.html", "<html><body style='background:#0000c0'></body></html>");
-    open("<a href='/go' style='display:block;width:800px;height:480px' "
-         "onclick=\"setTimeout(function(){location.href='/other.html'},1000)\"></a>");
-    scene->leadTo(path);
-    screen.tap({400, 240});
+    scene->server.serve("/flag", "wait", "text/plain");
+    open(pageThatLeavesFor("/other.html"));
+    ask(path);
+    scene->server.serve("/flag", "go", "text/plain");
     QVERIFY(scene->server.awaitCount("/other.html", 1));
     QVERIFY(screen.awaitPixel({20, 20}, QColor(0, 0, 0xc0)));
     accept();
@@ -236,12 +255,12 @@ void tst_DownloadTrouble::secondDownloadTakesThePlace()
 {
     scene->server.answer("/second", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\n"
                                     "Location: http://192.168.7.3/download/plain\r\n\r\n");
-    // The page starts another one once the first is being saved.
-    open("<a href='/go' style='display:block;width:800px;height:480px' "
-         "onclick=\"setTimeout(function(){location.href='/second'},2000)\"></a>");
+    scene->server.serve("/flag", "wait", "text/plain");
+    open(pageThatLeavesFor("/second"));
     ask("/download/custom/first.bin?size=614400&pace=200"_s);
     accept();
     QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
+    scene->server.serve("/flag", "go", "text/plain");
     QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3/download/plain'"_s));
     QVERIFY(scene->awaitChooser());
     screen.tap(TransferScene::okButton);
