@@ -65,13 +65,19 @@ VirtualScreen::~VirtualScreen()
     }
 }
 
-bool VirtualScreen::start(QSize size)
+bool VirtualScreen::start(QSize size, const QStringList& options)
 {
     server = std::make_unique<Program>(QStringLiteral("/usr/bin/Xvfb"));
     const QString geometry = QStringLiteral("%1x%2x24").arg(size.width()).arg(size.height());
-    const bool started = server->start(
-        {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"), QStringLiteral("0"),
-         geometry, QStringLiteral("-nolisten"), QStringLiteral("tcp"), QStringLiteral("-noreset")});
+    const QStringList usual{QStringLiteral("-displayfd"),
+                            QStringLiteral("1"),
+                            QStringLiteral("-screen"),
+                            QStringLiteral("0"),
+                            geometry,
+                            QStringLiteral("-nolisten"),
+                            QStringLiteral("tcp"),
+                            QStringLiteral("-noreset")};
+    const bool started = server->start(usual + options);
     if (!started || !QTest::qWaitFor([this] { return server->output().endsWith('\n'); }, 20000)) {
         qWarning() << "Xvfb does not start" << server->log().lines();
         return false;

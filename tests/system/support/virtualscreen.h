@@ -25,8 +25,8 @@ public:
     explicit VirtualScreen(QObject* parent = nullptr);
     ~VirtualScreen() override;
 
-    /// Starts server and window manager and waits until both serve.
-    [[nodiscard]] bool start(QSize size = QSize(800, 480));
+    /// Starts server and window manager and waits until both serve. `options` are handed to the server.
+    [[nodiscard]] bool start(QSize size = QSize(800, 480), const QStringList& options = {});
     /// The display's name for the environment variable DISPLAY.
     QString display() const { return name; }
 
