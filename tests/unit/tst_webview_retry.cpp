@@ -108,10 +108,10 @@ void tst_WebViewRetry::runningTimerIsLeftAlone()
     PanelView panel;
     panel.view->handleLoadFinished(false);
     QVERIFY(panel.timer()->isActive());
-    const int id = panel.timer()->timerId();
+    QTRY_VERIFY(panel.timer()->remainingTime() < panel.timer()->interval() - 20);
     panel.view->handleLoadFinished(false);
     panel.view->handleLoadFinished(false);
-    QCOMPARE(panel.timer()->timerId(), id); // a restart would be a new timer
+    QVERIFY(panel.timer()->remainingTime() < panel.timer()->interval() - 20); // not started anew
     QCOMPARE(panel.count(fail), 3);
 }
 
