@@ -2,11 +2,6 @@
 # What every target of this project is built with: one interface target carries the language level, the
 # warnings and the Qt definitions, so no CMakeLists.txt repeats them.
 
-# Programs that load anywhere in memory, as the distribution's hardening asks for, whatever the compiler's default is.
-include(CheckPIESupported)
-check_pie_supported()
-set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-
 add_library(varnel-build INTERFACE)
 target_compile_features(varnel-build INTERFACE cxx_std_17)
 target_compile_options(varnel-build INTERFACE
