@@ -2,9 +2,11 @@
 #include "enginewarmer.h"
 
 #include <chrono>
+#include <tuple>
 
 #include <QImage>
 #include <QPainter>
+#include <QSslSocket>
 #include <QTimer>
 #include <QWebFrame>
 #include <QWebPage>
@@ -39,6 +41,9 @@ EngineWarmer::EngineWarmer(QObject* parent)
 
 void EngineWarmer::warmUp()
 {
+    // The engine asks this at its first request, and loads the TLS library to tell: longer than all the rest.
+    std::ignore = QSslSocket::supportsSsl();
+
     QWebPage page;
     page.setViewportSize(QSize(800, 480));
     page.mainFrame()->setHtml(samplePage);
