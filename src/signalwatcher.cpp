@@ -2,6 +2,7 @@
 #include "signalwatcher.h"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <tuple>
 
@@ -23,9 +24,11 @@ std::array<int, 2> wakeUpPipe = {-1, -1};
 
 void wakeUp(int /*signal*/)
 {
+    const int interrupted = errno; // belongs to whatever the signal interrupted
     const char octet = 0;
     // A full pipe means that the loop has been told often enough.
     std::ignore = ::write(wakeUpPipe[1], &octet, 1);
+    errno = interrupted;
 }
 
 void handleWith(void (*handler)(int))

@@ -6,8 +6,8 @@
 namespace Varnel {
 
 /// Turns SIGTERM and SIGINT into an orderly end of the event loop: QCoreApplication::quit() is called from
-/// the loop, so the program's tear-down runs. One instance at a time; the former handlers come back when it
-/// goes.
+/// the loop, so the program's tear-down runs. One instance at a time; when it goes, both signals end the
+/// program at once again.
 class SignalWatcher : public QObject
 {
     Q_OBJECT
