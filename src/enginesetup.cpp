@@ -21,8 +21,9 @@ const std::vector<EngineVariable>& engineVariables()
         {"QT_ACCESSIBILITY", "0"},
         {"NO_AT_BRIDGE", "1"},
         // Qt would look at all network interfaces every 10 s and could take an address that comes or goes for
-        // the loss of the network; the panel follows its controller by its own frames.
-        {"QT_BEARER_POLL_TIMEOUT", "-1"},
+        // the loss of the network; the panel follows its controller by its own frames. This is the longest
+        // pause that a timer takes, 24 days: of -1, which means "never", the timer complains in the log.
+        {"QT_BEARER_POLL_TIMEOUT", "2147483647"},
     };
     return variables;
 }

@@ -4,6 +4,7 @@
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QFile>
+#include <QLocale>
 #include <QMutex>
 #include <QWaitCondition>
 
@@ -30,7 +31,8 @@ bool Helpers::echo(const QString& path, int value)
 
 QString Helpers::now()
 {
-    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    // QDateTime::toString() would take the digits of the system's locale, which a Latin-1 line cannot hold.
+    return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
 }
 
 void Helpers::sleep(int milliseconds)

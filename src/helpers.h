@@ -18,7 +18,8 @@ public:
     /// Writes `value` in decimal.
     static bool echo(const QString& path, int value);
 
-    /// The local date and time as "yyyy-MM-dd hh:mm:ss.zzz", the stamp in front of log lines.
+    /// The local date and time as "yyyy-MM-dd hh:mm:ss.zzz", the stamp in front of log lines. The
+    /// digits are ASCII in every locale.
     static QString now();
 
     /// Blocks the calling thread, its event loop included, for `milliseconds`.

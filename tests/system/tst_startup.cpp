@@ -41,6 +41,8 @@ class tst_Startup : public QObject
 private slots:
     void commandLine_data();
     void commandLine();
+    void wholeLogOfAQuietStart();
+    void stampsReadTheSameInEveryLocale();
     void helpReachesAPipeAtOnce_data();
     void helpReachesAPipeAtOnce();
     void verboseLogsRequests();
@@ -113,6 +115,49 @@ void tst_Startup::commandLine()
     QCOMPARE(scene.panel.log().lines().mid(0, expected.size()), expected);
     QVERIFY(scene.isAlive());
     QCOMPARE(scene.panel.stop(), 0);
+}
+
+void tst_Startup::wholeLogOfAQuietStart()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    QVERIFY(scene.isAlive());
+    QStringList lines = scene.panel.log().lines();
+    lines = lines.mid(0, lines.indexOf("All LEDs on, Buzzer off"_s) + 1);
+    lines.replaceInStrings(QRegularExpression("(?<= = ) [0-9]+$"_s), QString()); // the interface's place
+    // Nothing but the panel's own words, each once: whoever reads the journal can look every line up.
+    QCOMPARE(lines, startOfLog({}, "false"_s, "DeviceUndef"_s, "ReleaseUndef"_s) +
+                        QStringList({"setScreenState 1"_s,
+                                     "stopBuzzer()"_s,
+                                     "Install screensaver"_s,
+                                     "resetTimer"_s,
+                                     "Interface found.  \"eth1\"  = "_s,
+                                     "Try to open mapping file  \"/usr/local/etc/modbus.map\""_s,
+                                     "\"\""_s,
+                                     "Mapping =  \"\""_s,
+                                     "Date    =  \"\""_s,
+                                     "Target  =  \"\""_s,
+                                     "CI defs is not an array"_s,
+                                     "Failed to load modbus map"_s,
+                                     "Stop modbus monitor"_s,
+                                     "Start modbus monitor"_s,
+                                     "\"/usr/local/bin/mbserverstart.sh\""_s,
+                                     "\"/tmp/etc/mbserver_init.dbus\""_s,
+                                     QString(),
+                                     "UDP listen  \"192.168.7.255\" : 9876"_s,
+                                     "UDP bound"_s,
+                                     "Initialize GPIOs"_s,
+                                     "All LEDs on, Buzzer off"_s}));
+}
+
+void tst_Startup::stampsReadTheSameInEveryLocale()
+{
+    // Arabic digits would be question marks in a log line, which is Latin-1.
+    Scene scene;
+    scene.panel.setEnvironment("LC_ALL"_s, "ar_EG.UTF-8"_s);
+    QVERIFY(scene.panel.start());
+    QVERIFY(scene.panel.log().await("<now> - Running VarnelBrowser on embedded platform"_s));
+    QVERIFY(scene.panel.log().await("UDP listen  \"192.168.7.255\" : 9876"_s));
 }
 
 void tst_Startup::helpReachesAPipeAtOnce_data()
