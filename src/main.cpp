@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cstdio>
 #include <memory>
+#include <tuple>
 
 #include <QApplication>
 #include <QLoggingCategory>
@@ -41,8 +42,9 @@ CommandLine readCommandLine(const QStringList& arguments)
 {
     CommandLine commandLine = CommandLine::parse(arguments.mid(1));
     if (commandLine.help) {
-        std::fputs(qPrintable(CommandLine::helpText(arguments.first())), stdout);
-        std::fflush(stdout); // a pipe would keep it until the panel ends
+        // Who closed the standard output does not want the help.
+        std::ignore = std::fputs(qPrintable(CommandLine::helpText(arguments.first())), stdout);
+        std::ignore = std::fflush(stdout); // a pipe would keep it until the panel ends
     }
     if (!commandLine.error.isEmpty()) {
         qDebug() << qPrintable(commandLine.error);

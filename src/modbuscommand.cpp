@@ -80,7 +80,7 @@ bool serverInterface(const QString& mode, const QString& setting, QJsonObject* r
 
 QString updateCommand(const QVector<MbRawData_s>& rawdata)
 {
-    QByteArray text("{\"cmd\":\"setconfig\",\"data\":[");
+    QByteArray text(R"({"cmd":"setconfig","data":[)");
     int words = 0;
     for (const MbRawData_s& table : rawdata) {
         words += table.values.size();

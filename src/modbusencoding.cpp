@@ -23,7 +23,7 @@ MbEncoding_s::Raw rawOf(const QString& name)
     static const struct
     {
         QLatin1String part;
-        Raw raw;
+        Raw raw = Raw::Bool;
     } kinds[] = {
         {QLatin1String("bool"), Raw::Bool},
         {QLatin1String("uint"), Raw::Unsigned},

@@ -139,7 +139,7 @@ bool ModbusInterface::LoadConfig(const QString& filepath)
     const std::optional<QByteArray> text = readFile(filepath);
     QJsonDocument document;
     if (text) {
-        QJsonParseError error;
+        QJsonParseError error{};
         document = QJsonDocument::fromJson(*text, &error);
         if (document.isNull() || error.error != QJsonParseError::NoError) {
             qDebug() << error.errorString();

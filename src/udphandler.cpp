@@ -180,7 +180,7 @@ void UdpHandler::applyCore()
 {
     QVector<int> tables = modbusInterface.CheckTableToUpdate(m_itemList);
     QVector<MbRawData_s> rawData = modbusInterface.ComputeRawData(tables);
-    modbusInterface.DbusUpdateRegisters(modbusInterface.GenerateDbusUpdateQuery(rawData));
+    modbusInterface.DbusUpdateRegisters(ModbusInterface::GenerateDbusUpdateQuery(rawData));
 }
 
 void UdpHandler::welcome(const QHostAddress& sender)
