@@ -2,8 +2,13 @@
 // The demonstration as a newcomer starts it, with and without a display, and what it leaves behind: nothing.
 
 #include <QDir>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <unistd.h>
 
 #include "simulator.h"
 #include "virtualscreen.h"
@@ -37,6 +42,32 @@ int processesWith(const QString& text)
     return found;
 }
 
+/// A launcher that becomes the user nobody. Empty where that is no test of the demonstration: this user is
+/// not root anyway, may not look into the clone, or the kernel refuses him a sandbox.
+QStringList becomeNobody()
+{
+    const QStringList command = {"/usr/bin/setpriv"_s, "--reuid=65534"_s, "--regid=65534"_s,
+                                 "--clear-groups"_s, "--"_s};
+    Program probe("/usr/bin/unshare"_s);
+    probe.setLauncher(command);
+    const bool can = ::getuid() == 0 && probe.start({"-U"_s, "test"_s, "-x"_s, demoScript}) &&
+                     probe.awaitEnd() && probe.exitStatus() == 0;
+    return can ? command : QStringList();
+}
+
+/// The values that mbpoll has shown so far for the register at 300.
+QSet<QByteArray> valuesRead(const QByteArray& output)
+{
+    QSet<QByteArray> values;
+    const QList<QByteArray> lines = output.split('\n');
+    for (const QByteArray& line : lines) {
+        if (line.startsWith("[300]:")) {
+            values.insert(line);
+        }
+    }
+    return values;
+}
+
 } // namespace
 
 class tst_Demo : public QObject
@@ -51,10 +82,18 @@ private slots:
     void screenshotOfWhatNeverComesFails();
     void windowAndBoardOnADisplay();
     void withoutDisplayItRunsUntilInterrupted();
+    void registersChangeInAnotherTerminal_data();
+    void registersChangeInAnotherTerminal();
+    void portInUseMakesWayForTheNext();
+    void killedDemoFreesItsPort();
 
 private:
     /// The script with these programs, in a process group of its own, its scratch files in `scratch`.
     std::unique_ptr<Program> makeDemo();
+    /// Waits for the line with the command that reads the registers; empty when it does not come.
+    static QString awaitReadingCommand(Program* demo);
+    /// All that the demonstration's stand-ins for scripts have recorded so far.
+    QByteArray scriptRuns() const;
 
     std::unique_ptr<QTemporaryDir> scratch;
 };
@@ -81,6 +120,20 @@ std::unique_ptr<Program> tst_Demo::makeDemo()
     demo->setEnvironment("TMPDIR"_s, scratch->path());
     demo->setEnvironment("DISPLAY"_s, QString());
     return demo;
+}
+
+QString tst_Demo::awaitReadingCommand(Program* demo)
+{
+    static const QRegularExpression line("^demo: registers change here.*: (mbpoll .*)$"_s);
+    return demo->log().await(line, std::chrono::seconds(60)) ? demo->log().lastMatch().captured(1)
+                                                             : QString();
+}
+
+QByteArray tst_Demo::scriptRuns() const
+{
+    const QStringList found = QDir(scratch->path()).entryList({"panel-demo*"_s}, QDir::Dirs);
+    QFile file(scratch->filePath(found.value(0) + "/run/script-runs"_s));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void tst_Demo::helpSaysWhatItDoes()
@@ -141,6 +194,72 @@ void tst_Demo::withoutDisplayItRunsUntilInterrupted()
     demo->stop(SIGTERM);
     QCOMPARE(demo->exitStatus(), 143);
     QVERIFY(demo->output().contains("UDP stop"));
+}
+
+void tst_Demo::registersChangeInAnotherTerminal_data()
+{
+    QTest::addColumn<QStringList>("user");
+    QTest::newRow("as the user who runs the test") << QStringList();
+    if (const QStringList nobody = becomeNobody(); !nobody.isEmpty()) {
+        QTest::newRow("as nobody") << nobody;
+    }
+}
+
+void tst_Demo::registersChangeInAnotherTerminal()
+{
+    QFETCH(QStringList, user);
+    QVERIFY(QFile::setPermissions(scratch->path(), QFile::Permissions(0x7777)));
+    const auto demo = makeDemo();
+    demo->setLauncher(QStringList{"/usr/bin/setsid"_s} + user);
+    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+    const QString command = awaitReadingCommand(demo.get());
+    QVERIFY(!command.isEmpty());
+
+    // As pasted, and nothing else: it polls until it is interrupted.
+    Program terminal("/bin/sh"_s);
+    terminal.setLauncher(user + QStringList{"/usr/bin/stdbuf"_s, "-oL"_s});
+    QVERIFY(terminal.start({"-c"_s, "exec "_s + command}));
+    QTRY_VERIFY2_WITH_TIMEOUT(valuesRead(terminal.output()).size() >= 3, terminal.output().constData(),
+                              20000);
+
+    // The real scripts do the work, and the board still hears of them.
+    const QByteArray runs = scriptRuns();
+    QVERIFY(runs.contains(QByteArray("1\0mbserverstop.sh\0", 18)));
+    QVERIFY(runs.contains("mbserverstart.sh"));
+    QVERIFY(runs.contains("{\"cmd\":\"setconfig\",\"data\":[{\"address\":100,"));
+
+    // The connection is still open, and must not outlive the demonstration.
+    demo->stop(SIGINT);
+    QCOMPARE(demo->exitStatus(), 130);
+    QVERIFY(terminal.log().await(QRegularExpression("failed"_s)));
+}
+
+void tst_Demo::portInUseMakesWayForTheNext()
+{
+    QTcpServer other;
+    std::ignore = other.listen(QHostAddress::LocalHost, 1502); // or somebody else has it
+    const auto demo = makeDemo();
+    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+    const QString command = awaitReadingCommand(demo.get());
+    QVERIFY(!command.isEmpty() && !command.contains(" -p 1502 "_s));
+    Program terminal("/bin/sh"_s);
+    QVERIFY(terminal.start({"-c"_s, "exec "_s + command + " -1"_s}));
+    QVERIFY(terminal.awaitEnd());
+    QCOMPARE(terminal.exitStatus(), 0);
+    QCOMPARE(valuesRead(terminal.output()).size(), 1);
+    demo->stop(SIGINT);
+    QCOMPARE(demo->exitStatus(), 130);
+}
+
+void tst_Demo::killedDemoFreesItsPort()
+{
+    const auto demo = makeDemo();
+    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+    QVERIFY(!awaitReadingCommand(demo.get()).isEmpty());
+    demo->stop(SIGKILL);
+    QTRY_COMPARE(processesWith(scratch->path()), 0);
+    // Its files are the only thing that it could not clean up.
+    scratch = std::make_unique<QTemporaryDir>();
 }
 
 QTEST_GUILESS_MAIN(tst_Demo)

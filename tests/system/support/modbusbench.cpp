@@ -21,36 +21,9 @@ namespace {
 const QString sourceDir = QStringLiteral(VARNEL_SOURCE_DIR);
 const QString scriptDir = QStringLiteral("/usr/local/bin");
 const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
-const QString busConfiguration = QStringLiteral("/run/dbus/bus.conf");
 const QString serviceDir = QStringLiteral("/run/dbus/services");
 const char* const deviceScripts[] = {"varnel-common.sh", "varnel-modbus.sh", "mbserverstart.sh",
                                      "mbserverstop.sh", "mbserverupdate.sh"};
-
-/// A system bus like the distribution's, less what needs its users; %1 is where services are, %2 our policy.
-const QString configuration = QStringLiteral(R"(<!DOCTYPE busconfig PUBLIC
- "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=/run/dbus/system_bus_socket</listen>
-  <auth>EXTERNAL</auth>
-  <servicedir>%1</servicedir>
-  <policy context="default">
-    <allow user="*"/>
-    <deny own="*"/>
-    <deny send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-    <allow receive_type="signal"/>
-    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
-  </policy>
-  <include>%2</include>
-</busconfig>
-)");
 
 bool writeFile(const QString& path, const QString& text)
 {
@@ -72,15 +45,12 @@ bool ModbusBench::installScripts()
     return true;
 }
 
-/// With the device's own activation file, but for the program's place and options.
-bool ModbusBench::writeConfiguration(const QString& activation)
+/// Lets the bus start the server: with the device's own activation file, but for the program's place and
+/// options.
+bool ModbusBench::offerService(const QString& activation)
 {
     QDir(serviceDir).removeRecursively();
     if (!QDir().mkpath(serviceDir)) {
-        return false;
-    }
-    const QString policy = sourceDir + QStringLiteral("/device/dbus/org.varnel.ModbusServer1.conf");
-    if (!writeFile(busConfiguration, configuration.arg(serviceDir, policy))) {
         return false;
     }
     if (activation.isNull()) {
@@ -100,13 +70,14 @@ bool ModbusBench::writeConfiguration(const QString& activation)
 bool ModbusBench::start(const QString& activation)
 {
     // Locks of serial ports, which a device has.
-    if (!QDir().mkpath(QStringLiteral("/var/lock")) || !installScripts() || !writeConfiguration(activation)) {
+    if (!QDir().mkpath(QStringLiteral("/var/lock")) || !installScripts() || !offerService(activation)) {
         return false;
     }
     QFile::remove(busSocket);
     daemon = std::make_unique<Program>(QStringLiteral("/usr/bin/dbus-daemon"));
-    return daemon->start({QStringLiteral("--config-file=") + busConfiguration, QStringLiteral("--nofork"),
-                          QStringLiteral("--nopidfile"), QStringLiteral("--nosyslog")}) &&
+    return daemon->start(
+               {QStringLiteral("--config-file=") + sourceDir + QStringLiteral("/scripts/sandbox-bus.conf"),
+                QStringLiteral("--nofork"), QStringLiteral("--nopidfile"), QStringLiteral("--nosyslog")}) &&
            QTest::qWaitFor([] { return QFile::exists(busSocket); }, int(patience.count()));
 }
 

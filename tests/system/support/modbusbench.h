@@ -49,7 +49,7 @@ public:
 
 private:
     static bool installScripts();
-    static bool writeConfiguration(const QString& activation);
+    static bool offerService(const QString& activation);
 
     std::unique_ptr<Program> daemon;
 };
