@@ -12,6 +12,8 @@
 
 using namespace VarnelTest;
 
+Q_DECLARE_METATYPE(VarnelTest::SettingsFile)
+
 namespace {
 
 const QString pictures = "/usr/local/share/"_s;
@@ -75,6 +77,8 @@ private slots:
     void serviceLinkShowsTheInfoPictureAndThenThePage();
     void keysReachThePageOnlyOnceItIsTouched();
     void touchReachesThePage();
+    void cursorIsHidden_data();
+    void cursorIsHidden();
 
 private:
     void startPanel(Scene& scene, const SettingsFile& settings = {}, const QStringList& arguments = {});
@@ -246,6 +250,37 @@ void tst_Screen::touchReachesThePage()
     screen.tap({400, 240});
     QVERIFY(scene.server.awaitCount("/touched.html", 1));
     QVERIFY(screen.awaitPixel({400, 240}, QColor(0, 0, 0xc0)));
+}
+
+void tst_Screen::cursorIsHidden_data()
+{
+    QTest::addColumn<SettingsFile>("settings");
+    QTest::addColumn<bool>("visible");
+    QTest::newRow("built-in value: hidden") << SettingsFile() << false;
+    QTest::newRow("true: hidden") << SettingsFile().set("UI/HideCursor", "true") << false;
+    QTest::newRow("false: shown") << SettingsFile().set("UI/HideCursor", "false") << true;
+    QTest::newRow("0: shown") << SettingsFile().set("UI/HideCursor", "0") << true;
+    QTest::newRow("off: hidden, as any other text") << SettingsFile().set("UI/HideCursor", "off") << false;
+}
+
+void tst_Screen::cursorIsHidden()
+{
+    QFETCH(SettingsFile, settings);
+    QFETCH(bool, visible);
+    Scene scene;
+    QTRY_VERIFY_WITH_TIMEOUT(screen.showsCursor(), 20000); // that of the bare screen
+    startPanel(scene, settings);
+    scene.server.serve("/index.html", "<html><body style='margin:0;background:#00c000'><a href=/x.html "
+                                      "style='display:block;width:400px;height:480px'></a></body></html>");
+    QTRY_COMPARE_WITH_TIMEOUT(screen.showsCursor(), visible, 20000);
+    QVERIFY(scene.connectController());
+    QVERIFY(screen.awaitPixel({400, 240}, QColor(0, 0xc0, 0)));
+    // A link has a cursor of its own, and the page beside it the usual one.
+    for (const int x : {200, 600}) {
+        screen.move({x, 240});
+        QVERIFY(scene.isAlive());
+        QTRY_COMPARE_WITH_TIMEOUT(screen.showsCursor(), visible, 20000);
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Screen)

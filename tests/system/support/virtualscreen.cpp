@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "virtualscreen.h"
 
+#include <algorithm>
+
 #include <QTest>
 
 // Last: its macros (None, Bool, Status) would break Qt's headers.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
+#include <X11/extensions/Xfixes.h>
 
 namespace VarnelTest {
 
@@ -125,6 +128,20 @@ QImage VirtualScreen::grab() const
                                .copy();
     XDestroyImage(image);
     return picture;
+}
+
+bool VirtualScreen::showsCursor() const
+{
+    XFixesCursorImage* const cursor = XFixesGetCursorImage(connection);
+    if (cursor == nullptr) {
+        return false;
+    }
+    // One unsigned long a pixel, whatever its width, with the opacity in bits 24 to 31.
+    const int size = cursor->width * cursor->height;
+    const bool visible = std::any_of(cursor->pixels, cursor->pixels + size,
+                                     [](unsigned long pixel) { return (pixel & 0xFF000000UL) != 0; });
+    XFree(cursor);
+    return visible;
 }
 
 bool VirtualScreen::awaitPixel(QPoint point, const QColor& color, int tolerance,

@@ -32,6 +32,8 @@ public:
 
     /// What the screen shows now.
     QImage grab() const;
+    /// True when the pointer's picture, which grab() leaves out, has anything to see.
+    bool showsCursor() const;
     /// Waits until the pixel at `point` is `color`, each channel within `tolerance`.
     [[nodiscard]] bool awaitPixel(QPoint point, const QColor& color, int tolerance = 8,
                                   std::chrono::milliseconds limit = patience) const;
