@@ -3,11 +3,9 @@
 
 #include <chrono>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkRequest>
-#include <QStandardPaths>
 #include <QTimer>
 #include <QUrl>
 #include <QWebSettings>
@@ -38,24 +36,12 @@ bool isUsable(const QString& url)
     return !url.isEmpty() && url != noAddress;
 }
 
-/// Keeps the engine's storage across restarts as QWebSettings::enablePersistentStorage() does, but without
-/// its icon database: that would ask every controller for a /favicon.ico, one without would be shown as an
-/// error at each load, and its file would be written through to the disk while the panel starts.
+/// Keeps the engine's local storage across restarts, but not its icon database: that would ask every
+/// controller for a /favicon.ico, and one without would be shown as an error at each load.
 void enablePersistentStorage()
 {
-    const QString configured = Settings::getWebCachePath();
-    const QDir directory(configured.isEmpty()
-                             ? QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation)
-                             : configured);
-    directory.mkpath(QStringLiteral("."));
-    QWebSettings* const settings = QWebSettings::globalSettings();
-    QWebSettings::setOfflineWebApplicationCachePath(directory.path());
-    QWebSettings::setOfflineStoragePath(directory.filePath(QStringLiteral("Databases")));
-    settings->setLocalStoragePath(directory.filePath(QStringLiteral("LocalStorage")));
-    for (const auto storage : {QWebSettings::LocalStorageEnabled, QWebSettings::OfflineStorageDatabaseEnabled,
-                               QWebSettings::OfflineWebApplicationCacheEnabled}) {
-        settings->setAttribute(storage, true);
-    }
+    QWebSettings::enablePersistentStorage(Settings::getWebCachePath());
+    QWebSettings::setIconDatabasePath(QString());
 }
 
 } // namespace
