@@ -377,22 +377,18 @@ void ModbusInterface::ReportCut(int address)
 {
     if (!cutTables.contains(address)) {
         cutTables.insert(address);
-        qCWarning(lcModbus) << "Table at address" << address << "does not fit the Modbus address space, cut";
+        qCDebug(lcModbus) << "Table at address" << address << "does not fit the Modbus address space, cut";
     }
 }
 
 /// The registers that the table takes in the server. Unlike in rendering, 0 is a register id like any other.
-int ModbusInterface::TableLength(int address, const MbTable_s& table)
+qint64 ModbusInterface::TableLength(const MbTable_s& table)
 {
     qint64 length = 0;
     for (const int id : table.registers) {
         length += id < 0 ? -qint64(id) : ciTypeList[registerList[id].mbtype].mbSize;
     }
-    if (length > addressSpace) {
-        ReportCut(address);
-        return addressSpace;
-    }
-    return int(length);
+    return length;
 }
 
 bool ModbusInterface::GenerateDbusInit(const QString& initpath)
@@ -408,9 +404,8 @@ bool ModbusInterface::GenerateDbusInit(const QString& initpath)
     QJsonArray tables;
     for (auto table = tableList.constBegin(); table != tableList.constEnd(); ++table) {
         // The server serves every table read-only, whatever its mode in the mapping.
-        tables.append(QJsonObject{{key("address"), table.key()},
-                                  {key("mode"), key("r")},
-                                  {key("length"), TableLength(table.key(), *table)}});
+        tables.append(QJsonObject{
+            {key("address"), table.key()}, {key("mode"), key("r")}, {key("length"), TableLength(*table)}});
     }
     root.insert(key("tables"), tables);
     if (!QDir(initpath).exists()) {
@@ -420,7 +415,7 @@ bool ModbusInterface::GenerateDbusInit(const QString& initpath)
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
         file.write(QJsonDocument(root).toJson()) < 0 || !file.flush()) {
         // The server is started all the same and reports what it finds.
-        qCWarning(lcModbus) << "Cannot write" << file.fileName() << ":" << file.errorString();
+        qCDebug(lcModbus) << "Cannot write" << file.fileName() << ":" << file.errorString();
     }
     return true;
 }

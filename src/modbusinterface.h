@@ -156,7 +156,7 @@ private:
     void LoadRegister(const RegisterMembers& members, const ClassList& classes);
     void LoadTables(const QJsonArray& definitions);
     void BuildLookup();
-    int TableLength(int address, const MbTable_s& table);
+    qint64 TableLength(const MbTable_s& table);
     QVector<quint16> RenderTable(int address, int limit);
     void ReportCut(int address);
 

@@ -26,6 +26,7 @@ namespace Varnel {
 
 namespace {
 
+// Silent unless asked for: a script that fails or hangs is no event in the panel's log.
 Q_LOGGING_CATEGORY(lcScript, "varnel.script", QtWarningMsg)
 
 using SteadyClock = std::chrono::steady_clock;
@@ -171,13 +172,13 @@ ScriptResult runScript(const QString& path, const QStringList& arguments, std::c
     }
     pid_t pid = 0;
     if (const int error = spawn(path, arguments, &pid); error != 0) {
-        qCWarning(lcScript) << "Cannot start" << path << ":" << qt_error_string(error);
+        qCDebug(lcScript) << "Cannot start" << path << ":" << qt_error_string(error);
         return ScriptResult::FailedToStart;
     }
     if (awaitEnd(pid, limit)) {
         return ScriptResult::Finished;
     }
-    qCWarning(lcScript) << "Killed after" << limit.count() << "ms:" << path;
+    qCDebug(lcScript) << "Killed after" << limit.count() << "ms:" << path;
     killGroup(pid);
     return ScriptResult::TimedOut;
 }

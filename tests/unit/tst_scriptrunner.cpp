@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "logrecorder.h"
+#include "logrules.h"
 #include "scopedsetting.h"
 #include "scriptrunner.h"
 
@@ -251,6 +252,9 @@ void tst_ScriptRunner::cannotBeStarted()
     clock.start();
     QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
     QVERIFY(clock.elapsed() < 10000);
+    QVERIFY(log.lines().isEmpty());
+    const LogRules rules("varnel.script.debug=true");
+    QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
     QVERIFY(log.texts().isEmpty());
     QCOMPARE(log.texts(QStringLiteral("varnel.script")).size(), 1);
 }
@@ -259,6 +263,7 @@ void tst_ScriptRunner::argumentTooLong()
 {
     // The kernel takes no single argument of 128 KiB (MAX_ARG_STRLEN).
     const LogRecorder log;
+    const LogRules rules("varnel.script.debug=true");
     const QString path = script(QStringLiteral("fine"), "exit 0\n");
     QCOMPARE(runScript(path, {QString(131072, QLatin1Char('x'))}, plenty), ScriptResult::FailedToStart);
     QCOMPARE(log.lines().size(), 1);
