@@ -208,7 +208,6 @@ void tst_Uploads::emptyDrive()
 {
     QVERIFY(scene->open(formPage()));
     ask();
-    screen.tap(row(0));
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
     QVERIFY(scene->awaitPage());
@@ -266,6 +265,7 @@ void tst_Uploads::manyFiles()
     scene->keepPicture("upload-many-files"_s);
     // A touch low on the scroll bar goes down by a page of the list.
     screen.tap(TransferScene::chooserPlace.topLeft() + QPoint(10 + 491 - 17, 60 + 150));
+    QVERIFY(screen.awaitStill());
     pick(0);
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->server.awaitCount("/picked", 1));
