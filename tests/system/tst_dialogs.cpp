@@ -156,7 +156,6 @@ void tst_Dialogs::chooser()
     screen.tap({400, 240});
     QVERIFY(scene->awaitChooser());
     const QImage picture = screen.grab();
-    scene->keepPicture("download-chooser"_s);
     const QRect place = TransferScene::chooserPlace;
     QVERIFY(isAbout(ink(picture, ownPart(place, {10, 10, 170, 41})).size(), textSize("Name"_s, 28)));
     QVERIFY(isAbout(ink(picture, ownPart(place, {181, 10, 320, 41})).size(), textSize("plain.bin"_s, 28)));
