@@ -10,7 +10,8 @@ const std::vector<EngineVariable>& engineVariables()
     static const std::vector<EngineVariable> variables = {
         // The log belongs on standard error, also where Qt was built to prefer a system journal.
         {"QT_FORCE_STDERR_LOGGING", "1"},
-        // The page is painted by the CPU: the GL stack would cost a third of the start and half of the memory.
+        // The page is painted by the CPU: the GL stack would cost a third of the start and half of the
+        // memory.
         {"QT_XCB_GL_INTEGRATION", "none"},
         // No media in a controller's pages: without this the engine looks through all media plug-ins at the
         // first page, and again at each start where their registry cannot be kept.

@@ -28,8 +28,8 @@ constexpr std::chrono::milliseconds scriptTimeLimit{30000};
 
 /// Starts `path` directly, without a shell, with the argument list `arguments`, and blocks the calling thread
 /// until it has finished, at most `limit`. Its input and output are the null device; `QT_LOGGING_RULES`
-/// "varnel.script.debug=true" shows its standard error, and what went wrong with it, in the log. A script that starts a service in the
-/// background does not hold the caller up.
+/// "varnel.script.debug=true" shows its standard error, and what went wrong with it, in the log. A script
+/// that starts a service in the background does not hold the caller up.
 ScriptResult runScript(const QString& path, const QStringList& arguments,
                        std::chrono::milliseconds limit = scriptTimeLimit);
 
