@@ -1,53 +1,15 @@
 // SPDX-License-Identifier: MIT
 // From exec to the page on the screen, against a bare web view; and from the first frame to the page. To be
 // run in the sandbox. Options: --rounds N, --quick, --panel PROGRAM (another build's).
-#include <map>
-
 #include <QCoreApplication>
-#include <QFile>
 
+#include "figure.h"
 #include "figures.h"
 #include "stage.h"
 
 using namespace VarnelBench;
 
 namespace {
-
-/// Series of one unit under a common title, filled round by round.
-class Figure
-{
-public:
-    Figure(std::string title, std::string unit, const QList<Subject>& subjects)
-        : title(std::move(title))
-        , unit(std::move(unit))
-    {
-        for (const Subject& subject : subjects) {
-            series.push_back({subject.name.toStdString(), {}, subject.target});
-        }
-    }
-
-    void add(int subject, double value) { series[static_cast<std::size_t>(subject)].values.push_back(value); }
-    Figure& withoutTargets()
-    {
-        for (Series& one : series) {
-            one.target = 0;
-        }
-        return *this;
-    }
-    void print(Floor floor = Floor::First) const { printFigure(title, unit, series, floor); }
-
-private:
-    std::string title;
-    std::string unit;
-    std::vector<Series> series;
-};
-
-bool isPortBound(int port)
-{
-    QFile file(QStringLiteral("/proc/net/udp"));
-    return file.open(QIODevice::ReadOnly) &&
-           file.readAll().contains(':' + QByteArray::number(port, 16).toUpper() + ' ');
-}
 
 void benchStart(Stage* stage, const QString& program, int rounds)
 {

@@ -139,6 +139,13 @@ void Stage::awaitEmptyScreen()
     });
 }
 
+bool isPortBound(quint16 port)
+{
+    QFile file(QStringLiteral("/proc/net/udp"));
+    return file.open(QIODevice::ReadOnly) &&
+           file.readAll().contains(':' + QByteArray::number(port, 16).toUpper() + ' ');
+}
+
 QString otherPanel(const QStringList& arguments)
 {
     const int option = arguments.indexOf(QLatin1String("--panel"));

@@ -62,6 +62,9 @@ private:
     double nextFrame = 0;
 };
 
+/// True when a UDP socket of this network is bound to `port`.
+bool isPortBound(quint16 port);
+
 /// The other build's panel that "--panel PROGRAM" names; empty without that option.
 QString otherPanel(const QStringList& arguments);
 
