@@ -248,6 +248,7 @@ void WebView::tryloadFinished(QNetworkReply* reply)
 bool WebView::focusNextPrevChild(bool next)
 {
     // The engine would send a disabled page the Tab key that moves the focus on.
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): past the engine on purpose
     return isEnabled() ? QWebView::focusNextPrevChild(next) : QWidget::focusNextPrevChild(next);
 }
 

