@@ -160,23 +160,17 @@ void DownloadHandler::downloadFinished()
     makeDriveReadOnly();
 }
 
-/// Writes what the reply holds, forces it to the medium and closes the file. Piece by piece: the body as a
-/// whole would need the memory that the reply already takes a second time.
+/// Writes what the reply holds, forces it to the medium and closes the file.
 void DownloadHandler::saveBody()
 {
-    constexpr qint64 pieceSize = 65536;
-    const qint64 size = reply ? reply->bytesAvailable() : 0;
-    qint64 written = 0;
+    const QByteArray body = reply ? reply->readAll() : QByteArray();
     errno = 0;
-    for (qint64 last = pieceSize; written < size && last == pieceSize;) {
-        last = qMax<qint64>(0, file->write(reply->read(pieceSize)));
-        written += last;
-    }
+    const qint64 written = file->write(body);
     const int error = errno;
-    if (written != size || !file->flush()) {
+    if (written != body.size() || !file->flush()) {
         logCriticalLine(QStringLiteral("%1 - Error writing file '%2': %3 of %4 octets written: %5")
-                            .arg(Helpers::now(), file->fileName(), QString::number(written),
-                                 QString::number(size), qt_error_string(error)));
+                            .arg(Helpers::now(), file->fileName(), QString::number(qMax<qint64>(0, written)),
+                                 QString::number(body.size()), qt_error_string(error)));
     }
     synchronizeFile();
     file->close();
