@@ -95,28 +95,68 @@ private:
         }
     }
 
-    void container(int depth)
+    void member(const QByteArray& name)
     {
-        const bool isObject = below(2) == 0;
-        text += isObject ? '{' : '[';
+        text += name;
         blanks();
-        for (int count = below(5); count > 0; --count) {
-            if (isObject) {
-                string();
-                blanks();
-                text += ':';
-                blanks();
-            }
-            value(depth);
-            blanks();
-            if (count > 1) {
-                text += ',';
-                blanks();
-            }
-        }
-        text += isObject ? '}' : ']';
+        text += ':';
+        blanks();
     }
 
+    /// A name that stands nowhere else, quotes included.
+    QByteArray newName()
+    {
+        const int start = text.size();
+        string();
+        const QByteArray name =
+            text.mid(start).replace(text.size() - start - 1, 1, QByteArray::number(++names) + '"');
+        text.truncate(start);
+        return name;
+    }
+
+    void container(int depth) { below(2) == 0 ? object(depth) : array(depth); }
+
+    void object(int depth)
+    {
+        text += '{';
+        blanks();
+        QByteArray repeated;
+        const int count = below(5);
+        for (int i = 0; i < count; ++i) {
+            text += i > 0 ? "," : "";
+            blanks();
+            // Qt's parser loses the memory of an array or object whose name comes once more: only a plain
+            // value's name may.
+            if (!repeated.isEmpty() && below(8) == 0) {
+                member(repeated);
+                scalar();
+            } else if (below(3) == 0) {
+                member(repeated = newName());
+                scalar();
+            } else {
+                member(newName());
+                value(depth);
+            }
+            blanks();
+        }
+        text += '}';
+    }
+
+    void array(int depth)
+    {
+        text += '[';
+        blanks();
+        const int count = below(5);
+        for (int i = 0; i < count; ++i) {
+            text += i > 0 ? "," : "";
+            blanks();
+            value(depth);
+            blanks();
+        }
+        text += ']';
+    }
+
+    int names = 0;
     std::mt19937 engine;
     QByteArray text;
 };
