@@ -2,8 +2,7 @@
 #include "crc16.h"
 
 #include <array>
-
-#include <QtEndian>
+#include <utility>
 
 namespace Varnel {
 
@@ -11,7 +10,8 @@ namespace {
 
 constexpr quint16 kermitPoly = 0x1021;
 constexpr quint16 kermitPolyReflected = 0x8408;
-constexpr int slices = 8;
+/// Octets that are looked up at once, each in a table of its own.
+constexpr int slices = 16;
 
 using Tables = std::array<std::array<quint16, 256>, slices>;
 
@@ -37,15 +37,32 @@ constexpr Tables makeTables()
 
 constexpr Tables tables = makeTables();
 
+/// What the octets behind the first two of a block contribute. They do not depend on the remainder so far, so
+/// the processor looks them up while it still waits for that.
+template<std::size_t size, std::size_t... At>
+constexpr quint32 foldRest(const uchar* data, std::index_sequence<At...> /*positions*/)
+{
+    return (quint32(tables[size - 3 - At][data[At + 2]]) ^ ...);
+}
+
+/// The remainder after a block of `size` octets.
+template<std::size_t size>
+constexpr quint32 foldBlock(quint32 crc, const uchar* data)
+{
+    return tables[size - 1][(crc ^ data[0]) & 0xFFU] ^ tables[size - 2][(crc >> 8U) ^ data[1]] ^
+           foldRest<size>(data, std::make_index_sequence<size - 2>());
+}
+
 quint16 kermit(const uchar* data, int len)
 {
     quint32 crc = 0;
     for (; len >= slices; data += slices, len -= slices) {
-        const quint32 low = qFromLittleEndian<quint32>(data) ^ crc;
-        const auto high = qFromLittleEndian<quint32>(data + 4);
-        crc = tables[7][low & 0xFFU] ^ tables[6][(low >> 8U) & 0xFFU] ^ tables[5][(low >> 16U) & 0xFFU] ^
-              tables[4][low >> 24U] ^ tables[3][high & 0xFFU] ^ tables[2][(high >> 8U) & 0xFFU] ^
-              tables[1][(high >> 16U) & 0xFFU] ^ tables[0][high >> 24U];
+        crc = foldBlock<slices>(crc, data);
+    }
+    if (constexpr int half = slices / 2; len >= half) {
+        crc = foldBlock<half>(crc, data);
+        data += half;
+        len -= half;
     }
     for (; len > 0; ++data, --len) {
         crc = (crc >> 8U) ^ tables[0][(crc ^ *data) & 0xFFU];
