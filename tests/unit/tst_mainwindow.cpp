@@ -46,6 +46,16 @@ private:
 
 namespace {
 
+/// A page that comes only when the test lets it, so that nothing that is shown before can be missed.
+HttpServer::Answer onRelease(const QByteArray& html)
+{
+    HttpServer::Answer answer;
+    answer.silent = true;
+    answer.headers = "Content-Type: text/html\r\n";
+    answer.body = html;
+    return answer;
+}
+
 const QString pagePath = QStringLiteral("/index.html");
 
 QLabel* label(const PanelView& panel)
@@ -134,6 +144,7 @@ void tst_MainWindow::form()
 void tst_MainWindow::openUrl()
 {
     const ScopedSetting<QString> text("UI", "MsgConnecting", QStringLiteral("Connecting..."));
+    server->serve(pagePath, onRelease("<p>page</p>"));
     PanelView panel;
     WebBrowser& browser = panel.window; // as whoever only asks for a page sees it
     const QString url = server->url(pagePath).toString();
@@ -142,13 +153,14 @@ void tst_MainWindow::openUrl()
     QCOMPARE(panel.log(), (QStringList{openLine(url), buzzerLine(url)}));
     QCOMPARE(label(panel)->text(), Settings::getUIMsgWaitingForNetworkConfiguration());
 
-    QTRY_COMPARE(label(panel)->text(), QStringLiteral("Connecting..."));
+    QTRY_COMPARE(server->count(pagePath), 1);
+    QCOMPARE(label(panel)->text(), QStringLiteral("Connecting..."));
     QVERIFY(showsLabel(panel));
+    server->release(pagePath);
     QTRY_VERIFY(showsView(panel));
     QTRY_COMPARE(panel.text(), QStringLiteral("page"));
     QCOMPARE(panel.log(), (QStringList{openLine(url), buzzerLine(url), QStringLiteral("Downloading ") + url,
                                        QStringLiteral("WebView::loadRequest")}));
-    QCOMPARE(server->count(pagePath), 1);
 }
 
 void tst_MainWindow::openUrlOfTheCurrentPage()
@@ -230,23 +242,21 @@ void tst_MainWindow::reloadUrl()
     panel.window.openUrl(url);
     QTRY_VERIFY(showsView(panel));
     panel.clear();
+    server->serve(pagePath, onRelease("<p>page</p>"));
     browser.reloadUrl();
     QVERIFY(showsView(panel));
-    QTRY_VERIFY(showsLabel(panel));
+    QTRY_COMPARE(server->count(pagePath), 2);
+    QVERIFY(showsLabel(panel));
     QCOMPARE(label(panel)->text(), Settings::getUIMsgConnecting());
+    server->release(pagePath);
     QTRY_VERIFY(showsView(panel));
     QCOMPARE(panel.log(),
              (QStringList{QStringLiteral("Downloading ") + url, QStringLiteral("WebView::loadRequest")}));
-    QTRY_COMPARE(server->count(pagePath), 2);
 }
 
 void tst_MainWindow::openUrlForce()
 {
-    HttpServer::Answer silent;
-    silent.silent = true;
-    silent.headers = "Content-Type: text/html\r\n";
-    silent.body = "<p>late</p>";
-    server->serve(QStringLiteral("/late"), silent);
+    server->serve(QStringLiteral("/late"), onRelease("<p>late</p>"));
     PanelView panel;
     QSignalSpy first(panel.window.getNetworkAccessManager(), &NetworkAccessManager::firstRequestStatus);
     const QString url = server->url(QStringLiteral("/late")).toString();
