@@ -111,7 +111,7 @@ Reply SimulatorWebTest::get(const QString& path)
 
 bool SimulatorWebTest::finish(const Reply& reply)
 {
-    return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 15000);
+    return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
 }
 
 int SimulatorWebTest::status(const Reply& reply)
@@ -440,7 +440,7 @@ void SimulatorWebTest::lateAndEndlessAnswers()
     qint64 received = 0;
     const Reply endless = get(QStringLiteral("/odd/endless"));
     connect(endless.get(), &QNetworkReply::readyRead, this, [&] { received += endless->readAll().size(); });
-    QTRY_VERIFY(received > 10 * mebi);
+    QTRY_VERIFY_WITH_TIMEOUT(received > 10 * mebi, 60000);
     endless->abort();
     const Reply meanwhile = get(QStringLiteral("/index.html"));
     QVERIFY(finish(meanwhile));
