@@ -204,6 +204,8 @@ void TestModbusInterface::coordinateDecides_data()
     QTest::newRow("other field: ignored") << core_tmp{7, 4, 200, 4, 1, "\x05"} << false;
     QTest::newRow("other instance: ignored") << core_tmp{7, 3, 201, 4, 1, "\x05"} << false;
     QTest::newRow("other type: ignored") << core_tmp{7, 3, 200, 6, 1, "\x05"} << false;
+    QTest::newRow("wide index in the mapping: beyond every instance")
+        << core_tmp{7, 3, 44, 4, 1, "\x05"} << false;
 }
 
 void TestModbusInterface::coordinateDecides()
@@ -211,7 +213,8 @@ void TestModbusInterface::coordinateDecides()
     QFETCH(core_tmp, item);
     QFETCH(bool, mapped);
     ModbusInterface bridge;
-    load(&bridge, registerText(10, "u32", "u16", 200), tableText(100, "10"));
+    load(&bridge, registerText(10, "u32", "u16", 200) + "," + registerText(11, "u32", "u16", 300),
+         tableText(100, "10, 11"));
     QCOMPARE(bridge.CheckTableToUpdate({item}), mapped ? QVector<int>({100}) : QVector<int>());
     QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(mapped ? 5 : 0));
 }
@@ -255,6 +258,10 @@ void TestModbusInterface::rendering_data()
     row("text 42 as uint16: 42", "u16", "string", typeString, "42", {42});
     row("text 70000 as uint32: both words", "u32", "string", typeString, "70000", {1, 4464});
     row("text x as uint16: 0", "u16", "string", typeString, "x", {0});
+    row("text -5 as int32: -5", "s32", "string", typeString, "-5", {0xFFFF, 0xFFFB});
+    row("text -5 as uint32: no unsigned number, 0", "u32", "string", typeString, "-5", {0, 0});
+    row("text of 64 bits as uint32: low half", "u32", "string", typeString, "18446744073414584320",
+        {0xEE6B, 0x2800});
     row("text false as bool: 0", "bool", "string", typeString, "false", {0});
     row("as string: no word", "string", "u16", typeU16, octets("0001"), {});
     row("as struct: no word", "struct", "u16", typeU16, octets("0001"), {});

@@ -124,6 +124,12 @@ void TestModbusLoad::missingFile()
                                        QStringLiteral("\"\"")}) +
                               infoLines({}, {}, {}) + QStringList(QStringLiteral("CI defs is not an array")));
     QVERIFY(bridge.GetCiTypeList().isEmpty());
+
+    // What was read before stays, but for the document.
+    QVERIFY(loadMapping(&bridge, mappingText(registerText(10, "u16", "u16"), tableText(100, "10"))));
+    QVERIFY(!bridge.LoadConfig(path));
+    QVERIFY(bridge.GetJsonCfg().isEmpty());
+    QCOMPARE(bridge.GetRegisterList().keys(), QList<int>({10}));
 }
 
 void TestModbusLoad::wholeDocumentIsLoggedAsOneString()

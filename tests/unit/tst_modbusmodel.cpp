@@ -174,6 +174,9 @@ void TestModbusModel::tables_data()
     QTest::newRow("address a string: 0")
         << QByteArray(R"({"name": "t", "mode": "r", "address": "5", "registers": []})") << 0 << t << 1
         << QVector<int>{};
+    QTest::newRow("mode in upper case: none")
+        << QByteArray(R"({"name": "t", "mode": "RW", "address": 1, "registers": []})") << 1 << t << 0
+        << QVector<int>{};
     QTest::newRow("negative address: kept")
         << QByteArray(R"({"name": "t", "mode": "w", "address": -5, "registers": [70000]})") << -5 << t << 2
         << QVector<int>{70000};

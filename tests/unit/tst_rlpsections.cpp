@@ -40,6 +40,8 @@ private slots:
     void longerSectionsAreReadToo();
     void coreItems_data();
     void coreItems();
+    void coreLengthField_data();
+    void coreLengthField();
 };
 
 namespace {
@@ -405,6 +407,33 @@ void tst_RlpSections::coreItems()
                     .arg(QString::fromLatin1(item.baData.toHex()));
     }
     QTEST(read, "items");
+}
+
+void tst_RlpSections::coreLengthField_data()
+{
+    QTest::addColumn<QByteArray>("lengthField");
+    QTest::addColumn<int>("consumedOctets");
+    QTest::addColumn<int>("itemCount");
+    QTest::newRow("whole: both items") << hex("1a 00") << 26 << 2;
+    QTest::newRow("ends behind the first item: that one") << hex("0e 00") << 14 << 1;
+    QTest::newRow("ends within the second item: the first") << hex("19 00") << 25 << 1;
+    QTest::newRow("past the octets there are: both items") << hex("ff ff") << 65535 << 2;
+    QTest::newRow("shorter than the section header: none") << hex("03 00") << 3 << 0;
+    QTest::newRow("0: none") << hex("00 00") << 0 << 0;
+}
+
+/// The section's own length field ends the items, however many octets there are.
+void tst_RlpSections::coreLengthField()
+{
+    QFETCH(QByteArray, lengthField);
+    QByteArray payload = hex("80 00") + lengthField + coreItem(1, 2, 3, 4, hex("aa bb")) +
+                         coreItem(5, 6, 7, 8, hex("01 02 03 04"));
+    payload.squeeze();
+    ExposedDecoder rlp;
+    int consumed = untouched;
+    QVERIFY(rlp.handleSectionCore(0x80, quint16(payload.size()), &payload, &rlp.m_itemList, &consumed));
+    QTEST(consumed, "consumedOctets");
+    QTEST(rlp.items().size(), "itemCount");
 }
 
 QTEST_GUILESS_MAIN(tst_RlpSections)
