@@ -31,6 +31,7 @@ private slots:
     void integers_data();
     void integers();
     void laterEntriesReplace();
+    void fiftyMegabytes();
 };
 
 namespace {
@@ -329,6 +330,27 @@ void TestModbusLoad::laterEntriesReplace()
     QCOMPARE(bridge.GetRegisterList().size(), 1);
     QCOMPARE(bridge.GetRegisterList().value(10).ci.ciIndex, 2);
     QCOMPARE(bridge.GetTableList().value(5).registers, QVector<int>({10}));
+}
+
+void TestModbusLoad::fiftyMegabytes()
+{
+    constexpr int count = 100000;
+    const QByteArray padding = "\"note\": \"" + QByteArray(400, 'x') + "\", \"id\"";
+    QByteArray registers;
+    QByteArray ids;
+    for (int id = 0; id < count; ++id) {
+        const char* const comma = id > 0 ? "," : "";
+        registers += comma + registerText(id, "u16", "u16", id).replace("\"id\"", padding);
+        ids += comma + QByteArray::number(id);
+    }
+    const QByteArray text = mappingText(registers, tableText(100, ids));
+    QVERIFY(text.size() > 50000000);
+    ModbusInterface bridge;
+    const LogRecorder log;
+    QVERIFY(loadMapping(&bridge, text));
+    QCOMPARE(bridge.GetRegisterList().size(), count);
+    QCOMPARE(bridge.GetCiLookup().size(), count);
+    QCOMPARE(log.texts().size(), 6);
 }
 
 QTEST_GUILESS_MAIN(TestModbusLoad)
