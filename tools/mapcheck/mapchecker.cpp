@@ -2,6 +2,7 @@
 #include "mapchecker.h"
 
 #include <algorithm>
+#include <limits>
 
 #include <QFile>
 #include <QJsonDocument>
@@ -447,7 +448,7 @@ void MapChecker::checkLengths()
     constexpr int wordOctets = 6;   // "65535,"
     constexpr int tableOctets = 40; // {"address":65535,"values":[]},
     qint64 command = tableOctets;
-    int end = 0;
+    qint64 end = std::numeric_limits<qint64>::min();
     QString before;
     for (const int address : bridge->GetTableList().keys()) {
         const int words = bridge->ComputeRawData({address}).first().values.size();
@@ -464,8 +465,8 @@ void MapChecker::checkLengths()
             error(path, QStringLiteral("%1 at %2 does not fit the address space").arg(name).arg(address));
         }
         command += tableOctets + qint64(words) * wordOctets;
-        if (address + words > end) {
-            end = address + words;
+        if (qint64(address) + words > end) {
+            end = qint64(address) + words;
             before = name;
         }
     }
