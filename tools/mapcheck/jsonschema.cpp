@@ -131,7 +131,8 @@ void Check::value(const QJsonObject& reference, const QJsonValue& checked, const
     if (checked.isArray() && schema.contains(key("items"))) {
         const QJsonObject items = schema.value(key("items")).toObject();
         int index = 0;
-        for (const QJsonValue& element : checked.toArray()) {
+        const QJsonArray elements = checked.toArray();
+        for (const QJsonValue& element : elements) {
             value(items, element, path / index++);
         }
     }
@@ -165,7 +166,8 @@ void Check::choice(const QJsonArray& choices, const QJsonValue& checked, const J
 
 void Check::members(const QJsonObject& schema, const QJsonObject& checked, const JsonPath& path)
 {
-    for (const QJsonValue& name : schema.value(key("required")).toArray()) {
+    const QJsonArray required = schema.value(key("required")).toArray();
+    for (const QJsonValue& name : required) {
         if (!checked.contains(name.toString())) {
             report(path, QStringLiteral("lacks %1").arg(inQuotes(name.toString())));
         }

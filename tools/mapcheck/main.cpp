@@ -52,17 +52,25 @@ struct Options
 
 bool isVerbose = false;
 
+/// Writes one line to standard error.
+void complain(const QString& line)
+{
+    QTextStream out(stderr);
+    out.setCodec("UTF-8");
+    out << line << '\n';
+}
+
 /// Only warnings of the loader are news to the engineer; its ordinary log repeats the whole file.
 void writeLog(QtMsgType type, const QMessageLogContext&, const QString& text)
 {
     if (isVerbose || type != QtDebugMsg) {
-        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
+        complain(text);
     }
 }
 
 int fail(const QString& text)
 {
-    std::fprintf(stderr, "modbus-map-check: %s\n", qUtf8Printable(text));
+    complain(QStringLiteral("modbus-map-check: ") + text);
     return NotChecked;
 }
 
@@ -82,9 +90,10 @@ ServerAddress serverAddress(const QCommandLineParser& parser, const Options& opt
 void printFindings(const QString& path, const MapChecker& checker)
 {
     for (const Finding& finding : checker.findings()) {
-        const char* const severity = finding.severity == Finding::Severity::Error ? "error" : "warning";
-        std::fprintf(stderr, "%s:%d: %s: %s\n", qUtf8Printable(path), finding.line, severity,
-                     qUtf8Printable(finding.text));
+        const auto severity =
+            QLatin1String(finding.severity == Finding::Severity::Error ? "error" : "warning");
+        complain(path + QStringLiteral(":%1: ").arg(finding.line) + severity + QLatin1String(": ") +
+                 finding.text);
     }
 }
 
@@ -98,9 +107,12 @@ void printSummary(const QString& path, const ModbusInterface& bridge, const QVec
         registers.insert(row.isDefined ? row.id : 0);
     }
     registers.remove(0);
-    std::fprintf(stderr, "%s: %d registers in %d tables, %d words, %d errors, %d warnings\n",
-                 qUtf8Printable(path), registers.size(), bridge.GetTableList().size(), words,
-                 checker.count(Finding::Severity::Error), checker.count(Finding::Severity::Warning));
+    complain(path + QStringLiteral(": %1 registers in %2 tables, %3 words, %4 errors, %5 warnings")
+                        .arg(registers.size())
+                        .arg(bridge.GetTableList().size())
+                        .arg(words)
+                        .arg(checker.count(Finding::Severity::Error))
+                        .arg(checker.count(Finding::Severity::Warning)));
 }
 
 void printLists(const QCommandLineParser& parser, const Options& options, const QVector<RegisterRow>& rows)

@@ -112,7 +112,7 @@ bool isWholeNumberType(const MbType_s& type)
 MapChecker::MapChecker(const QByteArray& text, ModbusInterface* bridge)
     : bridge(bridge)
 {
-    QJsonParseError problem;
+    QJsonParseError problem = {};
     const QJsonDocument document = QJsonDocument::fromJson(text, &problem);
     if (problem.error != QJsonParseError::NoError) {
         found.append({Finding::Severity::Error, JsonLocator::lineAt(text, problem.offset),

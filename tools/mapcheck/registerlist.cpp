@@ -9,8 +9,6 @@
 #include "modbusinterface.h"
 
 using Varnel::CiCoord_s;
-using Varnel::MbRegister_s;
-using Varnel::MbTable_s;
 using Varnel::ModbusInterface;
 
 namespace {
