@@ -32,3 +32,5 @@ endif()
 
 # Everything that carries the test label "unit" and what it runs, for builds that need no more.
 add_custom_target(unit-tests)
+# Those of them that read hostile input.
+add_custom_target(hostile-tests)
