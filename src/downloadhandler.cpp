@@ -187,8 +187,9 @@ void DownloadHandler::synchronizeFile()
     if (handle == -1) {
         logLine(QStringLiteral("%1 - Filesystem synchronization failed: no file handle").arg(Helpers::now()));
     } else if (::fsync(handle) != 0) {
+        const int error = errno; // before the time is asked for, which may set it too
         logLine(QStringLiteral("%1 - Filesystem synchronization failed: error %2")
-                    .arg(Helpers::now(), QString::number(errno)));
+                    .arg(Helpers::now(), QString::number(error)));
     }
 }
 
