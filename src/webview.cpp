@@ -60,6 +60,11 @@ QString WebPage::userAgentForUrl(const QUrl& /*url*/) const
     return QStringLiteral("Varnel VarnelBrowser/" VARNEL_VERSION " WebKit");
 }
 
+bool WebPage::supportsExtension(Extension extension) const
+{
+    return extension != ChooseMultipleFilesExtension && QWebPage::supportsExtension(extension);
+}
+
 void WebPage::handleUnsupportedContent(QNetworkReply* reply)
 {
     qDebug() << "WebPage::UnsupportedContent";

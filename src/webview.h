@@ -45,6 +45,9 @@ protected:
     /// Lets the user choose a file of the USB drive; both arguments are ignored. Empty when none was chosen.
     QString chooseFile(QWebFrame* frame, const QString& suggestedFile) override;
     QString userAgentForUrl(const QUrl& url) const override;
+    /// An input for several files gets one from the same chooser as any other: the toolkit's own would show
+    /// the panel's whole file system.
+    bool supportsExtension(Extension extension) const override;
 
 private:
     void queueDownload(QNetworkReply* reply);

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include <QDialog>
+#include <QListWidget>
 #include <QNetworkReply>
 #include <QPointer>
 #include <QSignalSpy>
@@ -12,6 +13,7 @@
 #include "httpserver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "usbstick.h"
 
 using namespace Varnel;
 
@@ -36,6 +38,8 @@ private slots:
     void failedUnsupportedContent_data();
     void failedUnsupportedContent();
     void failedDownloadLink();
+    void fileInput_data();
+    void fileInput();
 
 private:
     QNetworkReply* failedReply(PanelView& panel, const QString& path);
@@ -266,6 +270,36 @@ void tst_WebPage::failedDownloadLink()
     panel.waitForQuiet();
     QVERIFY(panel.count(httpError) >= 1);
     QVERIFY2(panel.showsErrorPage(), qPrintable(panel.text()));
+}
+
+void tst_WebPage::fileInput_data()
+{
+    QTest::addColumn<QByteArray>("attribute");
+
+    QTest::newRow("one file") << QByteArray();
+    QTest::newRow("several files: the same chooser, not the toolkit's") << QByteArray("multiple");
+}
+
+void tst_WebPage::fileInput()
+{
+    QFETCH(QByteArray, attribute);
+    UsbStick stick;
+    stick.put(QStringLiteral("firmware.bin"), "octets");
+    server->serve(QStringLiteral("/upload.html"),
+                  "<input type=file id=f style='position:absolute;left:0;top:0;width:200px;height:100px' " +
+                      attribute + ">");
+    DialogDriver user;
+    user.onWaiting(QStringLiteral("FileDialog"), [](QDialog* dialog) {
+        dialog->findChild<QListWidget*>()->setCurrentRow(0);
+        dialog->accept();
+    });
+    user.onWaiting(QStringLiteral("QFileDialog"), [](QDialog* dialog) { dialog->reject(); });
+    PanelView panel;
+    panel.load(server->url(QStringLiteral("/upload.html")));
+    QTest::mouseClick(panel.view, Qt::LeftButton, {}, QPoint(20, 20));
+    QTRY_COMPARE(user.seen(), QStringList(QStringLiteral("FileDialog")));
+    const QString chosen = QStringLiteral("[].map.call(f.files, function(x) { return x.name; }).join()");
+    QTRY_COMPARE(panel.frame()->evaluateJavaScript(chosen).toString(), QStringLiteral("firmware.bin"));
 }
 
 QTEST_MAIN(tst_WebPage)
