@@ -254,6 +254,9 @@ void tst_ModbusCommands::tooLongCommandIsSaidOnce()
     QVERIFY(scene.controller.send(Frame(4).section(Core, item(1, 5, hex("01 00")))));
     QCOMPARE(nextCommand(&scene, &count),
              R"({"cmd":"setconfig","data":[{"address":100,"values":[0,0,0,0,1,0,0,0,0]}]})"_s);
+    // The same frame once more: behind its line the log holds everything that the four have written.
+    QVERIFY(scene.controller.send(Frame(4).section(Core, {})));
+    QVERIFY(scene.panel.log().await("Repeated packet. Drop frame ( 4  =  4 )"_s));
     const QStringList reports = scene.panel.log().lines().filter("varnel."_s);
     QCOMPARE(reports.size(), 1);
     QVERIFY(reports.constFirst().startsWith("varnel.modbus: Update command of "_s));
