@@ -4,7 +4,6 @@
 #include <QDir>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QVector>
 
 #include "screensaver.h"
 #include "settings.h"
@@ -26,7 +25,9 @@ FileDialog::FileDialog(bool downloadMode, const QString& name, QWidget* parent)
     setFixedSize(width(), height());
     setWindowFlags(Qt::SplashScreen);
     listDriveFiles();
-    watchTouches();
+    setMouseTracking(true);
+    // A modal dialog takes the touches away from the main window, so it has to keep the screen awake itself.
+    ScreenSaver::instance()->handleMouseMove(this);
 }
 
 FileDialog::~FileDialog() = default;
@@ -58,26 +59,6 @@ void FileDialog::listDriveFiles()
                                               "QScrollBar:handle:horizontal { min-width: 32; } ");
     ui->listFiles->verticalScrollBar()->setStyleSheet(fingerWide);
     ui->listFiles->horizontalScrollBar()->setStyleSheet(fingerWide);
-}
-
-/// A modal dialog takes the touches away from the main window, so it has to keep the screen awake itself. The
-/// list and the buttons in turn keep their presses from the dialog; what the others get comes up to it.
-void FileDialog::watchTouches()
-{
-    setMouseTracking(true);
-    ScreenSaver::instance()->handleMouseMove(this);
-    const auto widgets = findChildren<QWidget*>();
-    for (QWidget* widget : widgets) {
-        widget->setMouseTracking(true);
-    }
-    QVector<QWidget*> takers{ui->listFiles->viewport(), ui->listFiles->verticalScrollBar(),
-                             ui->listFiles->horizontalScrollBar()};
-    for (QAbstractButton* button : ui->buttonBox->buttons()) {
-        takers.append(button);
-    }
-    for (QWidget* taker : takers) {
-        ScreenSaver::instance()->handleMouseMove(taker);
-    }
 }
 
 void FileDialog::on_listFiles_itemSelectionChanged()

@@ -32,7 +32,6 @@ private slots:
 private:
     void setTexts();
     void listDriveFiles();
-    void watchTouches();
 
     std::unique_ptr<Ui_FileDialog> ui;
     bool download = false;
