@@ -66,3 +66,56 @@ build()
     fi
     cmake --build "$build" "${targets[@]}" -- --quiet || fail "the build failed"
 }
+
+# --- packages and other processors ---
+
+# Roots of Debian systems that the commands make for themselves; may be removed at any time.
+# shellcheck disable=SC2034 # the commands use it
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/varnel-browser
+
+# Installs Debian packages that only some commands need, named with a program of each: PROGRAM=PACKAGE.
+need_programs()
+{
+    local pair missing=()
+    for pair in "$@"; do
+        command -v "${pair%=*}" > /dev/null || missing+=("${pair#*=}")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "installing ${missing[*]}"
+    DEBIAN_FRONTEND=noninteractive as_root apt-get -q -q -y --no-install-recommends install "${missing[@]}" > /dev/null ||
+        fail "apt-get could not install ${missing[*]}"
+}
+
+# export_source DIRECTORY: what belongs to the repository, as it is now, with its times.
+export_source()
+{
+    mkdir -p "$1"
+    (cd "$root" && git ls-files -z --cached --others --exclude-standard |
+        while IFS= read -r -d '' file; do [ -e "$file" ] && printf '%s\0' "$file"; done |
+        tar --create --null --files-from=-) | tar --extract --directory "$1"
+}
+
+# remove_root DIRECTORY: never follows into another filesystem, should anything be mounted there.
+remove_root()
+{
+    as_root rm -rf --one-file-system "$1"
+}
+
+# in_root DIRECTORY [BWRAP-OPTION]... -- COMMAND...: runs a command as root of a root made by one of the commands. It
+# sees nothing of the host, and all mounts end with it.
+in_root()
+{
+    local directory=$1
+    shift
+    local options=()
+    while [ "$1" != -- ]; do
+        options+=("$1")
+        shift
+    done
+    shift
+    as_root bwrap --bind "$directory" / --proc /proc --dev /dev --tmpfs /tmp --tmpfs /run --tmpfs /dev/shm \
+        --unshare-pid --unshare-ipc --unshare-uts --hostname panel --die-with-parent --cap-add ALL \
+        --clearenv --setenv HOME /root --setenv LC_ALL C.UTF-8 --setenv DEBIAN_FRONTEND noninteractive \
+        --setenv PATH /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+        "${options[@]}" --chdir / -- "$@"
+}
