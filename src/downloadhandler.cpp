@@ -2,6 +2,7 @@
 #include "downloadhandler.h"
 
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <tuple>
 
@@ -24,8 +25,16 @@
 #include "settings.h"
 #include "timedpopup.h"
 #include "usbdrive.h"
+#include "watchdog.h"
 
 namespace Varnel {
+
+namespace {
+
+/// A slow stick with much to write behind it takes minutes for it.
+constexpr std::chrono::minutes slowestDrive{30};
+
+} // namespace
 
 DownloadHandler::DownloadHandler(MainWindow* window)
     : mainWindow(window)
@@ -183,6 +192,7 @@ void DownloadHandler::saveBody()
 
 void DownloadHandler::synchronizeFile()
 {
+    const WatchdogPatience patience(slowestDrive);
     const int handle = file->handle();
     if (handle == -1) {
         logLine(QStringLiteral("%1 - Filesystem synchronization failed: no file handle").arg(Helpers::now()));

@@ -18,6 +18,7 @@
 #include "settings.h"
 #include "signalwatcher.h"
 #include "udphandler.h"
+#include "watchdog.h"
 
 using namespace Varnel;
 
@@ -109,6 +110,7 @@ int main(int argc, char* argv[])
     logBanner();
     QApplication application(argc, argv);
     const SignalWatcher signalWatcher;
+    Watchdog watchdog;
     const CommandLine commandLine = readCommandLine(QCoreApplication::arguments());
     Settings::load();
     applyCommandLine(commandLine);
@@ -122,11 +124,13 @@ int main(int argc, char* argv[])
     auto udpHandler = std::make_unique<UdpHandler>(
         chooseUdpAddress(), static_cast<short>(Settings::getNetUdpPort()), window.get(), nullptr);
     udpHandler->init();
+    watchdog.announceReady();
     window->showMaximized();
     const EngineWarmer engineWarmer;
 
     const int exitCode = QApplication::exec();
 
+    watchdog.announceEnd();
     udpHandler->stop();
     udpHandler.reset();
     ScreenSaver::instance()->uninstall();

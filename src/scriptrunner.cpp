@@ -21,6 +21,7 @@
 #include <QtDebug>
 
 #include "settings.h"
+#include "watchdog.h"
 
 namespace Varnel {
 
@@ -93,7 +94,7 @@ int spawn(const QString& path, const QStringList& arguments, pid_t* pid)
     pointers.append(nullptr);
     const SpawnOptions options(lcScript().isDebugEnabled());
     return ::posix_spawn(pid, pointers.first(), &options.actions, &options.attributes, pointers.data(),
-                         environ);
+                         environmentForPrograms().data());
 }
 
 /// Reaps the child if it has ended, or, with `options` 0, when it ends. A child that somebody else has reaped
@@ -170,6 +171,7 @@ ScriptResult runScript(const QString& path, const QStringList& arguments, std::c
     if (!isRunnableScript(path)) {
         return ScriptResult::Missing;
     }
+    feedWatchdog(); // nothing else does while the script runs
     pid_t pid = 0;
     if (const int error = spawn(path, arguments, &pid); error != 0) {
         qCDebug(lcScript) << "Cannot start" << path << ":" << qt_error_string(error);
