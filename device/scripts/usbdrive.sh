@@ -12,6 +12,18 @@ usage() {
 POINT=$(panel_setting Files Directory /usbmnt)
 MARKER=$(panel_setting Files UsbDriveFile /tmp/usbdrive)
 
+# The mount that the panel sees is a copy of one that is prepared aside: see unlock_mount.
+STAGE=$STATE_DIR/usbdrive
+
+mount_drive() {
+    mkdir -p -- "$STAGE"
+    mount --make-private -o "ro,$USB_MOUNT_OPTIONS" -- "$1" "$STAGE" || return 1
+    unlock_mount "$STAGE" && mount --bind -- "$STAGE" "$POINT" && mounted=yes || mounted=no
+    umount -- "$STAGE"
+    rmdir -- "$STAGE"
+    [ "$mounted" = yes ]
+}
+
 # The panel has one slot and one mount point: with two partitions, or two drives on a hub, the first one counts.
 attach() {
     if [ ! -b "$1" ]; then
@@ -21,7 +33,7 @@ attach() {
         fail "a drive is already mounted on $POINT, $1 is left alone"
     fi
     mkdir -p -- "$POINT"
-    mount -o "ro,$USB_MOUNT_OPTIONS" -- "$1" "$POINT" || fail "cannot mount $1 on $POINT"
+    mount_drive "$1" || fail "cannot mount $1 on $POINT"
     # The marker comes last: what the panel sees of it is usable.
     replace_file 0644 "$MARKER" "$1"
 }

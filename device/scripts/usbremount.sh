@@ -30,7 +30,7 @@ remount() {
     fi
     # What was written reaches the drive before its state changes; a failing drive is reported, not hidden.
     sync -f -- "$point" || say "cannot flush $point"
-    if message=$(mount -o "remount,$1" -- "$point" 2>&1); then
+    if message=$(mount -o "remount,$1" -- "$point" 2>&1 && unlock_mount "$point" 2>&1); then
         return 0
     fi
     case $message in

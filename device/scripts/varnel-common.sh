@@ -216,6 +216,15 @@ private_dir() {
     mkdir -p -- "$1" && chmod 0700 -- "$1"
 }
 
+# --- the USB drive ---
+
+# unlock_mount POINT: leaves the decision between ro and rw to the filesystem. A mount has a read-only flag of its own,
+# beside the filesystem's; a service with a view of its own of the mounts keeps a copy of the former, which a remount
+# outside of it does not reach. The mount's other flags stay.
+unlock_mount() {
+    mount -o remount,bind,rw -- "$1"
+}
+
 # --- services ---
 
 have() {

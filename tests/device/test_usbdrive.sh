@@ -68,6 +68,45 @@ run 0 "ro on the image: remounted" usbremount.sh ro
 check "ro: the file is on the medium" sh -c "debugfs -R 'cat /log.txt' '$WORK/image' 2>/dev/null | grep -qx 'a log'"
 check "remount: the drive's own limits stay" sh -c "findmnt -n -o OPTIONS $POINT | grep -q noexec"
 
+# --- a service with a view of its own of the mounts: it sees the drive writable exactly between rw and ro ---
+
+run 0 "detach: done" usbdrive.sh detach "$device"
+mount --make-shared /run
+# confined FIFO: a process with its own copy of the mounts, which gets those of the test, but not the other way round
+confined() {
+    mkfifo "$WORK/$1"
+    # shellcheck disable=SC2016
+    unshare --mount --propagation slave sh -c 'echo >"$1"; exec sleep 1000' sh "$WORK/$1" &
+    confined_pid=$!
+    read -r _ <"$WORK/$1"
+}
+inside() {
+    nsenter --mount="/proc/$confined_pid/ns/mnt" -- "$@" 2>/dev/null
+}
+
+confined before
+run 0 "attach under a service: mounted" usbdrive.sh attach "$device"
+check "attach under a service: seen inside" inside mountpoint -q "$POINT"
+check_not "attach: nothing is left aside" sh -c 'grep -q /run/varnel /proc/self/mountinfo'
+for turn in first second; do
+    run 0 "rw, $turn time" usbremount.sh rw
+    check "rw, $turn time: inside can write" inside touch "$POINT/$turn"
+    run 0 "ro, $turn time" usbremount.sh ro
+    check_not "ro, $turn time: inside cannot write" inside touch "$POINT/refused"
+done
+kill "$confined_pid"
+confined after
+run 0 "rw for a service that came later" usbremount.sh rw
+check "rw: it can write" inside touch "$POINT/later"
+run 0 "ro for it" usbremount.sh ro
+check_not "ro: it cannot write" inside touch "$POINT/refused"
+check "inside: no programs, devices or set-user-id either" \
+    inside sh -c "findmnt -n -o OPTIONS $POINT | grep nosuid | grep nodev | grep -q noexec"
+run 0 "detach under a service: done" usbdrive.sh detach "$device"
+check_not "detach: gone inside, too" inside mountpoint -q "$POINT"
+kill "$confined_pid"
+run 0 "attach again" usbdrive.sh attach "$device"
+
 run 0 "detach of another device: nothing" usbdrive.sh detach /dev/other
 check "detach of another device: still mounted" mountpoint -q "$POINT"
 exec 8<"$POINT/log.txt"
