@@ -1,0 +1,58 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# The state of LEDs and buzzer while no panel drives them: red lit, all else off. Run by varnel-browser.service whenever
+# the panel has ended. After an orderly end everything stays as the controller wanted it, as without this script; after a
+# crash, a kill or a hang nobody would ever switch the buzzer off, or stop a green light from telling that all is well.
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+
+usage() {
+    echo "Usage: $SCRIPT_NAME (SERVICE_RESULT=success in the environment: do nothing)"
+}
+
+GPIO=/sys/class/gpio
+
+# pin_number KEY DEFAULT: as the panel reads it: a decimal number, of which the low 8 bits count; anything else is 0.
+pin_number() {
+    pin=$(panel_setting GPIO "$1" "$2")
+    is_number "$pin" || pin=0
+    while [ "$pin" != 0 ] && [ "${pin#0}" != "$pin" ]; do
+        pin=${pin#0}
+    done
+    echo $((${pin:-0} & 255))
+}
+
+# active_low KEY DEFAULT: as the panel writes it for a polarity setting; "no" and "off" are true there.
+active_low() {
+    case $(panel_setting GPIO "$1" "$2") in
+        '' | 0 | [Ff][Aa][Ll][Ss][Ee]) echo 1 ;;
+        *) echo 0 ;;
+    esac
+}
+
+# switch NAME DEFAULT-PIN DEFAULT-POLARITY 0|1: a line that the panel has not made an output has never been lit, and is
+# left alone.
+switch() {
+    line=$GPIO/gpio$(pin_number "$1Pin" "$2")
+    [ -r "$line/direction" ] && [ "$(cat "$line/direction")" = out ] || return 0
+    if ! { active_low "$1High" "$3" >"$line/active_low" && echo "$4" >"$line/value"; } 2>/dev/null; then
+        say "cannot write to $line"
+    fi
+}
+
+case ${1:-} in
+    '') ;;
+    -h | --help)
+        usage
+        exit
+        ;;
+    *) bad_usage "no arguments are taken" ;;
+esac
+if [ "${SERVICE_RESULT:-}" = success ]; then
+    exit 0
+fi
+switch Buzzer 230 true 0
+switch LedGreen 224 false 0
+switch LedYellow 225 false 0
+switch LedRed 228 false 1
+say "the panel ended by ${SERVICE_RESULT:-hand}: red is lit, all else is off"
