@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QLoggingCategory>
 #include <QNetworkInterface>
+#include <QScreen>
 #include <QtDebug>
 
 #include "commandline.h"
@@ -101,6 +102,14 @@ QString chooseUdpAddress()
     return broadcastAddress(Settings::getNetUdpIntf());
 }
 
+/// Fills the screen. Maximising is the window manager's work; where none runs, as on many panels, the window
+/// keeps the size that it was given before.
+void showOnWholeScreen(QWidget* window)
+{
+    window->setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
+    window->showMaximized();
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -125,7 +134,7 @@ int main(int argc, char* argv[])
         chooseUdpAddress(), static_cast<short>(Settings::getNetUdpPort()), window.get(), nullptr);
     udpHandler->init();
     watchdog.announceReady();
-    window->showMaximized();
+    showOnWholeScreen(window.get());
     const EngineWarmer engineWarmer;
 
     const int exitCode = QApplication::exec();

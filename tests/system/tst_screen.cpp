@@ -70,6 +70,7 @@ private slots:
     void waitingTextStandsInTheMiddle();
     void controllersPageBehindItsLogin();
     void pageFillsTheScreenWithoutScrollBars();
+    void screenIsFilledWithoutAWindowManager();
     void wrongPasswordShowsTheErrorPage();
     void linkLossShowsThePictureOfTheLanguage();
     void deviceAndReleaseStandBelowTheErrorPicture();
@@ -146,6 +147,27 @@ void tst_Screen::pageFillsTheScreenWithoutScrollBars()
     QImage green(800, 480, QImage::Format_RGB32);
     green.fill(QColor(0, 0xc0, 0));
     QVERIFY(screen.awaitPicture(green, {}, 0));
+}
+
+void tst_Screen::screenIsFilledWithoutAWindowManager()
+{
+    VirtualScreen bare;
+    QVERIFY(bare.start({800, 480}, {}, WindowManager::Absent));
+    Scene scene;
+    scene.panel.setDisplay(bare.display());
+    QVERIFY(scene.start());
+    QTRY_VERIFY_WITH_TIMEOUT(count(bare.grab(), {100, 200, 600, 80}, qRgb(0, 0, 0)) > 200, 20000);
+    QVERIFY(bare.awaitStill());
+    const QImage waiting = bare.grab();
+    const QRgb background = waiting.pixel(5, 5);
+    QCOMPARE(count(waiting, {0, 0, 800, 200}, background), 800 * 200);
+    QCOMPARE(count(waiting, {0, 280, 800, 200}, background), 800 * 200);
+
+    scene.server.serve("/index.html", "<html><body style='background:#00c000'></body></html>");
+    QVERIFY(scene.connectController());
+    QImage green(800, 480, QImage::Format_RGB32);
+    green.fill(QColor(0, 0xc0, 0));
+    QVERIFY(bare.awaitPicture(green, {}, 0));
 }
 
 void tst_Screen::wrongPasswordShowsTheErrorPage()

@@ -68,7 +68,7 @@ VirtualScreen::~VirtualScreen()
     }
 }
 
-bool VirtualScreen::start(QSize size, const QStringList& options)
+bool VirtualScreen::start(QSize size, const QStringList& options, WindowManager manager)
 {
     server = std::make_unique<Program>(QStringLiteral("/usr/bin/Xvfb"));
     const QString geometry = QStringLiteral("%1x%2x24").arg(size.width()).arg(size.height());
@@ -87,10 +87,14 @@ bool VirtualScreen::start(QSize size, const QStringList& options)
     }
     name = QLatin1Char(':') + QString::fromLatin1(server->output().trimmed());
     connection = XOpenDisplay(name.toLatin1().constData());
+    return connection != nullptr && (manager == WindowManager::Absent || startWindowManager());
+}
 
+bool VirtualScreen::startWindowManager()
+{
     windowManager = std::make_unique<Program>(QStringLiteral("/usr/bin/openbox"));
     windowManager->setEnvironment(QStringLiteral("DISPLAY"), name);
-    return connection != nullptr && windowManager->start() && awaitWindowManager();
+    return windowManager->start() && awaitWindowManager();
 }
 
 bool VirtualScreen::awaitWindowManager()

@@ -14,8 +14,15 @@ struct _XDisplay;
 
 namespace VarnelTest {
 
-/// The panel's screen and touch: an X server without hardware, with a window manager, since without one a
-/// window cannot be maximised. Both end with the object.
+/// What takes care of the windows on a screen.
+enum class WindowManager
+{
+    Absent, ///< nobody, as on a panel that shows a single program
+    Openbox,
+};
+
+/// The panel's screen and touch: an X server without hardware, usually with a window manager. Both end with
+/// the object.
 class VirtualScreen : public QObject
 {
     Q_OBJECT
@@ -26,7 +33,8 @@ public:
     ~VirtualScreen() override;
 
     /// Starts server and window manager and waits until both serve. `options` are handed to the server.
-    [[nodiscard]] bool start(QSize size = QSize(800, 480), const QStringList& options = {});
+    [[nodiscard]] bool start(QSize size = QSize(800, 480), const QStringList& options = {},
+                             WindowManager manager = WindowManager::Openbox);
     /// The display's name for the environment variable DISPLAY.
     QString display() const { return name; }
 
@@ -58,6 +66,7 @@ public:
     void key(unsigned long symbol);
 
 private:
+    bool startWindowManager();
     bool awaitWindowManager();
 
     QString name;
