@@ -61,6 +61,7 @@ ScreenSaver::ScreenSaver()
 {
     if (!timerAsleep) {
         timerAsleep = new QTimer(this);
+        timerAsleep->setTimerType(Qt::PreciseTimer); // a coarse one may be early by a twentieth
     }
     // The state begins as inactive, so this is a change: whatever the last process left behind, the display
     // is lit now.

@@ -28,7 +28,8 @@ void TimedPopup::initialize(int duration, const QString& message)
     ui->setupUi(this);
     ui->lblMsg->setText(message);
     setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint);
-    QTimer::singleShot(duration, this, &TimedPopup::timerElapsed);
+    // The usual, coarse timer may be early by a twentieth.
+    QTimer::singleShot(duration, Qt::PreciseTimer, this, &TimedPopup::timerElapsed);
 }
 
 void TimedPopup::timerElapsed()

@@ -40,6 +40,7 @@ void UdpHandler::init()
 {
     udpSocket = new QUdpSocket(this);
     packetTimer = new QTimer(this);
+    packetTimer->setTimerType(Qt::PreciseTimer); // a coarse one could report a loss before its time
     blinkFastTimer = new QTimer(this);
     blinkSlowTimer = new QTimer(this);
     lastSeqno = 0;

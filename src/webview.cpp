@@ -125,6 +125,7 @@ WebView::WebView(MainWindow* mainWindow, QWidget* parent)
                 QLatin1String(QByteArrayLiteral("body { -webkit-user-select: none; }").toBase64());
     page()->settings()->setUserStyleSheetUrl(QUrl(customCss));
     retryTimer = new QTimer(this);
+    retryTimer->setTimerType(Qt::PreciseTimer); // a coarse one may be early by a twentieth
     retryTimer->setInterval(std::chrono::seconds(Settings::getNetRetryTimeout()));
     retryTimer->setSingleShot(true);
     connect(retryTimer, &QTimer::timeout, this, &WebView::handleRetryTimer);

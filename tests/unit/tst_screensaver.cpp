@@ -141,6 +141,7 @@ void TestScreenSaver::isOneObject()
     QCOMPARE(ScreenSaver::instance(), saver);
     QVERIFY(!saver->parent());
     QCOMPARE(saver->findChildren<QTimer*>().size(), 1);
+    QCOMPARE(timer()->timerType(), Qt::PreciseTimer); // not dark before the time is over
 }
 
 void TestScreenSaver::metaObject()

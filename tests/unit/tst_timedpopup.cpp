@@ -72,7 +72,7 @@ void TestTimedPopup::closesAfterThreeSeconds()
     QSignalSpy finished(&popup, &QDialog::finished);
     popup.show();
     QVERIFY(finished.wait(10000));
-    QVERIFY2(time.elapsed() >= 2850, qPrintable(QString::number(time.elapsed()))); // coarse timer: 5 percent
+    QVERIFY2(time.elapsed() >= 3000, qPrintable(QString::number(time.elapsed())));
     QVERIFY(!popup.isVisible());
 }
 
@@ -84,7 +84,7 @@ void TestTimedPopup::closesAfterGivenDuration()
     popup.show();
     QSignalSpy finished(&popup, &QDialog::finished);
     QVERIFY(finished.wait(TimedPopup::DefaultDuration - 500)); // well before the default
-    QVERIFY(time.elapsed() >= 190);
+    QVERIFY(time.elapsed() >= 200);
     QVERIFY(!popup.isVisible());
 }
 
@@ -101,7 +101,7 @@ void TestTimedPopup::timeRunsFromConstruction()
         sinceShown.start();
     });
     QVERIFY(finished.wait(10000));
-    QVERIFY(sinceBuilt.elapsed() >= 950);
+    QVERIFY(sinceBuilt.elapsed() >= 1000);
     QVERIFY(sinceShown.elapsed() < 950); // seen for less time than its duration
 }
 

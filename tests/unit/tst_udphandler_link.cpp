@@ -194,6 +194,7 @@ void tst_UdpHandlerLink::firstFrame()
     QCOMPARE(web->count(QStringLiteral("/index.html")), 1);
     QVERIFY(link.packetTimer()->isActive());
     QCOMPARE(link.packetTimer()->interval(), 10000);
+    QCOMPARE(link.packetTimer()->timerType(), Qt::PreciseTimer); // no loss before the time is over
 
     // The second frame is no first one.
     link.clear();

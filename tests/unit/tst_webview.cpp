@@ -95,6 +95,7 @@ void tst_WebView::loadUrl()
     QCOMPARE(panel.log(), QStringList{loadLine("loadUrl", server->url(pagePath))});
     QCOMPARE(server->count(pagePath), 1);
     QVERIFY(!panel.timer()->isActive());
+    QCOMPARE(panel.timer()->timerType(), Qt::PreciseTimer);
 }
 
 void tst_WebView::loadRequest()
