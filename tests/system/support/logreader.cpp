@@ -12,6 +12,7 @@ LogReader::LogReader(QObject* parent)
 
 void LogReader::feed(const QByteArray& octets)
 {
+    allOctets += octets.size();
     unfinished += octets;
     int end = 0;
     while ((end = unfinished.indexOf('\n')) >= 0) {
@@ -30,8 +31,15 @@ void LogReader::finish()
     emit added();
 }
 
+void LogReader::forget()
+{
+    received.clear();
+    position = 0;
+}
+
 void LogReader::addLine(const QByteArray& line)
 {
+    ++allLines;
     static const QRegularExpression stamp(QStringLiteral(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} - )"));
     received += QString::fromUtf8(line).replace(stamp, QStringLiteral("<now> - "));
 }

@@ -48,6 +48,12 @@ public:
     void skip() { position = received.size(); }
     /// Moves the reading position back to the first line.
     void rewind() { position = 0; }
+    /// Lets go of all lines so far, for a program that runs for hours.
+    void forget();
+
+    /// How many lines and octets came so far, forgotten ones included.
+    qint64 lineCount() const { return allLines; }
+    qint64 octetCount() const { return allOctets; }
 
     /// Waits, with the event loop running, for exactly `line` behind the reading position. On failure prints
     /// what is missing and the last lines there are.
@@ -69,6 +75,8 @@ private:
     QStringList received;
     QByteArray unfinished;
     int position = 0;
+    qint64 allLines = 0;
+    qint64 allOctets = 0;
     QRegularExpressionMatch match;
 };
 
