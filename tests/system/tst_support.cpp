@@ -29,6 +29,7 @@ private slots:
     void recorderSeesWritesInOrder();
     void stubAnswersAndCounts();
     void logKeepsOrder();
+    void forgottenLinesStillCount();
     void screenIsGrabbedWhole();
 };
 
@@ -147,6 +148,19 @@ void tst_Support::logKeepsOrder()
     QVERIFY(log.await({"first"_s, "third"_s}));
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression("Not logged: \"?first"_s));
     QVERIFY(!log.await("first"_s, std::chrono::milliseconds(1)));
+}
+
+void tst_Support::forgottenLinesStillCount()
+{
+    LogReader log;
+    log.feed("one\ntwo\nthr");
+    QVERIFY(log.await("one"_s));
+    log.forget();
+    log.feed("ee\n");
+    QCOMPARE(log.lines(), QStringList("three"_s));
+    QVERIFY(log.await("three"_s));
+    QCOMPARE(log.lineCount(), qint64(3));
+    QCOMPARE(log.octetCount(), qint64(14));
 }
 
 void tst_Support::screenIsGrabbedWhole()
