@@ -122,6 +122,17 @@ QStringList loggedLiteralsOf(const QString& source)
     return literals;
 }
 
+/// Every match of `word` in `text`, in order.
+QStringList wordsOf(const QString& text, const QRegularExpression& word)
+{
+    QStringList words;
+    auto matches = word.globalMatch(text);
+    while (matches.hasNext()) {
+        words.append(matches.next().captured());
+    }
+    return words;
+}
+
 } // namespace
 
 class TestDocumentation : public QObject
@@ -139,6 +150,8 @@ private slots:
     void tourNamesEverySource_data();
     void tourNamesEverySource();
     void manualNamesEveryOption();
+    void everyLogLineHasMeaningAndAdvice_data();
+    void everyLogLineHasMeaningAndAdvice();
 
 private:
     QDir root;
@@ -255,13 +268,36 @@ void TestDocumentation::tourNamesEverySource()
 void TestDocumentation::manualNamesEveryOption()
 {
     static const QRegularExpression option(QStringLiteral("(?<![\\w-])--?\\w+"));
-    const QString manual = read(root.filePath(QStringLiteral("docs/man/varnel-browser.1")));
-    auto matches = option.globalMatch(CommandLine::helpText(QStringLiteral("varnel-browser")));
-    QVERIFY(matches.hasNext());
-    while (matches.hasNext()) {
-        const QString name = matches.next().captured().replace(QLatin1Char('-'), QLatin1String("\\-"));
-        QVERIFY2(manual.contains(name), qPrintable(name));
+    static const QRegularExpression tag(QStringLiteral("^\\.TP\n\\.B\\w* (.*\\\\-.*)$"),
+                                        QRegularExpression::MultilineOption);
+    QStringList inManual;
+    auto tags = tag.globalMatch(read(root.filePath(QStringLiteral("docs/man/varnel-browser.1"))));
+    while (tags.hasNext()) {
+        inManual += wordsOf(tags.next().captured(1).remove(QLatin1Char('\\')), option);
     }
+    QStringList inHelp = wordsOf(CommandLine::helpText(QStringLiteral("panel")), option);
+    inHelp.removeDuplicates();
+    QCOMPARE(inHelp.size(), 5);
+    QCOMPARE(inManual, inHelp);
+}
+
+void TestDocumentation::everyLogLineHasMeaningAndAdvice_data()
+{
+    QTest::addColumn<QString>("row");
+    const QStringList lines = read(root.filePath(QStringLiteral("docs/logs.md"))).split(QLatin1Char('\n'));
+    for (const QString& line : lines) {
+        if (line.startsWith(QLatin1String("| `"))) {
+            QTest::newRow(qPrintable(line)) << line;
+        }
+    }
+}
+
+void TestDocumentation::everyLogLineHasMeaningAndAdvice()
+{
+    QFETCH(const QString, row);
+    static const QRegularExpression full(
+        QStringLiteral("^\\| `[^`]+` \\| [^|]*\\w[^|]* \\| [^|]*\\w[^|]* \\|$"));
+    QVERIFY(full.match(row).hasMatch());
 }
 
 QTEST_APPLESS_MAIN(TestDocumentation)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The settings' three homes agree: the table in the code, the sample file that a device image ships, and the
-// reference in the documentation.
+// The settings' homes agree: the table in the code, the sample file that a device image ships, and the
+// reference in the documentation and its manual page.
 #include "settings.h"
 
 #include <type_traits>
@@ -80,6 +80,40 @@ QVector<Line> documentedLines(const QString& page)
     return lines;
 }
 
+/// The keys of the manual page: tags of the form ".BR Key " (type, default value)"" under ".SH "GROUP
+/// [Group]"".
+QVector<Line> manualLines(QString page)
+{
+    static const QRegularExpression heading(QStringLiteral("^\\.SH \"GROUP \\[(\\w+)\\]\"$"));
+    static const QRegularExpression tag(
+        QStringLiteral("^\\.BR (\\w+) \" \\((\\w+), default (?:empty|(.+))\\)\"$"));
+    QVector<Line> lines;
+    QString group;
+    const QStringList pageLines =
+        page.replace(QLatin1String("\\-"), QLatin1String("-")).split(QLatin1Char('\n'));
+    for (const QString& text : pageLines) {
+        if (const auto found = heading.match(text); found.hasMatch()) {
+            group = found.captured(1);
+        }
+        if (const auto found = tag.match(text); found.hasMatch()) {
+            lines.append(
+                {group + QLatin1Char('/') + found.captured(1), found.captured(2), found.captured(3)});
+        }
+    }
+    return lines;
+}
+
+void compare(const QVector<Line>& documented)
+{
+    const QVector<Line> expected = codeLines();
+    for (int i = 0; i < qMin(expected.size(), documented.size()); ++i) {
+        QCOMPARE(documented[i].name, expected[i].name);
+        QCOMPARE(documented[i].type, expected[i].type);
+        QCOMPARE(documented[i].value, expected[i].value);
+    }
+    QCOMPARE(documented.size(), expected.size());
+}
+
 } // namespace
 
 class TestSampleSettings : public QObject
@@ -91,6 +125,7 @@ private slots:
     void sampleHoldsEveryKeyCommentedOut();
     void sampleUncommentedReadsAsTheDefaults();
     void referenceListsEveryKey();
+    void manualListsEveryKey();
 
 private:
     QString sample;
@@ -141,14 +176,12 @@ void TestSampleSettings::sampleUncommentedReadsAsTheDefaults()
 
 void TestSampleSettings::referenceListsEveryKey()
 {
-    const QVector<Line> expected = codeLines();
-    const QVector<Line> documented = documentedLines(reference);
-    for (int i = 0; i < qMin(expected.size(), documented.size()); ++i) {
-        QCOMPARE(documented[i].name, expected[i].name);
-        QCOMPARE(documented[i].type, expected[i].type);
-        QCOMPARE(documented[i].value, expected[i].value);
-    }
-    QCOMPARE(documented.size(), expected.size());
+    compare(documentedLines(reference));
+}
+
+void TestSampleSettings::manualListsEveryKey()
+{
+    compare(manualLines(read(QFINDTESTDATA("../../docs/man/varnel-browser.ini.5"))));
 }
 
 QTEST_APPLESS_MAIN(TestSampleSettings)
