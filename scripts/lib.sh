@@ -113,7 +113,7 @@ in_root()
         shift
     done
     shift
-    as_root bwrap --bind "$directory" / --proc /proc --dev /dev --tmpfs /tmp --tmpfs /run --tmpfs /dev/shm \
+    as_root bwrap --bind "$directory" / --proc /proc --dev /dev --perms 1777 --tmpfs /tmp --tmpfs /run --tmpfs /dev/shm \
         --unshare-pid --unshare-ipc --unshare-uts --hostname panel --die-with-parent --cap-add ALL \
         --clearenv --setenv HOME /root --setenv LC_ALL C.UTF-8 --setenv DEBIAN_FRONTEND noninteractive \
         --setenv PATH /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
