@@ -111,6 +111,7 @@ void tst_UdpHandlerLink::startUp()
     const auto timers = handler.findChildren<QTimer*>();
     for (const QTimer* const timer : timers) {
         periods.insert(timer->interval(), timer->isActive() ? (timer->isSingleShot() ? 1 : 2) : 0);
+        QCOMPARE(timer->timerType(), Qt::PreciseTimer); // blinking keeps its rhythm, too
     }
     // Two that repeat, and the supervision, which waits for the first frame.
     QCOMPARE(periods, (QMap<int, int>{{0, 0}, {250, 2}, {1000, 2}}));
