@@ -79,6 +79,7 @@ void MainWindow::createView()
 {
     webview = new WebView(this, nullptr);
     frontTimer = new QTimer(this);
+    frontTimer->setTimerType(Qt::PreciseTimer); // a coarse one strays by a twentieth
     language = QStringLiteral("default");
 }
 

@@ -116,6 +116,7 @@ void tst_MainWindow::afterConstruction()
     const auto* const timer = panel.window.findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
     QVERIFY(timer && timer->isActive() && !timer->isSingleShot());
     QCOMPARE(timer->interval(), 2000);
+    QCOMPARE(timer->timerType(), Qt::PreciseTimer);
     QCOMPARE(panel.view->url(), QUrl());
 }
 
