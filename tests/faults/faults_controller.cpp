@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+// What may be wrong with the controller's frames.
+
+#include <QTest>
+
+#include "fault.h"
+
+namespace VarnelTest {
+
+namespace {
+
+constexpr int floodRate = 10000;
+constexpr int floodMilliseconds = 5000;
+
+constexpr auto lossLine = "^No packet received within the  3 s window, unregister";
+constexpr auto strangerLine = R"(^Packet received from an unknown sender \( "192\.168\.7\.3")";
+
+bool silence(FaultBench& bench)
+{
+    bench.frames.setRate(0);
+    return true;
+}
+
+bool speak(FaultBench& bench)
+{
+    bench.frames.setRate(FaultBench::usualRate);
+    return true;
+}
+
+bool errorPage(FaultBench& bench)
+{
+    return bench.awaitShown(Shown::ErrorPage);
+}
+
+/// The page is there and goes on.
+bool pageGoesOn(FaultBench& bench)
+{
+    const int before = bench.ticks();
+    return QTest::qWaitFor([&] { return bench.ticks() > before + 2; }, int(patience.count())) &&
+           bench.awaitShown(Shown::ControllerPage);
+}
+
+bool swap(FaultBench& bench)
+{
+    bench.frames.setRate(0);
+    bench.otherFrames.setRate(FaultBench::usualRate);
+    return true;
+}
+
+bool swapBack(FaultBench& bench)
+{
+    bench.otherFrames.setRate(0);
+    return speak(bench);
+}
+
+/// Lets `source` flood the panel for some seconds; false when it sends less than it is to.
+bool flood(FrameSource& source)
+{
+    const quint32 before = source.sent() + source.refused();
+    QElapsedTimer timer;
+    timer.start();
+    source.setRate(floodRate);
+    QTest::qWait(floodMilliseconds);
+    const double rate = (source.sent() + source.refused() - before) * 1000.0 / double(timer.elapsed());
+    qInfo("%.0f datagrams a second", rate);
+    return rate > 0.9 * floodRate;
+}
+
+Fault reboot()
+{
+    return {"controller rebooted",
+            "error page until it is back",
+            "nothing of the panel; the page begins anew",
+            lossLine,
+            [](FaultBench& bench) {
+                bench.server.close();
+                return silence(bench);
+            },
+            errorPage,
+            [](FaultBench& bench) {
+                bench.frames.restartNumbers();
+                return bench.server.listen() && speak(bench);
+            }};
+}
+
+Fault quickReboot()
+{
+    return {"sequence numbers restart",
+            "nothing: page stays",
+            "nothing",
+            "^Back in the sequence, probable reboot of the RxM",
+            [](FaultBench& bench) {
+                bench.frames.restartNumbers();
+                return true;
+            },
+            pageGoesOn,
+            [](FaultBench&) { return true; }};
+}
+
+Fault strangersFlood()
+{
+    return {"flood of a stranger's frames",
+            "page stays",
+            "frames of the controller, while it lasts",
+            strangerLine,
+            [](FaultBench& bench) { return flood(bench.otherFrames); },
+            [](FaultBench&) { return true; },
+            [](FaultBench& bench) {
+                bench.otherFrames.setRate(0);
+                return true;
+            }};
+}
+
+Fault controllersFlood()
+{
+    return {"flood of the controller's frames",
+            "page stays, answers late",
+            "frames beyond what the scripts can follow",
+            "",
+            [](FaultBench& bench) { return flood(bench.frames); },
+            [](FaultBench&) { return true; },
+            speak};
+}
+
+Fault garbageFlood()
+{
+    // One source for each panel: it lives as long as the row's bench does.
+    const auto source = std::make_shared<std::unique_ptr<FrameSource>>();
+    return {"flood of garbage",
+            "page stays",
+            "frames of the controller, while it lasts",
+            "Drop frame$",
+            [source](FaultBench&) {
+                *source = std::make_unique<FrameSource>("192.168.7.2"_s, &FrameSource::garbage);
+                return flood(**source);
+            },
+            [](FaultBench&) { return true; },
+            [source](FaultBench&) {
+                source->reset();
+                return true;
+            }};
+}
+
+} // namespace
+
+Faults controllerFaults()
+{
+    return {
+        {"controller silent", "error page, LEDs blink fast", "nothing; the page begins anew", lossLine, silence,
+         errorPage, speak},
+        reboot(),
+        quickReboot(),
+        {"controller replaced", "error page, then the other controller's page",
+         "frames of the new one until the old one counts as lost", lossLine, swap,
+         [](FaultBench& bench) { return bench.awaitShown(Shown::OtherControllersPage); }, swapBack},
+        {"two controllers at once", "nothing: the first one's page stays", "the second one's frames",
+         strangerLine,
+         [](FaultBench& bench) {
+             bench.otherFrames.setRate(FaultBench::usualRate);
+             return true;
+         },
+         pageGoesOn,
+         [](FaultBench& bench) {
+             bench.otherFrames.setRate(0);
+             return true;
+         }},
+        garbageFlood(),
+        strangersFlood(),
+        controllersFlood(),
+    };
+}
+
+} // namespace VarnelTest

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+#include "fault.h"
+
+namespace VarnelTest {
+
+Faults scriptFaults()
+{
+    return {};
+}
+
+} // namespace VarnelTest

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+// The fault campaign: each fault while frames, page loads and Modbus reads go on. What the user sees, how long
+// it takes until all works again, and that a signal ends the panel in order meanwhile.
+
+#include <cstdio>
+
+#include <QTest>
+
+#include "fault.h"
+
+using namespace VarnelTest;
+
+namespace {
+
+Faults allFaults()
+{
+    Faults all;
+    for (const auto& part :
+         {controllerFaults(), serverFaults(), networkFaults(), scriptFaults(), storageFaults(), clockFaults()}) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+bool run(const Fault::Step& step, FaultBench& bench)
+{
+    return !step || step(bench);
+}
+
+/// A line for scripts/faults: fields separated by tabulators.
+void report(const char* kind, const Fault& fault, double seconds)
+{
+    std::printf("\n%s\t%s\t%.1f\t%s\t%s\t%s\n", kind, fault.name, seconds, fault.sees, fault.lost, fault.line);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+class tst_Faults : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void recovers_data() { addRows(); }
+    void recovers();
+    void endsInOrder_data() { addRows(); }
+    void endsInOrder();
+
+private:
+    void addRows() const;
+    bool bringIn(const Fault& fault, FaultBench& bench);
+
+    const Faults faults = allFaults();
+    VirtualScreen screen;
+};
+
+void tst_Faults::initTestCase()
+{
+    QVERIFY(screen.start());
+}
+
+void tst_Faults::addRows() const
+{
+    QTest::addColumn<int>("number");
+    for (std::size_t i = 0; i < faults.size(); ++i) {
+        QTest::newRow(faults[i].name) << static_cast<int>(i);
+    }
+}
+
+/// Starts everything, puts the fault in and waits until it is seen and logged.
+bool tst_Faults::bringIn(const Fault& fault, FaultBench& bench)
+{
+    if (!run(fault.prepare, bench) || !bench.start(fault.served)) {
+        return false;
+    }
+    bench.panel.log().skip();
+    if (!fault.inject(bench) || !fault.observe(bench)) {
+        return false;
+    }
+    const QRegularExpression line(QString::fromUtf8(fault.line));
+    return QTest::qWaitFor([&] { return !bench.panel.log().lines().filter(line).isEmpty(); },
+                           int(patience.count()));
+}
+
+void tst_Faults::recovers()
+{
+    QFETCH(int, number);
+    const Fault& fault = faults.at(static_cast<std::size_t>(number));
+    FaultBench bench(screen);
+    QVERIFY(bringIn(fault, bench));
+    QVERIFY(fault.end(bench));
+    bench.mark();
+    if (fault.push) {
+        QVERIFY(fault.push(bench));
+        bench.mark();
+    }
+    const double seconds = bench.awaitWorking(fault.recoveryLimit);
+    QVERIFY(seconds >= 0);
+    QVERIFY(bench.answersTouch());
+    QCOMPARE(bench.panel.stop(), 0);
+    report("recovery", fault, seconds);
+}
+
+void tst_Faults::endsInOrder()
+{
+    QFETCH(int, number);
+    const Fault& fault = faults.at(static_cast<std::size_t>(number));
+    FaultBench bench(screen);
+    QVERIFY(bringIn(fault, bench));
+    bench.panel.log().skip();
+    QElapsedTimer timer;
+    timer.start();
+    bench.panel.signal(SIGTERM);
+    QVERIFY(bench.panel.awaitEnd(fault.endLimit + patience));
+    const double seconds = static_cast<double>(timer.elapsed()) / 1000;
+    QCOMPARE(bench.panel.exitStatus(), 0);
+    QVERIFY(bench.panel.log().await("UDP stop"_s));
+    QVERIFY2(seconds <= static_cast<double>(fault.endLimit.count()), qPrintable(QString::number(seconds)));
+    QVERIFY(fault.end(bench));
+    report("end", fault, seconds);
+}
+
+QTEST_GUILESS_MAIN(tst_Faults)
+#include "tst_faults.moc"
