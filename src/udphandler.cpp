@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include <QDeadlineTimer>
 #include <QTimer>
 #include <QUdpSocket>
 #include <QtDebug>
@@ -18,6 +19,10 @@ namespace {
 
 /// What a 16-bit length field can say, headers included: no UDP datagram is longer.
 constexpr int largestDatagram = 65535;
+
+/// How long datagrams are handled without a turn for the others. A sender that is quicker than the scripts
+/// which its frames start would keep touches, timers and the signal to end waiting for as long as it sends.
+constexpr std::chrono::milliseconds longestTurn{30};
 
 constexpr quint16 defaultSnmpPort = 161;
 constexpr quint16 defaultSnmpTrapPort = 162;
@@ -95,11 +100,15 @@ void UdpHandler::bindSocket()
 
 void UdpHandler::processDatagrams()
 {
+    if (udpSocket->state() != QAbstractSocket::BoundState) {
+        return; // the last turn may come after the end
+    }
     // Reading is the only question asked: whether a datagram waits, and how long it is, would cost a system
     // call each. Reserved room keeps its memory when it is cut to a frame's size.
     datagram.reserve(largestDatagram);
     QHostAddress sender;
-    for (;;) {
+    const QDeadlineTimer turn(longestTurn);
+    while (!turn.hasExpired()) {
         datagram.resize(largestDatagram);
         const qint64 received = udpSocket->readDatagram(datagram.data(), datagram.size(), &sender);
         if (received < 0) {
@@ -108,6 +117,21 @@ void UdpHandler::processDatagrams()
         datagram.truncate(static_cast<int>(received));
         handleData(&datagram, &sender);
     }
+    postNextTurn();
+}
+
+/// The socket would report what still waits by itself, but with posted events alone do timers run beside it.
+void UdpHandler::postNextTurn()
+{
+    if (nextTurnPosted) {
+        return;
+    }
+    nextTurnPosted = true;
+    const auto takeTurn = [this] {
+        nextTurnPosted = false;
+        processDatagrams();
+    };
+    QMetaObject::invokeMethod(this, takeTurn, Qt::QueuedConnection);
 }
 
 void UdpHandler::handleData(QByteArray* data, QHostAddress* sender)
@@ -203,6 +227,9 @@ void UdpHandler::welcome(const QHostAddress& sender)
 
 void UdpHandler::packetTimeout()
 {
+    if (waitingFrameIsAccepted()) {
+        return;
+    }
     qDebug() << "No packet received within the " << packetTimer->interval() / 1000 << "s window, unregister "
              << packetSender.toString();
     hasPacketSender = false;
@@ -210,6 +237,15 @@ void UdpHandler::packetTimeout()
     removeR7M();
     main_window->displayError(main_window->getLanguage());
     startLossPattern();
+}
+
+/// A script may have held the panel up for longer than the window: the controller has spoken, but its frames
+/// wait in the socket. Handles what waits; true when it has restarted the supervision.
+bool UdpHandler::waitingFrameIsAccepted()
+{
+    packetTimer->stop();
+    processDatagrams();
+    return packetTimer->isActive();
 }
 
 void UdpHandler::stop()

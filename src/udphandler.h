@@ -61,6 +61,7 @@ signals:
     void finished();
 
 public slots:
+    /// Handles what waits in the socket, for a moment at most; the rest has its turn after other events.
     void processDatagrams();
     /// Stops the timers, closes the socket and emits finished(), on which the handler deletes itself later.
     void stop();
@@ -75,6 +76,8 @@ private:
     void startOutputs();
     void startLossPattern();
     void startPacketTimer();
+    void postNextTurn();
+    bool waitingFrameIsAccepted();
     void record(const RlpFrame& frame, const QHostAddress& sender);
     void apply(const RlpFrame& frame);
     void applyDevInfo(const devinfo_s& devinfo);
@@ -85,6 +88,7 @@ private:
 
     QUdpSocket* udpSocket = nullptr;
     QByteArray datagram; ///< the one being handled, in memory kept from one to the next
+    bool nextTurnPosted = false;
     QString listenAddr;
     quint16 listenPort;
     [[maybe_unused]] WebBrowser* webBrowser = nullptr;

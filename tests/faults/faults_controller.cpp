@@ -146,8 +146,8 @@ Fault garbageFlood()
 Faults controllerFaults()
 {
     return {
-        {"controller silent", "error page, LEDs blink fast", "nothing; the page begins anew", lossLine, silence,
-         errorPage, speak},
+        {"controller silent", "error page, LEDs blink fast", "nothing; the page begins anew", lossLine,
+         silence, errorPage, speak},
         reboot(),
         quickReboot(),
         {"controller replaced", "error page, then the other controller's page",

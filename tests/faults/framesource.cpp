@@ -113,9 +113,8 @@ void FrameSource::sendOne()
 {
     static const sockaddr_in panel = socketAddress(broadcastAddress, panelPort);
     const QByteArray datagram = maker(++sequence, total + 1);
-    const auto taken =
-        ::sendto(socket, datagram.constData(), static_cast<std::size_t>(datagram.size()), 0,
-                 reinterpret_cast<const sockaddr*>(&panel), sizeof panel);
+    const auto taken = ::sendto(socket, datagram.constData(), static_cast<std::size_t>(datagram.size()), 0,
+                                reinterpret_cast<const sockaddr*>(&panel), sizeof panel);
     ++(taken == datagram.size() ? total : failures);
 }
 

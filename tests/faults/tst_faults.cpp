@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The fault campaign: each fault while frames, page loads and Modbus reads go on. What the user sees, how long
-// it takes until all works again, and that a signal ends the panel in order meanwhile.
+// The fault campaign: each fault while frames, page loads and Modbus reads go on. What the user sees, how
+// long it takes until all works again, and that a signal ends the panel in order meanwhile.
 
 #include <cstdio>
 
@@ -15,8 +15,8 @@ namespace {
 Faults allFaults()
 {
     Faults all;
-    for (const auto& part :
-         {controllerFaults(), serverFaults(), networkFaults(), scriptFaults(), storageFaults(), clockFaults()}) {
+    for (const auto& part : {controllerFaults(), serverFaults(), networkFaults(), scriptFaults(),
+                             storageFaults(), clockFaults()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;
@@ -30,7 +30,8 @@ bool run(const Fault::Step& step, FaultBench& bench)
 /// A line for scripts/faults: fields separated by tabulators.
 void report(const char* kind, const Fault& fault, double seconds)
 {
-    std::printf("\n%s\t%s\t%.1f\t%s\t%s\t%s\n", kind, fault.name, seconds, fault.sees, fault.lost, fault.line);
+    std::printf("\n%s\t%s\t%.1f\t%s\t%s\t%s\n", kind, fault.name, seconds, fault.sees, fault.lost,
+                fault.line);
     std::fflush(stdout);
 }
 
