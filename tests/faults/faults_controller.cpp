@@ -11,6 +11,7 @@ namespace {
 
 constexpr int floodRate = 10000;
 constexpr int floodMilliseconds = 5000;
+constexpr std::chrono::milliseconds touchLimit{3000};
 
 constexpr auto lossLine = "^No packet received within the  3 s window, unregister";
 constexpr auto strangerLine = R"(^Packet received from an unknown sender \( "192\.168\.7\.3")";
@@ -38,6 +39,16 @@ bool pageGoesOn(FaultBench& bench)
     const int before = bench.ticks();
     return QTest::qWaitFor([&] { return bench.ticks() > before + 2; }, int(patience.count())) &&
            bench.awaitShown(Shown::ControllerPage);
+}
+
+/// The screen answers a touch while the flood lasts.
+bool touchIsAnswered(FaultBench& bench)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const bool answered = bench.showsTouch(touchLimit);
+    qInfo("touch answered after %lld ms", timer.elapsed());
+    return answered && bench.awaitShown(Shown::ControllerPage);
 }
 
 bool swap(FaultBench& bench)
@@ -104,7 +115,7 @@ Fault strangersFlood()
             "frames of the controller, while it lasts",
             strangerLine,
             [](FaultBench& bench) { return flood(bench.otherFrames); },
-            [](FaultBench&) { return true; },
+            touchIsAnswered,
             [](FaultBench& bench) {
                 bench.otherFrames.setRate(0);
                 return true;
@@ -118,7 +129,7 @@ Fault controllersFlood()
             "frames beyond what the scripts can follow",
             "",
             [](FaultBench& bench) { return flood(bench.frames); },
-            [](FaultBench&) { return true; },
+            touchIsAnswered,
             speak};
 }
 
@@ -134,7 +145,7 @@ Fault garbageFlood()
                 *source = std::make_unique<FrameSource>("192.168.7.2"_s, &FrameSource::garbage);
                 return flood(**source);
             },
-            [](FaultBench&) { return true; },
+            touchIsAnswered,
             [source](FaultBench&) {
                 source->reset();
                 return true;
