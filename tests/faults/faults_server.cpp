@@ -1,11 +1,148 @@
 // SPDX-License-Identifier: MIT
+// What may be wrong with the controller's web server, while its frames go on.
+
+#include <QTest>
+
 #include "fault.h"
 
 namespace VarnelTest {
 
+namespace {
+
+const QByteArray page = "/index.html";
+
+constexpr auto httpError = "^HTTP ERROR$";
+constexpr auto nothingIsLost = "nothing; the page begins anew";
+
+bool errorPage(FaultBench& bench)
+{
+    return bench.awaitShown(Shown::ErrorPage);
+}
+
+bool close(FaultBench& bench)
+{
+    bench.server.close();
+    return true;
+}
+
+bool listen(FaultBench& bench)
+{
+    return bench.server.listen();
+}
+
+bool serveAgain(FaultBench& bench)
+{
+    bench.serveUsual();
+    bench.server.setDelay(std::chrono::milliseconds(0));
+    return true;
+}
+
+/// The server ends, which breaks off what is open, and starts again.
+bool restartServer(FaultBench& bench)
+{
+    bench.server.close();
+    return serveAgain(bench) && listen(bench);
+}
+
+/// The error page is there, and the panel has tried once in vain: from then on it waits for the link.
+bool errorPageForGood(FaultBench& bench)
+{
+    return errorPage(bench) && bench.panel.log().await("onDefault"_s);
+}
+
+/// Holds that the panel does not come back by itself, then lets the controller be silent as when it restarts.
+bool loseLink(FaultBench& bench)
+{
+    if (!bench.panel.log().await({"onDefault"_s, "onDefault"_s}) || bench.shown() != Shown::ErrorPage) {
+        return false;
+    }
+    bench.frames.setRate(0);
+    const bool lost = bench.panel.log().await("Remove R7M"_s);
+    bench.frames.setRate(FaultBench::usualRate);
+    return lost;
+}
+
+Fault::Step answerEverything(const QByteArray& status)
+{
+    return [status](FaultBench& bench) {
+        bench.server.refuse(page, status);
+        bench.server.refuse("/tick", status);
+        return true;
+    };
+}
+
+/// The last request of the page is never answered; a touch is, as the page needs no server for it.
+bool standsStill(FaultBench& bench)
+{
+    const int before = bench.ticks();
+    return QTest::qWaitFor([&] { return bench.ticks() > before; }, int(patience.count())) &&
+           bench.showsTouch(patience) && bench.awaitShown(Shown::ControllerPage);
+}
+
+bool acceptInSilence(FaultBench& bench)
+{
+    bench.server.answer(page, {}, AfterAnswer::KeepOpen);
+    bench.server.answer("/tick", {}, AfterAnswer::KeepOpen);
+    return true;
+}
+
+/// The page loads itself again and never gets to its end: what has come is shown.
+bool endlessPage(FaultBench& bench)
+{
+    const qint64 before = bench.panelMemory();
+    const int loads = bench.server.count(page);
+    const bool shown = bench.server.awaitCount(page, loads + 1) && bench.awaitShown(Shown::Else);
+    QTest::qWait(3000);
+    qInfo("memory grew by %lld KiB", (bench.panelMemory() - before) / 1024);
+    return shown;
+}
+
+} // namespace
+
 Faults serverFaults()
 {
-    return {};
+    return {
+        {"page server refuses, short", "error page until the next try", nothingIsLost, httpError, close,
+         errorPage, listen},
+        {"page server refuses, long",
+         "error page until the controller's link is lost and back",
+         nothingIsLost,
+         httpError,
+         close,
+         errorPageForGood,
+         listen,
+         {},
+         loseLink},
+        {"page server slow", "page answers late", "nothing", "",
+         [](FaultBench& bench) {
+             bench.server.setDelay(std::chrono::seconds(3));
+             return true;
+         },
+         standsStill, serveAgain},
+        {"page server half-open", "page stands still; touches that need no server are answered",
+         nothingIsLost, "", acceptInSilence, standsStill, restartServer},
+        {"page server half-open from the first frame", "error page stays", nothingIsLost, "",
+         [](FaultBench& bench) {
+             bench.frames.setRate(0);
+             return acceptInSilence(bench) && bench.panel.log().await("Remove R7M"_s);
+         },
+         [](FaultBench& bench) {
+             const int before = bench.server.count(page);
+             bench.frames.setRate(FaultBench::usualRate);
+             return bench.server.awaitCount(page, before + 1) && errorPage(bench);
+         },
+         restartServer},
+        {"page server answers 401", "error page until the next try", nothingIsLost, httpError,
+         answerEverything("401 Unauthorized"), errorPage, serveAgain},
+        {"page server answers 500", "error page until the next try", nothingIsLost, httpError,
+         answerEverything("500 Internal Server Error"), errorPage, serveAgain},
+        {"page server sends an endless body", "what has come of it", nothingIsLost, "",
+         [](FaultBench& bench) {
+             bench.server.serveEndlessly(page);
+             return true;
+         },
+         endlessPage, restartServer},
+    };
 }
 
 } // namespace VarnelTest

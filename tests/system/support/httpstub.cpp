@@ -111,7 +111,11 @@ void HttpStub::read(QTcpSocket* socket)
     const HttpRequest request = parse(soFar.left(end));
     received += request;
     emit requested(request.path);
-    reply(socket, request.path);
+    if (delay.count() == 0) {
+        reply(socket, request.path);
+    } else {
+        QTimer::singleShot(delay, socket, [this, socket, path = request.path] { reply(socket, path); });
+    }
 }
 
 void HttpStub::reply(QTcpSocket* socket, const QByteArray& path)

@@ -51,6 +51,8 @@ public:
     void serve(const QByteArray& path, const QByteArray& body, const QByteArray& contentType = "text/html");
     /// Answers with `status` (such as "404 Not Found") and a short text.
     void refuse(const QByteArray& path, const QByteArray& status);
+    /// Lets every answer begin so much later.
+    void setDelay(std::chrono::milliseconds time) { delay = time; }
     /// Sends body octets without end for `path`.
     void serveEndlessly(const QByteArray& path);
 
@@ -79,6 +81,7 @@ private:
     void reply(QTcpSocket* socket, const QByteArray& path);
 
     QTcpServer server;
+    std::chrono::milliseconds delay{0};
     QMap<QByteArray, Answer> answers;
     QList<HttpRequest> received;
 };
