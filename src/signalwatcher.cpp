@@ -22,8 +22,11 @@ constexpr std::array watchedSignals = {SIGTERM, SIGINT};
 // end.
 std::array<int, 2> wakeUpPipe = {-1, -1};
 
+volatile std::sig_atomic_t endRequested = 0;
+
 void wakeUp(int /*signal*/)
 {
+    endRequested = 1;
     const int interrupted = errno; // belongs to whatever the signal interrupted
     const char octet = 0;
     // A full pipe means that the loop has been told often enough.
@@ -66,6 +69,12 @@ SignalWatcher::~SignalWatcher()
             end = -1;
         }
     }
+    endRequested = 0;
+}
+
+bool SignalWatcher::isEndRequested()
+{
+    return endRequested != 0;
 }
 
 } // namespace Varnel

@@ -16,6 +16,10 @@ class SignalWatcher : public QObject
 public:
     explicit SignalWatcher(QObject* parent = nullptr);
     ~SignalWatcher() override;
+
+    /// True from the first signal on, even before the event loop has heard of it, until the watcher goes:
+    /// what takes long is not begun any more.
+    static bool isEndRequested();
 };
 
 } // namespace Varnel

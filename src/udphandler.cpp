@@ -12,6 +12,7 @@
 #include "mainwindow.h"
 #include "scriptrunner.h"
 #include "settings.h"
+#include "signalwatcher.h"
 
 namespace Varnel {
 
@@ -109,6 +110,9 @@ void UdpHandler::processDatagrams()
     QHostAddress sender;
     const QDeadlineTimer turn(longestTurn);
     while (!turn.hasExpired()) {
+        if (SignalWatcher::isEndRequested()) {
+            return; // the scripts of each further frame could put the end off by 30 s
+        }
         datagram.resize(largestDatagram);
         const qint64 received = udpSocket->readDatagram(datagram.data(), datagram.size(), &sender);
         if (received < 0) {
@@ -227,7 +231,7 @@ void UdpHandler::welcome(const QHostAddress& sender)
 
 void UdpHandler::packetTimeout()
 {
-    if (waitingFrameIsAccepted()) {
+    if (SignalWatcher::isEndRequested() || waitingFrameIsAccepted()) {
         return;
     }
     qDebug() << "No packet received within the " << packetTimer->interval() / 1000 << "s window, unregister "

@@ -150,6 +150,8 @@ Shown FaultBench::shown() const
         return Shown::OtherControllersPage;
     case errorColor:
         return Shown::ErrorPage;
+    case qRgb(0xff, 0xff, 0xff):
+        return Shown::Blank;
     default:
         return Shown::Else;
     }

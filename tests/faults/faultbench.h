@@ -23,6 +23,7 @@ enum class Shown
     ControllerPage,
     OtherControllersPage,
     ErrorPage,
+    Blank, ///< a white screen
     Else, ///< the panel's own text, or what nobody has foreseen
 };
 

@@ -19,6 +19,7 @@ class tst_SignalWatcher : public QObject
 private slots:
     void endsTheEventLoop_data();
     void endsTheEventLoop();
+    void requestIsKnownAtOnce();
     void burstEndsItOnce();
     void interruptedWritesGoOn();
     void handlersGoWithIt_data();
@@ -66,6 +67,17 @@ void tst_SignalWatcher::endsTheEventLoop()
     const SignalWatcher watcher;
     QCOMPARE(::raise(number), 0);
     QVERIFY(loopEnds());
+}
+
+void tst_SignalWatcher::requestIsKnownAtOnce()
+{
+    {
+        const SignalWatcher watcher;
+        QVERIFY(!SignalWatcher::isEndRequested());
+        QCOMPARE(::raise(SIGTERM), 0);
+        QVERIFY(SignalWatcher::isEndRequested());
+    }
+    QVERIFY(!SignalWatcher::isEndRequested());
 }
 
 void tst_SignalWatcher::burstEndsItOnce()

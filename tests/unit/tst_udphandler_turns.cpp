@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <QSignalSpy>
 #include <QTest>
 
 #include "panellink.h"
 #include "sections.h"
+#include "signalwatcher.h"
+
+using Varnel::SignalWatcher;
 
 /// Datagrams that come quicker than they are handled: others have their turn, and nothing is taken for lost.
 class tst_UdpHandlerTurns : public QObject
@@ -13,9 +17,10 @@ private slots:
     void timersRunBesideDatagrams();
     void frameThatWaitedIsNoLoss();
     void strangersFrameThatWaitedDoesNotCount();
+    void noFurtherScriptOnceTheEndIsAskedFor();
 
 private:
-    static void putSlowScript(const ScriptDirectory& scripts, const QByteArray& seconds);
+    static void putScript(const ScriptDirectory& scripts, const QByteArray& command);
     static QByteArray frameThatRunsTheScript(quint32 sequence);
 };
 
@@ -31,13 +36,13 @@ QStringList losses(const PanelLink& link)
 
 } // namespace
 
-/// Lets "netcfg.sh" take its time.
-void tst_UdpHandlerTurns::putSlowScript(const ScriptDirectory& scripts, const QByteArray& seconds)
+/// Lets "netcfg.sh" run this command.
+void tst_UdpHandlerTurns::putScript(const ScriptDirectory& scripts, const QByteArray& command)
 {
     scripts.put("netcfg.sh");
     QFile file(scripts.path("netcfg.sh"));
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Append));
-    QVERIFY(file.write("sleep " + seconds + "\n") > 0);
+    QVERIFY(file.write(command + '\n') > 0);
 }
 
 /// Two such frames with successive numbers differ in their configuration.
@@ -49,7 +54,7 @@ QByteArray tst_UdpHandlerTurns::frameThatRunsTheScript(quint32 sequence)
 void tst_UdpHandlerTurns::timersRunBesideDatagrams()
 {
     const ScriptDirectory scripts;
-    putSlowScript(scripts, "0.05");
+    putScript(scripts, "sleep 0.05");
     PanelLink link;
     constexpr int count = 40;
     for (int i = 1; i <= count; ++i) {
@@ -65,7 +70,7 @@ void tst_UdpHandlerTurns::frameThatWaitedIsNoLoss()
 {
     const ScopedSetting<quint16> timeout("Network", "UdpTimeout", quint16(1));
     const ScriptDirectory scripts;
-    putSlowScript(scripts, "1.5");
+    putScript(scripts, "sleep 1.5");
     PanelLink link;
     PanelLink::send(frameThatRunsTheScript(9));
     PanelLink::send(FrameBuilder().sequence(5).add(gpioSection(1, 1, 1, 0)).octets());
@@ -78,7 +83,7 @@ void tst_UdpHandlerTurns::strangersFrameThatWaitedDoesNotCount()
 {
     const ScopedSetting<quint16> timeout("Network", "UdpTimeout", quint16(1));
     const ScriptDirectory scripts;
-    putSlowScript(scripts, "1.5");
+    putScript(scripts, "sleep 1.5");
     PanelLink link;
     link.receive(FrameBuilder().sequence(1).add(gpioSection(1, 1, 1, 0)).octets());
     PanelLink::send(frameThatRunsTheScript(9));
@@ -90,6 +95,23 @@ void tst_UdpHandlerTurns::strangersFrameThatWaitedDoesNotCount()
         "Packet received from an unknown sender ( \"192.168.7.3\" , attended  \"192.168.7.2\" )"));
     QVERIFY2(dropped >= 0 && dropped < log.indexOf(losses(link).constFirst()),
              qPrintable(log.join(QLatin1Char('\n'))));
+}
+
+void tst_UdpHandlerTurns::noFurtherScriptOnceTheEndIsAskedFor()
+{
+    const ScopedSetting<quint16> timeout("Network", "UdpTimeout", quint16(1));
+    const ScriptDirectory scripts;
+    putScript(scripts, "kill -TERM $PPID; sleep 1.5");
+    PanelLink link;
+    link.receive(FrameBuilder().sequence(100).add(gpioSection(1, 1, 1, 0)).octets());
+    const SignalWatcher watcher;
+    for (const quint32 sequence : {1U, 2U, 3U}) {
+        PanelLink::send(frameThatRunsTheScript(sequence));
+    }
+    QSignalSpy lost(link.packetTimer(), &QTimer::timeout);
+    QTRY_COMPARE(lost.size(), 1);
+    QCOMPARE(link.log().count(changed), 1);
+    QCOMPARE(losses(link), QStringList());
 }
 
 QTEST_MAIN(tst_UdpHandlerTurns)
