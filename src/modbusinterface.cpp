@@ -2,20 +2,17 @@
 #include "modbusinterface.h"
 
 #include <algorithm>
-#include <optional>
 #include <tuple>
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonParseError>
-#include <QJsonValue>
 #include <QLoggingCategory>
 #include <QtDebug>
 
 #include <unistd.h>
 
-#include "jsonlogline.h"
 #include "modbuscommand.h"
 #include "modbusencoding.h"
 #include "scriptrunner.h"
@@ -40,28 +37,6 @@ constexpr QLatin1String key(const char* name)
     return QLatin1String(name);
 }
 
-/// The content of the file at `path`; nothing when it cannot be opened, which is no failure by itself.
-std::optional<QByteArray> readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
-}
-
-/// The numbers of classes and fields by name.
-ClassList classList(const QJsonObject& definitions)
-{
-    ClassList result;
-    for (auto definition = definitions.constBegin(); definition != definitions.constEnd(); ++definition) {
-        CiClass_s& one = result[definition.key()];
-        one.id = definition.value()[key("id")].toInt();
-        const QJsonObject fields = definition.value()[key("fields")].toObject();
-        for (auto field = fields.constBegin(); field != fields.constEnd(); ++field) {
-            one.fields.insert(field.key(), field.value().toInt());
-        }
-    }
-    return result;
-}
-
 QString joinedPath(const QString& directory, const char* name)
 {
     return QDir::cleanPath(directory + QDir::separator() + QLatin1String(name));
@@ -78,36 +53,6 @@ QString bridgeScript(const char* name)
 }
 
 } // namespace
-
-/// The members of a register definition that has all of them.
-struct ModbusInterface::RegisterMembers
-{
-    int id = 0;
-    QString name;
-    QString mbType;
-    QString ciClass;
-    QString ciField;
-    int ciIndex = 0;
-    QString ciType;
-
-    /// False when a member is missing or of another kind.
-    bool read(const QJsonObject& definition)
-    {
-        const auto number = [&definition](const char* member, int* result) {
-            const QJsonValue value = definition.value(key(member));
-            *result = value.toInt();
-            return value.isDouble();
-        };
-        const auto text = [&definition](const char* member, QString* result) {
-            const QJsonValue value = definition.value(key(member));
-            *result = value.toString();
-            return value.isString();
-        };
-        return number("id", &id) && text("name", &name) && text("mb_type", &mbType) &&
-               text("ci_class", &ciClass) && text("ci_field", &ciField) && number("ci_index", &ciIndex) &&
-               text("ci_type", &ciType);
-    }
-};
 
 bool operator==(const CiCoord_s& left, const CiCoord_s& right)
 {
@@ -133,60 +78,6 @@ ModbusInterface::ModbusInterface(QObject* parent)
 
 ModbusInterface::~ModbusInterface() = default;
 
-bool ModbusInterface::LoadConfig(const QString& filepath)
-{
-    qDebug() << "Try to open mapping file " << filepath;
-    const std::optional<QByteArray> text = readFile(filepath);
-    QJsonDocument document;
-    if (text) {
-        QJsonParseError error{};
-        document = QJsonDocument::fromJson(*text, &error);
-        if (document.isNull() || error.error != QJsonParseError::NoError) {
-            qDebug() << error.errorString();
-            return false;
-        }
-        qDebug() << "Json file parsed";
-    }
-    qDebug().noquote() << quotedJson(text.value_or(QByteArray()), document);
-    jsonCfg = document.object();
-    const QJsonObject info = jsonCfg.value(key("info")).toObject();
-    qDebug() << "Mapping = " << info.value(key("mapping")).toString();
-    qDebug() << "Date    = " << info.value(key("date")).toString();
-    qDebug() << "Target  = " << info.value(key("target")).toString();
-
-    const QJsonValue ci = jsonCfg.value(key("ci"));
-    const QJsonValue registers = jsonCfg.value(key("registers"));
-    const QJsonValue tables = jsonCfg.value(key("tables"));
-    if (!ci.isObject()) {
-        qDebug() << "CI defs is not an array";
-        return false;
-    }
-    if (!registers.isArray()) {
-        qDebug() << "Register defs is not an array";
-        return false;
-    }
-    if (!tables.isArray()) {
-        qDebug() << "Table defs is not an array";
-        return false;
-    }
-    LoadRegisters(registers.toArray(), ci.toObject());
-    LoadTables(tables.toArray());
-    BuildLookup();
-    return true;
-}
-
-void ModbusInterface::LoadType(const QJsonObject& typetable)
-{
-    for (auto member = typetable.constBegin(); member != typetable.constEnd(); ++member) {
-        const MbTypeRow& row = typeRow(member.key().toLower());
-        const int code = member.value().toInt();
-        ciTypeList.insert(code, row.type);
-        for (const QString& alias : row.aliases) {
-            ciTypeLookup.insert(alias, code);
-        }
-    }
-}
-
 int ModbusInterface::GetCiTypeIndex(const QString& type)
 {
     return ciTypeLookup[type];
@@ -210,92 +101,6 @@ AccessMode ModbusInterface::AccessModefromString(const QString& smode)
         }
     }
     return ACCESS_NO;
-}
-
-void ModbusInterface::LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci)
-{
-    const ClassList classes = classList(ci.value(key("classes")).toObject());
-    bool typesLoaded = false;
-    for (const QJsonValue& value : definitions) {
-        RegisterMembers members;
-        if (!members.read(value.toObject())) {
-            continue;
-        }
-        if (!typesLoaded) {
-            // Once is enough: the lookups in between only add names that the type table does not define, so
-            // loading it again for every register would change nothing.
-            LoadType(ci.value(key("types")).toObject());
-            typesLoaded = true;
-        }
-        LoadRegister(members, classes);
-    }
-}
-
-void ModbusInterface::LoadRegister(const RegisterMembers& members, const ClassList& classes)
-{
-    MbRegister_s reg;
-    reg.name = members.name;
-    reg.mbtype = GetCiTypeIndex(members.mbType);
-    const auto ciClass = classes.constFind(members.ciClass);
-    if (ciClass == classes.constEnd()) {
-        return;
-    }
-    reg.ci.ciType = GetCiTypeIndex(members.ciType);
-    const auto field = ciClass->fields.constFind(members.ciField);
-    if (field == ciClass->fields.constEnd()) {
-        return;
-    }
-    reg.ci.ciClass = ciClass->id;
-    reg.ci.ciField = *field;
-    reg.ci.ciIndex = members.ciIndex;
-    // The start value is 0 whatever "default" holds: only a "default" that is not a number would be read, and
-    // that reads as 0. Panels in the field have always started so, and clients rely on it.
-    reg.value = 0;
-    registerList.insert(registerList.constEnd(), members.id, reg); // ids mostly ascend
-}
-
-void ModbusInterface::LoadTables(const QJsonArray& definitions)
-{
-    for (const QJsonValue& value : definitions) {
-        const QJsonObject definition = value.toObject();
-        MbTable_s table;
-        table.name = definition.value(key("name")).toString();
-        table.mode = AccessModefromString(definition.value(key("mode")).toString());
-        const QJsonArray ids = definition.value(key("registers")).toArray();
-        table.registers.reserve(ids.size());
-        for (const QJsonValue& id : ids) {
-            table.registers.append(id.toInt());
-        }
-        tableList.insert(definition.value(key("address")).toInt(), table);
-    }
-}
-
-void ModbusInterface::BuildLookup()
-{
-    // Tables come in ascending order, so in a fresh index only the last address can be the present one. That
-    // keeps a value which thousands of tables show from costing the square of their number.
-    const bool isFresh = ciLookup.isEmpty();
-    auto reg = registerList.constBegin();
-    for (auto table = tableList.constBegin(); table != tableList.constEnd(); ++table) {
-        for (const int id : table->registers) {
-            // Ids mostly follow each other: try the next one first.
-            if (reg == registerList.constEnd() || reg.key() != id) {
-                reg = registerList.constFind(id);
-            }
-            if (reg == registerList.constEnd()) {
-                continue;
-            }
-            MbLookup_s& lookup = ciLookup[reg->ci];
-            if (lookup.tables.isEmpty()) {
-                lookup.reg = id;
-                lookup.tables.append(table.key());
-            } else if (lookup.tables.last() != table.key() &&
-                       (isFresh || !lookup.tables.contains(table.key()))) {
-                lookup.tables.append(table.key());
-            }
-            ++reg;
-        }
-    }
 }
 
 QVector<int> ModbusInterface::CheckTableToUpdate(const QList<core_tmp>& coreupdate)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QByteArray>
 #include <QHash>
-#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <QMap>
@@ -14,8 +14,6 @@
 
 #include "modbustypes.h"
 #include "rlprecords.h"
-
-class QJsonDocument;
 
 namespace Varnel {
 
@@ -33,15 +31,6 @@ uint qHash(const CiCoord_s& coord);
 /// What containers use. In the plain hash the fields of neighbouring registers cancel each other out: 100 000
 /// coordinates would share a thousand values.
 uint qHash(const CiCoord_s& coord, uint seed);
-
-/// The numbers of one class of the controller.
-struct CiClass_s
-{
-    int id = 0;
-    QHash<QString, int> fields;
-};
-
-using ClassList = QHash<QString, CiClass_s>;
 
 /// One register definition of the mapping file.
 struct MbRegister_s
@@ -147,14 +136,19 @@ public:
     const QHash<CiCoord_s, MbLookup_s>& GetCiLookup() const { return ciLookup; }
     const QMap<int, MbType_s>& GetCiTypeList() const { return ciTypeList; }
     const QMap<QString, int>& GetCiTypeLookup() const { return ciTypeLookup; }
-    const QJsonObject& GetJsonCfg() const { return jsonCfg; }
+    /// The mapping file as a JSON object. It is parsed for each call: nothing in the panel needs all of it.
+    QJsonObject GetJsonCfg() const;
 
 private:
-    struct RegisterMembers;
-
-    void LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci);
-    void LoadRegister(const RegisterMembers& members, const ClassList& classes);
-    void LoadTables(const QJsonArray& definitions);
+    // The JSON classes of these are Qt's, or those of PlainJson.
+    template<typename Object>
+    bool LoadDocument(const Object& root);
+    template<typename Object>
+    void EnterTypes(const Object& typetable);
+    template<typename Array, typename Object>
+    void LoadRegisters(const Array& definitions, const Object& ci);
+    template<typename Array>
+    void LoadTables(const Array& definitions);
     void BuildLookup();
     qint64 TableLength(const MbTable_s& table);
     QVector<quint16> RenderTable(int address, int limit);
@@ -165,7 +159,7 @@ private:
     QHash<CiCoord_s, MbLookup_s> ciLookup; ///< where a controller value goes
     QMap<int, MbType_s> ciTypeList;        ///< by type code
     QMap<QString, int> ciTypeLookup;       ///< type code by name or alias
-    QJsonObject jsonCfg;                   ///< the mapping file as read
+    QByteArray jsonCfg;                    ///< the text of the mapping file
     QSet<int> cutTables;                   ///< tables reported as too long for the address space
     bool commandTooLong = false;           ///< the last update command did not fit one argument
 };

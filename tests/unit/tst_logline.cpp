@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <QLoggingCategory>
+#include <QScopeGuard>
 #include <QTest>
 
 #include "logline.h"
@@ -12,6 +14,8 @@ class tst_LogLine : public QObject
 private slots:
     void printsTheLineAsItIs_data();
     void printsTheLineAsItIs();
+    void longLine_data();
+    void longLine();
 };
 
 void tst_LogLine::printsTheLineAsItIs_data()
@@ -42,6 +46,31 @@ void tst_LogLine::printsTheLineAsItIs()
     QCOMPARE(log.texts(), (QStringList{printed, printed}));
     QCOMPARE(log.lines().at(0).type, QtDebugMsg);
     QCOMPARE(log.lines().at(1).type, QtCriticalMsg);
+}
+
+void tst_LogLine::longLine_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::newRow("plain: same") << QStringLiteral("{\"a\":1}");
+    QTest::newRow("per cent signs: same") << QStringLiteral("%s%n%% %1");
+    QTest::newRow("beyond Latin-1: same") << QStringLiteral("Caf\u00e9 \u0416");
+    QTest::newRow("long: whole") << QString(5000000, QLatin1Char('x'));
+}
+
+void tst_LogLine::longLine()
+{
+    QFETCH(QString, line);
+    {
+        const LogRecorder log;
+        Varnel::logLongLine(line);
+        QCOMPARE(log.texts(), QStringList(line));
+        QCOMPARE(log.lines().at(0).type, QtDebugMsg);
+    }
+    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
+    const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
+    const LogRecorder silent;
+    Varnel::logLongLine(line);
+    QCOMPARE(silent.texts(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_LogLine)
