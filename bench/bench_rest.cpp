@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // What the panel costs while nothing happens: memory, threads, wake-ups, CPU time; and while only frames
 // arrive: CPU time of each, a burst, growth and log of an hour's frames. To be run in the sandbox.
-// Options: --rounds N, --quick, --panel PROGRAM (another build's).
+// Options: --disk DIRECTORY, --rounds N, --quick, --panel PROGRAM (another build's).
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 
 #include "figure.h"
 #include "figures.h"
+#include "ownfiles.h"
 #include "settingsfile.h"
 #include "stage.h"
 
@@ -25,11 +26,28 @@ void awaitPage(Stage* stage)
     stage->setControllerSending(false);
 }
 
-void benchMemory(Stage* stage, const QString& program, int rounds)
+/// The subjects of `shared`, with files that no other process of the machine shares: what comes and goes
+/// elsewhere would change the memory that counts as theirs.
+QList<Subject> alone(Stage* stage, OwnFiles* files, const QList<Subject>& shared)
 {
-    const QList<Subject> subjects{stage->tunedFloor(QStringLiteral("web view, tuned")),
-                                  stage->plainFloor(QStringLiteral("web view, plain")),
-                                  stage->panel(program, 1.05)};
+    QList<Subject> result;
+    for (const Subject& subject : shared) {
+        stage->awaitEmptyScreen();
+        const Run run(subject);
+        awaitPage(stage);
+        files->copyFilesOf(run);
+        result.append(files->alone(subject));
+    }
+    return result;
+}
+
+void benchMemory(Stage* stage, const QString& program, const QString& disk, int rounds)
+{
+    OwnFiles files(disk);
+    const QList<Subject> subjects =
+        alone(stage, &files,
+              {stage->tunedFloor(QStringLiteral("web view, tuned")),
+               stage->plainFloor(QStringLiteral("web view, plain")), stage->panel(program, 1.05)});
     Figure pss("PSS 10 s after the page", "MiB", subjects);
     Figure uss("USS 10 s after the page", "MiB", subjects);
     Figure threads("threads 10 s after the page", "", subjects);
@@ -217,7 +235,7 @@ int main(int argc, char* argv[])
     const QString program = otherPanel(QCoreApplication::arguments());
     const int rounds = roundsFrom(argc, argv, 9);
     Stage stage;
-    benchMemory(&stage, program, rounds);
+    benchMemory(&stage, program, diskDirectory(QCoreApplication::arguments()), rounds);
     for (const Rest& rest : rests) {
         benchIdle(&stage, program, rounds, rest);
     }

@@ -1,51 +1,64 @@
 // SPDX-License-Identifier: MIT
 // From exec to the page on the screen, against a bare web view; and from the first frame to the page. To be
-// run in the sandbox. Options: --rounds N, --quick, --panel PROGRAM (another build's).
+// run in the sandbox. Options: --disk DIRECTORY, --rounds N, --quick, --panel PROGRAM (another
+// build's).
 #include <QCoreApplication>
 
 #include "figure.h"
 #include "figures.h"
+#include "ownfiles.h"
 #include "stage.h"
 
 using namespace VarnelBench;
 
 namespace {
 
-void benchStart(Stage* stage, const QString& program, int rounds)
+/// In which state a start finds the files.
+struct Cache
 {
-    const QList<Subject> subjects{stage->tunedFloor(QStringLiteral("web view, tuned")),
-                                  stage->plainFloor(QStringLiteral("web view, plain")),
-                                  stage->panel(program, 1.10)};
-    Figure time("exec to page painted, files cached", "ms", subjects);
-    Figure cpu("CPU time from exec to page painted", "ms", subjects);
+    std::string name;
+    std::function<void()> prepare;
+};
+
+void benchStart(Stage* stage, const QList<Subject>& subjects, const Cache& cache, int rounds)
+{
+    Figure time("exec to page painted, " + cache.name, "ms", subjects);
+    Figure cpu("CPU time from exec to page painted, " + cache.name, "ms", subjects);
+    Figure octets("read from disk until the page is painted, " + cache.name, "MiB", subjects);
     cpu.withoutTargets();
+    octets.withoutTargets();
     for (int round = -1; round < rounds; ++round) {
         for (int i = 0; i < subjects.size(); ++i) {
             stage->awaitEmptyScreen();
+            cache.prepare();
             stage->setControllerSending(true);
             const double start = nowMs();
             const Run run(subjects.at(i));
             const double shown = stage->await("the page", [stage] { return stage->isPageShown(); });
-            const double used = run.cpuMs();
+            const Usage used = run.usage();
             stage->setControllerSending(false);
             if (round >= 0) {
                 time.add(i, shown - start);
-                cpu.add(i, used);
+                cpu.add(i, used.cpuMs);
+                octets.add(i, used.readKiB / 1024);
             }
         }
     }
     time.print();
     cpu.print();
+    octets.print(Floor::None);
 }
 
-void benchWaiting(Stage* stage, const QString& program, int rounds)
+void benchWaiting(Stage* stage, const Subject& panel, const Cache& cache, int rounds)
 {
-    const QList<Subject> subjects{stage->panel(program, 0)};
-    Figure bound("exec to UDP port bound", "ms", subjects);
-    Figure text("exec to waiting text", "ms", subjects);
-    Figure cpu("CPU time from exec to waiting text", "ms", subjects);
+    QList<Subject> subjects{panel};
+    subjects.first().target = 0;
+    Figure bound("exec to UDP port bound, " + cache.name, "ms", subjects);
+    Figure text("exec to waiting text, " + cache.name, "ms", subjects);
+    Figure cpu("CPU time from exec to waiting text, " + cache.name, "ms", subjects);
     for (int round = -1; round < rounds; ++round) {
         stage->awaitEmptyScreen();
+        cache.prepare();
         const double start = nowMs();
         const Run run(subjects.first());
         const double atBound = stage->await("the port", [] { return isPortBound(9876); });
@@ -59,6 +72,33 @@ void benchWaiting(Stage* stage, const QString& program, int rounds)
     for (const Figure* figure : {&bound, &text, &cpu}) {
         figure->print(Floor::None);
     }
+}
+
+/// Once with all files in the kernel's cache, once with none.
+void benchStarts(Stage* stage, const QString& program, const QString& disk, int rounds)
+{
+    const Cache warm{"files cached", [] {}};
+    const QList<Subject> subjects{stage->tunedFloor(QStringLiteral("web view, tuned")),
+                                  stage->plainFloor(QStringLiteral("web view, plain")),
+                                  stage->panel(program, 1.10)};
+    benchStart(stage, subjects, warm, rounds);
+    benchWaiting(stage, subjects.constLast(), warm, rounds);
+
+    OwnFiles files(disk);
+    QList<Subject> alone;
+    for (const Subject& subject : subjects) {
+        stage->awaitEmptyScreen();
+        stage->setControllerSending(true);
+        const Run run(subject);
+        stage->await("the page", [stage] { return stage->isPageShown(); });
+        stage->setControllerSending(false);
+        files.copyFilesOf(run);
+        alone.append(files.alone(subject));
+        alone.last().target = 0; // the wanted ratio is that of cached files
+    }
+    const Cache cold{"files not cached", [&files] { files.dropFromCache(); }};
+    benchStart(stage, alone, cold, rounds);
+    benchWaiting(stage, alone.constLast(), cold, rounds);
 }
 
 void benchFirstFrame(Stage* stage, const QString& program, int rounds)
@@ -103,8 +143,7 @@ int main(int argc, char* argv[])
     const QString program = otherPanel(QCoreApplication::arguments());
     const int rounds = roundsFrom(argc, argv);
     Stage stage;
-    benchStart(&stage, program, rounds);
-    benchWaiting(&stage, program, rounds);
+    benchStarts(&stage, program, diskDirectory(QCoreApplication::arguments()), rounds);
     benchFirstFrame(&stage, program, rounds);
     return 0;
 }
