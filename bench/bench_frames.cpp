@@ -171,8 +171,18 @@ public:
             {"recvmmsg, slicing by 8", [this] { plain.readAll(); }, 0, sendTo(plainPort)},
             {"panel", [this] { handler->processDatagrams(); }, target, sendTo(panelPort)},
         };
-        printFigure(what + ", " + std::to_string(build(1).size()) + " octets", "us a frame",
-                    measureInTurn(works, rounds, batch));
+        const std::string title = what + ", " + std::to_string(build(1).size()) + " octets";
+        std::vector<Series> measured = measureInTurn(works, rounds, batch);
+        printFigure(title, "us a frame", measured);
+        if (target > 0) {
+            for (Series& one : measured) {
+                one.target = 0;
+                for (double& value : one.values) {
+                    value = 1e6 / value;
+                }
+            }
+            printFigure(title + ": in a second, none lost", "frames", measured, Floor::None);
+        }
         if (lostDatagrams() != 0) {
             qFatal("datagrams were lost");
         }
@@ -204,28 +214,62 @@ Frame usual(quint32 sequence)
     return Frame(sequence).devInfo("en").gpioState(2, 3, 2, 3);
 }
 
+/// A section, or two, as a controller sends them.
+struct Kind
+{
+    const char* name;
+    void (*add)(Frame* frame);
+    double target = 0;
+};
+
+const Kind kinds[] = {
+    {"DevInfo, GpioState", [](Frame* frame) { frame->devInfo("en").gpioState(2, 3, 2, 3); }, 1.3},
+    {"DevInfo", [](Frame* frame) { frame->devInfo("en"); }},
+    {"GpioState", [](Frame* frame) { frame->gpioState(2, 3, 2, 3); }},
+    {"NetCfg, unchanged", [](Frame* frame) { frame->section(VarnelTest::NetCfg, QByteArray(22, '\0')); }},
+    {"SnmpCfg, unchanged", [](Frame* frame) { frame->section(VarnelTest::SnmpCfg, QByteArray(576, '\0')); }},
+    {"ModbusCfg, unchanged", [](Frame* frame) { frame->modbusCfg(1, 502); }},
+};
+
+/// The sections of that kind as often as a frame of `size` octets has room for them.
+QByteArray filled(const Kind& kind, int size, quint32 sequence)
+{
+    const auto header = Frame(sequence).octets().size();
+    Frame frame(sequence);
+    kind.add(&frame);
+    const int length = frame.octets().size() - header;
+    for (int rest = size - header - length; rest >= length; rest -= length) {
+        kind.add(&frame);
+    }
+    return frame.octets();
+}
+
 void benchAccepted(Bench* bench)
 {
-    const auto withSection = [](quint16 type, const QByteArray& body) {
-        return [type, body](quint32 sequence) { return Frame(sequence).section(type, body).octets(); };
-    };
-    const auto withUsual = [](quint16 type, const QByteArray& body) {
-        return [type, body](quint32 sequence) { return usual(sequence).section(type, body).octets(); };
-    };
-    bench->figure(
-        "accepted: DevInfo, GpioState", [](quint32 sequence) { return usual(sequence).octets(); }, 1.3);
-    bench->figure("accepted: DevInfo, GpioState, Core", withUsual(VarnelTest::Core, coreItems(64)));
-    bench->figure("accepted: DevInfo, GpioState, Core", withUsual(VarnelTest::Core, coreItems(134)));
-    bench->figure("accepted: DevInfo, GpioState, unknown section", withUsual(0x99, QByteArray(640, 'x')));
-    bench->figure("accepted: DevInfo, GpioState, unknown section", withUsual(0x99, QByteArray(1340, 'x')));
-    bench->figure("accepted: DevInfo",
-                  [](quint32 sequence) { return Frame(sequence).devInfo("en").octets(); });
-    bench->figure("accepted: GpioState", withSection(VarnelTest::GpioState, QByteArray(4, '\2')));
-    bench->figure("accepted: GpioState, LEDs on", withSection(VarnelTest::GpioState, QByteArray(4, '\1')));
-    bench->figure("accepted: NetCfg, unchanged", withSection(VarnelTest::NetCfg, QByteArray(22, '\0')));
-    bench->figure("accepted: SnmpCfg, unchanged", withSection(VarnelTest::SnmpCfg, QByteArray(576, '\0')));
-    bench->figure("accepted: ModbusCfg, unchanged",
-                  [](quint32 sequence) { return Frame(sequence).modbusCfg(1, 502).octets(); });
+    for (const Kind& kind : kinds) {
+        int before = 0;
+        for (const int size : {60, 700, 1400}) {
+            const int length = filled(kind, size, 1).size();
+            if (length != before) {
+                bench->figure(
+                    std::string("accepted: ") + kind.name,
+                    [&](quint32 sequence) { return filled(kind, size, sequence); }, kind.target);
+            }
+            before = length;
+        }
+    }
+    for (const int items : {3, 67, 137}) {
+        bench->figure("accepted: Core", [items](quint32 sequence) {
+            return Frame(sequence).section(VarnelTest::Core, coreItems(items)).octets();
+        });
+    }
+    for (const int size : {640, 1340}) {
+        bench->figure("accepted: DevInfo, GpioState, unknown section, logged", [size](quint32 sequence) {
+            return usual(sequence).section(0x99, QByteArray(size, 'x')).octets();
+        });
+    }
+    bench->figure("accepted: GpioState, LEDs on",
+                  [](quint32 sequence) { return Frame(sequence).gpioState(1, 1, 1, 1).octets(); });
 }
 
 void benchDropped(Bench* bench)

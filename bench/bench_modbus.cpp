@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Loading a mapping and rendering an update, as ratios to what Qt's own JSON parser and writer need for the
-// same text. Usage: bench-modbus [ROUNDS], 15 by default.
+// same text. To be run in the sandbox. Options: --rounds N, --quick.
 #include <memory>
 
 #include <QFile>
@@ -11,6 +11,8 @@
 
 #include "figures.h"
 #include "modbusinterface.h"
+#include "scriptfloor.h"
+#include "settings.h"
 
 using namespace Varnel;
 using namespace VarnelBench;
@@ -19,15 +21,14 @@ namespace {
 
 constexpr int instances = 200;
 constexpr int fieldsPerClass = 40;
-constexpr int wordsPerTable = 1000;
 
 QByteArray number(int value)
 {
     return QByteArray::number(value);
 }
 
-/// A mapping as an engineer's script writes it: so many registers of one word each, in tables of 1000 words.
-QByteArray mappingText(int registers)
+/// A mapping as an engineer's script writes it: so many registers of one word each, in tables.
+QByteArray mappingText(int registers, int wordsPerTable = 1000)
 {
     static const char* const types[] = {"bool", "u8", "s8", "u16", "s16"};
     QByteArray text(
@@ -107,35 +108,74 @@ std::function<void()> repeated(Run run)
     };
 }
 
-void benchUpdate(int items, int words, int rounds)
+/// A Core section's items, and how large the tables are that show them.
+struct Update
+{
+    int items = 0;
+    int words = 0;
+    int tables = 0;
+
+    std::string title() const
+    {
+        return std::to_string(items) + " items, " + std::to_string(words) + " words in " +
+               std::to_string(tables) + (tables == 1 ? " table" : " tables");
+    }
+};
+
+/// Loads a mapping for the update and returns its items.
+QList<core_tmp> prepare(ModbusInterface* bridge, const Update& update)
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("modbus.map"));
-    writeMapping(path, mappingText(words));
-    ModbusInterface bridge;
-    bridge.LoadConfig(path);
+    writeMapping(path, mappingText(update.words, update.words / update.tables));
+    bridge->LoadConfig(path);
     QList<core_tmp> core;
     int position = 0;
-    for (const MbRegister_s& reg : bridge.GetRegisterList()) {
-        if (position++ % (words / items) == 0) { // spread over the tables
+    for (const MbRegister_s& reg : bridge->GetRegisterList()) {
+        if (position++ % (update.words / update.items) == 0) { // spread over the tables
             core.append({quint16(reg.ci.ciClass), quint16(reg.ci.ciField), quint8(reg.ci.ciIndex),
                          quint8(reg.ci.ciType), 2, QByteArray::fromHex("1f40")});
         }
     }
+    if (bridge->CheckTableToUpdate(core).size() != std::min(update.items, update.tables)) {
+        qFatal("the update of the benchmark does not reach its tables");
+    }
+    return core;
+}
+
+void benchUpdate(const Update& update, int rounds)
+{
+    ModbusInterface bridge;
+    const QList<core_tmp> core = prepare(&bridge, update);
     const QVector<int> addresses = bridge.CheckTableToUpdate(core);
     const QVector<MbRawData_s> rendered = bridge.ComputeRawData(addresses);
     const QJsonDocument document =
         QJsonDocument::fromJson(ModbusInterface::GenerateDbusUpdateQuery(rendered).toLatin1());
     const auto render = [&] { ModbusInterface::GenerateDbusUpdateQuery(bridge.ComputeRawData(addresses)); };
     printFigure(
-        std::to_string(items) + " items, " + std::to_string(words) + " words in " +
-            std::to_string(addresses.size()) + " tables",
-        "us",
+        "Core update: " + update.title(), "us",
         measureInTurn({{"Qt writes the command", repeated([&] { document.toJson(QJsonDocument::Compact); })},
                        {"ComputeRawData", repeated([&] { bridge.ComputeRawData(addresses); })},
                        {"rendered and written", repeated(render), 1.3},
                        {"CheckTableToUpdate", repeated([&] { bridge.CheckTableToUpdate(core); })}},
                       rounds, repetitions));
+}
+
+/// The whole of an update, from the items to the end of the script that hands it over.
+void benchUpdateByScript(const Update& update, const QString& script, int rounds)
+{
+    ModbusInterface bridge;
+    const QList<core_tmp> core = prepare(&bridge, update);
+    const auto command = [&] {
+        const QVector<int> addresses = bridge.CheckTableToUpdate(core);
+        return ModbusInterface::GenerateDbusUpdateQuery(bridge.ComputeRawData(addresses));
+    };
+    const QByteArray path = QFile::encodeName(script);
+    const QByteArray argument = command().toLatin1();
+    printFigure("Core update with script: " + update.title(), "us",
+                measureScripts({{"posix_spawn, waitpid", [&] { spawnAndWait(path, argument); }},
+                                {"panel", [&] { bridge.DbusUpdateRegisters(command()); }}},
+                               rounds));
 }
 
 } // namespace
@@ -149,8 +189,15 @@ int main(int argc, char* argv[])
         benchLoad(registers, rounds);
     }
     for (const int items : {10, 100, 1000, 10000}) {
-        benchUpdate(items, 10000, rounds);
+        benchUpdate({items, 10000, 10}, rounds);
     }
-    benchUpdate(10, 1000, rounds);
+    for (const int tables : {1, 100}) {
+        benchUpdate({1000, 10000, tables}, rounds);
+    }
+    benchUpdate({10, 1000, 1}, rounds);
+    const QString script = writeScript(Settings::getFilesScriptDir() + QStringLiteral("/mbserverupdate.sh"));
+    for (const Update& update : {Update{10, 100, 1}, Update{1000, 10000, 1}, Update{1000, 10000, 100}}) {
+        benchUpdateByScript(update, script, rounds);
+    }
     return 0;
 }
