@@ -172,6 +172,9 @@ void DownloadHandler::downloadFinished()
 /// Writes what the reply holds, forces it to the medium and closes the file.
 void DownloadHandler::saveBody()
 {
+    // The write waits for the drive as well as the sync: the kernel holds back who is far ahead of a slow
+    // one.
+    const WatchdogPatience patience(slowestDrive);
     const QByteArray body = reply ? reply->readAll() : QByteArray();
     errno = 0;
     const qint64 written = file->write(body);
@@ -192,7 +195,6 @@ void DownloadHandler::saveBody()
 
 void DownloadHandler::synchronizeFile()
 {
-    const WatchdogPatience patience(slowestDrive);
     const int handle = file->handle();
     if (handle == -1) {
         logLine(QStringLiteral("%1 - Filesystem synchronization failed: no file handle").arg(Helpers::now()));

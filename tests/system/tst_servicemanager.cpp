@@ -2,11 +2,15 @@
 // What a service manager hears of the panel: its start, its end, and that its event loop turns. Who does not
 // ask hears nothing, and the log is the same for both.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QElapsedTimer>
 #include <QTest>
 
 #include "notifysocket.h"
-#include "scene.h"
+#include "transferscene.h"
 
 using namespace VarnelTest;
 
@@ -52,6 +56,38 @@ QStringList logOfARun(NotifySocket* socket)
     return ran ? scene.panel.log().lines() : QStringList();
 }
 
+/// A drive so slow that it takes nothing until drain() is called: a pipe in the file's place.
+class StuckFile
+{
+    Q_DISABLE_COPY_MOVE(StuckFile)
+
+public:
+    explicit StuckFile(const QString& path)
+    {
+        const QByteArray name = path.toLocal8Bit();
+        if (::mkfifo(name.constData(), 0600) == 0) {
+            handle = ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        }
+    }
+    ~StuckFile() { ::close(handle); }
+
+    bool isThere() const { return handle >= 0; }
+    /// Takes what waits in the pipe; how many octets came so far.
+    qint64 drain()
+    {
+        char buffer[65536];
+        ssize_t count = 0;
+        while ((count = ::read(handle, buffer, sizeof buffer)) > 0) {
+            taken += count;
+        }
+        return taken;
+    }
+
+private:
+    int handle = -1;
+    qint64 taken = 0;
+};
+
 } // namespace
 
 class tst_ServiceManager : public QObject
@@ -64,6 +100,7 @@ private slots:
     void nothingIsToldUnasked();
     void logIsTheSame();
     void fedBeforeEachScript();
+    void slowDriveHasItsTime();
     void stoppedPanelIsSilent();
     void endlessScriptOfAPageIsSilent();
 };
@@ -127,6 +164,34 @@ void tst_ServiceManager::fedBeforeEachScript()
     QVERIFY(scene.scripts.runsOf("r7m.sh"_s).size() == 1);
     QVERIFY(messages.contains(ready));
     QCOMPARE(messages.count(alive), scene.scripts.runs().size());
+}
+
+void tst_ServiceManager::slowDriveHasItsTime()
+{
+    const auto halfAnHour = "WATCHDOG_USEC=1800000000\nWATCHDOG=1"_s;
+    const auto usual = "WATCHDOG_USEC=600000000\nWATCHDOG=1"_s;
+    constexpr int size = 300000;
+    NotifySocket socket;
+    VirtualScreen screen;
+    QVERIFY(screen.start());
+    TransferScene scene(screen);
+    manage(scene.panel, socket, "600000000"_s);
+    QVERIFY(scene.open(TransferScene::linkPage()));
+    scene.leadTo("/download/custom/slow.bin?size=%1"_s.arg(size));
+    screen.tap({400, 240});
+    QVERIFY(scene.awaitChooser());
+    StuckFile file(TransferScene::drive("slow.bin"_s)); // now, since a name that is taken is not proposed
+    QVERIFY(file.isThere());
+    screen.tap(TransferScene::okButton);
+    QVERIFY(scene.panel.log().await("<now> - Download complete"_s));
+    QTRY_VERIFY_WITH_TIMEOUT(socket.messages().contains(halfAnHour), 20000);
+    QCOMPARE(socket.messages().last(), halfAnHour); // the panel hangs in the write
+    QTRY_COMPARE_WITH_TIMEOUT(file.drain(), qint64(size), 20000);
+    QTRY_COMPARE_WITH_TIMEOUT(socket.messages().count(usual), 1, 20000);
+    QVERIFY(scene.panel.log().await("Ro-remount the usb drive"_s));
+    QVERIFY(scene.awaitPage());
+    QCOMPARE(scene.panel.stop(), 0);
+    QCOMPARE(socket.messages().count(halfAnHour), 1);
 }
 
 void tst_ServiceManager::stoppedPanelIsSilent()
