@@ -214,7 +214,7 @@ void tst_TcpTransport::clientThatDoesNotReadIsNotReadEither()
     greedy->setReadBufferSize(0);
     QByteArray received = greedy->readAll();
     connect(greedy, &QTcpSocket::readyRead, this, [&] { received += greedy->readAll(); });
-    QTRY_VERIFY(answers > stuckAt + 1000);
+    QTRY_VERIFY_WITH_TIMEOUT(answers > stuckAt + 1000, 60000);
     QVERIFY(received.startsWith(response.repeated(1000)));
 }
 

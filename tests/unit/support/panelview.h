@@ -45,7 +45,7 @@ public:
     {
         QSignalSpy finished(view, &QWebView::loadFinished);
         view->loadUrl(url);
-        if (!finished.wait()) {
+        if (!finished.wait(30000)) {
             qFatal("the load does not end");
         }
         waitForQuiet();

@@ -36,7 +36,7 @@ Run run(const QStringList& arguments)
 {
     QProcess process;
     process.start(QStringLiteral(MAP_CHECK), arguments);
-    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit) {
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
         return {};
     }
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
