@@ -11,6 +11,7 @@
 #include <QWebSettings>
 #include <QtDebug>
 
+#include "enginecaches.h"
 #include "logline.h"
 #include "networkaccessmanager.h"
 #include "screensaver.h"
@@ -56,6 +57,7 @@ MainWindow::MainWindow(QWidget* parent)
     connect(networkAccessManager, &NetworkAccessManager::firstRequestStatus, this,
             &MainWindow::firstRequestStatus);
     enablePersistentStorage();
+    limitEngineCaches();
     createView();
     connectView();
     setMouseTracking(true);
@@ -157,6 +159,8 @@ void MainWindow::reloadUrl()
 
 void MainWindow::displayError(QString language)
 {
+    // The controller is gone, perhaps for good, and the next one may call other pictures by the same names.
+    clearEngineCaches();
     webview->displayError(std::move(language));
 }
 

@@ -118,10 +118,20 @@ void HttpStub::read(QTcpSocket* socket)
     }
 }
 
+HttpStub::Answer HttpStub::answerTo(const QByteArray& path) const
+{
+    const auto exact = answers.constFind(path);
+    if (exact != answers.cend()) {
+        return *exact;
+    }
+    const Answer nothing{wellFormed("404 Not Found", "text/plain", "nothing here"), AfterAnswer::Close,
+                         false};
+    return answers.value(path.left(path.indexOf('?')), nothing);
+}
+
 void HttpStub::reply(QTcpSocket* socket, const QByteArray& path)
 {
-    const Answer answer = answers.value(
-        path, {wellFormed("404 Not Found", "text/plain", "nothing here"), AfterAnswer::Close, false});
+    const Answer answer = answerTo(path);
     socket->write(answer.octets);
     if (answer.endless) {
         auto* const pace = new QTimer(socket);

@@ -45,7 +45,8 @@ public:
     /// Stops to listen and breaks all connections off.
     void close();
 
-    /// Answers requests for `path` with exactly these octets from now on.
+    /// Answers requests for `path` with exactly these octets from now on; with a query behind it, too, unless
+    /// that has an answer of its own.
     void answer(const QByteArray& path, const QByteArray& octets, AfterAnswer after = AfterAnswer::Close);
     /// The same with a well-formed answer around `body`.
     void serve(const QByteArray& path, const QByteArray& body, const QByteArray& contentType = "text/html");
@@ -78,6 +79,7 @@ private:
     };
 
     void read(QTcpSocket* socket);
+    Answer answerTo(const QByteArray& path) const;
     void reply(QTcpSocket* socket, const QByteArray& path);
 
     QTcpServer server;

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#include "enginecaches.h"
+
+#include <QWebSettings>
+
+namespace Varnel {
+
+namespace {
+
+// Of pictures, styles and scripts that no page shows any more the engine keeps so much, in octets: a page
+// that asks for a new picture every second, under a new name each time, would otherwise fill megabytes that
+// are never looked at again.
+constexpr int mostUnused = 1 << 20;
+// Above so much in all it also forgets what it has unpacked of pictures that are out of sight.
+constexpr int mostInAll = 4 << 20;
+
+} // namespace
+
+void limitEngineCaches()
+{
+    // There is no way back to an earlier page, so none need be kept whole.
+    QWebSettings::setMaximumPagesInCache(0);
+    QWebSettings::setObjectCacheCapacities(0, mostUnused, mostInAll);
+}
+
+void clearEngineCaches()
+{
+    QWebSettings::clearMemoryCaches();
+}
+
+} // namespace Varnel

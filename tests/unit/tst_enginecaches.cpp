@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include <memory>
+
+#include <QBuffer>
+#include <QImage>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QWebSettings>
+
+#include "httpserver.h"
+#include "panelview.h"
+
+/// What the engine keeps of pages that are gone, seen by what it asks for again.
+class tst_EngineCaches : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void noPageIsKeptWhole();
+    void pictureIsKeptFromPageToPage();
+    void manyPicturesPushItOut();
+    void lostControllersPicturesAreForgotten();
+
+private:
+    std::unique_ptr<HttpServer> server;
+};
+
+namespace {
+
+const QString pagePath = QStringLiteral("/index.html");
+const QString otherPath = QStringLiteral("/other.html");
+const QString picturePath = QStringLiteral("/picture.png");
+const QString noisePath = QStringLiteral("/noise.png");
+
+/// A picture that cannot be packed: 300 KiB, packed and unpacked.
+HttpServer::Answer keepablePicture()
+{
+    QImage picture(277, 277, QImage::Format_RGB32);
+    QRandomGenerator generator(1);
+    generator.fillRange(reinterpret_cast<quint32*>(picture.bits()), picture.sizeInBytes() / 4);
+    HttpServer::Answer answer;
+    answer.headers = "Content-Type: image/png\r\nCache-Control: max-age=3600\r\n";
+    QBuffer buffer(&answer.body);
+    buffer.open(QIODevice::WriteOnly);
+    picture.save(&buffer, "PNG");
+    return answer;
+}
+
+} // namespace
+
+void tst_EngineCaches::init()
+{
+    QWebSettings::clearMemoryCaches();
+    server = std::make_unique<HttpServer>();
+    server->serve(pagePath, QByteArray("<html><body><img src='/picture.png'></body></html>"));
+    // Each of its addresses has a picture of its own.
+    server->serve(otherPath, QByteArray("<html><body><script>"
+                                        "document.write('<img src=\"/noise.png' + location.search + '\">');"
+                                        "for (var i = 0, a; i < 300000; ++i) { a = [i, {b: i}]; }"
+                                        "</script></body></html>"));
+    server->serve(picturePath, keepablePicture());
+    server->serve(noisePath, keepablePicture());
+}
+
+void tst_EngineCaches::noPageIsKeptWhole()
+{
+    const PanelView panel;
+    QCOMPARE(QWebSettings::maximumPagesInCache(), 0);
+}
+
+void tst_EngineCaches::pictureIsKeptFromPageToPage()
+{
+    const PanelView panel;
+    panel.load(server->url(pagePath));
+    panel.load(server->url(otherPath));
+    panel.load(server->url(pagePath));
+    QCOMPARE(server->count(pagePath), 2);
+    QCOMPARE(server->count(picturePath), 1);
+}
+
+void tst_EngineCaches::manyPicturesPushItOut()
+{
+    const PanelView panel;
+    panel.load(server->url(pagePath));
+    constexpr int pages = 20; // four and a half megabytes; the old ones go with the script's garbage
+    for (int i = 0; i < pages; ++i) {
+        QUrl url = server->url(otherPath);
+        url.setQuery(QString::number(i));
+        panel.load(url);
+        QCOMPARE(server->count(noisePath + QLatin1Char('?') + url.query()), 1);
+    }
+    panel.load(server->url(pagePath));
+    QCOMPARE(server->count(picturePath), 2);
+}
+
+void tst_EngineCaches::lostControllersPicturesAreForgotten()
+{
+    PanelView panel;
+    panel.load(server->url(pagePath));
+    panel.window.displayError(QStringLiteral("en"));
+    panel.waitForQuiet();
+    QVERIFY(panel.showsErrorPage());
+    panel.load(server->url(pagePath));
+    QCOMPARE(server->count(picturePath), 2); // the next controller may have another one under that name
+}
+
+QTEST_MAIN(tst_EngineCaches)
+#include "tst_enginecaches.moc"
