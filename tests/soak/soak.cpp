@@ -364,6 +364,11 @@ bool Soak::refusePage()
 /// Nothing to do but frames: the moment to look at what the process has got hold of.
 bool Soak::rest()
 {
+    // The record of the scripts begins anew with each cycle.
+    if (scene.scripts.runsOf(QStringLiteral("mbserverupdate.sh")).isEmpty()) {
+        qWarning() << "No values have gone to the Modbus server";
+        return false;
+    }
     ProcessFigures figures;
     if (counts.cycles < warmUpCycles) {
         figures = processFigures(scene.panel.pid());

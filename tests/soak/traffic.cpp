@@ -3,6 +3,8 @@
 
 #include <chrono>
 
+#include <QByteArrayList>
+
 namespace VarnelSoak {
 
 namespace {
@@ -49,20 +51,19 @@ Traffic::Traffic(QObject* parent)
 
 QByteArray Traffic::modbusMap()
 {
-    QByteArray list;
-    QByteArray numbers;
+    QByteArrayList list;
+    QByteArrayList numbers;
     for (int i = 0; i < registers; ++i) {
         const QByteArray number = QByteArray::number(10 + i);
-        const char* const comma = i == 0 ? "" : ", ";
-        list += comma + QByteArrayLiteral("{\"id\": ") + number + ", \"name\": \"r" + number +
-                "\", \"mb_type\": \"u16\", \"ci_class\": \"c\", \"ci_field\": \"f\", \"ci_index\": " +
-                QByteArray::number(i) + ", \"ci_type\": \"u16\"}";
-        numbers += comma + number;
+        numbers += number;
+        list += R"({"id": )" + number + R"(, "name": "r)" + number +
+                R"(", "mb_type": "u16", "ci_class": "c", "ci_field": "f", "ci_index": )" +
+                QByteArray::number(i) + R"(, "ci_type": "u16"})";
     }
     return R"({"info": {"mapping": "Soak", "date": "today", "target": "R7M"}, "ci": {"types": {"u16": 4},)"
            R"( "classes": {"c": {"id": 4660, "fields": {"f": 258}}}}, "registers": [)" +
-           list + R"(], "tables": [{"name": "t", "mode": "rw", "address": 100, "registers": [)" + numbers +
-           "]}]}";
+           list.join(',') + R"(], "tables": [{"name": "t", "mode": "rw", "address": 100, "registers": [)" +
+           numbers.join(',') + "]}]}";
 }
 
 void Traffic::sendFrame()

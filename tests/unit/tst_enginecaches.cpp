@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include <memory>
 
+#include <QApplication>
 #include <QBuffer>
+#include <QDialog>
 #include <QImage>
 #include <QRandomGenerator>
 #include <QTest>
+#include <QTimer>
 #include <QWebSettings>
 
+#include "enginecaches.h"
 #include "httpserver.h"
 #include "panelview.h"
+
+using namespace Varnel;
 
 /// What the engine keeps of pages that are gone, seen by what it asks for again.
 class tst_EngineCaches : public QObject
@@ -21,6 +27,7 @@ private slots:
     void pictureIsKeptFromPageToPage();
     void manyPicturesPushItOut();
     void lostControllersPicturesAreForgotten();
+    void scriptThatWaitsForItsUserGoesOn();
 
 private:
     std::unique_ptr<HttpServer> server;
@@ -103,6 +110,28 @@ void tst_EngineCaches::lostControllersPicturesAreForgotten()
     QVERIFY(panel.showsErrorPage());
     panel.load(server->url(pagePath));
     QCOMPARE(server->count(picturePath), 2); // the next controller may have another one under that name
+}
+
+void tst_EngineCaches::scriptThatWaitsForItsUserGoesOn()
+{
+    server->serve(pagePath, QByteArray("<html><body><script>function sum(n) { var s = 0;"
+                                       "for (var i = 0; i <= n; ++i) { s += i; if (i == 5000) { alert(i); } }"
+                                       "return s; }"
+                                       "sum(4000); document.title = sum(10000);</script></body></html>"));
+    const PanelView panel;
+    QTimer user;
+    int cleared = 0;
+    connect(&user, &QTimer::timeout, this, [&] {
+        if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+            clearEngineCaches(); // compiled code is among what goes, and some of it is running
+            ++cleared;
+            dialog->accept();
+        }
+    });
+    user.start(10);
+    panel.load(server->url(pagePath));
+    QCOMPARE(cleared, 1);
+    QCOMPARE(panel.frame()->title(), QStringLiteral("50005000"));
 }
 
 QTEST_MAIN(tst_EngineCaches)
