@@ -154,17 +154,20 @@ QList<Subject> receivers(const Stage& stage, const QString& program)
 {
     Subject floor = stage.plainFloor(QStringLiteral("QUdpSocket, table CRC"));
     floor.command = QStringList{QStringLiteral(VARNEL_PROGRAM_DIR "/floor-frames"), QString::number(port)};
-    return {floor, stage.panel(program, 0)};
+    Subject inWindow = floor;
+    inWindow.name = QStringLiteral("the same with a window");
+    inWindow.command += QStringLiteral("--window");
+    return {floor, inWindow, stage.panel(program, 0)};
 }
 
 void awaitReceiver(Stage* stage, const Subject& subject)
 {
     if (subject.name == QLatin1String("panel")) {
         awaitPage(stage);
-        stage->serveFor(1000);
     } else {
         stage->await("the floor", [] { return isPortBound(port); });
     }
+    stage->serveFor(1000);
 }
 
 void benchPaced(Stage* stage, const QString& program, int rounds)
