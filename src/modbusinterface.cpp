@@ -219,8 +219,9 @@ bool ModbusInterface::GenerateDbusInit(const QString& initpath)
     QFile file(initFilePath(initpath));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
         file.write(QJsonDocument(root).toJson()) < 0 || !file.flush()) {
-        // The server is started all the same and reports what it finds.
-        qCDebug(lcModbus) << "Cannot write" << file.fileName() << ":" << file.errorString();
+        // The server is started all the same and reports what it finds. A full disk is worth a line here,
+        // too.
+        qCWarning(lcModbus) << "Cannot write" << file.fileName() << ":" << file.errorString();
     }
     return true;
 }

@@ -32,7 +32,8 @@ QByteArray workingPage(const QByteArray& color)
            "function paint() { area.style.background = touches() % 2 ? '#0000c0' : '#00c0c0'; }"
            "function touch() { window.name = touches() + 1; paint(); }"
            "function answered(answer) {"
-           "  if (answer) { location.href = answer; }"
+           "  if (answer) { location.href = answer; if (/download/.test(answer)) { setTimeout(tick, 5000); } "
+           "}"
            "  else if (++count >= 6) { location.reload(); }"
            "  else { setTimeout(tick, 500); }"
            "}"
@@ -127,11 +128,17 @@ bool FaultBench::start(bool modbusServed)
         return false;
     }
     if (served) {
-        plc = std::make_unique<PlcReader>();
+        startPlc();
     }
     frames.setRate(usualRate);
     mark();
     return awaitWorking(patience) >= 0 && answersTouch();
+}
+
+void FaultBench::startPlc()
+{
+    served = true;
+    plc = std::make_unique<PlcReader>();
 }
 
 bool FaultBench::restartPanel()

@@ -24,7 +24,7 @@ enum class Shown
     OtherControllersPage,
     ErrorPage,
     Blank, ///< a white screen
-    Else, ///< the panel's own text, or what nobody has foreseen
+    Else,  ///< the panel's own text, or what nobody has foreseen
 };
 
 /// The panel at work: a controller that sends frames, a page that asks its server for something twice a
@@ -49,6 +49,8 @@ public:
     /// Starts everything and waits until it works, touch included. With `served` false, no PLC reads, and
     /// nothing is asked of the Modbus server.
     [[nodiscard]] bool start(bool served = true);
+    /// Lets the PLC read, where it did not from the start.
+    void startPlc();
     /// Ends the panel, if it runs, and starts it again; false unless it ended in order.
     [[nodiscard]] bool restartPanel();
 

@@ -35,6 +35,7 @@ private slots:
     void textIsIndented();
     void missingDirectoryIsCreated();
     void olderFileIsReplaced();
+    void unwritableFileIsNoFailure_data();
     void unwritableFileIsNoFailure();
     void startMonitor();
     void startMonitorWithoutScript_data();
@@ -280,19 +281,28 @@ void TestModbusControl::olderFileIsReplaced()
     QCOMPARE(readObject(file.fileName()).value(QStringLiteral("delay")).toInt(), 500);
 }
 
+void TestModbusControl::unwritableFileIsNoFailure_data()
+{
+    QTest::addColumn<bool>("full");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("a directory: said")
+        << false << QStringLiteral("Is a directory"); // not even root writes to it
+    QTest::newRow("disk full: said") << true << QStringLiteral("No space left on device");
+}
+
 void TestModbusControl::unwritableFileIsNoFailure()
 {
+    QFETCH(bool, full);
+    QFETCH(QString, reason);
     const QTemporaryDir directory;
-    QVERIFY(QDir(directory.path()).mkdir(QStringLiteral("mbserver_init.dbus"))); // not even root writes to it
+    const QString file = path(directory, "mbserver_init.dbus");
+    QVERIFY(full ? QFile::link(QStringLiteral("/dev/full"), file) : QDir().mkdir(file));
     ModbusInterface bridge;
     LogRecorder log;
     QVERIFY(bridge.GenerateDbusInit(directory.path()));
-    QVERIFY(log.lines().isEmpty());
-    const LogRules rules("varnel.modbus.debug=true");
-    QVERIFY(bridge.GenerateDbusInit(directory.path()));
     QCOMPARE(log.texts(), QStringList());
-    QCOMPARE(log.lines().size(), 1);
-    QVERIFY(log.lines().first().text.contains(path(directory, "mbserver_init.dbus")));
+    QCOMPARE(log.texts(QStringLiteral("varnel.modbus")),
+             QStringList(QStringLiteral("Cannot write \"%1\" : \"%2\"").arg(file, reason)));
 }
 
 void TestModbusControl::startMonitor()
