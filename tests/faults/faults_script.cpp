@@ -93,7 +93,8 @@ bool endChildren(FaultBench& bench)
 Faults scriptFaults()
 {
     Faults faults{
-        {"scripts missing", "nothing: page stays", "registration; registers keep their last values",
+        {"scripts missing", "nothing: page comes and goes with the link",
+         "registration; registers keep their last values",
          R"(^Script ' "/usr/local/bin/r7m\.sh" ' not found, do nothing$)",
          [](FaultBench& bench) {
              bench.scripts.remove(registration);
@@ -101,10 +102,12 @@ Faults scriptFaults()
              return true;
          },
          loseAndFind, installAgain},
-        {"scripts fail", "nothing: page stays", "registration; registers keep their last values", "",
-         replaceScripts("exit 3"), loseAndFind, installAgain},
-        {"scripts leave children behind", "nothing: page stays", "nothing of the panel; the children stay",
-         "", replaceScripts("sleep 4321 &"), leavesNoZombies, endChildren},
+        {"scripts fail", "nothing: page comes and goes with the link",
+         "registration; registers keep their last values", "", replaceScripts("exit 3"), loseAndFind,
+         installAgain},
+        {"scripts leave children behind", "nothing: page comes and goes with the link",
+         "nothing of the panel; the children stay", "", replaceScripts("sleep 4321 &"), leavesNoZombies,
+         endChildren},
         {"script hangs for 30 s", "screen stands still, touches wait", "nothing; touches are late", "",
          replaceScripts("sleep infinity"), isHeldUp, installAgain},
     };

@@ -61,11 +61,6 @@ bool restartPanelAndRead(FaultBench& bench)
     return true;
 }
 
-bool unmountSmallDisk(FaultBench& bench)
-{
-    return makeRoom(bench) && FaultBench::runTool({"umount"_s, smallDisk});
-}
-
 /// The drive, and a server of files for it.
 struct Drive
 {
@@ -92,7 +87,8 @@ Fault::Step download(const QString& name)
         bench.sendPageTo((filePath + name).toUtf8());
         const bool asked = bench.panel.log().await(QRegularExpression("Download request for"_s));
         bench.serveUsual();
-        if (!asked || !bench.awaitShown(Shown::Else) || !bench.screen.awaitStill()) {
+        // The chooser's list is white.
+        if (!asked || !bench.awaitShown(Shown::Blank) || !bench.screen.awaitStill()) {
             return false;
         }
         bench.screen.tap(TransferScene::okButton);
@@ -146,6 +142,39 @@ Fault pulledDrive()
             plugIn(drive)};
 }
 
+/// The device writes the marker when the drive is mounted, and cannot; then the user wants a file.
+bool plugInWithoutMarker(FaultBench& bench)
+{
+    QFile marker(smallDisk + "/usbdrive"_s);
+    if (!marker.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || marker.write("/dev/sda1") > 0 ||
+        !marker.remove()) {
+        return false;
+    }
+    bench.sendPageTo((filePath + "plain"_s).toUtf8());
+    const bool refused = bench.panel.log().await("<now> - Download canceled: USB drive not mounted"_s);
+    bench.serveUsual();
+    return refused;
+}
+
+Fault noMarker()
+{
+    const auto drive = std::make_shared<Drive>();
+    return {"disk full: USB drive's marker",
+            "popup: USB drive not detected",
+            "the download",
+            "Download canceled: USB drive not mounted$",
+            plugInWithoutMarker,
+            pageGoesOn,
+            [drive](FaultBench& bench) {
+                drive->files.reset();
+                return makeRoom(bench) && pull(bench);
+            },
+            [drive](FaultBench& bench) {
+                bench.settings.set("Files/UsbDriveFile", smallDisk + "/usbdrive"_s);
+                return mountFullDisk() && plugIn(drive)(bench);
+            }};
+}
+
 } // namespace
 
 Faults storageFaults()
@@ -160,11 +189,12 @@ Faults storageFaults()
          },
          restartPanelAndRead, false},
         {"disk full: engine's storage", "nothing: page stays", "what the page stores", "", nothing,
-         pageGoesOn, unmountSmallDisk,
+         pageGoesOn, makeRoom,
          [](FaultBench& bench) {
              bench.settings.set("WebCache/Path", smallDisk + "/cache"_s);
              return mountFullDisk();
          }},
+        noMarker(),
         fullDrive(),
         pulledDrive(),
     };
