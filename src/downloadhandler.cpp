@@ -119,7 +119,7 @@ bool DownloadHandler::save(const QString& name)
 /// as a file that cannot be opened: the directory is there without the drive too, on the panel's own storage.
 bool DownloadHandler::openFile(const QString& name)
 {
-    const QString path = QDir(Settings::getFilesDirectory()).absoluteFilePath(name);
+    const QString path = pathOnDrive(QDir(Settings::getFilesDirectory()), name);
     logLine(QStringLiteral("%1 - File will be saved to '%2'").arg(Helpers::now(), path));
     file = std::make_unique<QFile>(path);
     // Unbuffered, so that write() itself meets a full drive and knows how much fitted.

@@ -17,13 +17,15 @@ QString fromHeader(const QByteArray& octets)
 {
     QTextCodec::ConverterState state;
     QString text = QTextCodec::codecForName("UTF-8")->toUnicode(octets.constData(), octets.size(), &state);
-    return state.invalidChars + state.remainingChars == 0 ? text : QString::fromLatin1(octets);
+    return state.invalidChars + state.remainingChars == 0
+               ? text
+               : QString::fromLatin1(octets.constData(), octets.size());
 }
 
 /// True for a link to nowhere too, which opening would follow.
 bool isTaken(const QDir& drive, const QString& name)
 {
-    const QFileInfo info(drive, name);
+    const QFileInfo info(pathOnDrive(drive, name));
     return info.exists() || info.isSymLink();
 }
 
@@ -61,12 +63,19 @@ bool staysOnDrive(const QString& name)
     return !name.contains(QLatin1Char('/')) && !name.contains(QChar(u'\0')) && name != QLatin1String("..");
 }
 
+QString pathOnDrive(const QDir& drive, const QString& name)
+{
+    // A colon in front is taken for a resource of the program, whose path would count as absolute.
+    return name.startsWith(QLatin1Char(':')) ? drive.absolutePath() + QLatin1Char('/') + name
+                                             : drive.absoluteFilePath(name);
+}
+
 QString freeFileName(const QDir& drive, const QString& name)
 {
     if (!staysOnDrive(name) || !isTaken(drive, name)) {
         return name;
     }
-    const QFileInfo parts(name);
+    const QFileInfo parts(pathOnDrive(drive, name));
     QString candidate;
     int n = 0;
     do {

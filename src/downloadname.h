@@ -23,6 +23,10 @@ namespace Varnel {
 /// would cut the name) would lead elsewhere.
 [[nodiscard]] bool staysOnDrive(const QString& name);
 
+/// The absolute path of the entry `name` of the directory `drive`. A name that leads elsewhere does so here,
+/// too.
+[[nodiscard]] QString pathOnDrive(const QDir& drive, const QString& name);
+
 /// `name`, or when the directory `drive` already has it, the first of base-1.suffix, base-2.suffix, ... that
 /// is free there. A name without a suffix keeps the dot ("data-1."). A name that leads elsewhere is returned
 /// unchanged.

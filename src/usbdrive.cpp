@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QPointer>
 
+#include "downloadname.h"
 #include "filedialog.h"
 #include "settings.h"
 #include "timedpopup.h"
@@ -35,7 +36,7 @@ QString chooseUploadFile(QWidget* parent)
         TimedPopup::run(Settings::getUIMsgNoFileSelected(), parent);
         return {};
     }
-    return QDir(Settings::getFilesDirectory()).absoluteFilePath(dialog->getFilename());
+    return pathOnDrive(QDir(Settings::getFilesDirectory()), dialog->getFilename());
 }
 
 } // namespace Varnel

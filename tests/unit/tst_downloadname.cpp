@@ -24,6 +24,8 @@ private slots:
     void dateAndTime();
     void staysOnDrive_data();
     void staysOnDrive();
+    void pathOnDrive_data();
+    void pathOnDrive();
     void freeName_data();
     void freeName();
 };
@@ -62,6 +64,8 @@ void TestDownloadName::header_data()
     row("UTF-8: taken as such", "filename=\xc3\xa9t\xc3\xa9.txt", QString::fromUtf8("\xc3\xa9t\xc3\xa9.txt"));
     row("Latin-1: taken as such", "filename=\xe9t\xe9.txt", QString::fromUtf8("\xc3\xa9t\xc3\xa9.txt"));
     row("half a UTF-8 character at the end: Latin-1", "filename=a\xc3", QString::fromUtf8("a\xc3\x83"));
+    row("NUL in Latin-1: kept, as in UTF-8", QByteArray("filename=\xe9\0x", 12),
+        QString::fromUtf8("\xc3\xa9\0x", 4));
     row("dot: taken, not judged here", "filename=.", QStringLiteral("."));
     row("way up: taken, not judged here", "filename=../x", QStringLiteral("../x"));
     row("300 characters: taken whole", "filename=" + QByteArray(300, 'n'), QString(300, QLatin1Char('n')));
@@ -162,6 +166,28 @@ void TestDownloadName::staysOnDrive()
     QTEST(Varnel::staysOnDrive(name), "stays");
 }
 
+void TestDownloadName::pathOnDrive_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("path");
+
+    const auto row = [](const char* title, const char* name, const char* path) {
+        QTest::newRow(title) << QString::fromUtf8(name) << QString::fromUtf8(path);
+    };
+    row("plain: in the directory", "log.txt", "/usbmnt/log.txt");
+    row("a colon in front: in the directory, no resource of the program", ":log.txt", "/usbmnt/:log.txt");
+    row("colons alone: the same", "::", "/usbmnt/::");
+    row("a colon within: the same", "qrc:log.txt", "/usbmnt/qrc:log.txt");
+    row("absolute: leads away", "/etc/passwd", "/etc/passwd");
+    row("way up: leads away", "../log.txt", "/usbmnt/../log.txt");
+}
+
+void TestDownloadName::pathOnDrive()
+{
+    QFETCH(QString, name);
+    QTEST(Varnel::pathOnDrive(QDir(QStringLiteral("/usbmnt")), name), "path");
+}
+
 void TestDownloadName::freeName_data()
 {
     QTest::addColumn<QStringList>("taken");
@@ -189,6 +215,8 @@ void TestDownloadName::freeName_data()
     row("slash: unchanged", files("x"), "../x", "../x");
     row("a directory of that name: taken", files("sub/"), "sub", "sub-1.");
     row("a link to nowhere: taken", files("link@"), "link", "link-1.");
+    row("a colon in front: free", {}, ":log.txt", ":log.txt");
+    row("a colon in front, taken: numbered", files(":log.txt :log-1.txt"), ":log.txt", ":log-2.txt");
 }
 
 void TestDownloadName::freeName()
@@ -203,7 +231,7 @@ void TestDownloadName::freeName()
         } else if (entry.endsWith(QLatin1Char('@'))) {
             QVERIFY(QFile::link(QStringLiteral("/nowhere/at/all"), drive.filePath(entry.chopped(1))));
         } else {
-            QFile file(drive.filePath(entry));
+            QFile file(drive.path() + QLatin1Char('/') + entry);
             QVERIFY(file.open(QIODevice::WriteOnly));
         }
     }

@@ -106,6 +106,7 @@ void TestUsbDrive::chooseFile_data()
 
     QTest::newRow("plain") << QStringLiteral("firmware.bin");
     QTest::newRow("blanks and percent") << QStringLiteral("a %1 b.bin");
+    QTest::newRow("a colon in front") << QStringLiteral(":a.bin");
     QTest::newRow("newline") << QStringLiteral("a\nb.bin");
     QTest::newRow("right to left") << QString::fromUtf8("\xe2\x80\xaegpj.exe");
 }
