@@ -10,7 +10,7 @@ target_compile_options(varnel-build INTERFACE
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     set_property(TARGET varnel-build PROPERTY INTERFACE_COMPILE_OPTIONS
         -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
-        -Wformat-security -Wcast-align -Wunused)
+        -Wformat-security -Wcast-align -Wunused -Wno-gnu-zero-variadic-macro-arguments) # those of qCDebug()
 endif()
 target_compile_definitions(varnel-build INTERFACE
     QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING
@@ -28,6 +28,15 @@ endif()
 if(VARNEL_COVERAGE)
     target_compile_options(varnel-build INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(varnel-build INTERFACE --coverage)
+endif()
+if(VARNEL_FUZZ)
+    set(fuzz -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_compile_options(varnel-build INTERFACE ${fuzz})
+    target_link_options(varnel-build INTERFACE -fsanitize=address,undefined)
+endif()
+if(VARNEL_FUZZ_COVERAGE)
+    target_compile_options(varnel-build INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(varnel-build INTERFACE -fprofile-instr-generate)
 endif()
 
 # Everything that carries the test label "unit" and what it runs, for builds that need no more.

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+// Settings files: what is loaded is what the file's groups and keys say, and nothing else changes.
+#include <QCoreApplication>
+#include <QFile>
+#include <QJsonObject>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include "harness.h"
+#include "modbuscommand.h"
+#include "settings.h"
+#include "settingsaccess.h"
+
+using namespace Varnel;
+using fuzz::require;
+using fuzz::requireSame;
+
+namespace {
+
+struct Stage
+{
+    QTemporaryDir directory;
+    QVector<QVariant> defaults;
+    int files = 0;
+};
+
+Stage* stage = nullptr;
+
+/// Lets the settings be read from `path`. The panel's path is fixed, but no constant; an input must not get
+/// anywhere near the real file.
+void setPath(const QString& path)
+{
+    const_cast<QString&>(Settings::path()) = path; // NOLINT(cppcoreguidelines-pro-type-const-cast)
+}
+
+/// Every file has a name of its own: QSettings keeps what it has read by the file's name, size and time.
+QString newFile(const QByteArray& octets)
+{
+    const QString path = stage->directory.filePath(QString::number(++stage->files));
+    QFile file(path);
+    require(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(octets) == octets.size(),
+            "the harness can write its files");
+    return path;
+}
+
+/// What a key's text means for a member of this type.
+QVariant converted(const QVariant& value, const Settings::Member& member)
+{
+    if (std::holds_alternative<QString*>(member)) {
+        return value.toString();
+    }
+    if (std::holds_alternative<quint64*>(member)) {
+        return value.toULongLong();
+    }
+    if (std::holds_alternative<quint32*>(member)) {
+        return value.toUInt();
+    }
+    if (std::holds_alternative<quint16*>(member)) {
+        return QVariant::fromValue(quint16(value.toUInt() % 65536));
+    }
+    return std::holds_alternative<qint32*>(member) ? QVariant(value.toInt()) : QVariant(value.toBool());
+}
+
+void restoreDefaults()
+{
+    const std::vector<Settings::Entry>& entries = Settings::entries();
+    for (size_t i = 0; i < entries.size(); ++i) {
+        assign(entries[i], stage->defaults[int(i)]);
+    }
+}
+
+/// Group by group, as a reader without the "group/key" form does it.
+void compareWithFile(const QString& path)
+{
+    QSettings file(path, QSettings::IniFormat);
+    const std::vector<Settings::Entry>& entries = Settings::entries();
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const Settings::Entry& entry = entries[i];
+        file.beginGroup(QLatin1String(entry.group));
+        const QString key = QLatin1String(entry.key);
+        const QVariant wanted =
+            file.contains(key) ? converted(file.value(key), entry.member) : stage->defaults[int(i)];
+        file.endGroup();
+        require(valueOf(entry) == wanted, "a setting is what its key says, or its default");
+    }
+}
+
+void compareGetters()
+{
+    const QHash<QString, QVariant> getters = byGetters();
+    for (const Settings::Entry& entry : Settings::entries()) {
+        require(getters.value(nameOf(entry)) == valueOf(entry), "a getter gives its setting");
+    }
+}
+
+void checkLogin()
+{
+    const QByteArray header = Settings::getHttpAuthorizationBytes();
+    require(header.startsWith("Basic "), "basic authentication");
+    require(QByteArray::fromBase64(header.mid(6), QByteArray::AbortOnBase64DecodingErrors) ==
+                Settings::getLogin().toLocal8Bit() + ':' + Settings::getPassword().toLocal8Bit(),
+            "the header holds login and password");
+}
+
+/// The one setting that is taken apart further.
+void checkServerInterface()
+{
+    QJsonObject interface;
+    const QString mode = Settings::getModbusMode().toLower();
+    const int parts = Settings::getModbusIntf().count(QLatin1Char(':')) + 1;
+    const bool usable =
+        (mode == QLatin1String("tcp") && parts == 3) || (mode == QLatin1String("rtu") && parts == 4);
+    require(serverInterface(mode, Settings::getModbusIntf(), &interface) == usable,
+            "the parts of the interface");
+    require(interface.size() == (usable ? parts : 0), "one member for each part");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    fuzz::QuietLog::install();
+    new QCoreApplication(*argc, *argv); // lives as long as the process
+    stage = new Stage;
+    for (const Settings::Entry& entry : Settings::entries()) {
+        stage->defaults << valueOf(entry);
+    }
+    setPath(stage->directory.filePath(QStringLiteral("none")));
+    require(!Settings::load() && fuzz::QuietLog::lines().size() == 1,
+            "a missing file is one line in the log");
+    compareGetters();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    fuzz::QuietLog::clear();
+    const QByteArray octets(reinterpret_cast<const char*>(data), int(size));
+    // A stream of any type that Qt knows, which only a program writes: how Qt reads it is not our subject.
+    if (octets.contains("@Variant(") || octets.contains("@DateTime(")) {
+        return 0;
+    }
+    restoreDefaults();
+    const QString path = newFile(octets);
+    setPath(path);
+    require(Settings::load(), "a file that exists is read");
+    require(fuzz::QuietLog::lines().isEmpty(), "bad values are not reported");
+    compareWithFile(path);
+    compareGetters();
+    checkLogin();
+    checkServerInterface();
+    QFile::remove(path);
+    return 0;
+}
