@@ -4,7 +4,10 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdio>
+#include <string>
 #include <string_view>
+#include <tuple>
 
 namespace ScriptService {
 
@@ -24,5 +27,11 @@ inline constexpr std::size_t longestRequest = 2 * 1024 * 1024;
 inline constexpr unsigned char notRun = 126;
 inline constexpr unsigned char notFound = 127;
 inline constexpr unsigned char killed = 137;
+
+/// One line on standard error, which is the journal.
+inline void say(const std::string& text)
+{
+    std::ignore = std::fputs((text + '\n').c_str(), stderr);
+}
 
 } // namespace ScriptService

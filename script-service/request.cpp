@@ -2,7 +2,6 @@
 // Stands in for each device script within the panel's unit: asks the script service to run it, waits, ends
 // with its status.
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -77,16 +76,16 @@ int main(int argc, char* argv[])
 {
     const int connection = connectTo(ScriptService::socketPath);
     if (connection < 0) {
-        std::fprintf(stderr, "%s: no script service at %s: %s\n", argv[0], ScriptService::socketPath,
-                     std::strerror(errno));
+        ScriptService::say(std::string(argv[0]) + ": no script service at " + ScriptService::socketPath +
+                           ": " + std::strerror(errno));
         return ScriptService::notRun;
     }
     // A service that refuses a request closes early; its answer says more than the failed send.
     const bool sent = sendAll(connection, requestOf(argc, argv));
     const int status = awaitStatus(connection);
     if (status < 0) {
-        std::fprintf(stderr, "%s: the script service %s\n", argv[0],
-                     sent ? "gave no answer" : "took no request");
+        ScriptService::say(std::string(argv[0]) + ": the script service " +
+                           (sent ? "gave no answer" : "took no request"));
         return ScriptService::notRun;
     }
     return status;

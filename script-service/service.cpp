@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -79,7 +78,7 @@ bool isKnown(const std::string& name)
 
 /// In the child: becomes the script, at the head of a process group of its own. Standard error stays: it is
 /// the journal.
-[[noreturn]] void becomeScript(const std::string& path, std::vector<std::string>& words)
+[[noreturn]] void becomeScript(std::string path, std::vector<std::string>& words)
 {
     sigset_t none;
     sigemptyset(&none);
@@ -89,13 +88,13 @@ bool isKnown(const std::string& name)
     ::dup2(nothing, STDIN_FILENO);
     ::dup2(nothing, STDOUT_FILENO);
     std::vector<char*> arguments;
-    arguments.push_back(const_cast<char*>(path.c_str()));
+    arguments.push_back(path.data());
     for (std::size_t i = 1; i < words.size(); ++i) {
         arguments.push_back(words[i].data());
     }
     arguments.push_back(nullptr);
     ::execv(path.c_str(), arguments.data());
-    std::fprintf(stderr, "cannot run %s: %s\n", path.c_str(), std::strerror(errno));
+    say("cannot run " + path + ": " + std::strerror(errno));
     ::_exit(notRun);
 }
 
@@ -116,13 +115,13 @@ unsigned char await(pid_t script, int connection, int childSignals)
         ready = ::poll(events, std::size(events), longestRunMs);
     } while (ready < 0 && errno == EINTR);
     if (events[0].revents == 0) {
-        std::fprintf(stderr, "killing the script: %s\n",
-                     ready == 0 ? "it takes too long" : "the panel no longer waits for it");
+        say(std::string("killing the script: ") +
+            (ready == 0 ? "it takes too long" : "the panel no longer waits for it"));
         ::kill(-script, SIGKILL);
         ::kill(script, SIGKILL); // if it has no group yet
     }
     const unsigned char status = reap(script);
-    signalfd_siginfo ignored;
+    signalfd_siginfo ignored = {};
     while (::read(childSignals, &ignored, sizeof ignored) > 0) {
     }
     return status;
@@ -132,17 +131,17 @@ unsigned char serve(int connection, const std::string& directory, int childSigna
 {
     std::optional<std::vector<std::string>> words = readRequest(connection);
     if (!words || !isKnown(words->front())) {
-        std::fputs("refused a request that names no script of the panel\n", stderr);
+        say("refused a request that names no script of the panel");
         return notRun;
     }
     const std::string path = directory + '/' + words->front();
     if (::access(path.c_str(), X_OK) != 0) {
-        std::fprintf(stderr, "no script %s, do nothing\n", path.c_str());
+        say("no script " + path + ", do nothing");
         return notFound;
     }
     const pid_t script = ::fork();
     if (script < 0) {
-        std::fprintf(stderr, "cannot start %s: %s\n", path.c_str(), std::strerror(errno));
+        say("cannot start " + path + ": " + std::strerror(errno));
         return notRun;
     }
     if (script == 0) {
@@ -166,11 +165,11 @@ int openChildSignals()
 int main(int argc, char* argv[])
 {
     if (argc != 2 || argv[1][0] != '/') {
-        std::fprintf(stderr, "Usage: %s SCRIPT-DIRECTORY (with a listening socket from systemd)\n", argv[0]);
+        say(std::string("Usage: ") + argv[0] + " SCRIPT-DIRECTORY (with a listening socket from systemd)");
         return 2;
     }
     if (::sd_listen_fds(1) != 1) {
-        std::fprintf(stderr, "%s: systemd handed over no socket\n", argv[0]);
+        say(std::string(argv[0]) + ": systemd handed over no socket");
         return 1;
     }
     const Descriptor childSignals(openChildSignals());
@@ -180,7 +179,7 @@ int main(int argc, char* argv[])
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
             }
-            std::fprintf(stderr, "%s: %s\n", argv[0], std::strerror(errno));
+            say(std::string(argv[0]) + ": " + std::strerror(errno));
             return 1;
         }
         const unsigned char status = serve(connection.get(), argv[1], childSignals.get());
