@@ -12,7 +12,8 @@ from pathlib import Path
 from types import ModuleType
 
 report = ModuleType("report")
-SourceFileLoader("report", str(Path(__file__).resolve().parent / "report")).exec_module(report)
+report.__file__ = str(Path(__file__).resolve().parent / "report")
+SourceFileLoader("report", report.__file__).exec_module(report)
 report.RESAMPLES = 150  # enough to tell growth from none
 
 PERIOD = 5
@@ -126,6 +127,20 @@ class ReportTest(unittest.TestCase):
         path = Path(self.directory) / "soak.csv"
         path.write_text(",".join(COLUMNS) + "\n", encoding="utf-8")
         self.assertIn("fewer than two samples", run(path)[1])
+
+    def test_record_replaces_what_stands_between_its_marks(self):
+        docs = Path(self.directory) / "docs"
+        (docs / "images").mkdir(parents=True)
+        page = docs / "reliability.md"
+        page.write_text("before\n<!-- soak: begin -->\nold\n<!-- soak: end -->\nafter\n", encoding="utf-8")
+        self.addCleanup(setattr, report, "DOCS", report.DOCS)
+        report.DOCS = docs
+        run("--record", "soak", write(record(), self.directory))
+        lines = page.read_text(encoding="utf-8").splitlines()
+        self.assertEqual([lines[0], lines[-1]], ["before", "after"])
+        self.assertNotIn("old", lines)
+        self.assertEqual(sum(line.startswith("| file descriptors |") for line in lines), 1)
+        self.assertTrue((docs / "images" / "soak.svg").exists())
 
     def test_plot_is_a_picture(self):
         picture = Path(self.directory) / "soak.svg"
