@@ -18,7 +18,7 @@ constexpr int mostInAll = 4 << 20;
 
 void limitEngineCaches()
 {
-    // There is no way back to an earlier page, so none need be kept whole.
+    // Nothing but a page's own script leads back to an earlier page, which can be loaded anew.
     QWebSettings::setMaximumPagesInCache(0);
     QWebSettings::setObjectCacheCapacities(0, mostUnused, mostInAll);
 }

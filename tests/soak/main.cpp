@@ -13,6 +13,8 @@ int main(int argc, char** argv)
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("DIRECTORY"), QStringLiteral("takes soak.csv"));
     parser.addPositionalArgument(QStringLiteral("SECONDS"), QStringLiteral("how long to run"));
+    parser.addPositionalArgument(QStringLiteral("COMMAND"), QStringLiteral("stands in front of the panel"),
+                                 QStringLiteral("[COMMAND...]"));
     parser.process(application);
     bool isNumber = false;
     const int seconds = parser.positionalArguments().value(1).toInt(&isNumber);
@@ -24,5 +26,6 @@ int main(int argc, char** argv)
         return 1;
     }
     VarnelSoak::Soak soak(parser.positionalArguments().constFirst(), screen);
+    soak.setLauncher(parser.positionalArguments().mid(2));
     return soak.run(std::chrono::seconds(seconds)) ? 0 : 1;
 }

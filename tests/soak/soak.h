@@ -24,6 +24,8 @@ public:
     /// `directory` takes the record and the pictures of failures.
     Soak(const QString& directory, VarnelTest::VirtualScreen& screen);
 
+    /// Puts a command in front of the panel, which it must become itself: "env" with variables, for example.
+    void setLauncher(const QStringList& command) { scene.panel.setLauncher(command); }
     /// Runs whole cycles until `duration` is over, at least one, and ends the panel. True without any
     /// failure.
     [[nodiscard]] bool run(std::chrono::milliseconds duration);
