@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "modbusencoding.h"
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -46,8 +47,25 @@ quint32 floatBits(float value)
     return bits;
 }
 
+/// True for a decimal number, infinities and NaN among them, whose whole part 64 bits do not hold.
+bool isBeyondWholeNumbers(const QVariant& value)
+{
+    const int type = value.userType();
+    return (type == QMetaType::Float || type == QMetaType::Double) && !(std::abs(value.toDouble()) < 0x1p63);
+}
+
+/// Such a number's value. The language leaves its conversion open, and processors differ: 1E30 became 0 on
+/// x86 and 0xFFFFFFFF on ARM.
+quint32 rawValueBeyond(const QVariant& value, MbEncoding_s::Raw raw)
+{
+    return raw == MbEncoding_s::Raw::Bool && !std::isnan(value.toDouble()) ? 1 : 0;
+}
+
 quint32 rawValue(const QVariant& value, MbEncoding_s::Raw raw)
 {
+    if (raw != MbEncoding_s::Raw::Float && isBeyondWholeNumbers(value)) {
+        return rawValueBeyond(value, raw);
+    }
     switch (raw) {
     case MbEncoding_s::Raw::Bool:
         return value.toBool() ? 1 : 0;

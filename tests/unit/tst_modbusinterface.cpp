@@ -263,6 +263,16 @@ void TestModbusInterface::rendering_data()
     row("text of 64 bits as uint32: low half", "u32", "string", typeString, "18446744073414584320",
         {0xEE6B, 0x2800});
     row("text false as bool: 0", "bool", "string", typeString, "false", {0});
+    row("float 1e10 as uint32: low half", "u32", "float", typeFloat, "1e10", {0x540B, 0xE400});
+    row("float 1e30 as uint32: beyond 64 bits, 0", "u32", "float", typeFloat, "1e30", {0, 0});
+    row("float -1e30 as uint32: beyond 64 bits, 0", "u32", "float", typeFloat, "-1e30", {0, 0});
+    row("float 1e30 as int32: beyond 64 bits, 0", "s32", "float", typeFloat, "1e30", {0, 0});
+    row("float 9.3e18 as int32: beyond 63 bits, 0", "s32", "float", typeFloat, "9.3e18", {0, 0});
+    row("float inf as uint16: 0", "u16", "float", typeFloat, "inf", {0});
+    row("float nan as int16: 0", "s16", "float", typeFloat, "nan", {0});
+    row("float 1e30 as bool: 1", "bool", "float", typeFloat, "1e30", {1});
+    row("float -1e30 as bool: 1", "bool", "float", typeFloat, "-1e30", {1});
+    row("float nan as bool: 0", "bool", "float", typeFloat, "nan", {0});
     row("as string: no word", "string", "u16", typeU16, octets("0001"), {});
     row("as struct: no word", "struct", "u16", typeU16, octets("0001"), {});
     row("as undef: no word", "undef", "u16", typeU16, octets("0001"), {});
