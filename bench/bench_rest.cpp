@@ -17,7 +17,7 @@ using namespace VarnelBench;
 namespace {
 
 constexpr double settleMs = 10000; ///< from the page to what counts as rest
-constexpr double watchMs = 6000;   ///< a multiple of all the panel's timers
+constexpr int watchSeconds = 6;    ///< a multiple of all the panel's timers
 
 void awaitPage(Stage* stage)
 {
@@ -106,11 +106,11 @@ void benchIdle(Stage* stage, const QString& program, int rounds, const Rest& res
     for (int round = 0; round < rounds; ++round) {
         const Usage before = run.usage();
         const double start = nowMs();
-        for (double passed = 0; passed < watchMs; passed += 1000) {
+        for (int second = 1; second <= watchSeconds; ++second) {
             if (rest.connected) {
                 stage->sendFrame();
             }
-            stage->serveFor(start + passed + 1000 - nowMs());
+            stage->serveFor(start + second * 1000.0 - nowMs());
         }
         const Usage after = run.usage();
         const double seconds = (nowMs() - start) / 1000;

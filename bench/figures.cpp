@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string_view>
+#include <tuple>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -61,7 +62,7 @@ void printFigure(const std::string& figure, const std::string& unit, const std::
             std::printf("\t\n");
         }
     }
-    std::fflush(stdout);
+    std::ignore = std::fflush(stdout);
 }
 
 std::vector<Series> measureInTurn(const std::vector<Work>& all, int rounds, double share, Clock clock)
@@ -96,7 +97,7 @@ int roundsFrom(int argc, char* argv[], int usual)
             return 1;
         }
         if (option == "--rounds" && i + 1 < argc) {
-            return std::max(least, std::atoi(argv[i + 1]));
+            return std::max(least, static_cast<int>(std::strtol(argv[i + 1], nullptr, 10)));
         }
     }
     return usual;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "framebuffer.h"
 
+#include <cstddef>
+
 #include <QtEndian>
 
 namespace VarnelBench {
@@ -27,13 +29,14 @@ bool FrameBuffer::map(const QString& path)
     }
     stride = qFromBigEndian<qint32>(start + bytesPerLineAt);
     pixels = start + qFromBigEndian<quint32>(start + headerSizeAt) +
-             qFromBigEndian<quint32>(start + colorsAt) * colorSize;
+             std::size_t{qFromBigEndian<quint32>(start + colorsAt)} * colorSize;
     return true;
 }
 
 unsigned FrameBuffer::pixel(QPoint point) const
 {
-    return qFromLittleEndian<quint32>(pixels + point.y() * stride + point.x() * 4) & 0xFFFFFFU;
+    const std::ptrdiff_t line = stride;
+    return qFromLittleEndian<quint32>(pixels + point.y() * line + std::ptrdiff_t{point.x()} * 4) & 0xFFFFFFU;
 }
 
 bool FrameBuffer::isWrittenOn(const QRect& area) const

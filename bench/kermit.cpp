@@ -17,21 +17,21 @@ using Table = std::array<std::uint16_t, 256>;
 
 constexpr std::array<Table, 8> makeTables()
 {
-    std::array<Table, 8> tables{};
+    std::array<Table, 8> made{};
     for (unsigned octet = 0; octet < 256; ++octet) {
         unsigned crc = octet;
         for (int bit = 0; bit < 8; ++bit) {
             crc = shiftOut(crc);
         }
-        tables[0][octet] = static_cast<std::uint16_t>(crc);
+        made[0][octet] = static_cast<std::uint16_t>(crc);
     }
     for (unsigned octet = 0; octet < 256; ++octet) {
         for (unsigned slice = 1; slice < 8; ++slice) {
-            const unsigned before = tables[slice - 1][octet];
-            tables[slice][octet] = static_cast<std::uint16_t>((before >> 8U) ^ tables[0][before & 0xFFU]);
+            const unsigned before = made[slice - 1][octet];
+            made[slice][octet] = static_cast<std::uint16_t>((before >> 8U) ^ made[0][before & 0xFFU]);
         }
     }
-    return tables;
+    return made;
 }
 
 constexpr std::array<Table, 8> tables = makeTables();

@@ -18,21 +18,21 @@ using Tables = std::array<std::array<quint16, 256>, slices>;
 /// tables[0] is the usual octet-wise table; tables[k] is what an octet contributes k octets later.
 constexpr Tables makeTables()
 {
-    Tables tables{};
+    Tables made{};
     for (unsigned octet = 0; octet < 256; ++octet) {
         unsigned crc = octet;
         for (int bit = 0; bit < 8; ++bit) {
             crc = (crc >> 1U) ^ ((crc & 1U) != 0 ? kermitPolyReflected : 0U);
         }
-        tables[0][octet] = static_cast<quint16>(crc);
+        made[0][octet] = static_cast<quint16>(crc);
     }
     for (unsigned octet = 0; octet < 256; ++octet) {
         for (int k = 1; k < slices; ++k) {
-            const quint16 previous = tables[k - 1][octet];
-            tables[k][octet] = static_cast<quint16>((previous >> 8U) ^ tables[0][previous & 0xFFU]);
+            const quint16 previous = made[k - 1][octet];
+            made[k][octet] = static_cast<quint16>((previous >> 8U) ^ made[0][previous & 0xFFU]);
         }
     }
-    return tables;
+    return made;
 }
 
 constexpr Tables tables = makeTables();

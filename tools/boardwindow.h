@@ -11,7 +11,7 @@ class QListWidget;
 namespace Board {
 
 /// Draws three LEDs and a buzzer.
-class OutputPainter : public QWidget
+class OutputPainter final : public QWidget
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(OutputPainter)

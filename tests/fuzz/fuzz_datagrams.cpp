@@ -56,8 +56,8 @@ public:
     void compare(const std::array<unsigned, 4>& wanted) const
     {
         for (size_t i = 0; i < descriptors.size(); ++i) {
-            char text[4] = {};
             if (descriptors[i] >= 0) {
+                char text[4] = {};
                 const auto size = ::pread(descriptors[i], text, sizeof text, 0);
                 require(size == 1 && text[0] == (wanted[i] != 0 ? '1' : '0'), "output lines as commanded");
             }
@@ -199,17 +199,6 @@ private:
         } else {
             require(decoded, "what the link accepts, a decoder in the same state accepts");
             compareRecords();
-        }
-    }
-
-    void receiveOverNetwork(const QByteArray& datagram)
-    {
-        const auto* const socket = link->findChild<QUdpSocket*>();
-        const QHostAddress receiver(QHostAddress::LocalHost);
-        require(stage->socket.writeDatagram(datagram, receiver, socket->localPort()) == datagram.size(),
-                "the harness can send");
-        while (socket->hasPendingDatagrams()) {
-            link->processDatagrams(); // whose turn may end early on a busy machine
         }
     }
 
