@@ -4,6 +4,7 @@
 #include <QTimer>
 
 #include <csignal>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +26,8 @@ private slots:
     void handlersGoWithIt_data();
     void handlersGoWithIt();
     void leavesNoDescriptors();
+    void withoutDescriptorsSignalsKeepTheirDefault_data();
+    void withoutDescriptorsSignalsKeepTheirDefault();
 };
 
 namespace {
@@ -130,6 +133,27 @@ void tst_SignalWatcher::leavesNoDescriptors()
         QVERIFY(openDescriptors() > before);
     }
     QCOMPARE(openDescriptors(), before);
+}
+
+void tst_SignalWatcher::withoutDescriptorsSignalsKeepTheirDefault_data()
+{
+    signals_data();
+}
+
+void tst_SignalWatcher::withoutDescriptorsSignalsKeepTheirDefault()
+{
+    QFETCH(int, number);
+    rlimit usual{};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit none{0, usual.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    struct sigaction action = {};
+    {
+        const SignalWatcher watcher;
+        QCOMPARE(::sigaction(number, nullptr, &action), 0);
+    }
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+    QVERIFY(action.sa_handler == SIG_DFL);
 }
 
 QTEST_GUILESS_MAIN(tst_SignalWatcher)
