@@ -74,6 +74,8 @@ public:
     int ticks() const { return server.count("/tick"); }
     /// The time in milliseconds that the page's script last read off its clock.
     qint64 pageClock() const { return lastHeader("x-now").toLongLong(); }
+    /// The number of a frame that the PLC last read; 0 where none reads.
+    quint32 plcValue() const { return plc ? plc->value() : 0; }
     /// Bytes of the panel that are in memory.
     qint64 panelMemory() const;
     /// Puts the device's Modbus scripts in place, all others as recording ones.

@@ -33,6 +33,18 @@ bool errorPage(FaultBench& bench)
     return bench.awaitShown(Shown::ErrorPage);
 }
 
+bool errorPageAndBlinking(FaultBench& bench)
+{
+    if (!errorPage(bench)) {
+        return false;
+    }
+    const QString red = StandInSys::valueFile(StandInSys::red);
+    const WriteRecorder recorder({red});
+    QElapsedTimer timer;
+    timer.start();
+    return recorder.awaitWrites(red, 8) && timer.elapsed() < 6000; // slow blinking would take 8 s
+}
+
 /// The page is there and goes on.
 bool pageGoesOn(FaultBench& bench)
 {
@@ -158,7 +170,7 @@ Faults controllerFaults()
 {
     return {
         {"controller silent", "error page, LEDs blink fast", "nothing; the page begins anew", lossLine,
-         silence, errorPage, speak},
+         silence, errorPageAndBlinking, speak},
         reboot(),
         quickReboot(),
         {"controller replaced", "error page, then the other controller's page",

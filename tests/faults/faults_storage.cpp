@@ -92,7 +92,7 @@ Fault::Step download(const QString& name)
             return false;
         }
         bench.screen.tap(TransferScene::okButton);
-        return bench.panel.log().await("RemountUSB \"rw\""_s);
+        return bench.panel.log().await(R"(RemountUSB "rw")"_s);
     };
 }
 
@@ -105,7 +105,7 @@ bool pull(FaultBench& /*bench*/)
 
 bool driveIsReadOnlyAgain(FaultBench& bench)
 {
-    return bench.panel.log().await("RemountUSB \"ro\""_s);
+    return bench.panel.log().await(R"(RemountUSB "ro")"_s);
 }
 
 Fault fullDrive()

@@ -3,6 +3,7 @@
 // long it takes until all works again, and that a signal ends the panel in order meanwhile.
 
 #include <cstdio>
+#include <tuple>
 
 #include <QTest>
 
@@ -31,15 +32,17 @@ bool run(const Fault::Step& step, FaultBench& bench)
 QString reason(const Fault& fault, FaultBench& bench)
 {
     const QRegularExpression pattern(QString::fromUtf8(fault.line));
-    return pattern.pattern().isEmpty() ? QString() : bench.panel.log().lines().filter(pattern).value(0);
+    const QString line =
+        pattern.pattern().isEmpty() ? QString() : bench.panel.log().lines().filter(pattern).value(0);
+    return QString(line).replace("<now>"_s, "<time>"_s); // as the documentation of the log has it
 }
 
 /// A line for scripts/faults: fields separated by tabulators.
 void report(const char* kind, const Fault& fault, double seconds, const QString& line)
 {
-    std::printf("\n%s\t%s\t%.1f\t%s\t%s\t%s\n", kind, fault.name, seconds, fault.sees, fault.lost,
-                qPrintable(line));
-    std::fflush(stdout);
+    std::ignore = std::printf("\n%s\t%s\t%.1f\t%s\t%s\t%s\n", kind, fault.name, seconds, fault.sees,
+                              fault.lost, qPrintable(line));
+    std::ignore = std::fflush(stdout);
 }
 
 } // namespace
