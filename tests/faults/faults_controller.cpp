@@ -10,7 +10,7 @@ namespace VarnelTest {
 namespace {
 
 constexpr int floodRate = 10000;
-constexpr int floodMilliseconds = 5000;
+constexpr quint32 floodSize = 5 * floodRate;
 constexpr std::chrono::milliseconds touchLimit{3000};
 
 constexpr auto lossLine = "^No packet received within the  3 s window, unregister";
@@ -76,17 +76,18 @@ bool swapBack(FaultBench& bench)
     return speak(bench);
 }
 
-/// Lets `source` flood the panel for some seconds; false when it sends less than it is to.
+/// Lets `source` flood the panel with some seconds' worth of datagrams, and leaves it at that. How quick it
+/// is where the machine has other things to do as well is in the log.
 bool flood(FrameSource& source)
 {
-    const quint32 before = source.sent() + source.refused();
+    const auto count = [&source] { return source.sent() + source.refused(); };
+    const quint32 before = count();
     QElapsedTimer timer;
     timer.start();
     source.setRate(floodRate);
-    QTest::qWait(floodMilliseconds);
-    const double rate = (source.sent() + source.refused() - before) * 1000.0 / double(timer.elapsed());
-    qInfo("%.0f datagrams a second", rate);
-    return rate > 0.9 * floodRate;
+    const bool sent = QTest::qWaitFor([&] { return count() - before >= floodSize; }, int(patience.count()));
+    qInfo("%.0f datagrams a second", (count() - before) * 1000.0 / double(timer.elapsed()));
+    return sent;
 }
 
 Fault reboot()
@@ -136,13 +137,16 @@ Fault strangersFlood()
 
 Fault controllersFlood()
 {
-    return {"flood of the controller's frames",
-            "page stays, answers late",
-            "frames beyond what the scripts can follow",
-            "",
-            [](FaultBench& bench) { return flood(bench.frames); },
-            touchIsAnswered,
-            speak};
+    Fault fault{"flood of the controller's frames",
+                "page stays, answers late",
+                "frames beyond what the scripts can follow",
+                "",
+                [](FaultBench& bench) { return flood(bench.frames); },
+                touchIsAnswered,
+                speak};
+    // What waits in the socket is handled first, a script for each.
+    fault.recoveryLimit = std::chrono::seconds(60);
+    return fault;
 }
 
 Fault garbageFlood()
