@@ -147,6 +147,7 @@ void download(const QString& name)
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     qputenv("LC_ALL", "C.UTF-8"); // the panel's

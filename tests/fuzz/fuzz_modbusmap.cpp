@@ -129,7 +129,7 @@ QByteArray notPlain(const QByteArray& text)
 /// A plain mapping means the same to Qt's parser.
 void compareLoads(const ModbusInterface& bridge, const QByteArray& text)
 {
-    if (PlainJson::read(text) && bridge.GetJsonCfg().size() > 0) {
+    if (PlainJson::read(text) && !bridge.GetJsonCfg().isEmpty()) {
         writeFile(stage->map, notPlain(text));
         ModbusInterface other;
         std::ignore = other.LoadConfig(stage->map);
@@ -294,7 +294,7 @@ QString update(ModbusInterface* bridge, const QList<core_tmp>& items,
         require(raw[i].baseaddr == tables[i] && raw[i].values == rendered(*bridge, tables[i]),
                 "the words of a table");
     }
-    const QString command = ModbusInterface::GenerateDbusUpdateQuery(raw);
+    QString command = ModbusInterface::GenerateDbusUpdateQuery(raw);
     compareCommand(raw, command);
     if (config && sum < addressSpaceSize) {
         const Parsed<RegisterUpdate> parsed = parseUpdate(command.toUtf8());
@@ -310,6 +310,7 @@ QString update(ModbusInterface* bridge, const QList<core_tmp>& items,
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     fuzz::QuietLog::install();

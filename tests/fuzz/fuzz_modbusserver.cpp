@@ -254,6 +254,7 @@ void rtu(fuzz::Input* input)
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     fuzz::QuietLog::install();

@@ -13,7 +13,6 @@
 
 using namespace Varnel;
 using fuzz::require;
-using fuzz::requireSame;
 
 namespace {
 
@@ -36,7 +35,7 @@ void setPath(const QString& path)
 /// Every file has a name of its own: QSettings keeps what it has read by the file's name, size and time.
 QString newFile(const QByteArray& octets)
 {
-    const QString path = stage->directory.filePath(QString::number(++stage->files));
+    QString path = stage->directory.filePath(QString::number(++stage->files));
     QFile file(path);
     require(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(octets) == octets.size(),
             "the harness can write its files");
@@ -117,6 +116,7 @@ void checkServerInterface()
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     fuzz::QuietLog::install();

@@ -125,7 +125,7 @@ std::string Link::reasonToDrop(const Octets& datagram, const std::string& sender
 
 std::string Link::receive(const Octets& datagram, const std::string& sender)
 {
-    const std::string reason = reasonToDrop(datagram, sender);
+    std::string reason = reasonToDrop(datagram, sender);
     if (!reason.empty()) {
         return reason;
     }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Writes the fuzzers' first inputs: the frames of the tests and of the simulator, and the files that a device
 // ships. Usage: seeds SOURCE-DIRECTORY DIRECTORY; makes DIRECTORY/<fuzzer>/<name>.
-#include <cstdio>
-
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -255,7 +253,7 @@ int main(int argc, char** argv)
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() != 3) {
-        std::fputs("Usage: seeds SOURCE-DIRECTORY DIRECTORY\n", stderr);
+        qCritical("Usage: seeds SOURCE-DIRECTORY DIRECTORY");
         return 2;
     }
     source = arguments.at(1);

@@ -86,9 +86,9 @@ void MainWindow::reloadUrl()
     recordWindow("reloadUrl", {});
 }
 
-void MainWindow::displayError(QString wanted)
+void MainWindow::displayError(QString language)
 {
-    recordWindow("displayError", {wanted});
+    recordWindow("displayError", {language});
 }
 
 void MainWindow::setLanguage(QString lang)
