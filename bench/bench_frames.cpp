@@ -217,8 +217,8 @@ Frame usual(quint32 sequence)
 /// A section, or two, as a controller sends them.
 struct Kind
 {
-    const char* name;
-    void (*add)(Frame* frame);
+    const char* name = nullptr;
+    void (*add)(Frame* frame) = nullptr;
     double target = 0;
 };
 

@@ -118,7 +118,7 @@ void OwnFiles::dropFromCache() const
 QString diskDirectory(const QStringList& arguments)
 {
     const int option = arguments.indexOf(QLatin1String("--disk"));
-    const QString directory = option >= 0 ? arguments.value(option + 1) : QString();
+    QString directory = option >= 0 ? arguments.value(option + 1) : QString();
     if (directory.isEmpty()) {
         qFatal("--disk DIRECTORY is missing");
     }

@@ -21,7 +21,7 @@ inline constexpr std::array<std::string_view, 10> scriptNames = {
 };
 
 /// More than the kernel takes as one script's arguments by default is refused unread.
-inline constexpr std::size_t longestRequest = 2 * 1024 * 1024;
+inline constexpr std::size_t longestRequest = std::size_t{2} * 1024 * 1024;
 
 /// Exit statuses beside the script's own, as a shell has them.
 inline constexpr unsigned char notRun = 126;

@@ -272,7 +272,7 @@ private:
     /// Texts are copied in blocks, which is quicker than to look where they end.
     static constexpr int blockLength = 16;
 
-    void put(char c) { *out++ = ushort(c); }
+    void put(char c) { *out++ = uchar(c); }
 
     void value(const Node& node)
     {

@@ -27,12 +27,12 @@ public:
     Q_DISABLE_COPY_MOVE(Line)
 
     QString port() const { return QString::fromLocal8Bit(::ptsname(descriptor)); }
-    bool send(const QByteArray& octets)
+    bool send(const QByteArray& octets) const
     {
         return ::write(descriptor, octets.constData(), static_cast<size_t>(octets.size())) == octets.size();
     }
     /// Everything heard since the last call.
-    QByteArray heard()
+    QByteArray heard() const
     {
         char octets[512];
         const ssize_t size = ::read(descriptor, octets, sizeof octets);

@@ -44,7 +44,7 @@ private slots:
 private:
     QString writeInit(const QByteArray& text);
     QString goodInit();
-    QByteArray read(int address, int count);
+    QByteArray read(int address, int count) const;
     static Refusal none() { return {}; }
 
     std::unique_ptr<QTemporaryDir> directory;
@@ -84,7 +84,7 @@ QString tst_Service::goodInit()
 }
 
 /// What a client gets for a read request, from the function code on; empty when it cannot connect.
-QByteArray tst_Service::read(int address, int count)
+QByteArray tst_Service::read(int address, int count) const
 {
     QTcpSocket socket;
     socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);

@@ -72,7 +72,7 @@ private:
     /// The path by which the panel would run the script `name`.
     QString request(const QString& name)
     {
-        const QString path = requests.filePath(name);
+        QString path = requests.filePath(name);
         QFile::link(QStringLiteral(REQUEST_PROGRAM), path);
         return path;
     }
