@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "enginecaches.h"
 
+#include <QPixmapCache>
 #include <QWebSettings>
 
 namespace Varnel {
@@ -13,6 +14,9 @@ namespace {
 constexpr int mostUnused = 1 << 20;
 // Above so much in all it also forgets what it has unpacked of pictures that are out of sight.
 constexpr int mostInAll = 4 << 20;
+// Of icons that the toolkit has drawn, in KiB. Each dialog draws its buttons' anew, and those of the last one
+// stay.
+constexpr int mostIcons = 512;
 
 } // namespace
 
@@ -21,11 +25,13 @@ void limitEngineCaches()
     // Nothing but a page's own script leads back to an earlier page, which can be loaded anew.
     QWebSettings::setMaximumPagesInCache(0);
     QWebSettings::setObjectCacheCapacities(0, mostUnused, mostInAll);
+    QPixmapCache::setCacheLimit(mostIcons);
 }
 
 void clearEngineCaches()
 {
     QWebSettings::clearMemoryCaches();
+    QPixmapCache::clear();
 }
 
 } // namespace Varnel

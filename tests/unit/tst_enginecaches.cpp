@@ -5,6 +5,7 @@
 #include <QBuffer>
 #include <QDialog>
 #include <QImage>
+#include <QPixmapCache>
 #include <QRandomGenerator>
 #include <QTest>
 #include <QTimer>
@@ -27,6 +28,7 @@ private slots:
     void pictureIsKeptFromPageToPage();
     void manyPicturesPushItOut();
     void lostControllersPicturesAreForgotten();
+    void oldIconsAreForgotten();
     void scriptThatWaitsForItsUserGoesOn();
 
 private:
@@ -110,6 +112,21 @@ void tst_EngineCaches::lostControllersPicturesAreForgotten()
     QVERIFY(panel.showsErrorPage());
     panel.load(server->url(pagePath));
     QCOMPARE(server->count(picturePath), 2); // the next controller may have another one under that name
+}
+
+void tst_EngineCaches::oldIconsAreForgotten()
+{
+    PanelView panel;
+    QPixmap icon(64, 64); // 16 KiB
+    icon.fill(Qt::red);
+    const auto kept = [](int number) { return QPixmapCache::find(QString::number(number), nullptr); };
+    for (int i = 0; i < 100; ++i) {
+        QVERIFY(QPixmapCache::insert(QString::number(i), icon));
+    }
+    QVERIFY(kept(99));
+    QVERIFY(!kept(0)); // more than the limit has come since
+    panel.window.displayError(QStringLiteral("en"));
+    QVERIFY(!kept(99));
 }
 
 void tst_EngineCaches::scriptThatWaitsForItsUserGoesOn()
