@@ -119,3 +119,13 @@ in_root()
         --setenv PATH /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
         "${options[@]}" --chdir / -- "$@"
 }
+
+# The place where this machine's apt gets Debian's packages from: whoever has a mirror of their own need not tell us.
+debian_mirror()
+{
+    local site
+    # shellcheck disable=SC2016 # apt's words, not the shell's
+    site=$(apt-get indextargets --format '$(SITE)' 'Codename: bookworm' | sed -n 1p)
+    [ -n "$site" ] || fail "apt knows no Debian 12 mirror; run apt-get update first"
+    echo "$site"
+}
