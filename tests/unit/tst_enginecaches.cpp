@@ -47,7 +47,11 @@ HttpServer::Answer keepablePicture()
 {
     QImage picture(277, 277, QImage::Format_RGB32);
     QRandomGenerator generator(1);
-    generator.fillRange(reinterpret_cast<quint32*>(picture.bits()), picture.sizeInBytes() / 4);
+    for (int y = 0; y < picture.height(); ++y) {
+        for (int x = 0; x < picture.width(); ++x) {
+            picture.setPixel(x, y, generator.generate());
+        }
+    }
     HttpServer::Answer answer;
     answer.headers = "Content-Type: image/png\r\nCache-Control: max-age=3600\r\n";
     QBuffer buffer(&answer.body);
