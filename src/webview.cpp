@@ -74,8 +74,10 @@ void WebPage::handleUnsupportedContent(QNetworkReply* reply)
         return;
     }
     if (reply->url() == currentUrl) {
-        mainFrame()->setHtml(
-            QStringLiteral("<html><body>An error occurred while loading page.</body></html>"), reply->url());
+        changePage([this, base = reply->url()] {
+            mainFrame()->setHtml(
+                QStringLiteral("<html><body>An error occurred while loading page.</body></html>"), base);
+        });
     }
     reply->deleteLater();
 }
@@ -149,20 +151,26 @@ void WebView::loadUrl(const QUrl& url)
 {
     initialUrl = url;
     qDebug() << "WebView::loadUrl() " << initialUrl.toString();
-    load(initialUrl);
+    currentPage->changePage([this, url] { load(url); });
+}
+
+void WebView::setUrl(const QUrl& url)
+{
+    currentPage->changePage([this, url] { QWebView::setUrl(url); });
 }
 
 void WebView::loadRequest(const QNetworkRequest& request)
 {
     qDebug() << "WebView::loadRequest";
     initialUrl = request.url();
-    load(request, QNetworkAccessManager::GetOperation, QByteArray());
+    currentPage->changePage(
+        [this, request] { load(request, QNetworkAccessManager::GetOperation, QByteArray()); });
 }
 
 void WebView::reloadUrl()
 {
     qDebug() << "WebView::reloadUrl() " << initialUrl.toString();
-    load(initialUrl);
+    currentPage->changePage([this, url = initialUrl] { load(url); });
 }
 
 QUrl WebView::url() const

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
+
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QString>
@@ -28,6 +30,11 @@ public:
     WebPage(MainWindow* mainWindow, QObject* parent);
     ~WebPage() override;
 
+    /// Runs `change`, which puts another page into the main frame: at once, or, while a script's dialog is
+    /// open, when the dialog has been closed and the script is done. The engine does not survive that the
+    /// page is replaced below a script that runs. Of several changes that wait only the last one is run.
+    void changePage(std::function<void()> change);
+
 signals:
     /// The main frame is about to load `url`.
     void loadingUrl(QUrl url);
@@ -48,14 +55,25 @@ protected:
     /// An input for several files gets one from the same chooser as any other: the toolkit's own would show
     /// the panel's whole file system.
     bool supportsExtension(Extension extension) const override;
+    /// The dialogs of a script, as the engine shows them. While the panel itself changes the page nobody is
+    /// asked: the page goes in any case.
+    void javaScriptAlert(QWebFrame* frame, const QString& message) override;
+    bool javaScriptConfirm(QWebFrame* frame, const QString& message) override;
+    bool javaScriptPrompt(QWebFrame* frame, const QString& message, const QString& defaultValue,
+                          QString* result) override;
 
 private:
     void queueDownload(QNetworkReply* reply);
+    void ask(const std::function<void()>& show);
+    void carryOutChange();
 
     MainWindow* mainWindow;
     DownloadHandler* downloadHandler;
     QUrl currentUrl;   ///< the last navigation of the main frame
     QTimer retryTimer; ///< without behaviour: the timer that works is the view's
+    int openDialogs = 0;
+    bool changesPage = false;            ///< the panel itself is changing the page
+    std::function<void()> waitingChange; ///< the change that waits for a script to be done
 };
 
 /// The view: shows the page, the panel's own error and info pages, and tries again after a failed load.
@@ -77,6 +95,8 @@ public:
     WebPage* webPage() const { return currentPage; }
 
     void loadUrl(const QUrl& url);
+    /// Loads `url` without keeping it as the address that a retry asks for.
+    void setUrl(const QUrl& url);
     /// Loads `request` as it is, its own headers included.
     void loadRequest(const QNetworkRequest& request);
     /// Loads again what was last asked for.

@@ -66,7 +66,8 @@ void WebView::showPicturePage(const QString& picture, const QString& tail, const
         background = pictureHead + ofDefault + tail;
     }
     const QString device = Settings::getInfoDevice() + QLatin1String(" v") + Settings::getInfoRelease();
-    page()->mainFrame()->setHtml(HtmlContent(background, QString(), device), QUrl());
+    const QString html = HtmlContent(background, QString(), device);
+    currentPage->changePage([this, html] { currentPage->mainFrame()->setHtml(html, QUrl()); });
 }
 
 } // namespace Varnel
