@@ -34,11 +34,18 @@ namespace {
 /// A slow stick with much to write behind it takes minutes for it.
 constexpr std::chrono::minutes slowestDrive{30};
 
+/// A controller that is switched off or restarted says no farewell, and the network would notice after two
+/// hours. Until then the progress popup would keep every touch from the page.
+constexpr std::chrono::minutes longestSilence{2};
+
 } // namespace
 
 DownloadHandler::DownloadHandler(MainWindow* window)
     : mainWindow(window)
 {
+    silence.setSingleShot(true);
+    connect(&silence, &QTimer::timeout, this,
+            [this] { abandon(QStringLiteral("the server has fallen silent")); });
     // After the event loop nobody would finish a running download, nor make the drive read-only again.
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { abandon(QStringLiteral("the application ends")); });
@@ -145,10 +152,14 @@ void DownloadHandler::follow()
     connect(reply, &QObject::destroyed, this, [this] { abandon(QStringLiteral("its reply is gone")); });
     progressPopup = new ProgressPopup(Settings::getUIMsgDownloadInProgress(), mainWindow);
     progressPopup->show();
+    silence.start(longestSilence);
 }
 
 void DownloadHandler::downloadProgress(qint64 bytesRead, qint64 bytesTotal)
 {
+    if (silence.isActive()) {
+        silence.start(longestSilence);
+    }
     if (!progressPopup || bytesTotal == 0) {
         return;
     }
@@ -227,6 +238,7 @@ void DownloadHandler::abandon(const QString& reason)
 
 void DownloadHandler::releaseReply()
 {
+    silence.stop();
     keeper.reset();
     if (reply) {
         reply->disconnect(this);

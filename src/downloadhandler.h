@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 
 class QFile;
 class QNetworkReply;
@@ -17,7 +18,8 @@ class ReplyKeeper;
 
 /// Saves what the controller's page serves and the browser cannot show to the USB drive, which is read-write
 /// only while a file is being saved. One download at a time: a second one that is confirmed while one runs
-/// takes its place, and what has arrived of the first is kept.
+/// takes its place, and what has arrived of the first is kept. The same happens to one whose server falls
+/// silent.
 class DownloadHandler : public QObject
 {
     Q_OBJECT
@@ -66,6 +68,7 @@ private:
     QPointer<QNetworkReply> reply;
     std::unique_ptr<QFile> file; ///< set while a download runs, and only then
     std::unique_ptr<ReplyKeeper> keeper;
+    QTimer silence{this}; ///< runs while nothing arrives of a running download
     int startCount = 0;
 };
 

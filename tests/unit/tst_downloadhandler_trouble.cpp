@@ -47,6 +47,7 @@ private slots:
     void cleanup();
 
     void savesWhatArrivedOfBrokenReply();
+    void givesUpOnSilentServer();
     void reportsFullDrive();
     void reportsFailedSynchronization_data();
     void reportsFailedSynchronization();
@@ -84,6 +85,31 @@ void TestDownloadHandlerTrouble::savesWhatArrivedOfBrokenReply()
     QCOMPARE(users->content(QStringLiteral("log.txt")), QByteArray("first part"));
     QCOMPARE(messages, QStringList(QStringLiteral("Download complete")));
     QCOMPARE(lines(), savedLines(logPath, "log.txt"));
+    QTRY_VERIFY(!reply);
+}
+
+// A controller that is switched off says no farewell: without a limit the popup would stand there for hours.
+void TestDownloadHandlerTrouble::givesUpOnSilentServer()
+{
+    const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
+    QTRY_COMPARE(started, QVector<bool>{true});
+    QTRY_COMPARE(reply->bytesAvailable(), 10);
+    auto* const silence = handler->findChild<QTimer*>();
+    QVERIFY(silence && silence->isActive() && silence->isSingleShot());
+    silence->start(60000);
+    handler->downloadProgress(10, 23);
+    QCOMPARE(silence->interval(), 120000); // each part that arrives starts the time anew
+
+    silence->start(0);
+    QTRY_COMPARE(users->remounts().size(), 2);
+    QCOMPARE(users->content(QStringLiteral("log.txt")), QByteArray("first part"));
+    QStringList expected = savedLines(logPath, "log.txt");
+    expected[4] = QStringLiteral("NOW - Download to '%1' broken off: the server has fallen silent")
+                      .arg(stick("log.txt"));
+    QCOMPARE(lines(), expected);
+    QCOMPARE(criticalLines(), QStringList(expected.at(4)));
+    QCOMPARE(findPopup(QStringLiteral("ProgressPopup")), nullptr);
+    QVERIFY(!silence->isActive());
     QTRY_VERIFY(!reply);
 }
 
