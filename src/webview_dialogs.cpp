@@ -39,9 +39,7 @@ void WebPage::ask(const std::function<void()>& show)
     ++openDialogs;
     show();
     --openDialogs;
-    if (openDialogs == 0 && waitingChange) {
-        QMetaObject::invokeMethod(this, &WebPage::carryOutChange, Qt::QueuedConnection);
-    }
+    QMetaObject::invokeMethod(this, &WebPage::carryOutChange, Qt::QueuedConnection);
 }
 
 void WebPage::changePage(std::function<void()> change)
@@ -60,7 +58,9 @@ void WebPage::changePage(std::function<void()> change)
 
 void WebPage::carryOutChange()
 {
-    changePage(std::exchange(waitingChange, nullptr));
+    if (openDialogs == 0 && waitingChange) {
+        changePage(std::exchange(waitingChange, nullptr));
+    }
 }
 
 } // namespace Varnel

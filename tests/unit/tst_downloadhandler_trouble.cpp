@@ -95,7 +95,8 @@ void TestDownloadHandlerTrouble::givesUpOnSilentServer()
     QTRY_COMPARE(started, QVector<bool>{true});
     QTRY_COMPARE(reply->bytesAvailable(), 10);
     auto* const silence = handler->findChild<QTimer*>();
-    QVERIFY(silence && silence->isActive() && silence->isSingleShot());
+    QVERIFY(silence);
+    QVERIFY(silence->isActive() && silence->isSingleShot());
     silence->start(60000);
     handler->downloadProgress(10, 23);
     QCOMPARE(silence->interval(), 120000); // each part that arrives starts the time anew
