@@ -1,0 +1,28 @@
+# SPDX-License-Identifier: MIT
+# With VARNEL_VALGRIND the tests of the parts run under valgrind's memcheck. VARNEL_MEMCHECK stands in front of a test's
+# program, VARNEL_MEMCHECK_ALL in front of one that starts programs of ours, which are then watched as well, and
+# varnel_memchecked() says so to ctest. Without VARNEL_VALGRIND all three are nothing.
+
+set(VARNEL_MEMCHECK)
+set(VARNEL_MEMCHECK_ALL)
+if(VARNEL_VALGRIND)
+    # Code that is made while the program runs has no names by which to suppress what is reported in it, so the engine
+    # interprets its scripts, and Qt its regular expressions.
+    set(VARNEL_MEMCHECK env JSC_useJIT=0 JSC_useRegExpJIT=0 QT_ENABLE_REGEXP_JIT=0
+        valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite
+        --errors-for-leak-kinds=definite --child-silent-after-fork=yes --num-callers=30
+        --suppressions=${PROJECT_SOURCE_DIR}/tests/valgrind.supp)
+    # Scripts and the programs of the system are left alone. A program that ends at its first error cannot be taken for
+    # a good one, even by a test that would have killed it.
+    set(VARNEL_MEMCHECK_ALL ${VARNEL_MEMCHECK} --exit-on-first-error=yes
+        --trace-children=yes --trace-children-skip=/usr/*,/bin/*,/sbin/*,*.sh)
+endif()
+
+# Some tests are thirty times slower there, some that start many programs sixty times. The label is what the preset runs.
+function(varnel_memchecked name)
+    if(VARNEL_VALGRIND)
+        set_tests_properties(${name} PROPERTIES TIMEOUT 1800)
+        set_property(TEST ${name} APPEND PROPERTY LABELS valgrind)
+        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT "QTEST_FUNCTION_TIMEOUT=1800000")
+    endif()
+endfunction()
