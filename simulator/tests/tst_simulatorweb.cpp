@@ -517,8 +517,9 @@ void SimulatorWebTest::controlRefusesNonsense()
 
 void SimulatorWebTest::portClosesAndOpens()
 {
-    const QJsonObject state = control(QStringLiteral("do=http-down&seconds=0.3"));
-    QVERIFY(!state.isEmpty()); // the answer still comes
+    const QJsonObject state =
+        control(QStringLiteral("do=http-down&seconds=2")); // long enough for a slow machine to see it
+    QVERIFY(!state.isEmpty());                             // the answer still comes
     QTRY_VERIFY(([this] {
         const Reply reply = get(QStringLiteral("/index.html"));
         return finish(reply) && reply->error() == QNetworkReply::ConnectionRefusedError;
