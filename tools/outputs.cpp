@@ -16,7 +16,7 @@ QByteArray read(const QString& path)
 
 QString quoted(const QByteArray& word)
 {
-    const QString text = QString::fromUtf8(word);
+    QString text = QString::fromUtf8(word);
     const bool plain = !text.isEmpty() && !text.contains(QLatin1Char(' ')) &&
                        !text.contains(QLatin1Char('\n')) && !text.contains(QLatin1Char('"'));
     if (plain) {

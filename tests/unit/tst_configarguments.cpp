@@ -358,16 +358,16 @@ void tst_ConfigArguments::networkDiffers_data()
 void tst_ConfigArguments::networkDiffers()
 {
     QFETCH(NetChange, change);
-    netcfg_s kept = distinctNet();
-    netcfg_s now = kept;
-    QVERIFY(!configDiffers(kept, now));
-    now.resetcfg = true;
-    QVERIFY(!configDiffers(kept, now)); // the flag of the kept record alone decides
-    change(now);
-    QVERIFY(configDiffers(kept, now));
-    QVERIFY(configDiffers(now, kept));
-    kept.resetcfg = true;
-    QVERIFY(configDiffers(kept, kept));
+    netcfg_s one = distinctNet();
+    netcfg_s other = one;
+    QVERIFY(!configDiffers(one, other));
+    other.resetcfg = true;
+    QVERIFY(!configDiffers(one, other)); // the flag of the kept record, the first, alone decides
+    change(other);
+    QVERIFY(configDiffers(one, other));
+    QVERIFY(configDiffers(other, one));
+    one.resetcfg = true;
+    QVERIFY(configDiffers(one, one));
 }
 
 void tst_ConfigArguments::snmpDiffers_data()

@@ -24,7 +24,7 @@ public:
     ~FileSizeLimit()
     {
         ::setrlimit(RLIMIT_FSIZE, &old);
-        std::signal(SIGXFSZ, oldHandler);
+        static_cast<void>(std::signal(SIGXFSZ, oldHandler));
     }
 
     Q_DISABLE_COPY_MOVE(FileSizeLimit)

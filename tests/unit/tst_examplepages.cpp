@@ -100,7 +100,7 @@ void TestExamplePages::coreSectionBecomesRegisters()
     ModbusInterface bridge;
     QVERIFY(bridge.LoadConfig(QFINDTESTDATA("../../device/modbus.map")));
     const QString command =
-        bridge.GenerateDbusUpdateQuery(bridge.ComputeRawData(bridge.CheckTableToUpdate(items)));
+        ModbusInterface::GenerateDbusUpdateQuery(bridge.ComputeRawData(bridge.CheckTableToUpdate(items)));
     QFile page(path);
     QVERIFY(page.open(QIODevice::ReadOnly));
     QVERIFY2(page.readAll().contains(command.toUtf8()), qPrintable(command));

@@ -179,7 +179,7 @@ void TestFileDialog::listsOddNames()
         QStringLiteral("%1%s.txt"),
         QStringLiteral("<b>bold.txt"),
         QStringLiteral("a\nb.txt"),
-        QString::fromUtf8("\xe2\x80\xaegpj.exe"),
+        QChar(0x202e) + QStringLiteral("gpj.exe"),
         QString::fromUtf8("\xe6\x97\xa5\xe5\xbf\x97.txt"),
     };
     for (const QString& name : names) {

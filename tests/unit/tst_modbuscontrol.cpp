@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <limits>
-#include <random>
 
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QtTest>
 
 #include "logrecorder.h"
@@ -390,8 +390,7 @@ void TestModbusControl::updateCommand()
 
 void TestModbusControl::updateCommandIsTheJsonWriters()
 {
-    constexpr quint32 seed = 20240513;
-    std::mt19937 random(seed);
+    QRandomGenerator random(20240513);
     const auto below = [&random](int limit) { return int(random() % unsigned(limit)); };
     QVector<int> addresses = {
         0, 1, -1, 9, 10, 99999, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()};

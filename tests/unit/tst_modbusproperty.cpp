@@ -207,7 +207,7 @@ std::string lengths(const QString& initFile)
     std::ostringstream result;
     if (file.open(QIODevice::ReadOnly)) {
         const QJsonObject init = QJsonDocument::fromJson(file.readAll()).object();
-        for (const QJsonValue& table : init.value(QStringLiteral("tables")).toArray()) {
+        for (const QJsonValue table : init.value(QStringLiteral("tables")).toArray()) {
             result << table[QStringLiteral("address")].toInt() << ':'
                    << table[QStringLiteral("length")].toInt() << ' ';
         }
@@ -283,7 +283,8 @@ void TestModbusProperty::randomMappings()
                 ModbusInterface::GenerateDbusUpdateQuery(bridge.ComputeRawData(updated)).toStdString();
             const std::string wanted = command(expected, addresses);
             words += int(std::count(wanted.begin(), wanted.end(), ','));
-            QVERIFY2(actual == wanted, (actual + "\ninstead of\n" + wanted + "\nat " + where()).c_str());
+            QVERIFY2(actual == wanted,
+                     (actual + "\ninstead of\n").append(wanted).append("\nat ").append(where()).c_str());
         }
         QVERIFY(bridge.GenerateDbusInit(directory.path()));
         const std::string actual = lengths(directory.filePath(QStringLiteral("mbserver_init.dbus")));

@@ -172,7 +172,7 @@ private:
     {
         const int start = text.size();
         string();
-        const QByteArray name =
+        QByteArray name =
             text.mid(start).replace(text.size() - start - 1, 1, QByteArray::number(++names) + '"');
         text.truncate(start);
         return name;

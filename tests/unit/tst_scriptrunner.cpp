@@ -119,7 +119,7 @@ void tst_ScriptRunner::cleanup()
 
 QString tst_ScriptRunner::write(const QString& name, const QByteArray& contents, bool executable) const
 {
-    const QString path = directory.filePath(name);
+    QString path = directory.filePath(name);
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()) {
         qFatal("cannot write %s", qPrintable(path));
@@ -394,7 +394,7 @@ void tst_ScriptRunner::signalsAreFresh()
     QCOMPARE(::pthread_sigmask(SIG_BLOCK, &all, &before), 0);
     const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
     const ScriptResult result = runScript(path, {}, plenty);
-    ::signal(SIGPIPE, pipeBefore);
+    static_cast<void>(::signal(SIGPIPE, pipeBefore));
     QCOMPARE(::pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
     QCOMPARE(result, ScriptResult::Finished);
     const QList<QByteArray> lines = contents(QStringLiteral("signals.out")).split('\n');

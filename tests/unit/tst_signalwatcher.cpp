@@ -88,7 +88,7 @@ void tst_SignalWatcher::burstEndsItOnce()
     const SignalWatcher watcher;
     // More than a pipe holds: the handler must neither block nor end the process.
     for (int i = 0; i < 70000; ++i) {
-        ::raise(i % 2 == 0 ? SIGTERM : SIGINT);
+        QCOMPARE(::raise(i % 2 == 0 ? SIGTERM : SIGINT), 0);
     }
     QVERIFY(loopEnds());
 }
@@ -115,8 +115,7 @@ void tst_SignalWatcher::handlersGoWithIt()
     // A second process shows what the signal does now: it ends it.
     const pid_t child = ::fork();
     if (child == 0) {
-        ::raise(number);
-        ::_exit(0);
+        ::_exit(::raise(number));
     }
     QVERIFY(child > 0);
     int status = 0;

@@ -105,9 +105,9 @@ void tst_UdpHandlerSnmp::trapDestinations()
     octets.replace(560, 20, hex("0a 00 00 05 | 7f 00 00 01 | 00 00 00 00 | 00 00 00 00 | 00 00 00 00"));
     link.receiveSections({octets});
     const QByteArray zero("snmptrap.sh add 0.0.0.0 1162 V3NOAUTH cli_engineid cli_user");
-    QCOMPARE(scripts.callLines(), (Lines{"snmpctl.sh init",
-                                         "snmpcfg.sh 192.168.7.2 1161 context community priv_oid V3PRIV "
-                                         "priv_user SHA priv_pwd DES priv_key",
+    const QByteArray configuration("snmpcfg.sh 192.168.7.2 1161 context community priv_oid V3PRIV "
+                                   "priv_user SHA priv_pwd DES priv_key");
+    QCOMPARE(scripts.callLines(), (Lines{"snmpctl.sh init", configuration,
                                          "snmptrap.sh init 10.0.0.5 1162 V3NOAUTH cli_engineid cli_user",
                                          "snmptrap.sh add 10.0.0.5 1162 V3NOAUTH cli_engineid cli_user", zero,
                                          zero, zero, "snmpctl.sh apply"}));

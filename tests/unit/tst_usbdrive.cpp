@@ -108,7 +108,7 @@ void TestUsbDrive::chooseFile_data()
     QTest::newRow("blanks and percent") << QStringLiteral("a %1 b.bin");
     QTest::newRow("a colon in front") << QStringLiteral(":a.bin");
     QTest::newRow("newline") << QStringLiteral("a\nb.bin");
-    QTest::newRow("right to left") << QString::fromUtf8("\xe2\x80\xaegpj.exe");
+    QTest::newRow("right to left") << QString(QChar(0x202e) + QStringLiteral("gpj.exe"));
 }
 
 void TestUsbDrive::chooseFile()

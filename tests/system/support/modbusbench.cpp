@@ -2,8 +2,7 @@
 #include "modbusbench.h"
 
 #include <cerrno>
-
-#include <signal.h>
+#include <csignal>
 
 #include <QDir>
 #include <QFile>

@@ -58,7 +58,7 @@ bool Program::start(const QStringList& arguments)
     return true;
 }
 
-void Program::signal(int signalNumber)
+void Program::signal(int signalNumber) const
 {
     if (isRunning()) {
         ::kill(static_cast<pid_t>(pid()), signalNumber);

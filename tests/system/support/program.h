@@ -32,7 +32,7 @@ public:
     /// Writes to the program's standard input.
     void write(const QByteArray& octets) { process.write(octets); }
     /// Sends `signalNumber` to the program.
-    void signal(int signalNumber);
+    void signal(int signalNumber) const;
     /// Waits until the program has ended, its last output read.
     [[nodiscard]] bool awaitEnd(std::chrono::milliseconds limit = patience);
     /// Asks the program to end and waits for it; returns its exit status, or -1 if it had to be killed or

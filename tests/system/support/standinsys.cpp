@@ -116,7 +116,7 @@ WriteRecorder::~WriteRecorder()
 
 void WriteRecorder::run()
 {
-    alignas(inotify_event) std::array<char, 4096> buffer;
+    alignas(inotify_event) std::array<char, 4096> buffer{};
     while (!ending) {
         pollfd ready{inotify, POLLIN, 0};
         if (::poll(&ready, 1, 50) <= 0) {
@@ -124,7 +124,7 @@ void WriteRecorder::run()
         }
         const ssize_t size = ::read(inotify, buffer.data(), buffer.size());
         for (ssize_t at = 0; at < size;) {
-            inotify_event event;
+            inotify_event event{};
             std::copy_n(buffer.data() + at, sizeof event, reinterpret_cast<char*>(&event));
             if ((event.mask & IN_CLOSE_WRITE) != 0) {
                 record(watched.value(event.wd));

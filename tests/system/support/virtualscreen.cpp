@@ -127,9 +127,9 @@ QImage VirtualScreen::grab() const
         return {};
     }
     // A screen of depth 24 has the layout of RGB32.
-    const QImage picture = QImage(reinterpret_cast<const uchar*>(image->data), width, height,
-                                  image->bytes_per_line, QImage::Format_RGB32)
-                               .copy();
+    QImage picture = QImage(reinterpret_cast<const uchar*>(image->data), width, height, image->bytes_per_line,
+                            QImage::Format_RGB32)
+                         .copy();
     XDestroyImage(image);
     return picture;
 }

@@ -64,9 +64,10 @@ protected:
         return manager->get(QNetworkRequest(server->url(path)));
     }
 
-    QPointer<QNetworkReply> offer(const QString& path)
+    /// The reply deletes itself when it is finished.
+    QNetworkReply* offer(const QString& path)
     {
-        const QPointer<QNetworkReply> reply = request(path);
+        QNetworkReply* const reply = request(path);
         connect(reply, &QNetworkReply::metaDataChanged, handler.get(), [this, reply] {
             reply->deleteLater();
             started << handler->start(reply);
@@ -75,7 +76,7 @@ protected:
         return reply;
     }
 
-    QPointer<QNetworkReply> offer(const QString& path, const HttpServer::Answer& answer)
+    QNetworkReply* offer(const QString& path, const HttpServer::Answer& answer)
     {
         server->serve(path, answer);
         return offer(path);

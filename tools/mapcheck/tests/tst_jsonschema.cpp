@@ -88,7 +88,7 @@ void TestJsonSchema::violations_data()
         one("/v is 65536, beyond 0 to 65535"));
     row("range and text: not concerned", R"({"minimum": 0, "maximum": 1})", "\"9\"", {});
     row("listed: fits", R"({"enum": ["r", "w"]})", "\"w\"", {});
-    row("not listed: named", R"({"enum": ["r", "w"]})", "\"rw\"", one("/v has to be one of \"r\", \"w\""));
+    row("not listed: named", R"({"enum": ["r", "w"]})", "\"rw\"", one(R"(/v has to be one of "r", "w")"));
     row("items: each checked", R"({"items": {"type": "integer"}})", "[1, \"2\", 3, 4.5]",
         {QStringLiteral("/v/1 has to be a whole number, not a text"),
          QStringLiteral("/v/3 has to be a whole number, not a fraction")});

@@ -115,8 +115,8 @@ void TestRegisterList::rowsAreWhereThePanelRendersThem()
         bridge.SetRegisterValue(one.id, {0, 0, 0, code},
                                 code == 8 ? text : QByteArray(1, char(isBool ? 1 : number)));
         const QVector<quint16> words = bridge.ComputeRawData({one.table}).first().values;
-        const float value = float(number);
-        quint32 bits = quint32(isBool ? 1 : number);
+        const auto value = float(number);
+        auto bits = quint32(isBool ? 1 : number);
         if (code == 8) {
             memcpy(&bits, &value, sizeof bits);
         }
