@@ -103,7 +103,7 @@ void WebPage::httpResponseFinished(QNetworkReply* reply)
         qDebug() << "HTTP ERROR";
     }
     emit responseError(noerr);
-    reply->deleteLater();
+    releaseReply(reply);
 }
 
 void WebPage::retryLoad()

@@ -5,9 +5,11 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
+#include <QPointer>
 #include <QString>
 #include <QTimer>
 #include <QUrl>
+#include <QVector>
 #include <QWebPage>
 #include <QWebView>
 
@@ -65,15 +67,17 @@ protected:
 private:
     void queueDownload(QNetworkReply* reply);
     void ask(const std::function<void()>& show);
-    void carryOutChange();
+    void afterDialog();
+    void releaseReply(QNetworkReply* reply);
 
     MainWindow* mainWindow;
     DownloadHandler* downloadHandler;
     QUrl currentUrl;   ///< the last navigation of the main frame
     QTimer retryTimer; ///< without behaviour: the timer that works is the view's
     int openDialogs = 0;
-    bool changesPage = false;            ///< the panel itself is changing the page
-    std::function<void()> waitingChange; ///< the change that waits for a script to be done
+    bool changesPage = false;                         ///< the panel itself is changing the page
+    std::function<void()> waitingChange;              ///< the change that waits for a script to be done
+    QVector<QPointer<QNetworkReply>> finishedReplies; ///< those that wait for it, too
 };
 
 /// The view: shows the page, the panel's own error and info pages, and tries again after a failed load.

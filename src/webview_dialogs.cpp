@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <QDialog>
+#include <QNetworkReply>
 #include <QScopedValueRollback>
 
 namespace Varnel {
@@ -39,7 +40,7 @@ void WebPage::ask(const std::function<void()>& show)
     ++openDialogs;
     show();
     --openDialogs;
-    QMetaObject::invokeMethod(this, &WebPage::carryOutChange, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, &WebPage::afterDialog, Qt::QueuedConnection);
 }
 
 void WebPage::changePage(std::function<void()> change)
@@ -56,10 +57,30 @@ void WebPage::changePage(std::function<void()> change)
     }
 }
 
-void WebPage::carryOutChange()
+/// Does what had to wait for the script.
+void WebPage::afterDialog()
 {
-    if (openDialogs == 0 && waitingChange) {
+    if (openDialogs > 0) {
+        return;
+    }
+    for (const QPointer<QNetworkReply>& reply : std::exchange(finishedReplies, {})) {
+        if (reply) {
+            reply->deleteLater();
+        }
+    }
+    if (waitingChange) {
         changePage(std::exchange(waitingChange, nullptr));
+    }
+}
+
+/// Schedules `reply` for deletion. A dialog's event loop would carry that out below the engine, which may be
+/// in the middle of taking the page from this reply.
+void WebPage::releaseReply(QNetworkReply* reply)
+{
+    if (openDialogs > 0) {
+        finishedReplies.append(reply);
+    } else {
+        reply->deleteLater();
     }
 }
 

@@ -3,11 +3,13 @@
 
 #include <QApplication>
 #include <QMessageBox>
+#include <QNetworkReply>
 #include <QPushButton>
 #include <QTest>
 #include <QTimer>
 
 #include "httpserver.h"
+#include "networkaccessmanager.h"
 #include "panelview.h"
 
 using namespace Varnel;
@@ -72,6 +74,8 @@ private slots:
     void cleanup();
     void answerReachesScript_data();
     void answerReachesScript();
+    void replyOutlivesDialog_data();
+    void replyOutlivesDialog();
     void changeClosesDialogs_data();
     void changeClosesDialogs();
     void lastChangeWins();
@@ -112,6 +116,41 @@ void tst_WebViewDialogs::answerReachesScript()
     panel.load(server->url(indexPath));
     QCOMPARE(user.seen, 1);
     QCOMPARE(panel.text(), text);
+}
+
+void tst_WebViewDialogs::replyOutlivesDialog_data()
+{
+    QTest::addColumn<QByteArray>("contentType");
+    QTest::newRow("XHTML") << QByteArray("application/xhtml+xml");
+    QTest::newRow("a picture with a script") << QByteArray("image/svg+xml");
+}
+
+// The script of an XML page runs while the engine takes the page from its reply, which may end meanwhile.
+void tst_WebViewDialogs::replyOutlivesDialog()
+{
+    QFETCH(QByteArray, contentType);
+    const QByteArray head = "<html xmlns='http://www.w3.org/1999/xhtml'><script>alert('A');"
+                            "document.documentElement.setAttribute('id', 'done');</script>";
+    HttpServer::Answer answer;
+    answer.headers = "Content-Type: " + contentType + "\r\n";
+    answer.body = head + "<body></body></html>";
+    answer.firstPart = head.size();
+    server->serve(indexPath, answer);
+    PanelView panel;
+    const auto* const manager = panel.window.getNetworkAccessManager();
+    const OnDialog user([&](QDialog* dialog) {
+        connect(manager, &QNetworkAccessManager::finished, dialog, [dialog] {
+            // Behind the turn in which the reply would be deleted.
+            QTimer::singleShot(0, dialog,
+                               [dialog] { QTimer::singleShot(0, dialog, [dialog] { answerYes(dialog); }); });
+        });
+        server->release(indexPath);
+    });
+    panel.load(server->url(indexPath));
+    QCOMPARE(user.seen, 1);
+    QCOMPARE(panel.frame()->evaluateJavaScript(QStringLiteral("document.documentElement.id")).toString(),
+             QStringLiteral("done"));
+    QTRY_COMPARE(manager->findChildren<QNetworkReply*>().size(), 0);
 }
 
 void tst_WebViewDialogs::changeClosesDialogs_data()
