@@ -176,6 +176,7 @@ void tst_WakeUp::pressAloneStaysInTheDark()
     screen.press();
     screen.release();
     QVERIFY(scene->isAlive());
+    QVERIFY(scene->isAlive());
     QCOMPARE(StandInSys::read(StandInSys::blankFile()), "1"_s);
     QVERIFY(!log().unread().contains("setScreenState 1"_s));
     QCOMPARE(events(), QByteArrayList());
@@ -193,6 +194,9 @@ void tst_WakeUp::doubleClickStaysInTheDark()
         screen.press();
         screen.release();
     }
+    // Frames overtake touches: the second round ends behind the touches that were under way in the first. A
+    // move sent before the panel has seen them would wake it in front of them.
+    QVERIFY(scene->isAlive());
     QVERIFY(scene->isAlive());
     QCOMPARE(StandInSys::read(StandInSys::blankFile()), "1"_s);
     QCOMPARE(events(), QByteArrayList());
