@@ -64,7 +64,8 @@ build()
     if [ $# -gt 0 ]; then
         targets=(--target "$@")
     fi
-    cmake --build "$build" "${targets[@]}" -- --quiet || fail "the build failed"
+    # What a command prints is its own: ninja says on the standard output that there was nothing to do.
+    cmake --build "$build" "${targets[@]}" -- --quiet >&2 || fail "the build failed"
 }
 
 # --- packages and other processors ---
