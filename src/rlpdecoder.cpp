@@ -282,10 +282,11 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
             break;
         }
         Section section = readSection(data, position, budget);
+        bool decoded = false;
         if (!section.skip) {
             QByteArray payload = cutOut(data, position, section);
             int consumed = 0;
-            const bool decoded =
+            decoded =
                 (this->*section.kind->decode)(section.type, section.length, &payload,
                                               recordOf(frame, section.kind->type, &m_itemList), &consumed);
             frame->*section.kind->decoded = decoded;
@@ -298,6 +299,7 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
         if (section.kind == nullptr || !(frame->*section.kind->decoded)) {
             qDebug() << "Decode error";
         }
+        sectionWalked({position, section.type, section.length, section.advance, decoded}, *frame);
         budget = static_cast<quint16>(budget - section.advance);
         position = static_cast<quint16>(position + section.advance);
     }

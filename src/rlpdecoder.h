@@ -41,11 +41,25 @@ struct RlpFrame
     bool hasCore = false;
 };
 
+/// One section as the walk has left it.
+struct WalkedSection
+{
+    int position = 0; ///< of its first octet in the frame
+    quint16 type = 0;
+    quint16 length = 0;  ///< as its header says
+    quint16 advance = 0; ///< octets from here to what is taken for the next section
+    bool decoded = false;
+};
+
 /// Checks RLP frames and decodes their sections into records. It needs no window, runs no script and touches
 /// nothing outside itself; every read is checked against what was received.
 class RlpDecoder
 {
 public:
+    RlpDecoder() = default;
+    virtual ~RlpDecoder() = default;
+    Q_DISABLE_COPY_MOVE(RlpDecoder)
+
     /// The header of a frame that has passed all checks.
     struct Header
     {
@@ -86,6 +100,14 @@ public:
     const QList<core_tmp>& items() const { return m_itemList; }
 
 protected:
+    /// Called after each section of a walk, with the records as they then are; for programs that show a
+    /// frame.
+    virtual void sectionWalked(const WalkedSection& section, const RlpFrame& frame)
+    {
+        Q_UNUSED(section)
+        Q_UNUSED(frame)
+    }
+
     quint32 lastSeqno =
         0; ///< sequence number of the last accepted frame; 0 when none since start or link loss
     bool hasPacketSender =
