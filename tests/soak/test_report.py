@@ -129,18 +129,17 @@ class ReportTest(unittest.TestCase):
         self.assertIn("fewer than two samples", run(path)[1])
 
     def test_record_replaces_what_stands_between_its_marks(self):
-        docs = Path(self.directory) / "docs"
-        (docs / "images").mkdir(parents=True)
-        page = docs / "reliability.md"
+        results = Path(self.directory)
+        page = results / "RESULTS.md"
         page.write_text("before\n<!-- soak: begin -->\nold\n<!-- soak: end -->\nafter\n", encoding="utf-8")
-        self.addCleanup(setattr, report, "DOCS", report.DOCS)
-        report.DOCS = docs
-        run("--record", "soak", write(record(), self.directory))
+        self.addCleanup(setattr, report, "RESULTS", report.RESULTS)
+        report.RESULTS = results
+        run("--record", write(record(), self.directory))
         lines = page.read_text(encoding="utf-8").splitlines()
         self.assertEqual([lines[0], lines[-1]], ["before", "after"])
         self.assertNotIn("old", lines)
         self.assertEqual(sum(line.startswith("| file descriptors |") for line in lines), 1)
-        self.assertTrue((docs / "images" / "soak.svg").exists())
+        self.assertTrue((results / "soak.svg").exists())
 
     def test_plot_is_a_picture(self):
         picture = Path(self.directory) / "soak.svg"
