@@ -16,7 +16,6 @@
 
 #include "downloadname.h"
 #include "filedialog.h"
-#include "helpers.h"
 #include "logline.h"
 #include "mainwindow.h"
 #include "progresspopup.h"
@@ -60,14 +59,14 @@ DownloadHandler::~DownloadHandler()
 
 bool DownloadHandler::start(QNetworkReply* request)
 {
-    logLine(QStringLiteral("%1 - Download request for '%2'").arg(Helpers::now(), request->url().toString()));
+    logStamped(QStringLiteral("Download request for '%1'").arg(request->url().toString()));
     auto requestKeeper = std::make_unique<ReplyKeeper>(request);
     const int thisStart = ++startCount;
     if (!file) { // a download that runs keeps its reply until this one is confirmed
         reply = request;
     }
     if (!isUsbDriveMounted()) {
-        logLine(QStringLiteral("%1 - Download canceled: USB drive not mounted").arg(Helpers::now()));
+        logStamped(QStringLiteral("Download canceled: USB drive not mounted"));
         TimedPopup::run(Settings::getUIMsgUSBDriveNotMounted(), mainWindow);
         return false;
     }
@@ -75,12 +74,11 @@ bool DownloadHandler::start(QNetworkReply* request)
     const QUrl url = request->url();
     QString name = freeFileName(drive, downloadFileName(request->rawHeader("Content-Disposition"), url));
     if (!confirm(name)) {
-        logLine(QStringLiteral("%1 - Download canceled by user").arg(Helpers::now()));
+        logStamped(QStringLiteral("Download canceled by user"));
         return false;
     }
     if (!requestKeeper->get()) {
-        logCriticalLine(QStringLiteral("%1 - Download of '%2' lost: its reply is gone")
-                            .arg(Helpers::now(), url.toString()));
+        logCriticalStamped(QStringLiteral("Download of '%1' lost: its reply is gone").arg(url.toString()));
         return false;
     }
     if (thisStart != startCount) { // another download came in between and may have taken the name
@@ -127,7 +125,7 @@ bool DownloadHandler::save(const QString& name)
 bool DownloadHandler::openFile(const QString& name)
 {
     const QString path = pathOnDrive(QDir(Settings::getFilesDirectory()), name);
-    logLine(QStringLiteral("%1 - File will be saved to '%2'").arg(Helpers::now(), path));
+    logStamped(QStringLiteral("File will be saved to '%1'").arg(path));
     file = std::make_unique<QFile>(path);
     // Unbuffered, so that write() itself meets a full drive and knows how much fitted.
     return staysOnDrive(name) && isUsbDriveMounted() &&
@@ -139,7 +137,7 @@ void DownloadHandler::refuseFile()
     const QString path = file->fileName();
     file.reset();
     releaseReply();
-    logCriticalLine(QStringLiteral("%1 - Error opening file '%2' for writing.").arg(Helpers::now(), path));
+    logCriticalStamped(QStringLiteral("Error opening file '%1' for writing.").arg(path));
     TimedPopup::run(Settings::getUIMsgFailedToOpenFile(), mainWindow);
     makeDriveReadOnly();
 }
@@ -170,7 +168,7 @@ void DownloadHandler::downloadProgress(qint64 bytesRead, qint64 bytesTotal)
 
 void DownloadHandler::downloadFinished()
 {
-    logLine(QStringLiteral("%1 - Download complete").arg(Helpers::now()));
+    logStamped(QStringLiteral("Download complete"));
     if (file) {
         saveBody();
     }
@@ -191,15 +189,15 @@ void DownloadHandler::saveBody()
     const qint64 written = file->write(body);
     const int error = errno;
     if (written != body.size() || !file->flush()) {
-        logCriticalLine(QStringLiteral("%1 - Error writing file '%2': %3 of %4 octets written: %5")
-                            .arg(Helpers::now(), file->fileName(), QString::number(qMax<qint64>(0, written)),
-                                 QString::number(body.size()), qt_error_string(error)));
+        logCriticalStamped(QStringLiteral("Error writing file '%1': %2 of %3 octets written: %4")
+                               .arg(file->fileName(), QString::number(qMax<qint64>(0, written)),
+                                    QString::number(body.size()), qt_error_string(error)));
     }
     synchronizeFile();
     file->close();
     if (!isUsbDriveMounted()) {
-        logCriticalLine(QStringLiteral("%1 - USB drive removed while '%2' was being saved")
-                            .arg(Helpers::now(), file->fileName()));
+        logCriticalStamped(
+            QStringLiteral("USB drive removed while '%1' was being saved").arg(file->fileName()));
     }
     file.reset();
 }
@@ -208,11 +206,10 @@ void DownloadHandler::synchronizeFile()
 {
     const int handle = file->handle();
     if (handle == -1) {
-        logLine(QStringLiteral("%1 - Filesystem synchronization failed: no file handle").arg(Helpers::now()));
+        logStamped(QStringLiteral("Filesystem synchronization failed: no file handle"));
     } else if (::fsync(handle) != 0) {
         const int error = errno; // before the time is asked for, which may set it too
-        logLine(QStringLiteral("%1 - Filesystem synchronization failed: error %2")
-                    .arg(Helpers::now(), QString::number(error)));
+        logStamped(QStringLiteral("Filesystem synchronization failed: error %1").arg(QString::number(error)));
     }
 }
 
@@ -222,7 +219,7 @@ void DownloadHandler::breakOff(const QString& reason)
 {
     const QString path = file->fileName();
     saveBody();
-    logCriticalLine(QStringLiteral("%1 - Download to '%2' broken off: %3").arg(Helpers::now(), path, reason));
+    logCriticalStamped(QStringLiteral("Download to '%1' broken off: %2").arg(path, reason));
     releaseReply();
     closeProgressPopup();
 }

@@ -6,7 +6,6 @@
 #include <QTextCodec>
 #include <QUrl>
 
-#include "helpers.h"
 #include "logline.h"
 
 namespace Varnel {
@@ -53,7 +52,7 @@ QString downloadFileName(const QByteArray& contentDisposition, const QUrl& url)
     }
     if (name.isEmpty()) {
         name = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-hhmmss"));
-        logLine(QStringLiteral("%1 - No filename specified, using '%2'").arg(Helpers::now(), name));
+        logStamped(QStringLiteral("No filename specified, using '%1'").arg(name));
     }
     return name;
 }

@@ -4,7 +4,18 @@
 #include <QString>
 #include <QtDebug>
 
+#include "helpers.h"
+
 namespace Varnel {
+
+namespace {
+
+QString stamped(const QString& line)
+{
+    return QStringLiteral("%1 - %2").arg(Helpers::now(), line);
+}
+
+} // namespace
 
 void logLine(const QString& line)
 {
@@ -14,6 +25,16 @@ void logLine(const QString& line)
 void logCriticalLine(const QString& line)
 {
     qCritical("%s", line.toLatin1().constData());
+}
+
+void logStamped(const QString& line)
+{
+    logLine(stamped(line));
+}
+
+void logCriticalStamped(const QString& line)
+{
+    logCriticalLine(stamped(line));
 }
 
 void logLongLine(const QString& line)

@@ -12,6 +12,12 @@ void logLine(const QString& line);
 /// The same on the critical channel.
 void logCriticalLine(const QString& line);
 
+/// logLine() with the time stamp of Helpers::now() and " - " in front.
+void logStamped(const QString& line);
+
+/// The same on the critical channel.
+void logCriticalStamped(const QString& line);
+
 /// Writes one long line to the debug log, without the copies that the debug streams make of it: for a whole
 /// mapping they take longer than all the rest of its log line.
 void logLongLine(const QString& line);

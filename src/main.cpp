@@ -12,7 +12,6 @@
 #include "commandline.h"
 #include "enginesetup.h"
 #include "enginewarmer.h"
-#include "helpers.h"
 #include "logline.h"
 #include "mainwindow.h"
 #include "screensaver.h"
@@ -33,7 +32,7 @@ void prepareLog()
 
 void logBanner()
 {
-    logLine(QStringLiteral("%1 - Running VarnelBrowser on embedded platform").arg(Helpers::now()));
+    logStamped(QStringLiteral("Running VarnelBrowser on embedded platform"));
     qDebug() << "Running on ARM";
     qDebug() << "Running on linux";
 }

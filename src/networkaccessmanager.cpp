@@ -6,7 +6,6 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
-#include "helpers.h"
 #include "logline.h"
 #include "settings.h"
 
@@ -39,8 +38,7 @@ QNetworkReply* NetworkAccessManager::createRequest(Operation op, const QNetworkR
                                                    QIODevice* outgoingData)
 {
     if (Settings::isLogVerbose()) {
-        logLine(QStringLiteral("%1 - [REQUEST] Request '%2' started")
-                    .arg(Helpers::now(), request.url().toString()));
+        logStamped(QStringLiteral("[REQUEST] Request '%1' started").arg(request.url().toString()));
     }
     QNetworkRequest ours(request);
     if (!Settings::getLogin().isEmpty()) {
@@ -59,8 +57,8 @@ void NetworkAccessManager::requestFinished(QNetworkReply* reply)
     }
     const QNetworkReply::NetworkError error = reply->error();
     if (error != QNetworkReply::NoError) {
-        logLine(QStringLiteral("%1 - Request '%2' failed: %3")
-                    .arg(Helpers::now(), reply->url().toString(), reply->errorString()));
+        logStamped(
+            QStringLiteral("Request '%1' failed: %2").arg(reply->url().toString(), reply->errorString()));
     }
     if (error == QNetworkReply::OperationCanceledError) {
         return;
@@ -79,8 +77,7 @@ void NetworkAccessManager::logFinished(QNetworkReply* reply) const
     if (started.isValid()) {
         suffix = QStringLiteral(" (took %1ms)").arg(started.msecsTo(QDateTime::currentDateTime()));
     }
-    logLine(QStringLiteral("%1 - [REQUEST] Request '%2' finished%3")
-                .arg(Helpers::now(), reply->url().toString(), suffix));
+    logStamped(QStringLiteral("[REQUEST] Request '%1' finished%2").arg(reply->url().toString(), suffix));
 }
 
 void NetworkAccessManager::count(QNetworkReply* reply)

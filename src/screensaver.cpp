@@ -123,7 +123,7 @@ void ScreenSaver::stopBuzzer()
 
 void ScreenSaver::setStopBuzzerServer(const QString& server)
 {
-    logLine(QStringLiteral("%1 - Stop buzzer server: %2").arg(Helpers::now(), server));
+    logStamped(QStringLiteral("Stop buzzer server: %1").arg(server));
 }
 
 bool ScreenSaver::setScreenState(ScreenState state)

@@ -7,7 +7,6 @@
 #include <QSettings>
 #include <QVariant>
 
-#include "helpers.h"
 #include "logline.h"
 
 namespace Varnel {
@@ -142,8 +141,7 @@ void store(const QVariant& value, const Settings::Member& member)
 bool Settings::load()
 {
     if (!QFile::exists(filePath)) {
-        logLine(QStringLiteral("%1 - Settings file '%2' does not exist, using default values")
-                    .arg(Helpers::now(), filePath));
+        logStamped(QStringLiteral("Settings file '%1' does not exist, using default values").arg(filePath));
         return false;
     }
     const QSettings file(filePath, QSettings::IniFormat);

@@ -3,6 +3,7 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include "helpers.h"
 #include "logline.h"
 #include "logrecorder.h"
 
@@ -14,6 +15,7 @@ class tst_LogLine : public QObject
 private slots:
     void printsTheLineAsItIs_data();
     void printsTheLineAsItIs();
+    void stampsTheLine();
     void longLine_data();
     void longLine();
 };
@@ -46,6 +48,24 @@ void tst_LogLine::printsTheLineAsItIs()
     QCOMPARE(log.texts(), (QStringList{printed, printed}));
     QCOMPARE(log.lines().at(0).type, QtDebugMsg);
     QCOMPARE(log.lines().at(1).type, QtCriticalMsg);
+}
+
+void tst_LogLine::stampsTheLine()
+{
+    const LogRecorder log;
+    const QString before = Varnel::Helpers::now();
+    Varnel::logStamped(QStringLiteral("%1 %s"));
+    Varnel::logCriticalStamped(QStringLiteral("%2 %n"));
+    const QString after = Varnel::Helpers::now();
+    QCOMPARE(log.lines().size(), 2);
+    QCOMPARE(log.lines().at(0).type, QtDebugMsg);
+    QCOMPARE(log.lines().at(1).type, QtCriticalMsg);
+    QCOMPARE(log.texts().at(0).mid(before.size()), QStringLiteral(" - %1 %s"));
+    QCOMPARE(log.texts().at(1).mid(before.size()), QStringLiteral(" - %2 %n"));
+    for (const QString& text : log.texts()) {
+        const QString stamp = text.left(before.size());
+        QVERIFY2(before <= stamp && stamp <= after, qPrintable(text));
+    }
 }
 
 void tst_LogLine::longLine_data()
