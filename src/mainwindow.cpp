@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkRequest>
@@ -37,12 +38,20 @@ bool isUsable(const QString& url)
     return !url.isEmpty() && url != noAddress;
 }
 
-/// Keeps the engine's local storage across restarts, but not its icon database: that would ask every
-/// controller for a /favicon.ico, and one without would be shown as an error at each load.
+/// Keeps the engine's local storage across restarts, but neither its icon database, which would ask every
+/// controller for a /favicon.ico and show one without as an error, nor its application cache, from which a
+/// page would come back after a restart without its server.
 void enablePersistentStorage()
 {
-    QWebSettings::enablePersistentStorage(Settings::getWebCachePath());
+    const QString path = Settings::getWebCachePath();
+    QWebSettings::enablePersistentStorage(path);
     QWebSettings::setIconDatabasePath(QString());
+    QWebSettings::globalSettings()->setAttribute(QWebSettings::OfflineWebApplicationCacheEnabled, false);
+    QDir directory(path);
+    const QStringList stored = directory.entryList({QStringLiteral("ApplicationCache.db*")}, QDir::Files);
+    for (const QString& file : stored) { // of a version that used the cache
+        directory.remove(file);
+    }
 }
 
 } // namespace

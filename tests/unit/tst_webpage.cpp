@@ -33,6 +33,7 @@ private slots:
     void retryLoad();
     void noFaviconIsAskedFor();
     void localStorageIsKeptWhereTheSettingsSay();
+    void storedPagesOfAnOlderVersionAreRemoved();
     void unsupportedContentGoesToTheDownload_data();
     void unsupportedContentGoesToTheDownload();
     void failedUnsupportedContent_data();
@@ -175,6 +176,23 @@ void tst_WebPage::localStorageIsKeptWhereTheSettingsSay()
     panel.frame()->evaluateJavaScript(QStringLiteral("localStorage.setItem('kept', 'value')"));
     QCOMPARE(panel.frame()->evaluateJavaScript(QStringLiteral("localStorage.getItem('kept')")).toString(),
              QStringLiteral("value"));
+}
+
+void tst_WebPage::storedPagesOfAnOlderVersionAreRemoved()
+{
+    const QDir directory(Settings::getWebCachePath());
+    QVERIFY(directory.mkpath(QStringLiteral(".")));
+    const QStringList stored{QStringLiteral("ApplicationCache.db"),
+                             QStringLiteral("ApplicationCache.db-wal")};
+    for (const QString& name : stored + QStringList(QStringLiteral("other.db"))) {
+        QFile file(directory.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write("page") == 4);
+    }
+    const PanelView panel;
+    for (const QString& name : stored) {
+        QVERIFY2(!directory.exists(name), qPrintable(name));
+    }
+    QVERIFY(directory.exists(QStringLiteral("other.db")));
 }
 
 void tst_WebPage::unsupportedContentGoesToTheDownload_data()
