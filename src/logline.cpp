@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "logline.h"
 
+#include <algorithm>
+
+#include <QByteArray>
 #include <QString>
 #include <QtDebug>
 
@@ -9,6 +12,16 @@
 namespace Varnel {
 
 namespace {
+
+/// The line in Latin-1. What a server, a file name or a script brings in may not start another line or steer
+/// the terminal that shows it.
+QByteArray printable(const QString& line)
+{
+    QByteArray text = line.toLatin1();
+    const auto isControl = [](char c) { return (static_cast<uchar>(c) & 0x7F) < 0x20 || c == 0x7F; };
+    std::replace_if(text.begin(), text.end(), isControl, '?');
+    return text;
+}
 
 QString stamped(const QString& line)
 {
@@ -19,12 +32,12 @@ QString stamped(const QString& line)
 
 void logLine(const QString& line)
 {
-    qDebug("%s", line.toLatin1().constData());
+    qDebug("%s", printable(line).constData());
 }
 
 void logCriticalLine(const QString& line)
 {
-    qCritical("%s", line.toLatin1().constData());
+    qCritical("%s", printable(line).constData());
 }
 
 void logStamped(const QString& line)

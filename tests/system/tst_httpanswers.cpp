@@ -30,6 +30,7 @@ class tst_HttpAnswers : public QObject
 private slots:
     void badAnswer_data();
     void badAnswer();
+    void reasonKeepsToItsLine();
     void bodyWithoutEnd();
     void circleOfRedirectsEnds();
     void slowStylesheetDoesNotHoldUpTheLink();
@@ -88,6 +89,18 @@ void tst_HttpAnswers::badAnswer()
             {"HTTP ERROR"_s, "WebView::handleLoadFinished() -> fail"_s, "wv: Load error page ( \"en\" )"_s}));
     }
     QVERIFY(scene.isAlive());
+    QCOMPARE(scene.panel.stop(), 0);
+}
+
+void tst_HttpAnswers::reasonKeepsToItsLine()
+{
+    Scene scene;
+    QVERIFY(scene.start());
+    scene.server.refuse(page, "404 Gone\x1b[2J\rRunning on ARM");
+    QVERIFY(scene.connectController());
+    QVERIFY(
+        scene.panel.log().await("<now> - Request 'http://192.168.7.2/index.html' failed: Error transferring "
+                                "http://192.168.7.2/index.html - server replied: Gone?[2J?Running on ARM"_s));
     QCOMPARE(scene.panel.stop(), 0);
 }
 

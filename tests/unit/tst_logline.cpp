@@ -32,6 +32,9 @@ void tst_LogLine::printsTheLineAsItIs_data()
     same("per cent signs: none is doubled or lost", QStringLiteral("%% %1 %2F %"));
     same("quotes: not escaped", QStringLiteral("Request '\"a\"' failed"));
     same("longer than a buffer: whole", QString(5000, QLatin1Char('x')));
+    QTest::newRow("control characters: question marks")
+        << QStringLiteral("a\u001b[2Jb\nc\rd\te\u007ff\u009bg\u0000h")
+        << QStringLiteral("a?[2Jb?c?d?e?f?g?h");
     // The Latin-1 octet is no UTF-8, which is what the C string road of the debug log reads.
     QTest::newRow("e acute: replacement character")
         << QStringLiteral("Caf\u00e9!") << QStringLiteral("Caf\uFFFD!");
