@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <cstdio>
+#include <optional>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
+#include <QTemporaryFile>
 #include <QTextStream>
 
 #include "mapchecker.h"
@@ -40,7 +44,7 @@ struct Options
         QStringLiteral("device")};
     const QCommandLineOption baud{QStringLiteral("baud"), QStringLiteral("Baud rate of the serial line."),
                                   QStringLiteral("rate"), QStringLiteral("19200")};
-    const QCommandLineOption unit{QStringLiteral("unit"), QStringLiteral("Unit id of the mbpoll commands."),
+    const QCommandLineOption unit{QStringLiteral("unit"), QStringLiteral("Unit id of the server."),
                                   QStringLiteral("number"), QStringLiteral("1")};
     const QCommandLineOption strict{{QStringLiteral("s"), QStringLiteral("strict")},
                                     QStringLiteral("Take warnings for errors.")};
@@ -123,29 +127,82 @@ void printLists(const QCommandLineParser& parser, const Options& options, const 
         out << asTable(rows);
     }
     if (parser.isSet(options.csv)) {
-        out << asCsv(rows);
+        out << asCsv(rows, parser.value(options.unit));
     }
     if (parser.isSet(options.mbpoll)) {
         out << asMbpoll(rows, serverAddress(parser, options)).join(QLatin1Char('\n')) << '\n';
     }
 }
 
+/// What is wrong with the numbers among the options; empty when nothing is.
+QString wrongNumber(const QCommandLineParser& parser, const Options& options)
+{
+    const struct
+    {
+        const QCommandLineOption& option;
+        uint lowest;
+        uint highest;
+    } numbers[] = {{options.port, 1, 65535}, {options.baud, 1, 4000000}, {options.unit, 0, 255}};
+    for (const auto& number : numbers) {
+        const QString text = parser.value(number.option);
+        bool ok = false;
+        const uint value = text.toUInt(&ok);
+        if (!ok || value < number.lowest || value > number.highest) {
+            return QStringLiteral("--%1: \"%2\" is no number from %3 to %4")
+                .arg(number.option.names().last(), text)
+                .arg(number.lowest)
+                .arg(number.highest);
+        }
+    }
+    return {};
+}
+
+/// The mapping's text; none, with the reason in `problem`, if it cannot be read. "-" is standard input.
+std::optional<QByteArray> readMapping(const QString& path, QString* problem)
+{
+    QFile file(path);
+    const bool isOpen =
+        path == QLatin1String("-") ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
+    const QByteArray text = isOpen ? file.readAll() : QByteArray();
+    if (!isOpen || file.error() != QFileDevice::NoError) {
+        *problem = QStringLiteral("cannot read %1: %2").arg(path, file.errorString());
+        return std::nullopt;
+    }
+    return text;
+}
+
+/// Lets the panel's loader read `path`, or a copy of `text` where the path can be read only once. What stops
+/// the loader, the checker reports with a line number.
+bool load(ModbusInterface* bridge, const QString& path, const QByteArray& text)
+{
+    if (QFileInfo(path).isFile()) {
+        std::ignore = bridge->LoadConfig(path);
+        return true;
+    }
+    QTemporaryFile copy;
+    if (!copy.open() || copy.write(text) != text.size() || !copy.flush()) {
+        return false;
+    }
+    std::ignore = bridge->LoadConfig(copy.fileName());
+    return true;
+}
+
 int run(const QCommandLineParser& parser, const Options& options)
 {
-    const QString path = parser.positionalArguments().first();
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return fail(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    const QString file = parser.positionalArguments().first();
+    QString problem;
+    const std::optional<QByteArray> text = readMapping(file, &problem);
+    if (!text) {
+        return fail(problem);
     }
-    const QByteArray text = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        return fail(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-    }
+    const QString path = file == QLatin1String("-") ? QStringLiteral("standard input") : file;
     ModbusInterface bridge;
-    std::ignore = bridge.LoadConfig(path); // what stops it, the checker reports with a line number
+    if (!load(&bridge, file, *text)) {
+        return fail(QStringLiteral("cannot write a copy of %1 to %2").arg(path, QDir::tempPath()));
+    }
     const QVector<RegisterRow> rows =
         registerRows(bridge); // before the checker renders, which enters what it looks up
-    const MapChecker checker(text, &bridge);
+    const MapChecker checker(*text, &bridge);
     printLists(parser, options, rows);
     if (!parser.isSet(options.quiet)) {
         printFindings(path, checker);
@@ -168,7 +225,8 @@ int main(int argc, char* argv[])
     parser.setApplicationDescription(QStringLiteral("Checks a Modbus mapping file of the panel."));
     parser.addOptions({options.list, options.csv, options.mbpoll, options.host, options.port, options.serial,
                        options.baud, options.unit, options.strict, options.quiet, options.verbose});
-    parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("The mapping file."));
+    parser.addPositionalArgument(QStringLiteral("file"),
+                                 QStringLiteral("The mapping file; \"-\" is standard input."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -182,6 +240,10 @@ int main(int argc, char* argv[])
     }
     if (parser.positionalArguments().size() != 1) {
         return fail(QStringLiteral("one mapping file has to be given, see --help"));
+    }
+    const QString wrong = wrongNumber(parser, options);
+    if (!wrong.isEmpty()) {
+        return fail(wrong);
     }
     isVerbose = parser.isSet(options.verbose);
     qInstallMessageHandler(writeLog);

@@ -2,13 +2,12 @@
 #include "mapchecker.h"
 
 #include <algorithm>
-#include <limits>
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QMap>
 
 #include "jsonschema.h"
+#include "mappingtexts.h"
 
 using Varnel::MbType_s;
 using Varnel::ModbusInterface;
@@ -21,12 +20,6 @@ static void initResources()
 
 namespace {
 
-constexpr int addressSpace = 65536;
-
-/// Octets of the longest update command that can be handed to a script: one argument has 32 pages of 4096
-/// octets, its final NUL included.
-constexpr qint64 longestCommand = 32 * 4096 - 1;
-
 QLatin1String key(const char* name)
 {
     return QLatin1String(name);
@@ -35,21 +28,6 @@ QLatin1String key(const char* name)
 QString string(const char* text)
 {
     return QString(QLatin1String(text));
-}
-
-QString quoted(const QString& text)
-{
-    return QLatin1Char('"') + text + QLatin1Char('"');
-}
-
-JsonPath registerPath(int index)
-{
-    return JsonPath() / string("registers") / index;
-}
-
-JsonPath tablePath(int index)
-{
-    return JsonPath() / string("tables") / index;
 }
 
 /// registers[3].ci_index
@@ -66,18 +44,6 @@ QString pathText(const JsonPath& path)
     return text.isEmpty() ? string("mapping") : text;
 }
 
-QString registerName(const QJsonObject& reg)
-{
-    return QStringLiteral("register %1 %2")
-        .arg(reg.value(key("id")).toInt())
-        .arg(quoted(reg.value(key("name")).toString()));
-}
-
-QString tableName(const QJsonObject& table)
-{
-    return QStringLiteral("table %1").arg(quoted(table.value(key("name")).toString()));
-}
-
 QJsonObject mappingSchema()
 {
     initResources();
@@ -86,11 +52,6 @@ QJsonObject mappingSchema()
         qFatal("the schema is not in the program");
     }
     return QJsonDocument::fromJson(file.readAll()).object();
-}
-
-QString wordCount(int words)
-{
-    return QStringLiteral("%1 %2").arg(words).arg(words == 1 ? string("word") : string("words"));
 }
 
 /// The names under which the types of the mapping can be referred to.
@@ -102,9 +63,19 @@ QSet<QString> namesOfTypes(const QJsonObject& types)
     return QSet<QString>(names.begin(), names.end());
 }
 
-bool isWholeNumberType(const MbType_s& type)
+/// Every name by which the type that `name` seems to mean can be referred to.
+QSet<QString> aliasesOf(const QString& name)
 {
-    return type.name.contains(key("int"));
+    ModbusInterface loader;
+    int code = 0;
+    QJsonObject types;
+    for (const char* type : {"bool", "u8", "s8", "u16", "s16", "u32", "s32", "float", "string", "struct"}) {
+        types.insert(string(type), ++code);
+    }
+    loader.LoadType(types);
+    const auto& codes = loader.GetCiTypeLookup();
+    const QList<QString> names = codes.keys(codes.value(name.toLower(), -1));
+    return QSet<QString>(names.begin(), names.end());
 }
 
 } // namespace
@@ -154,13 +125,45 @@ void MapChecker::report(Finding::Severity severity, const JsonPath& path, const 
 void MapChecker::checkSchema(const QJsonDocument& document)
 {
     const QJsonValue top = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-    for (const JsonSchema::Violation& violation : JsonSchema(mappingSchema()).check(top)) {
-        error(violation.path, pathText(violation.path) + QLatin1Char(' ') + violation.text);
-        const JsonPath& path = violation.path;
-        if (path.size() >= 2 && path[0] == JsonStep(string("registers"))) {
-            faultyRegisters.insert(std::get<int>(path[1]));
+    const QVector<JsonSchema::Violation> violations = JsonSchema(mappingSchema()).check(top);
+    for (const JsonSchema::Violation& violation : violations) {
+        noteFault(violation.path);
+    }
+    for (const JsonSchema::Violation& violation : violations) {
+        if (!isKnownFault(violation.path)) {
+            error(violation.path, pathText(violation.path) + QLatin1Char(' ') + violation.text);
         }
     }
+}
+
+/// What follows from a fault is no fault of its own.
+void MapChecker::noteFault(const JsonPath& path)
+{
+    if (path.size() >= 2 && path[0] == JsonStep(string("registers"))) {
+        noteFaultyRegister(std::get<int>(path[1]));
+    } else if (path.size() >= 2 && path[0] == JsonStep(string("tables"))) {
+        faultyTables.insert(std::get<int>(path[1]));
+    } else if (path.size() == 3 && path[1] == JsonStep(string("types"))) {
+        faultyTypes += aliasesOf(std::get<QString>(path[2]));
+    }
+}
+
+/// An entry of a table that repeats the wrong id of a register.
+bool MapChecker::isKnownFault(const JsonPath& path) const
+{
+    if (path.size() != 4 || path[0] != JsonStep(string("tables"))) {
+        return false;
+    }
+    const QJsonObject table = mapping.value(key("tables")).toArray().at(std::get<int>(path[1])).toObject();
+    const auto* const entry = std::get_if<int>(&path[3]);
+    return entry != nullptr && faultyIds.contains(table.value(key("registers")).toArray().at(*entry).toInt());
+}
+
+void MapChecker::noteFaultyRegister(int index)
+{
+    const QJsonValue id = mapping.value(key("registers")).toArray().at(index).toObject().value(key("id"));
+    faultyRegisters.insert(index);
+    faultyIds.insert(id.isString() ? id.toString().toInt() : int(std::clamp(id.toDouble(), -1e9, 1e9)));
 }
 
 /// Whether the panel goes beyond the main members at all.
@@ -223,6 +226,7 @@ void MapChecker::checkRegisters()
             checkRegister({i, registers[i].toObject()});
         }
     }
+    checkFloats();
 }
 
 void MapChecker::checkRegister(const Definition& reg)
@@ -231,7 +235,7 @@ void MapChecker::checkRegister(const Definition& reg)
     checkTypeName(reg, "mb_type");
     checkTypeName(reg, "ci_type");
     checkSource(reg);
-    checkWidth(reg);
+    checkEncoding(reg);
     if (reg.members.value(key("default")).toDouble() != 0) {
         warning(path / string("default"),
                 registerName(reg.members) +
@@ -258,6 +262,10 @@ void MapChecker::checkTypeName(const Definition& reg, const char* member)
     if (!name.isString() || typeNames.contains(name.toString())) {
         return;
     }
+    noteFaultyRegister(reg.index);
+    if (faultyTypes.contains(name.toString())) {
+        return;
+    }
     const bool isCase = typeNames.contains(name.toString().toLower());
     error(registerPath(reg.index) / string(member),
           QStringLiteral("%1: unknown type %2%3")
@@ -278,7 +286,7 @@ void MapChecker::checkSource(const Definition& reg)
     if (!classes.contains(className.toString())) {
         error(path / string("ci_class"), QStringLiteral("%1: unknown class %2")
                                              .arg(registerName(reg.members), quoted(className.toString())));
-        faultyRegisters.insert(reg.index);
+        noteFaultyRegister(reg.index);
         return;
     }
     const QJsonObject ciClass = classes.value(className.toString()).toObject();
@@ -287,7 +295,7 @@ void MapChecker::checkSource(const Definition& reg)
         error(path / string("ci_field"), QStringLiteral("%1: unknown field %2 of class %3")
                                              .arg(registerName(reg.members), quoted(fieldName.toString()),
                                                   quoted(className.toString())));
-        faultyRegisters.insert(reg.index);
+        noteFaultyRegister(reg.index);
         return;
     }
     if (faultyRegisters.contains(reg.index)) {
@@ -307,24 +315,6 @@ void MapChecker::checkSource(const Definition& reg)
                   .arg(coordinates[coordinate]));
     } else {
         coordinates.insert(coordinate, id);
-    }
-}
-
-/// A whole number must not lose its upper half on the way into the register.
-void MapChecker::checkWidth(const Definition& reg)
-{
-    const auto typeOf = [&](const char* member) {
-        const QString name = reg.members.value(key(member)).toString();
-        return bridge->GetCiTypeList().value(bridge->GetCiTypeLookup().value(name));
-    };
-    const MbType_s shown = typeOf("mb_type");
-    const MbType_s sent = typeOf("ci_type");
-    if (isWholeNumberType(shown) && isWholeNumberType(sent) && sent.byteSize > shown.byteSize) {
-        warning(registerPath(reg.index) / string("mb_type"),
-                QStringLiteral("%1: %2 is cut to the %3 bits of %4")
-                    .arg(registerName(reg.members), sent.name)
-                    .arg(8 * shown.byteSize)
-                    .arg(shown.name));
     }
 }
 
@@ -360,7 +350,7 @@ void MapChecker::checkEntries(const Definition& table)
         const QString entry = QStringLiteral("%1: entry %2").arg(tableName(table.members)).arg(id);
         if (id == 0) {
             error(path / i, entry + QStringLiteral(" is no register, and no gap either"));
-        } else if (id > 0 && !bridge->GetRegisterList().contains(id)) {
+        } else if (id > 0 && !bridge->GetRegisterList().contains(id) && !faultyIds.contains(id)) {
             error(path / i, entry + QStringLiteral(" is no register of this mapping"));
         } else if (id > 0 && listed.contains(id)) {
             warning(path / i, entry + QStringLiteral(" is listed twice"));
@@ -379,102 +369,9 @@ void MapChecker::checkUnlisted()
     }
     const auto& registers = bridge->GetRegisterList();
     for (auto reg = registers.constBegin(); reg != registers.constEnd(); ++reg) {
-        if (!listed.contains(reg.key())) {
+        if (!listed.contains(reg.key()) && !faultyIds.contains(reg.key())) {
             warning(registerPath(registerIndices.value(reg.key())),
                     QStringLiteral("register %1 %2 is in no table").arg(reg.key()).arg(quoted(reg->name)));
         }
-    }
-}
-
-void MapChecker::checkRows()
-{
-    QMap<int, QVector<RegisterRow>> tables;
-    for (const RegisterRow& row : registerRows(*bridge)) {
-        tables[row.table].append(row);
-        if (row.words == 0 && !row.type.isEmpty()) {
-            warning(entryPath(row),
-                    QStringLiteral("register %1 %2 of type %3 takes no words; what follows moves down")
-                        .arg(row.id)
-                        .arg(quoted(row.name), quoted(row.type)));
-        }
-    }
-    for (const QVector<RegisterRow>& rows : tables) {
-        checkAlignment(rows);
-    }
-}
-
-/// Ids are meant to be addresses. Where the first one of a table is (or is one off, counted from 1), every
-/// further one has to keep the same distance; a table that numbers its registers otherwise is mentioned once.
-void MapChecker::checkAlignment(const QVector<RegisterRow>& rows)
-{
-    const RegisterRow& first = rows.first();
-    int distance = first.id - first.address;
-    if (std::abs(distance) > 1) {
-        warning(entryPath(first),
-                QStringLiteral("register %1 %2 comes to stand at address %3; the ids of this table "
-                               "are no addresses")
-                    .arg(first.id)
-                    .arg(quoted(first.name))
-                    .arg(first.address));
-        return;
-    }
-    for (int i = 1; i < rows.size(); ++i) {
-        const RegisterRow& row = rows[i];
-        const RegisterRow& before = rows[i - 1];
-        const bool isShifted = row.id - row.address != distance;
-        distance = row.id - row.address;
-        // What has no type at all has been reported, and what it moves is no news.
-        if (isShifted && !row.type.isEmpty() && !before.type.isEmpty()) {
-            warning(entryPath(row),
-                    QStringLiteral(
-                        "register %1 %2 comes to stand at address %3: register %4 before it takes %5 as %6")
-                        .arg(row.id)
-                        .arg(quoted(row.name))
-                        .arg(row.address)
-                        .arg(before.id)
-                        .arg(wordCount(before.words), before.type));
-        }
-    }
-}
-
-JsonPath MapChecker::entryPath(const RegisterRow& row) const
-{
-    return tablePath(tableIndices.value(row.table)) / string("registers") / row.entry;
-}
-
-/// Tables side by side in the address space, with the words that the panel renders for them.
-void MapChecker::checkLengths()
-{
-    constexpr int wordOctets = 6;   // "65535,"
-    constexpr int tableOctets = 40; // {"address":65535,"values":[]},
-    qint64 command = tableOctets;
-    qint64 end = std::numeric_limits<qint64>::min();
-    QString before;
-    for (const int address : bridge->GetTableList().keys()) {
-        const int words = bridge->ComputeRawData({address}).first().values.size();
-        const QString name = tableName({{string("name"), bridge->GetTableList()[address].name}});
-        const JsonPath path = tablePath(tableIndices.value(address));
-        if (address < end) {
-            error(path, QStringLiteral("%1 at %2 overlaps %3, which ends at %4")
-                            .arg(name)
-                            .arg(address)
-                            .arg(before)
-                            .arg(end - 1));
-        }
-        if (qint64(address) + words > addressSpace) {
-            error(path, QStringLiteral("%1 at %2 does not fit the address space").arg(name).arg(address));
-        }
-        command += tableOctets + qint64(words) * wordOctets;
-        if (qint64(address) + words > end) {
-            end = qint64(address) + words;
-            before = name;
-        }
-    }
-    if (command > longestCommand) {
-        warning(
-            JsonPath() / string("tables"),
-            QStringLiteral("an update of all tables may have %1 octets; the panel cannot send more than %2")
-                .arg(command)
-                .arg(longestCommand));
     }
 }

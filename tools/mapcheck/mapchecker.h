@@ -61,15 +61,19 @@ private:
     }
 
     void checkSchema(const QJsonDocument& document);
+    void noteFault(const JsonPath& path);
+    [[nodiscard]] bool isKnownFault(const JsonPath& path) const;
     [[nodiscard]] bool isLoadable() const;
     void checkTypes();
     void checkNumbers(const QJsonObject& objects, const JsonPath& path, const QString& kind);
     void checkClasses();
     void checkRegisters();
     void checkRegister(const Definition& reg);
+    void noteFaultyRegister(int index);
     void checkTypeName(const Definition& reg, const char* member);
     void checkSource(const Definition& reg);
-    void checkWidth(const Definition& reg);
+    void checkEncoding(const Definition& reg);
+    void checkFloats();
     void checkTables();
     void checkEntries(const Definition& table);
     void checkUnlisted();
@@ -82,7 +86,11 @@ private:
     std::optional<JsonLocator> places;
     QJsonObject mapping;
     QSet<QString> typeNames;         ///< names and aliases that the mapping defines
+    QSet<QString> faultyTypes;       ///< names and aliases of the types whose definition is an error
     QSet<int> faultyRegisters;       ///< indices of registers with an error of their own
+    QSet<int> faultyIds;             ///< their ids, as far as they can be read
+    QSet<int> faultyTables;          ///< indices of tables with an error of their own
+    QVector<int> silentFloats;       ///< indices of registers sent as float that have no "note"
     QHash<int, int> registerIndices; ///< index of the last definition by id
     QHash<int, int> tableIndices;    ///< index of the last definition by base address
     QHash<QString, int> coordinates; ///< id of the first register by class, field, index and type

@@ -64,16 +64,32 @@ QStringList fields(const RegisterRow& row)
             row.ciType};
 }
 
-/// The lines of the list: its heading, then every register that has words.
-QVector<QStringList> listLines(const QVector<RegisterRow>& rows)
+/// Rows that a client can read.
+QVector<RegisterRow> readableRows(QVector<RegisterRow> rows)
 {
-    QVector<QStringList> lines{headings};
-    for (const RegisterRow& row : rows) {
-        if (row.words > 0) {
-            lines.append(fields(row));
-        }
-    }
-    return lines;
+    rows.erase(
+        std::remove_if(rows.begin(), rows.end(), [](const RegisterRow& row) { return row.words == 0; }),
+        rows.end());
+    return rows;
+}
+
+const QStringList clientHeadings = {QStringLiteral("Function"), QStringLiteral("Word order"),
+                                    QStringLiteral("Access"), QStringLiteral("Unit id"),
+                                    QStringLiteral("Unit")};
+
+/// "V" for "Voltage (V)".
+QString unitOf(const QString& name)
+{
+    const int open = name.lastIndexOf(QLatin1Char('('));
+    return open >= 0 && name.endsWith(QLatin1Char(')')) ? name.mid(open + 1, name.size() - open - 2)
+                                                        : QString();
+}
+
+/// The server serves every table read-only, as holding registers (3) and as input registers (4) alike.
+QStringList clientFields(const RegisterRow& row, const QString& unitId)
+{
+    return {QStringLiteral("3"), row.words > 1 ? QStringLiteral("high word first") : QString(),
+            QStringLiteral("read-only"), unitId, unitOf(row.name)};
 }
 
 QString csvField(QString text)
@@ -160,7 +176,10 @@ QVector<RegisterRow> registerRows(const ModbusInterface& bridge)
 QString asTable(const QVector<RegisterRow>& rows)
 {
     constexpr int numericColumns = 2;
-    const QVector<QStringList> lines = listLines(rows);
+    QVector<QStringList> lines{headings};
+    for (const RegisterRow& row : readableRows(rows)) {
+        lines.append(fields(row));
+    }
     QVector<int> widths(headings.size());
     for (const QStringList& line : lines) {
         for (int column = 0; column < line.size(); ++column) {
@@ -184,10 +203,14 @@ QString asTable(const QVector<RegisterRow>& rows)
     return result;
 }
 
-QString asCsv(const QVector<RegisterRow>& rows)
+QString asCsv(const QVector<RegisterRow>& rows, const QString& unitId)
 {
+    QVector<QStringList> lines{headings + clientHeadings};
+    for (const RegisterRow& row : readableRows(rows)) {
+        lines.append(fields(row) + clientFields(row, unitId));
+    }
     QString result;
-    for (const QStringList& line : listLines(rows)) {
+    for (const QStringList& line : qAsConst(lines)) {
         QStringList quoted;
         std::transform(line.cbegin(), line.cend(), std::back_inserter(quoted), csvField);
         result += quoted.join(QLatin1Char(',')) + QLatin1String("\r\n");

@@ -31,8 +31,10 @@ struct RegisterRow
 /// The registers that a client can read, as a table in plain text with a heading.
 [[nodiscard]] QString asTable(const QVector<RegisterRow>& rows);
 
-/// The same as comma-separated values (RFC 4180) with a heading.
-[[nodiscard]] QString asCsv(const QVector<RegisterRow>& rows);
+/// The same as comma-separated values (RFC 4180) with a heading, and what a client has to be told besides:
+/// function code, word order, access, unit id of the server, and the unit that a register's name ends with,
+/// in brackets.
+[[nodiscard]] QString asCsv(const QVector<RegisterRow>& rows, const QString& unitId);
 
 /// How a client reaches the server.
 struct ServerAddress

@@ -17,6 +17,7 @@ private slots:
     void exitCodes_data();
     void exitCodes();
     void findingsNameFileAndLine();
+    void readsStandardInput();
     void listsGoToStandardOutput();
     void verboseShowsTheLoader();
     void bigFile();
@@ -82,6 +83,15 @@ void TestModbusMapCheck::exitCodes_data()
                                   << QStringLiteral("one mapping file has to be given");
     QTest::newRow("unknown option: 2")
         << QStringList{QStringLiteral("--lst"), sample} << 2 << none << QStringLiteral("modbus-map-check: ");
+    const auto wrongNumber = [](const char* row, const char* option, const char* value, const char* problem) {
+        QTest::newRow(row) << QStringList{QLatin1String(option), QLatin1String(value), sample} << 2
+                           << QString() << QString(QLatin1String(problem));
+    };
+    wrongNumber("port that is no number: 2", "--port", "foo",
+                "--port: \"foo\" is no number from 1 to 65535\n");
+    wrongNumber("port too high: 2", "--port", "65536", "--port: \"65536\" is no number");
+    wrongNumber("unit too high: 2", "--unit", "256", "--unit: \"256\" is no number from 0 to 255\n");
+    wrongNumber("baud rate of nothing: 2", "--baud", "", "--baud: \"\" is no number");
     QTest::newRow("version: 0") << QStringList(QStringLiteral("--version")) << 0
                                 << QStringLiteral("modbus-map-check " VARNEL_VERSION "\n") << none;
     QTest::newRow("help: 0") << QStringList(QStringLiteral("--help")) << 0 << QStringLiteral("--mbpoll")
@@ -106,8 +116,17 @@ void TestModbusMapCheck::findingsNameFileAndLine()
     const QString path = data("unknown-class.map");
     QCOMPARE(run({path}).errors,
              path + QStringLiteral(":12: error: register 101 \"Current\": unknown class \"Power\"\n") + path +
-                 QStringLiteral(":18: error: table \"power\": entry 101 is no register of this mapping\n") +
-                 path + QStringLiteral(": 2 registers in 1 tables, 2 words, 2 errors, 0 warnings\n"));
+                 QStringLiteral(": 2 registers in 1 tables, 2 words, 1 errors, 0 warnings\n"));
+}
+
+void TestModbusMapCheck::readsStandardInput()
+{
+    QProcess process;
+    process.setStandardInputFile(data("unknown-class.map"));
+    process.start(QStringLiteral(MAP_CHECK), {QStringLiteral("-")});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitCode(), 1);
+    QVERIFY(process.readAllStandardError().startsWith("standard input:12: error: register 101 "));
 }
 
 void TestModbusMapCheck::listsGoToStandardOutput()
@@ -119,8 +138,8 @@ void TestModbusMapCheck::listsGoToStandardOutput()
     QCOMPARE(all.exitCode, 0);
     QCOMPARE(all.errors, QString());
     QVERIFY(all.output.startsWith(QStringLiteral("Address  Words  Type")));
-    QVERIFY(
-        all.output.contains(QStringLiteral("\n404,2,float,power,Current L1 (A),power.current[0],float\r\n")));
+    QVERIFY(all.output.contains(QStringLiteral("\n404,2,float,power,Current L1 (A),power.current[0],float,"
+                                               "3,high word first,read-only,7,A\r\n")));
     QVERIFY(all.output.contains(
         QStringLiteral("\nmbpoll -m rtu -b 9600 -a 7 -0 -1 -B -t 4:float -r 404 -c 3 /dev/ttyUSB0\n")));
 }

@@ -142,12 +142,14 @@ void TestRegisterList::table()
 
 void TestRegisterList::csv()
 {
-    const QVector<RegisterRow> rows{row(5, 1, "bool", "plain"), row(6, 1, "bool", "comma, \"quote\""),
-                                    row(7, 0, "string", "left out"), row(8, 1, "bool", "line\nend")};
-    QCOMPARE(asCsv(rows), QStringLiteral("Address,Words,Type,Table,Name,Value,Sent as\r\n"
-                                         "5,1,bool,t,plain,,\r\n"
-                                         "6,1,bool,t,\"comma, \"\"quote\"\"\",,\r\n"
-                                         "8,1,bool,t,\"line\nend\",,\r\n"));
+    const QVector<RegisterRow> rows{row(5, 1, "bool", "plain"), row(6, 2, "uint32", "comma, \"quote\" (Wh)"),
+                                    row(8, 0, "string", "left out"), row(8, 1, "bool", "line\nend")};
+    QCOMPARE(asCsv(rows, QStringLiteral("7")),
+             QStringLiteral(
+                 "Address,Words,Type,Table,Name,Value,Sent as,Function,Word order,Access,Unit id,Unit\r\n"
+                 "5,1,bool,t,plain,,,3,,read-only,7,\r\n"
+                 "6,2,uint32,t,\"comma, \"\"quote\"\" (Wh)\",,,3,high word first,read-only,7,Wh\r\n"
+                 "8,1,bool,t,\"line\nend\",,,3,,read-only,7,\r\n"));
 }
 
 void TestRegisterList::mbpoll_data()

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+#include "jsonlocator.h"
+
+// How findings name the parts of a mapping, and where these parts stand in the file.
+
+inline JsonPath registerPath(int index)
+{
+    return JsonPath() / QStringLiteral("registers") / index;
+}
+
+inline JsonPath tablePath(int index)
+{
+    return JsonPath() / QStringLiteral("tables") / index;
+}
+
+inline QString quoted(const QString& text)
+{
+    return QLatin1Char('"') + text + QLatin1Char('"');
+}
+
+inline QString registerName(const QJsonObject& reg)
+{
+    return QStringLiteral("register %1 %2")
+        .arg(reg.value(QLatin1String("id")).toInt())
+        .arg(quoted(reg.value(QLatin1String("name")).toString()));
+}
+
+inline QString tableName(const QJsonObject& table)
+{
+    return QStringLiteral("table %1").arg(quoted(table.value(QLatin1String("name")).toString()));
+}
