@@ -5,7 +5,7 @@
 
 #include <QCoreApplication>
 
-#include "log.h"
+#include "logcategories.h"
 #include "service.h"
 
 namespace Varnel {
@@ -72,10 +72,10 @@ void BusInterface::busLost()
     QCoreApplication::exit(EXIT_FAILURE);
 }
 
-void BusInterface::answer(const Refusal& refusal)
+void BusInterface::answer(const Outcome<>& outcome)
 {
-    if (!refusal.kind.isEmpty() && calledFromDBus()) {
-        sendErrorReply(serviceName() + QLatin1String(".Error.") + refusal.kind, refusal.text);
+    if (!outcome && calledFromDBus()) {
+        sendErrorReply(serviceName() + QLatin1String(".Error.") + outcome.refusal.kind, outcome.refusal.text);
     }
 }
 

@@ -4,10 +4,11 @@
 #include <QDBusContext>
 #include <QObject>
 
+#include "outcome.h"
+
 namespace Varnel {
 
 class Service;
-struct Refusal;
 
 /// The service as the device scripts see it on D-Bus: object /org/varnel/ModbusServer1, interface
 /// org.varnel.ModbusServer1. A refused command is answered with the D-Bus error
@@ -46,7 +47,7 @@ public slots:
     void busLost();
 
 private:
-    void answer(const Refusal& refusal);
+    void answer(const Outcome<>& outcome);
 
     Service& service;
 };

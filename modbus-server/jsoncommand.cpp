@@ -83,8 +83,8 @@ QJsonObject JsonMembers::subobject(const QString& name)
     return member(name).toObject();
 }
 
-Parsed<QJsonObject> parseCommand(const QByteArray& text, const QString& command, const QString& kind,
-                                 int limit)
+Outcome<QJsonObject> parseCommand(const QByteArray& text, const QString& command, const QString& kind,
+                                  int limit)
 {
     if (text.size() > limit) {
         return Refusal{kind,

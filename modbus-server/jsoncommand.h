@@ -6,7 +6,7 @@
 #include <QJsonObject>
 #include <QStringList>
 
-#include "refusal.h"
+#include "outcome.h"
 
 namespace Varnel {
 
@@ -56,7 +56,7 @@ private:
 
 /// Parses `text` as one JSON object of at most `limit` octets whose "cmd" is `command`. A broken text is
 /// refused as `kind`, another command as "UnknownCommand".
-[[nodiscard]] Parsed<QJsonObject> parseCommand(const QByteArray& text, const QString& command,
-                                               const QString& kind, int limit);
+[[nodiscard]] Outcome<QJsonObject> parseCommand(const QByteArray& text, const QString& command,
+                                                const QString& kind, int limit);
 
 } // namespace Varnel

@@ -1,46 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include <csignal>
-#include <cstdio>
-#include <tuple>
-
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
-#include <QSocketNotifier>
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "businterface.h"
 #include "log.h"
+#include "logcategories.h"
 #include "options.h"
 #include "service.h"
+#include "signalwatcher.h"
 
 using namespace Varnel;
 
 namespace {
-
-int signalPipe[2] = {-1, -1};
-
-void noteSignal(int /*number*/)
-{
-    const char octet = 0;
-    if (::write(signalPipe[1], &octet, 1) != 1) {
-        // The pipe is full of earlier signals: the end is on its way.
-    }
-}
-
-/// SIGTERM and SIGINT end the event loop, so that the interface is closed in order.
-void quitOnSignals(QCoreApplication& application)
-{
-    if (::pipe(signalPipe) != 0) {
-        return;
-    }
-    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &application);
-    QObject::connect(notifier, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
-    std::ignore = std::signal(SIGTERM, &noteSignal);
-    std::ignore = std::signal(SIGINT, &noteSignal);
-}
 
 QDBusConnection connectToBus(const QString& bus)
 {
@@ -86,17 +58,16 @@ void endWithBus(QDBusConnection& connection, BusInterface& interface)
 
 int main(int argc, char* argv[])
 {
-    logToStandardError();
+    logToStandardError("varnel-modbus-server");
     QCoreApplication application(argc, argv);
-    const CommandLine commandLine = parseCommandLine(QCoreApplication::arguments());
+    const Invocation<ServerOptions> commandLine = parseCommandLine(QCoreApplication::arguments());
     if (!commandLine.options) {
-        std::ignore = std::fputs(qPrintable(commandLine.output), commandLine.status == 0 ? stdout : stderr);
-        return commandLine.status;
+        return commandLine.end();
     }
     if (commandLine.options->verbose) {
         QLoggingCategory::setFilterRules(QStringLiteral("varnel.modbus.clients.debug=true"));
     }
-    quitOnSignals(application);
+    const SignalWatcher signalWatcher;
 
     Service service(commandLine.options->service);
     BusInterface interface(service);

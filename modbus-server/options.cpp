@@ -65,7 +65,7 @@ const QVector<SecondsOption>& secondsOptions()
     return options;
 }
 
-CommandLine usage(const QString& problem)
+Invocation<ServerOptions> usage(const QString& problem)
 {
     return {std::nullopt, problem + QLatin1String("\nTry 'varnel-modbus-server --help'.\n"), usageError};
 }
@@ -91,7 +91,7 @@ QString readSeconds(const QCommandLineParser& parser, ServiceOptions& service)
 
 } // namespace
 
-CommandLine parseCommandLine(const QStringList& arguments)
+Invocation<ServerOptions> parseCommandLine(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
@@ -117,12 +117,15 @@ CommandLine parseCommandLine(const QStringList& arguments)
         return usage(
             QStringLiteral("Unexpected argument '%1'.").arg(parser.positionalArguments().constFirst()));
     }
-    Options options;
+    ServerOptions options;
     options.bus = parser.value(busOption());
     options.verbose = parser.isSet(verboseOption());
     options.service.stateFile = parser.value(stateOption());
     const QString problem = readSeconds(parser, options.service);
-    return problem.isEmpty() ? CommandLine{options, QString(), 0} : usage(problem);
+    if (!problem.isEmpty()) {
+        return usage(problem);
+    }
+    return {options, QString(), 0};
 }
 
 } // namespace Varnel

@@ -16,15 +16,15 @@ void RegisterStore::configure(const std::vector<RegisterRange>& tables)
     }
 }
 
-Refusal RegisterStore::publish(const RegisterUpdate& update, Clock::time_point now)
+Outcome<> RegisterStore::publish(const RegisterUpdate& update, Clock::time_point now)
 {
     // All checks before the first write: an update is seen whole or not at all.
     for (const RegisterRun& run : update) {
         if (!covers(run.address, static_cast<int>(run.words.size()))) {
-            return {QStringLiteral("BadUpdate"),
-                    QStringLiteral("%1 words from address %2 are not all in a table")
-                        .arg(run.words.size())
-                        .arg(run.address)};
+            return Refusal{QStringLiteral("BadUpdate"),
+                           QStringLiteral("%1 words from address %2 are not all in a table")
+                               .arg(run.words.size())
+                               .arg(run.address)};
         }
     }
     for (const RegisterRun& run : update) {

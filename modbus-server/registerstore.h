@@ -28,8 +28,8 @@ public:
     void clear() { configure({}); }
 
     /// Writes all runs, later ones over earlier ones, or none at all: the first run that leaves the tables is
-    /// returned as a "BadUpdate" refusal. The refusal's kind is empty when the update was published.
-    [[nodiscard]] Refusal publish(const RegisterUpdate& update, Clock::time_point now);
+    /// refused as "BadUpdate".
+    Outcome<> publish(const RegisterUpdate& update, Clock::time_point now);
 
     /// True when `count` registers from `address` on all exist.
     [[nodiscard]] bool covers(int address, int count) const;

@@ -18,7 +18,7 @@ int toWord(const QJsonValue& value)
     return number <= highestWord ? number : -1;
 }
 
-Parsed<RegisterRun> parseRun(const QJsonValue& value, int index)
+Outcome<RegisterRun> parseRun(const QJsonValue& value, int index)
 {
     const QString path = QStringLiteral("data[%1]").arg(index);
     if (!value.isObject()) {
@@ -51,9 +51,9 @@ Parsed<RegisterRun> parseRun(const QJsonValue& value, int index)
 
 } // namespace
 
-Parsed<RegisterUpdate> parseUpdate(const QByteArray& text)
+Outcome<RegisterUpdate> parseUpdate(const QByteArray& text)
 {
-    const Parsed<QJsonObject> object =
+    const Outcome<QJsonObject> object =
         parseCommand(text, QStringLiteral("setconfig"), badUpdate, maxUpdateSize);
     if (!object) {
         return object.refusal;
@@ -66,7 +66,7 @@ Parsed<RegisterUpdate> parseUpdate(const QByteArray& text)
     RegisterUpdate update;
     update.reserve(static_cast<size_t>(data.size()));
     for (int index = 0; index < data.size(); ++index) {
-        const Parsed<RegisterRun> run = parseRun(data.at(index), index);
+        const Outcome<RegisterRun> run = parseRun(data.at(index), index);
         if (!run) {
             return run.refusal;
         }

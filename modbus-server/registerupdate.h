@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 
-#include "refusal.h"
+#include "outcome.h"
 
 namespace Varnel {
 
@@ -30,6 +30,6 @@ constexpr int maxUpdateSize = 1024 * 1024;
 
 /// Parses an update command. Pure: logs nothing, accepts any octets. An empty "data" is a valid update of
 /// nothing. Refuses as "BadUpdate" (with the member that is wrong) or "UnknownCommand".
-[[nodiscard]] Parsed<RegisterUpdate> parseUpdate(const QByteArray& text);
+[[nodiscard]] Outcome<RegisterUpdate> parseUpdate(const QByteArray& text);
 
 } // namespace Varnel

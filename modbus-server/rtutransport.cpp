@@ -43,7 +43,7 @@ RtuTransport::RtuTransport(const RtuEndpoint& endpoint, AnswerFunction answer, Q
     connect(&serial, &QSerialPort::errorOccurred, this, &RtuTransport::portError);
 }
 
-bool RtuTransport::open(QString* error)
+Outcome<> RtuTransport::open()
 {
     serial.setPortName(endpoint.port);
     const bool opened = serial.open(QIODevice::ReadWrite) && serial.setBaudRate(endpoint.baud) &&
@@ -51,13 +51,13 @@ bool RtuTransport::open(QString* error)
                         serial.setStopBits(endpoint.stopBits) &&
                         serial.setFlowControl(QSerialPort::NoFlowControl);
     if (!opened) {
-        *error = serial.errorString();
+        Refusal refusal(serial.errorString());
         serial.close();
-        return false;
+        return refusal;
     }
     serial.clear(); // what was sent before we listened is nobody's question any more
     decoder = RtuDecoder(endpoint.deviceId);
-    return true;
+    return {};
 }
 
 void RtuTransport::receive()

@@ -20,7 +20,7 @@ class RtuTransport : public Transport
 public:
     RtuTransport(const RtuEndpoint& endpoint, AnswerFunction answer, QObject* parent = nullptr);
 
-    bool open(QString* error) override;
+    Outcome<> open() override;
     [[nodiscard]] int clientCount() const override { return serial.isOpen() ? 1 : 0; }
 
 private:

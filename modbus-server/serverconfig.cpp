@@ -25,7 +25,7 @@ struct ParityLetter
 constexpr ParityLetter parities[] = {
     {'N', QSerialPort::NoParity}, {'E', QSerialPort::EvenParity}, {'O', QSerialPort::OddParity}};
 
-Parsed<TcpEndpoint> parseTcp(const QJsonObject& object)
+Outcome<TcpEndpoint> parseTcp(const QJsonObject& object)
 {
     JsonMembers members(object, QStringLiteral("tcp"), badInit);
     TcpEndpoint endpoint;
@@ -61,7 +61,7 @@ bool parseFormat(const QString& format, RtuEndpoint& endpoint)
     return false;
 }
 
-Parsed<RtuEndpoint> parseRtu(const QJsonObject& object)
+Outcome<RtuEndpoint> parseRtu(const QJsonObject& object)
 {
     JsonMembers members(object, QStringLiteral("rtu"), badInit);
     RtuEndpoint endpoint;
@@ -85,7 +85,7 @@ Parsed<RtuEndpoint> parseRtu(const QJsonObject& object)
 
 /// The panel writes every table as read-only, and this server can do nothing else, so another mode is a
 /// misunderstanding that must not pass in silence.
-Parsed<RegisterRange> parseTable(const QJsonValue& value, int index)
+Outcome<RegisterRange> parseTable(const QJsonValue& value, int index)
 {
     const QString path = QStringLiteral("tables[%1]").arg(index);
     if (!value.isObject()) {
@@ -109,12 +109,12 @@ Parsed<RegisterRange> parseTable(const QJsonValue& value, int index)
     return range;
 }
 
-Parsed<std::vector<RegisterRange>> parseTables(const QJsonArray& array)
+Outcome<std::vector<RegisterRange>> parseTables(const QJsonArray& array)
 {
     std::vector<RegisterRange> tables;
     tables.reserve(static_cast<size_t>(array.size()));
     for (int index = 0; index < array.size(); ++index) {
-        const Parsed<RegisterRange> table = parseTable(array.at(index), index);
+        const Outcome<RegisterRange> table = parseTable(array.at(index), index);
         if (!table) {
             return table.refusal;
         }
@@ -125,12 +125,13 @@ Parsed<std::vector<RegisterRange>> parseTables(const QJsonArray& array)
 
 /// Turns a parsed endpoint of either kind into the configuration's variant.
 template<typename Endpoint>
-Refusal take(const Parsed<Endpoint>& endpoint, ServerConfig& config)
+Outcome<> take(const Outcome<Endpoint>& endpoint, ServerConfig& config)
 {
-    if (endpoint) {
-        config.endpoint = *endpoint.value;
+    if (!endpoint) {
+        return endpoint.refusal;
     }
-    return endpoint.refusal;
+    config.endpoint = *endpoint.value;
+    return {};
 }
 
 struct Describer
@@ -152,9 +153,9 @@ struct Describer
 
 } // namespace
 
-Parsed<ServerConfig> parseInit(const QByteArray& text)
+Outcome<ServerConfig> parseInit(const QByteArray& text)
 {
-    const Parsed<QJsonObject> object = parseCommand(text, QStringLiteral("init"), badInit, maxInitSize);
+    const Outcome<QJsonObject> object = parseCommand(text, QStringLiteral("init"), badInit, maxInitSize);
     if (!object) {
         return object.refusal;
     }
@@ -173,12 +174,12 @@ Parsed<ServerConfig> parseInit(const QByteArray& text)
     if (!members.ok()) {
         return members.refusal();
     }
-    const Refusal badEndpoint = protocol == QLatin1String("tcp") ? take(parseTcp(interface), config)
-                                                                 : take(parseRtu(interface), config);
-    if (!badEndpoint.kind.isEmpty()) {
-        return badEndpoint;
+    const Outcome<> taken = protocol == QLatin1String("tcp") ? take(parseTcp(interface), config)
+                                                             : take(parseRtu(interface), config);
+    if (!taken) {
+        return taken.refusal;
     }
-    Parsed<std::vector<RegisterRange>> ranges = parseTables(tables);
+    Outcome<std::vector<RegisterRange>> ranges = parseTables(tables);
     if (!ranges) {
         return ranges.refusal;
     }

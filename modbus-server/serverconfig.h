@@ -10,7 +10,7 @@
 #include <QSerialPort>
 #include <QString>
 
-#include "refusal.h"
+#include "outcome.h"
 
 namespace Varnel {
 
@@ -57,7 +57,7 @@ constexpr int maxInitSize = 4 * 1024 * 1024;
 
 /// Parses the text of an init file. Pure: opens nothing, logs nothing, accepts any octets. Refuses as
 /// "BadInit" (with the member that is wrong) or "UnknownCommand".
-[[nodiscard]] Parsed<ServerConfig> parseInit(const QByteArray& text);
+[[nodiscard]] Outcome<ServerConfig> parseInit(const QByteArray& text);
 
 /// The endpoint in words for messages: "tcp 0.0.0.0:502", "rtu /dev/ttyS1 19200 8N1 id 1".
 [[nodiscard]] QString describe(const ServerConfig& config);

@@ -6,7 +6,7 @@
 #include <QSaveFile>
 
 #include "jsoncommand.h"
-#include "log.h"
+#include "logcategories.h"
 #include "requesthandler.h"
 #include "rtutransport.h"
 #include "tcptransport.h"
@@ -16,7 +16,7 @@ namespace Varnel {
 namespace {
 
 /// Reads an init file. Only regular files: a pipe or a device would hold the event loop up.
-Parsed<QByteArray> readInitFile(const QString& path)
+Outcome<QByteArray> readInitFile(const QString& path)
 {
     const auto refuse = [&path](const QString& why) {
         return Refusal{QStringLiteral("BadInit"), QStringLiteral("init file %1: %2").arg(quoted(path), why)};
@@ -68,39 +68,40 @@ void Service::restore()
         return;
     }
     qCInfo(lcServer) << "the last run was started and not stopped, serving its tables again";
-    const Parsed<QByteArray> text = readInitFile(options.stateFile);
-    const Refusal refusal = text ? apply(*text.value) : text.refusal;
-    if (!refusal.kind.isEmpty()) {
-        qCWarning(lcServer).noquote() << refusal.text;
+    const Outcome<QByteArray> text = readInitFile(options.stateFile);
+    const Outcome<> outcome = text ? apply(*text.value) : text.refusal;
+    if (!outcome) {
+        qCWarning(lcServer).noquote() << outcome.refusal.text;
     }
 }
 
-Refusal Service::start(const QString& path)
+Outcome<> Service::start(const QString& path)
 {
-    const Parsed<QByteArray> text = readInitFile(path);
-    Refusal refusal = text ? apply(*text.value) : text.refusal;
-    if (!refusal.kind.isEmpty()) {
-        qCWarning(lcServer).noquote() << "start:" << refusal.text;
+    const Outcome<QByteArray> text = readInitFile(path);
+    Outcome<> outcome = text ? apply(*text.value) : text.refusal;
+    if (!outcome) {
+        qCWarning(lcServer).noquote() << "start:" << outcome.refusal.text;
     }
-    return refusal;
+    return outcome;
 }
 
-Refusal Service::apply(const QByteArray& initText)
+Outcome<> Service::apply(const QByteArray& initText)
 {
-    Parsed<ServerConfig> parsed = parseInit(initText);
+    Outcome<ServerConfig> parsed = parseInit(initText);
     if (!parsed) {
-        return {parsed.refusal.kind, QStringLiteral("init file: ") + parsed.refusal.text};
+        return Refusal{parsed.refusal.kind, QStringLiteral("init file: ") + parsed.refusal.text};
     }
     stop();
     config = *parsed.value;
     store.configure(config->tables);
     saveState(initText);
-    Refusal refusal = openInterface();
-    if (!refusal.kind.isEmpty()) {
+    Outcome<> opened = openInterface();
+    if (!opened) {
         retry.start(config->retryInterval);
-        refusal.text += QStringLiteral("; trying again every %1 ms").arg(config->retryInterval.count());
+        opened.refusal.text +=
+            QStringLiteral("; trying again every %1 ms").arg(config->retryInterval.count());
     }
-    return refusal;
+    return opened;
 }
 
 void Service::stop()
@@ -131,14 +132,15 @@ std::unique_ptr<Transport> Service::makeTransport()
     return std::make_unique<RtuTransport>(std::get<RtuEndpoint>(config->endpoint), answer);
 }
 
-Refusal Service::openInterface()
+Outcome<> Service::openInterface()
 {
     transport = makeTransport();
     connect(transport.get(), &Transport::failed, this, &Service::interfaceFailed);
-    QString error;
-    isOpen = transport->open(&error);
-    if (!isOpen) {
-        return {QStringLiteral("NoInterface"), QStringLiteral("cannot open %1: %2").arg(endpoint(), error)};
+    const Outcome<> opened = transport->open();
+    isOpen = static_cast<bool>(opened);
+    if (!opened) {
+        return Refusal{QStringLiteral("NoInterface"),
+                       QStringLiteral("cannot open %1: %2").arg(endpoint(), opened.refusal.text)};
     }
     qCInfo(lcServer).noquote() << "serving" << registerCount() << "registers on" << endpoint();
     return {};
@@ -147,7 +149,7 @@ Refusal Service::openInterface()
 void Service::retryInterface()
 {
     // Silent while it stays as it was reported: only the change is news.
-    if (!openInterface().kind.isEmpty()) {
+    if (!openInterface()) {
         retry.start(config->retryInterval);
     }
 }
@@ -160,30 +162,34 @@ void Service::interfaceFailed(const QString& reason)
     retry.start(config->retryInterval);
 }
 
-Refusal Service::update(const QByteArray& text)
+Outcome<> Service::update(const QByteArray& text)
 {
-    Refusal refusal;
-    const Parsed<RegisterUpdate> parsed = parseUpdate(text);
-    if (!parsed) {
-        refusal = {parsed.refusal.kind, QStringLiteral("update command: ") + parsed.refusal.text};
-    } else if (!config) {
-        refusal = {QStringLiteral("NotStarted"), QStringLiteral("update command: the server is not started")};
-    } else {
-        refusal = store.publish(*parsed.value, RegisterStore::Clock::now());
+    Outcome<> outcome = publish(parseUpdate(text));
+    reportUpdate(outcome);
+    return outcome;
+}
+
+Outcome<> Service::publish(const Outcome<RegisterUpdate>& update)
+{
+    if (!update) {
+        return Refusal{update.refusal.kind, QStringLiteral("update command: ") + update.refusal.text};
     }
-    reportUpdate(refusal);
-    return refusal;
+    if (!config) {
+        return Refusal{QStringLiteral("NotStarted"),
+                       QStringLiteral("update command: the server is not started")};
+    }
+    return store.publish(*update.value, RegisterStore::Clock::now());
 }
 
 /// Updates come many times a second; a problem is logged when it appears or changes.
-void Service::reportUpdate(const Refusal& refusal)
+void Service::reportUpdate(const Outcome<>& outcome)
 {
-    if (refusal.kind.isEmpty()) {
+    if (outcome) {
         ++published;
-    } else if (refusal.text != lastUpdateProblem) {
-        qCWarning(lcServer).noquote() << refusal.text;
+    } else if (outcome.refusal.text != lastUpdateProblem) {
+        qCWarning(lcServer).noquote() << outcome.refusal.text;
     }
-    lastUpdateProblem = refusal.text;
+    lastUpdateProblem = outcome.refusal.text;
 }
 
 void Service::saveState(const QByteArray& initText) const

@@ -7,7 +7,7 @@
 #include <QObject>
 #include <QTimer>
 
-#include "refusal.h"
+#include "outcome.h"
 #include "registerstore.h"
 #include "serverconfig.h"
 #include "transport.h"
@@ -44,14 +44,14 @@ public:
     /// Reads the init file at `path` and serves what it describes, instead of what was served before; all
     /// registers start at 0. A file that is refused changes nothing. When the interface cannot be opened,
     /// that is returned as "NoInterface" and tried again at the file's "delay" until it succeeds or stop() is
-    /// called. The refusal's kind is empty on success.
-    [[nodiscard]] Refusal start(const QString& path);
+    /// called.
+    Outcome<> start(const QString& path);
 
     /// Closes the interface and removes all registers. Does nothing when not started.
     void stop();
 
-    /// Publishes the update command `text`, whole or not at all. The refusal's kind is empty on success.
-    [[nodiscard]] Refusal update(const QByteArray& text);
+    /// Publishes the update command `text`, whole or not at all.
+    Outcome<> update(const QByteArray& text);
 
     /// "stopped", "serving", or "waiting" for an interface that cannot be opened yet.
     [[nodiscard]] QString state() const;
@@ -63,13 +63,14 @@ public:
     [[nodiscard]] qulonglong updateCount() const { return published; }
 
 private:
-    [[nodiscard]] Refusal apply(const QByteArray& initText);
-    [[nodiscard]] Refusal openInterface();
+    Outcome<> apply(const QByteArray& initText);
+    Outcome<> openInterface();
     void retryInterface();
     void interfaceFailed(const QString& reason);
     std::unique_ptr<Transport> makeTransport();
     void saveState(const QByteArray& initText) const;
-    void reportUpdate(const Refusal& refusal);
+    Outcome<> publish(const Outcome<RegisterUpdate>& update);
+    void reportUpdate(const Outcome<>& outcome);
 
     ServiceOptions options;
     RegisterStore store;

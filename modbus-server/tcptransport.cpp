@@ -10,7 +10,7 @@
 #include <QTcpSocket>
 #include <QTimer>
 
-#include "log.h"
+#include "logcategories.h"
 
 namespace Varnel {
 
@@ -59,13 +59,12 @@ TcpTransport::~TcpTransport()
     }
 }
 
-bool TcpTransport::open(QString* error)
+Outcome<> TcpTransport::open()
 {
     if (server.listen(endpoint.listen, endpoint.port)) {
-        return true;
+        return {};
     }
-    *error = server.errorString();
-    return false;
+    return Refusal(server.errorString());
 }
 
 void TcpTransport::acceptClients()

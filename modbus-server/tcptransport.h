@@ -30,7 +30,7 @@ public:
                  QObject* parent = nullptr);
     ~TcpTransport() override;
 
-    bool open(QString* error) override;
+    Outcome<> open() override;
     [[nodiscard]] int clientCount() const override { return static_cast<int>(clients.size()); }
 
     /// The port listened on, 0 before open(). Differs from the endpoint's only if that is 0.

@@ -5,6 +5,8 @@
 
 #include <QObject>
 
+#include "outcome.h"
+
 namespace Varnel {
 
 /// Answers a request PDU; an empty answer means that nothing is sent.
@@ -18,8 +20,8 @@ class Transport : public QObject
 public:
     using QObject::QObject;
 
-    /// Opens the interface. False when that fails, with the reason in `error`; it may be tried again.
-    virtual bool open(QString* error) = 0;
+    /// Opens the interface. When that fails, it may be tried again.
+    virtual Outcome<> open() = 0;
 
     /// Clients connected now; a serial line counts as one.
     [[nodiscard]] virtual int clientCount() const = 0;

@@ -9,40 +9,36 @@ namespace Simulator {
 
 namespace {
 
-QJsonObject readJsonAction(const QString& line, QString* error)
+Varnel::Outcome<QJsonObject> readJsonAction(const QString& line)
 {
     QJsonParseError problem{};
     const QJsonDocument document = QJsonDocument::fromJson(line.toUtf8(), &problem);
     QJsonObject action = document.object();
     if (problem.error != QJsonParseError::NoError) {
-        *error = QStringLiteral("not JSON: %1").arg(problem.errorString());
-        return {};
+        return Varnel::Refusal(QStringLiteral("not JSON: %1").arg(problem.errorString()));
     }
     if (!action.value(QLatin1String("do")).isString()) {
-        *error = QStringLiteral("an action needs a member \"do\"");
-        return {};
+        return Varnel::Refusal(QStringLiteral("an action needs a member \"do\""));
     }
     return action;
 }
 
 } // namespace
 
-QJsonObject readAction(const QString& line, QString* error)
+Varnel::Outcome<QJsonObject> readAction(const QString& line)
 {
     if (line.trimmed().startsWith(QLatin1Char('{'))) {
-        return readJsonAction(line, error);
+        return readJsonAction(line);
     }
     QStringList words = QProcess::splitCommand(line);
     if (words.isEmpty()) {
-        *error = QStringLiteral("empty action");
-        return {};
+        return Varnel::Refusal(QStringLiteral("empty action"));
     }
     QJsonObject action{{QStringLiteral("do"), words.takeFirst()}};
     for (const QString& word : qAsConst(words)) {
         const int sign = word.indexOf(QLatin1Char('='));
         if (sign < 1) {
-            *error = QStringLiteral("\"%1\" is not of the form name=value").arg(word);
-            return {};
+            return Varnel::Refusal(QStringLiteral("\"%1\" is not of the form name=value").arg(word));
         }
         action.insert(word.left(sign), word.mid(sign + 1));
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "outcome.h"
+
 #include <QJsonObject>
 #include <QString>
 
@@ -8,9 +10,8 @@ namespace Simulator {
 
 /// Reads one action from a line of text: either a JSON object with a member "do", or words as in
 /// `set gpiostate.good=slow devinfo.lang=fr`, where the first word is the value of "do" and every further
-/// one a member; quotes keep blanks together. On failure returns an empty object and puts the reason into
-/// `error`.
-QJsonObject readAction(const QString& line, QString* error);
+/// one a member; quotes keep blanks together.
+Varnel::Outcome<QJsonObject> readAction(const QString& line);
 
 /// A whole number from a member that may also be text; `fallback` when the member is absent or no number.
 qint64 wholeNumber(const QJsonObject& action, const char* member, qint64 fallback);

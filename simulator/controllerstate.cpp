@@ -154,15 +154,16 @@ ControllerState::ControllerState()
     }
 }
 
-QString ControllerState::set(const QString& path, const QJsonValue& value)
+Varnel::Outcome<> ControllerState::set(const QString& path, const QJsonValue& value)
 {
     const Field* field = findField(path);
     if (field == nullptr) {
-        return QStringLiteral("unknown field \"%1\"").arg(path);
+        return Varnel::Refusal(QStringLiteral("unknown field \"%1\"").arg(path));
     }
     const std::optional<QByteArray> encoded = encodeField(*field, textOf(value));
     if (!encoded) {
-        return QStringLiteral("value \"%2\" does not fit field \"%1\"").arg(path, textOf(value));
+        return Varnel::Refusal(
+            QStringLiteral("value \"%2\" does not fit field \"%1\"").arg(path, textOf(value)));
     }
     sections[path.section(QLatin1Char('.'), 0, 0)].replace(field->offset, field->width, *encoded);
     return {};

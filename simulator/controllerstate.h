@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "outcome.h"
 #include "wirelayout.h"
 
 #include <QByteArray>
@@ -18,9 +19,9 @@ public:
     /// Starts with the initial values of the wire layout.
     ControllerState();
 
-    /// Sets one field; `path` is "section.field", e.g. "gpiostate.good". Returns an empty text, or what is
-    /// wrong with path or value; the state is then unchanged.
-    [[nodiscard]] QString set(const QString& path, const QJsonValue& value);
+    /// Sets one field; `path` is "section.field", e.g. "gpiostate.good". A refused one leaves the state
+    /// unchanged.
+    Varnel::Outcome<> set(const QString& path, const QJsonValue& value);
 
     /// The octets of a section, header included; empty for an unknown name.
     [[nodiscard]] QByteArray section(const QString& name) const;

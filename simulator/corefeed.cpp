@@ -159,16 +159,16 @@ QList<int> CoreFeed::find(const QString& key) const
     return positions;
 }
 
-QString CoreFeed::hold(const QString& key, const QJsonValue& value)
+Varnel::Outcome<> CoreFeed::hold(const QString& key, const QJsonValue& value)
 {
     const QList<int> positions = find(key);
     if (positions.isEmpty()) {
-        return QStringLiteral("unknown value \"core.%1\"").arg(key);
+        return Varnel::Refusal(QStringLiteral("unknown value \"core.%1\"").arg(key));
     }
     for (const int position : positions) {
         if (!encodeCoreValue(values.at(position).point.type, value)) {
-            return QStringLiteral("value \"%1\" does not fit \"core.%2\"")
-                .arg(value.toVariant().toString(), key);
+            return Varnel::Refusal(QStringLiteral("value \"%1\" does not fit \"core.%2\"")
+                                       .arg(value.toVariant().toString(), key));
         }
     }
     for (const int position : positions) {
@@ -178,11 +178,11 @@ QString CoreFeed::hold(const QString& key, const QJsonValue& value)
     return {};
 }
 
-QString CoreFeed::release(const QString& key)
+Varnel::Outcome<> CoreFeed::release(const QString& key)
 {
     const QList<int> positions = find(key);
     if (positions.isEmpty() && key != QLatin1String("*")) {
-        return QStringLiteral("unknown value \"core.%1\"").arg(key);
+        return Varnel::Refusal(QStringLiteral("unknown value \"core.%1\"").arg(key));
     }
     for (const int position : positions) {
         values[position].held = false;

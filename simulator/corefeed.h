@@ -2,6 +2,7 @@
 #pragma once
 
 #include "coremap.h"
+#include "outcome.h"
 
 #include <QByteArray>
 #include <QJsonArray>
@@ -26,11 +27,11 @@ public:
     /// Steps every value that is not held to its next one.
     void advance();
 
-    /// Holds the value of a register (by id or by name) at `value`. Returns an empty text, or what is wrong.
-    [[nodiscard]] QString hold(const QString& key, const QJsonValue& value);
+    /// Holds the value of a register (by id or by name) at `value`.
+    Varnel::Outcome<> hold(const QString& key, const QJsonValue& value);
 
     /// Lets a held value change again; `key` "*" lets go of all.
-    [[nodiscard]] QString release(const QString& key);
+    Varnel::Outcome<> release(const QString& key);
 
     /// Adds an item as it stands to every following Core section, after the values: for coordinates that no
     /// mapping mentions, odd lengths and types.

@@ -131,23 +131,22 @@ QList<CorePoint> collect(const QJsonObject& mapping)
 
 } // namespace
 
-QList<CorePoint> readCoreMap(const QString& path, QString* error)
+Varnel::Outcome<QList<CorePoint>> readCoreMap(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("cannot read mapping file \"%1\": %2").arg(path, file.errorString());
-        return {};
+        return Varnel::Refusal(
+            QStringLiteral("cannot read mapping file \"%1\": %2").arg(path, file.errorString()));
     }
     QJsonParseError problem{};
     const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &problem);
     if (!document.isObject()) {
-        *error =
-            QStringLiteral("mapping file \"%1\" is not a JSON object: %2").arg(path, problem.errorString());
-        return {};
+        return Varnel::Refusal(
+            QStringLiteral("mapping file \"%1\" is not a JSON object: %2").arg(path, problem.errorString()));
     }
-    const QList<CorePoint> points = collect(document.object());
+    QList<CorePoint> points = collect(document.object());
     if (points.isEmpty()) {
-        *error = QStringLiteral("mapping file \"%1\" names no controller value").arg(path);
+        return Varnel::Refusal(QStringLiteral("mapping file \"%1\" names no controller value").arg(path));
     }
     return points;
 }

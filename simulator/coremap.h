@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "outcome.h"
+
 #include <QList>
 #include <QString>
 
@@ -34,8 +36,7 @@ struct CorePoint
 };
 
 /// Reads the controller values that the mapping file at `path` mentions, in file order, one per coordinate.
-/// Registers that name no known class, field or type are left out. On failure returns an empty list and
-/// puts the reason into `error`.
-QList<CorePoint> readCoreMap(const QString& path, QString* error);
+/// Registers that name no known class, field or type are left out.
+Varnel::Outcome<QList<CorePoint>> readCoreMap(const QString& path);
 
 } // namespace Simulator

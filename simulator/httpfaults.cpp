@@ -99,7 +99,7 @@ bool spoil(HttpReply& reply, const QString& kind, const HttpRequest& request, co
     return false;
 }
 
-QString HttpFaults::add(const QJsonObject& action)
+Varnel::Outcome<> HttpFaults::add(const QJsonObject& action)
 {
     const QString path = action.value(QLatin1String("path")).toString(QStringLiteral("*"));
     const QString kind = action.value(QLatin1String("fault")).toString();
@@ -112,7 +112,7 @@ QString HttpFaults::add(const QJsonObject& action)
     }
     HttpReply trial;
     if (!spoil(trial, kind, HttpRequest(), action)) {
-        return QStringLiteral("unknown HTTP fault \"%1\"").arg(kind);
+        return Varnel::Refusal(QStringLiteral("unknown HTTP fault \"%1\"").arg(kind));
     }
     waiting.append({path, action, wholeNumber(action, "count", 0)});
     return {};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "httpmessages.h"
+#include "outcome.h"
 
 #include <QJsonObject>
 
@@ -29,8 +30,7 @@ class HttpFaults
 public:
     /// Adds the fault of an action: "path" (a trailing * stands for anything; * alone is the default),
     /// "fault", "count" (0: for ever) and the details of its kind; fault "none" drops all faults of the path.
-    /// Returns an empty text, or what is wrong.
-    [[nodiscard]] QString add(const QJsonObject& action);
+    Varnel::Outcome<> add(const QJsonObject& action);
 
     /// Drops all faults.
     void clear() { waiting.clear(); }

@@ -31,7 +31,7 @@ void HttpServer::setLogin(const QString& newLogin, const QString& newPassword)
     password = newPassword;
 }
 
-QString HttpServer::listen(const QHostAddress& newAddress, quint16 newPort)
+Varnel::Outcome<> HttpServer::listen(const QHostAddress& newAddress, quint16 newPort)
 {
     close();
     sockaddr_in where{};
@@ -44,9 +44,9 @@ QString HttpServer::listen(const QHostAddress& newAddress, quint16 newPort)
                               MHD_OPTION_NOTIFY_COMPLETED, &HttpCallbacks::completed,
                               static_cast<void*>(nullptr), MHD_OPTION_END);
     if (daemon == nullptr) {
-        return QStringLiteral("cannot serve HTTP on %1:%2: %3")
-            .arg(newAddress.toString(), QString::number(newPort),
-                 QString::fromLocal8Bit(std::strerror(errno)));
+        return Varnel::Refusal(QStringLiteral("cannot serve HTTP on %1:%2: %3")
+                                   .arg(newAddress.toString(), QString::number(newPort),
+                                        QString::fromLocal8Bit(std::strerror(errno))));
     }
     boundAddress = newAddress;
     boundPort = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_BIND_PORT)->port;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "httpmessages.h"
+#include "outcome.h"
 
 #include <QHostAddress>
 #include <QJsonObject>
@@ -36,8 +37,8 @@ public:
     /// Where uploaded files are stored; empty: they are only measured.
     void setUploadDirectory(const QString& path) { uploadDirectory = path; }
 
-    /// Listens on an IPv4 address; port 0 lets the system choose. Returns an empty text, or why not.
-    [[nodiscard]] QString listen(const QHostAddress& newAddress, quint16 newPort);
+    /// Listens on an IPv4 address; port 0 lets the system choose.
+    Varnel::Outcome<> listen(const QHostAddress& newAddress, quint16 newPort);
 
     /// Closes all connections and the listening socket; listen() with port() opens it again.
     void close();

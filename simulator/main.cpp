@@ -1,37 +1,19 @@
 // SPDX-License-Identifier: MIT
-#include "action.h"
+#include "log.h"
 #include "options.h"
+#include "signalwatcher.h"
 #include "simulation.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <QtDebug>
 
 #include <csignal>
-#include <cstdio>
-#include <sys/signalfd.h>
+#include <memory>
 #include <tuple>
 #include <unistd.h>
 
 namespace {
-
-/// SIGTERM and SIGINT as a descriptor, so that the event loop can end in an orderly way; a reader of
-/// standard output that went away must not end the program.
-int openSignals()
-{
-    std::ignore = std::signal(SIGPIPE, SIG_IGN);
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGTERM);
-    sigaddset(&ending, SIGINT);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    return signalfd(-1, &ending, SFD_CLOEXEC);
-}
-
-int fail(const QString& problem)
-{
-    std::ignore = std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
-    return 1;
-}
 
 /// Reads actions from standard input without blocking the event loop.
 class InputReader
@@ -65,13 +47,8 @@ private:
         if (line.isEmpty()) {
             return;
         }
-        QString problem;
-        const QJsonObject action = Simulator::readAction(line, &problem);
-        if (problem.isEmpty()) {
-            problem = simulation.perform(action);
-        }
-        if (!problem.isEmpty()) {
-            std::ignore = std::fprintf(stderr, "r7m-simulator: %s\n", problem.toLocal8Bit().constData());
+        if (const Varnel::Outcome<> outcome = simulation.perform(line); !outcome) {
+            qWarning().noquote() << outcome.refusal.text;
         }
     }
 
@@ -84,28 +61,24 @@ private:
 
 int main(int argc, char* argv[])
 {
-    const int signalDescriptor = openSignals();
+    Varnel::logToStandardError("r7m-simulator");
+    std::ignore = std::signal(SIGPIPE, SIG_IGN); // a reader of standard output that goes away is no end
     QCoreApplication application(argc, argv);
-    const Simulator::ParsedOptions parsed = Simulator::parseOptions(QCoreApplication::arguments());
-    if (!parsed.error.isEmpty()) {
-        return fail(parsed.error);
+    const Varnel::Invocation<Simulator::SimulatorOptions> invocation =
+        Simulator::parseOptions(QCoreApplication::arguments());
+    if (!invocation.options) {
+        return invocation.end();
     }
-    if (!parsed.options) {
-        std::ignore = std::fputs(parsed.output.toLocal8Bit().constData(), stdout);
-        return 0;
-    }
-
-    Simulator::Simulation simulation(*parsed.options);
-    QSocketNotifier signalled(signalDescriptor, QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
+    const Varnel::SignalWatcher signalWatcher;
+    Simulator::Simulation simulation(*invocation.options);
     QObject::connect(&simulation, &Simulator::Simulation::quitWanted, &application, &QCoreApplication::quit,
                      Qt::QueuedConnection); // the answer to a wish by HTTP goes out first
-    const QString problem = simulation.start();
-    if (!problem.isEmpty()) {
-        return fail(problem);
+    if (const Varnel::Outcome<> started = simulation.start(); !started) {
+        qCritical().noquote() << started.refusal.text;
+        return 1;
     }
     std::unique_ptr<InputReader> input;
-    if (parsed.options->readInput) {
+    if (invocation.options->readInput) {
         input = std::make_unique<InputReader>(simulation);
     }
     return QCoreApplication::exec();

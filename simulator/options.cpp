@@ -142,7 +142,7 @@ private:
     const QCommandLineParser& parser;
 };
 
-void readSections(Reader& reader, Options& options)
+void readSections(Reader& reader, SimulatorOptions& options)
 {
     const QString list = reader.text("sections");
     options.startSilent = list == QLatin1String("none");
@@ -157,9 +157,9 @@ void readSections(Reader& reader, Options& options)
     }
 }
 
-Options readOptions(Reader& reader, const QCommandLineParser& parser)
+SimulatorOptions readOptions(Reader& reader, const QCommandLineParser& parser)
 {
-    Options options;
+    SimulatorOptions options;
     reader.endpoint("http", options.httpAddress, options.httpPort);
     reader.endpoint("target", options.target, options.targetPort);
     reader.address("source", options.source);
@@ -186,6 +186,11 @@ Options readOptions(Reader& reader, const QCommandLineParser& parser)
     return options;
 }
 
+Varnel::Invocation<SimulatorOptions> fail(const QString& problem)
+{
+    return {std::nullopt, QStringLiteral("r7m-simulator: %1\n").arg(problem), 1};
+}
+
 } // namespace
 
 QStringList knownSections()
@@ -197,7 +202,7 @@ QStringList knownSections()
     return names << QStringLiteral("core"); // its decoder takes all that follows: it must be the last one
 }
 
-ParsedOptions parseOptions(const QStringList& arguments)
+Varnel::Invocation<SimulatorOptions> parseOptions(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -212,25 +217,23 @@ ParsedOptions parseOptions(const QStringList& arguments)
     }
     parser.addOptions({help, version});
     if (!parser.parse(arguments)) {
-        return {std::nullopt, {}, parser.errorText()};
+        return fail(parser.errorText());
     }
     if (parser.isSet(help)) {
-        return {std::nullopt, helpText(parser), {}};
+        return {std::nullopt, helpText(parser), 0};
     }
     if (parser.isSet(version)) {
-        return {std::nullopt, QStringLiteral("r7m-simulator " VARNEL_VERSION "\n"), {}};
+        return {std::nullopt, QStringLiteral("r7m-simulator " VARNEL_VERSION "\n"), 0};
     }
     if (!parser.positionalArguments().isEmpty()) {
-        return {std::nullopt,
-                {},
-                QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first())};
+        return fail(QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first()));
     }
     Reader reader(parser);
-    const Options options = readOptions(reader, parser);
+    const SimulatorOptions options = readOptions(reader, parser);
     if (!reader.error.isEmpty()) {
-        return {std::nullopt, {}, reader.error};
+        return fail(reader.error);
     }
-    return {options, {}, {}};
+    return {options, {}, 0};
 }
 
 } // namespace Simulator

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "invocation.h"
+
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
 
-#include <optional>
-
 namespace Simulator {
 
 /// What the command line asks for.
-struct Options
+struct SimulatorOptions
 {
     QHostAddress httpAddress{QHostAddress::AnyIPv4};
     quint16 httpPort = 80;
@@ -33,16 +33,8 @@ struct Options
     bool readInput = false;
 };
 
-/// How reading the command line ended.
-struct ParsedOptions
-{
-    std::optional<Options> options; ///< set when the program is to run
-    QString output;                 ///< else what to print first: help and version on standard output
-    QString error;                  ///< or what is wrong, for standard error
-};
-
 /// Reads the command line; `arguments` begins with the program's name.
-ParsedOptions parseOptions(const QStringList& arguments);
+Varnel::Invocation<SimulatorOptions> parseOptions(const QStringList& arguments);
 
 /// The names that --sections knows, in the order in which they are sent.
 QStringList knownSections();

@@ -20,63 +20,60 @@ std::optional<qint64> milliseconds(const QJsonValue& seconds)
     return qRound64(seconds.toDouble() * 1000);
 }
 
-/// The step in `entry`, given the time of the step before; an error text instead when it is wrong.
-QString readStep(const QJsonObject& entry, qint64 previousMs, ScenarioStep* step)
+/// The step in `entry`, given the time of the step before.
+Varnel::Outcome<ScenarioStep> readStep(const QJsonObject& entry, qint64 previousMs)
 {
     const QJsonValue at = entry.value(QLatin1String("at"));
     const QJsonValue after = entry.value(QLatin1String("after"));
     if (at.isUndefined() == after.isUndefined()) {
-        return QStringLiteral("needs either \"at\" or \"after\"");
+        return Varnel::Refusal(QStringLiteral("needs either \"at\" or \"after\""));
     }
     const std::optional<qint64> time = milliseconds(at.isUndefined() ? after : at);
     if (!time) {
-        return QStringLiteral("its time is no number of seconds");
+        return Varnel::Refusal(QStringLiteral("its time is no number of seconds"));
     }
-    step->atMs = at.isUndefined() ? previousMs + *time : *time;
-    if (step->atMs < previousMs) {
-        return QStringLiteral("comes before the step that precedes it");
+    ScenarioStep step;
+    step.atMs = at.isUndefined() ? previousMs + *time : *time;
+    if (step.atMs < previousMs) {
+        return Varnel::Refusal(QStringLiteral("comes before the step that precedes it"));
     }
     if (!entry.value(QLatin1String("do")).isString()) {
-        return QStringLiteral("needs a member \"do\"");
+        return Varnel::Refusal(QStringLiteral("needs a member \"do\""));
     }
-    step->action = entry;
-    step->action.remove(QStringLiteral("at"));
-    step->action.remove(QStringLiteral("after"));
-    return {};
+    step.action = entry;
+    step.action.remove(QStringLiteral("at"));
+    step.action.remove(QStringLiteral("after"));
+    return step;
 }
 
 } // namespace
 
-Scenario readScenario(const QByteArray& text, QString* error)
+Varnel::Outcome<Scenario> readScenario(const QByteArray& text)
 {
     QJsonParseError problem{};
     const QJsonObject whole = QJsonDocument::fromJson(text, &problem).object();
     if (problem.error != QJsonParseError::NoError) {
-        *error = QStringLiteral("not JSON: %1 at octet %2").arg(problem.errorString()).arg(problem.offset);
-        return {};
+        return Varnel::Refusal(
+            QStringLiteral("not JSON: %1 at octet %2").arg(problem.errorString()).arg(problem.offset));
     }
     if (!whole.value(QLatin1String("steps")).isArray()) {
-        *error = QStringLiteral("\"steps\" is not an array");
-        return {};
+        return Varnel::Refusal(QStringLiteral("\"steps\" is not an array"));
     }
     Scenario scenario;
     const QJsonArray steps = whole.value(QLatin1String("steps")).toArray();
     for (int i = 0; i < steps.size(); ++i) {
-        ScenarioStep step;
         const qint64 previousMs = scenario.steps.isEmpty() ? 0 : scenario.steps.last().atMs;
-        const QString wrong = readStep(steps.at(i).toObject(), previousMs, &step);
-        if (!wrong.isEmpty()) {
-            *error = QStringLiteral("step %1 %2").arg(i + 1).arg(wrong);
-            return {};
+        const Varnel::Outcome<ScenarioStep> step = readStep(steps.at(i).toObject(), previousMs);
+        if (!step) {
+            return Varnel::Refusal(QStringLiteral("step %1 %2").arg(i + 1).arg(step.refusal.text));
         }
-        scenario.steps.append(step);
+        scenario.steps.append(*step.value);
     }
     const QJsonValue repeat = whole.value(QLatin1String("repeat"));
     const std::optional<qint64> repeatMs = milliseconds(repeat);
     const qint64 lastMs = scenario.steps.isEmpty() ? 0 : scenario.steps.last().atMs;
     if (!repeat.isUndefined() && (!repeatMs || *repeatMs == 0 || *repeatMs < lastMs)) {
-        *error = QStringLiteral("\"repeat\" is not a time after the last step");
-        return {};
+        return Varnel::Refusal(QStringLiteral("\"repeat\" is not a time after the last step"));
     }
     scenario.repeatMs = repeatMs.value_or(0);
     return scenario;

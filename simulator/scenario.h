@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "outcome.h"
+
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
@@ -24,9 +26,9 @@ struct Scenario
 };
 
 /// Reads a scenario: a JSON object with "steps", an array of actions, each with its time as "at" (seconds
-/// since the start) or "after" (seconds since the step before), and optionally "repeat" (seconds). On failure
-/// puts the reason, with the number of the step, into `error`.
-Scenario readScenario(const QByteArray& text, QString* error);
+/// since the start) or "after" (seconds since the step before), and optionally "repeat" (seconds). A
+/// refusal names the number of the step.
+Varnel::Outcome<Scenario> readScenario(const QByteArray& text);
 
 /// Plays a scenario in the event loop.
 class ScenarioPlayer : public QObject

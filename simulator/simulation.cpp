@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QNetworkInterface>
+#include <tuple>
 #include <utility>
 
 namespace Simulator {
@@ -28,7 +29,7 @@ QHostAddress broadcastOf(const QHostAddress& local)
 
 } // namespace
 
-Simulation::Simulation(Options startOptions, QObject* parent)
+Simulation::Simulation(SimulatorOptions startOptions, QObject* parent)
     : QObject(parent)
     , options(std::move(startOptions))
     , first([this] { return nextSections(); })
@@ -44,30 +45,25 @@ Simulation::Simulation(Options startOptions, QObject* parent)
     connect(&first, &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
     connect(&http, &HttpServer::answered, this, [this](const QJsonObject& request) { log.event(request); });
     connect(&httpReturn, &QTimer::timeout, this, [this] {
-        perform({{QStringLiteral("do"), QStringLiteral("http-up")}});
+        std::ignore = perform({{QStringLiteral("do"), QStringLiteral("http-up")}});
     });
-    connect(&player, &ScenarioPlayer::due, this, &Simulation::perform);
+    connect(&player, &ScenarioPlayer::due, this, qOverload<const QJsonObject&>(&Simulation::perform));
     connect(&player, &ScenarioPlayer::ended, this, [this] {
         log.event({{QStringLiteral("event"), QStringLiteral("scenario-ended")}});
     });
 }
 
-QString Simulation::start()
+Varnel::Outcome<> Simulation::start()
 {
-    QString problem = loadFiles();
-    if (problem.isEmpty()) {
-        problem = openRoutes();
+    if (const Varnel::Outcome<> loaded = loadFiles(); !loaded) {
+        return loaded;
     }
-    if (!problem.isEmpty()) {
-        return problem;
+    if (const Varnel::Outcome<> opened = openRoutes(); !opened) {
+        return opened;
     }
     for (const QString& line : qAsConst(options.actions)) {
-        const QJsonObject action = readAction(line, &problem);
-        if (problem.isEmpty()) {
-            problem = perform(action);
-        }
-        if (!problem.isEmpty()) {
-            return problem;
+        if (const Varnel::Outcome<> performed = perform(line); !performed) {
+            return performed;
         }
     }
     log.line(readyLine());
@@ -76,27 +72,43 @@ QString Simulation::start()
     return {};
 }
 
-QString Simulation::loadFiles()
+Varnel::Outcome<> Simulation::perform(const QString& line)
 {
-    QString problem;
-    if (!options.map.isEmpty()) {
-        core.setPoints(readCoreMap(options.map, &problem));
-    }
-    if (!problem.isEmpty() || options.scenario.isEmpty()) {
-        return problem;
-    }
-    QFile file(options.scenario);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return QStringLiteral("cannot read scenario \"%1\": %2").arg(options.scenario, file.errorString());
-    }
-    scenario = readScenario(file.readAll(), &problem);
-    return problem.isEmpty() ? problem : QStringLiteral("scenario \"%1\": %2").arg(options.scenario, problem);
+    const Varnel::Outcome<QJsonObject> action = readAction(line);
+    return action ? perform(*action.value) : action.refusal;
 }
 
-QString Simulation::openRoutes()
+Varnel::Outcome<> Simulation::loadFiles()
+{
+    if (!options.map.isEmpty()) {
+        const Varnel::Outcome<QList<CorePoint>> points = readCoreMap(options.map);
+        if (!points) {
+            return points.refusal;
+        }
+        core.setPoints(*points.value);
+    }
+    return options.scenario.isEmpty() ? Varnel::Outcome<>() : loadScenario(options.scenario);
+}
+
+Varnel::Outcome<> Simulation::loadScenario(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return Varnel::Refusal(
+            QStringLiteral("cannot read scenario \"%1\": %2").arg(path, file.errorString()));
+    }
+    const Varnel::Outcome<Scenario> read = readScenario(file.readAll());
+    if (!read) {
+        return Varnel::Refusal(QStringLiteral("scenario \"%1\": %2").arg(path, read.refusal.text));
+    }
+    scenario = *read.value;
+    return {};
+}
+
+Varnel::Outcome<> Simulation::openRoutes()
 {
     if (!site.setFrontPage(options.page)) {
-        return QStringLiteral("--page: \"%1\" is neither board nor plain").arg(options.page);
+        return Varnel::Refusal(QStringLiteral("--page: \"%1\" is neither board nor plain").arg(options.page));
     }
     route.source = options.source;
     if (route.source.isNull() && options.httpAddress != QHostAddress(QHostAddress::AnyIPv4)) {
@@ -105,12 +117,12 @@ QString Simulation::openRoutes()
     route.target = options.broadcast ? broadcastOf(route.source) : options.target;
     route.port = options.targetPort;
     if (route.target.isNull()) {
-        return QStringLiteral("--broadcast: no network with a broadcast address has the local address \"%1\"")
-            .arg(route.source.toString());
+        return Varnel::Refusal(
+            QStringLiteral("--broadcast: no network with a broadcast address has the local address \"%1\"")
+                .arg(route.source.toString()));
     }
-    QString problem = first.open(route);
-    if (!problem.isEmpty()) {
-        return problem;
+    if (const Varnel::Outcome<> opened = first.open(route); !opened) {
+        return opened;
     }
     site.setLoginRequired(!options.login.isEmpty());
     http.setLogin(options.login, options.password);

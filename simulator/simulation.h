@@ -6,6 +6,7 @@
 #include "eventlog.h"
 #include "httpserver.h"
 #include "options.h"
+#include "outcome.h"
 #include "scenario.h"
 #include "site.h"
 #include "transmitter.h"
@@ -34,15 +35,17 @@ class Simulation : public QObject
     Q_DISABLE_COPY_MOVE(Simulation)
 
 public:
-    explicit Simulation(Options startOptions, QObject* parent = nullptr);
+    explicit Simulation(SimulatorOptions startOptions, QObject* parent = nullptr);
     ~Simulation() override = default;
 
-    /// Opens sockets, reads files, does the first actions and starts sending. Returns an empty text, or why
-    /// it cannot run.
-    [[nodiscard]] QString start();
+    /// Opens sockets, reads files, does the first actions and starts sending.
+    Varnel::Outcome<> start();
 
-    /// Does one action. Returns an empty text, or what is wrong with it; a wrong action changes nothing.
-    QString perform(const QJsonObject& action);
+    /// Does one action; a wrong action changes nothing.
+    Varnel::Outcome<> perform(const QJsonObject& action);
+
+    /// The same for an action in words, or as the text of a JSON object.
+    Varnel::Outcome<> perform(const QString& line);
 
     /// What the controller says and does at present.
     [[nodiscard]] QJsonObject status() const;
@@ -56,40 +59,41 @@ private:
     {
         ActionHelp help;
         const char* name;
-        QString (Simulation::*run)(const QJsonObject& action);
+        Varnel::Outcome<> (Simulation::*run)(const QJsonObject& action);
     };
     friend std::vector<ActionHelp> actionHelp();
     static const std::vector<Action>& actions();
 
-    QString doSet(const QJsonObject& action);
-    QString doRelease(const QJsonObject& action);
-    QString doCoreItem(const QJsonObject& action);
-    QString doSections(const QJsonObject& action);
-    QString doInterval(const QJsonObject& action);
-    QString doSilence(const QJsonObject& action);
-    QString doResume(const QJsonObject& action);
-    QString doWell(const QJsonObject& action);
-    QString doReboot(const QJsonObject& action);
-    QString doSequence(const QJsonObject& action);
-    QString doFault(const QJsonObject& action);
-    QString doDuplicate(const QJsonObject& action);
-    QString doBurst(const QJsonObject& action);
-    QString doRaw(const QJsonObject& action);
-    QString doSecond(const QJsonObject& action);
-    QString doHttp(const QJsonObject& action);
-    QString doHttpDown(const QJsonObject& action);
-    QString doHttpUp(const QJsonObject& action);
-    QString doLog(const QJsonObject& action);
-    QString doQuit(const QJsonObject& action);
+    Varnel::Outcome<> doSet(const QJsonObject& action);
+    Varnel::Outcome<> doRelease(const QJsonObject& action);
+    Varnel::Outcome<> doCoreItem(const QJsonObject& action);
+    Varnel::Outcome<> doSections(const QJsonObject& action);
+    Varnel::Outcome<> doInterval(const QJsonObject& action);
+    Varnel::Outcome<> doSilence(const QJsonObject& action);
+    Varnel::Outcome<> doResume(const QJsonObject& action);
+    Varnel::Outcome<> doWell(const QJsonObject& action);
+    Varnel::Outcome<> doReboot(const QJsonObject& action);
+    Varnel::Outcome<> doSequence(const QJsonObject& action);
+    Varnel::Outcome<> doFault(const QJsonObject& action);
+    Varnel::Outcome<> doDuplicate(const QJsonObject& action);
+    Varnel::Outcome<> doBurst(const QJsonObject& action);
+    Varnel::Outcome<> doRaw(const QJsonObject& action);
+    Varnel::Outcome<> doSecond(const QJsonObject& action);
+    Varnel::Outcome<> doHttp(const QJsonObject& action);
+    Varnel::Outcome<> doHttpDown(const QJsonObject& action);
+    Varnel::Outcome<> doHttpUp(const QJsonObject& action);
+    Varnel::Outcome<> doLog(const QJsonObject& action);
+    Varnel::Outcome<> doQuit(const QJsonObject& action);
 
-    QString openRoutes();
-    QString loadFiles();
+    Varnel::Outcome<> openRoutes();
+    Varnel::Outcome<> loadFiles();
+    Varnel::Outcome<> loadScenario(const QString& path);
     [[nodiscard]] QString readyLine() const;
     [[nodiscard]] QHostAddress neighbour() const;
     QList<QByteArray> nextSections();
     void stopHttpFor(int milliseconds);
 
-    Options options;
+    SimulatorOptions options;
     EventLog log;
     ControllerState state;
     CoreFeed core;

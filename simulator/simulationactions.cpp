@@ -105,26 +105,26 @@ std::vector<ActionHelp> actionHelp()
     return list;
 }
 
-QString Simulation::perform(const QJsonObject& action)
+Varnel::Outcome<> Simulation::perform(const QJsonObject& action)
 {
     const QString name = text(action, "do");
-    QString problem = QStringLiteral("unknown action \"%1\"").arg(name);
+    Varnel::Outcome<> outcome = Varnel::Refusal(QStringLiteral("unknown action \"%1\"").arg(name));
     for (const Action& known : actions()) {
         if (name == QLatin1String(known.name)) {
-            problem = (this->*known.run)(action);
+            outcome = (this->*known.run)(action);
             break;
         }
     }
     QJsonObject description{{QStringLiteral("event"), QStringLiteral("action")},
                             {QStringLiteral("action"), action}};
-    if (!problem.isEmpty()) {
-        description.insert(QStringLiteral("error"), problem);
+    if (!outcome) {
+        description.insert(QStringLiteral("error"), outcome.refusal.text);
     }
     log.event(description);
-    return problem;
+    return outcome;
 }
 
-QString Simulation::doSet(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doSet(const QJsonObject& action)
 {
     QMap<QString, QJsonValue> paths;
     flatten(action, QString(), paths);
@@ -132,10 +132,10 @@ QString Simulation::doSet(const QJsonObject& action)
     CoreFeed newCore = core;
     for (auto item = paths.begin(); item != paths.end(); ++item) {
         const bool isCore = item.key().startsWith(QLatin1String("core."));
-        QString problem =
+        const Varnel::Outcome<> outcome =
             isCore ? newCore.hold(item.key().mid(5), item.value()) : newState.set(item.key(), item.value());
-        if (!problem.isEmpty()) {
-            return problem;
+        if (!outcome) {
+            return outcome;
         }
     }
     state = newState;
@@ -143,13 +143,13 @@ QString Simulation::doSet(const QJsonObject& action)
     return {};
 }
 
-QString Simulation::doRelease(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doRelease(const QJsonObject& action)
 {
     const QString id = text(action, "id");
     return core.release(id.isEmpty() ? QStringLiteral("*") : id);
 }
 
-QString Simulation::doCoreItem(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doCoreItem(const QJsonObject& action)
 {
     if (action.size() == 1) {
         core.clearRawItems();
@@ -164,52 +164,52 @@ QString Simulation::doCoreItem(const QJsonObject& action)
     return {};
 }
 
-QString Simulation::doSections(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doSections(const QJsonObject& action)
 {
     const QString list = text(action, "list");
     const QStringList names =
         list == QLatin1String("all") ? knownSections() : list.split(QLatin1Char(','), Qt::SkipEmptyParts);
     for (const QString& name : names) {
         if (!knownSections().contains(name)) {
-            return QStringLiteral("\"%1\" is no section").arg(name);
+            return Varnel::Refusal(QStringLiteral("\"%1\" is no section").arg(name));
         }
     }
     sections = names;
     return {};
 }
 
-QString Simulation::doInterval(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doInterval(const QJsonObject& action)
 {
     const qint64 milliseconds = wholeNumber(action, "ms", 0);
     if (milliseconds < 1 || milliseconds > 3600000) {
-        return QStringLiteral("interval needs ms=1 to 3600000");
+        return Varnel::Refusal(QStringLiteral("interval needs ms=1 to 3600000"));
     }
     first.setInterval(static_cast<int>(milliseconds));
     return {};
 }
 
-QString Simulation::doSilence(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doSilence(const QJsonObject& action)
 {
     first.silence(millisecondsFromSeconds(action, "seconds", 0));
     return {};
 }
 
-QString Simulation::doResume(const QJsonObject&)
+Varnel::Outcome<> Simulation::doResume(const QJsonObject&)
 {
     first.resume();
     return {};
 }
 
-QString Simulation::doWell(const QJsonObject&)
+Varnel::Outcome<> Simulation::doWell(const QJsonObject&)
 {
     second.reset();
     first.resume();
     first.setFault(nullptr, 0);
     site.faults().clear();
-    return http.isListening() ? QString() : doHttpUp({});
+    return http.isListening() ? Varnel::Outcome<>() : doHttpUp({});
 }
 
-QString Simulation::doReboot(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doReboot(const QJsonObject& action)
 {
     const int milliseconds = millisecondsFromSeconds(action, "seconds", 0);
     first.setSequence(1);
@@ -220,46 +220,46 @@ QString Simulation::doReboot(const QJsonObject& action)
     return {};
 }
 
-QString Simulation::doSequence(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doSequence(const QJsonObject& action)
 {
     const qint64 next = wholeNumber(action, "next", -1);
     if (next < 0 || next > 0xFFFFFFFFLL) {
-        return QStringLiteral("sequence needs next=0 to 4294967295");
+        return Varnel::Refusal(QStringLiteral("sequence needs next=0 to 4294967295"));
     }
     first.setSequence(static_cast<quint32>(next));
     return {};
 }
 
-QString Simulation::doFault(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doFault(const QJsonObject& action)
 {
     const QString kind = text(action, "kind");
     const FrameFault* fault = findFrameFault(kind);
     if (fault == nullptr && kind != QLatin1String("none")) {
-        return QStringLiteral("unknown frame fault \"%1\"").arg(kind);
+        return Varnel::Refusal(QStringLiteral("unknown frame fault \"%1\"").arg(kind));
     }
     first.setFault(fault, wholeNumber(action, "count", 1));
     return {};
 }
 
-QString Simulation::doDuplicate(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doDuplicate(const QJsonObject& action)
 {
     first.repeatLast(frameCount(action));
     return {};
 }
 
-QString Simulation::doBurst(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doBurst(const QJsonObject& action)
 {
     first.burst(frameCount(action));
     return {};
 }
 
-QString Simulation::doRaw(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doRaw(const QJsonObject& action)
 {
     first.sendRaw(QByteArray::fromHex(text(action, "hex").toLatin1()), QStringLiteral("raw"));
     return {};
 }
 
-QString Simulation::doSecond(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doSecond(const QJsonObject& action)
 {
     if (isTrue(text(action, "stop"))) {
         second.reset();
@@ -271,12 +271,11 @@ QString Simulation::doSecond(const QJsonObject& action)
         other.source.setAddress(text(action, "source"));
     }
     if (other.source.isNull()) {
-        return QStringLiteral("second needs source=ADDR");
+        return Varnel::Refusal(QStringLiteral("second needs source=ADDR"));
     }
     auto sender = std::make_unique<Transmitter>([this] { return nextSections(); });
-    QString problem = sender->open(other);
-    if (!problem.isEmpty()) {
-        return problem;
+    if (const Varnel::Outcome<> opened = sender->open(other); !opened) {
+        return opened;
     }
     connect(sender.get(), &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
     second = std::move(sender);
@@ -286,18 +285,18 @@ QString Simulation::doSecond(const QJsonObject& action)
     return {};
 }
 
-QString Simulation::doHttp(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doHttp(const QJsonObject& action)
 {
     return site.faults().add(action);
 }
 
-QString Simulation::doHttpDown(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doHttpDown(const QJsonObject& action)
 {
     stopHttpFor(millisecondsFromSeconds(action, "seconds", 0));
     return {};
 }
 
-QString Simulation::doHttpUp(const QJsonObject&)
+Varnel::Outcome<> Simulation::doHttpUp(const QJsonObject&)
 {
     httpReturn.stop();
     return http.listen(options.httpAddress, http.port());
@@ -312,13 +311,13 @@ void Simulation::stopHttpFor(int milliseconds)
     }
 }
 
-QString Simulation::doLog(const QJsonObject& action)
+Varnel::Outcome<> Simulation::doLog(const QJsonObject& action)
 {
     log.setEnabled(isTrue(text(action, "enabled")));
     return {};
 }
 
-QString Simulation::doQuit(const QJsonObject&)
+Varnel::Outcome<> Simulation::doQuit(const QJsonObject&)
 {
     emit quitWanted();
     return {};

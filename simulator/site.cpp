@@ -174,12 +174,12 @@ HttpReply Site::route(const HttpRequest& request)
 
 HttpReply Site::control(const HttpRequest& request) const
 {
-    QString problem;
+    Varnel::Outcome<> outcome;
     if (request.query.contains(QStringLiteral("do"))) {
-        problem = surface.perform(queryAsAction(request.query));
+        outcome = surface.perform(queryAsAction(request.query));
     }
-    if (!problem.isEmpty()) {
-        return json(400, QJsonDocument(QJsonObject{{QStringLiteral("error"), problem}}));
+    if (!outcome) {
+        return json(400, QJsonDocument(QJsonObject{{QStringLiteral("error"), outcome.refusal.text}}));
     }
     return json(200, QJsonDocument(surface.status()));
 }

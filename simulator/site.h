@@ -2,6 +2,7 @@
 #pragma once
 
 #include "httpfaults.h"
+#include "outcome.h"
 
 #include <QJsonArray>
 
@@ -13,11 +14,11 @@ namespace Simulator {
 class Site
 {
 public:
-    /// What the control address reaches: perform() does an action and returns an empty text or what is
-    /// wrong with it; status() tells the controller's present state.
+    /// What the control address reaches: perform() does an action; status() tells the controller's present
+    /// state.
     struct Control
     {
-        std::function<QString(const QJsonObject& action)> perform;
+        std::function<Varnel::Outcome<>(const QJsonObject& action)> perform;
         std::function<QJsonObject()> status;
     };
 

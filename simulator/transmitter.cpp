@@ -14,13 +14,14 @@ Transmitter::Transmitter(SectionSource sections, QObject* parent)
     connect(&silenceEnd, &QTimer::timeout, this, &Transmitter::resume);
 }
 
-QString Transmitter::open(const Route& newRoute)
+Varnel::Outcome<> Transmitter::open(const Route& newRoute)
 {
     route = newRoute;
     const QHostAddress source = route.source.isNull() ? QHostAddress(QHostAddress::AnyIPv4) : route.source;
     socket.close();
     if (!socket.bind(source, 0)) {
-        return QStringLiteral("cannot send from %1: %2").arg(source.toString(), socket.errorString());
+        return Varnel::Refusal(
+            QStringLiteral("cannot send from %1: %2").arg(source.toString(), socket.errorString()));
     }
     return {};
 }

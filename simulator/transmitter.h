@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framefaults.h"
+#include "outcome.h"
 
 #include <QHostAddress>
 #include <QJsonObject>
@@ -34,8 +35,8 @@ public:
     explicit Transmitter(SectionSource sections, QObject* parent = nullptr);
     ~Transmitter() override = default;
 
-    /// Binds the socket. Returns an empty text, or why it could not.
-    [[nodiscard]] QString open(const Route& newRoute);
+    /// Binds the socket.
+    Varnel::Outcome<> open(const Route& newRoute);
 
     /// Sends the first frame at once and the next ones every `intervalMs`; stops after `frameLimit` frames
     /// unless that is 0.

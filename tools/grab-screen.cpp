@@ -11,6 +11,8 @@
 #include <QThread>
 #include <QtDebug>
 
+#include "log.h"
+
 namespace {
 
 QImage grab()
@@ -40,6 +42,7 @@ QImage grabStill(std::chrono::milliseconds quiet, std::chrono::milliseconds limi
 
 int main(int argc, char* argv[])
 {
+    Varnel::logToStandardError("grab-screen");
     QGuiApplication application(argc, argv);
     QGuiApplication::setApplicationName(QStringLiteral("grab-screen"));
     QGuiApplication::setApplicationVersion(QStringLiteral(VARNEL_VERSION));
@@ -55,7 +58,7 @@ int main(int argc, char* argv[])
     }
     const QString file = parser.positionalArguments().first();
     if (!grabStill(std::chrono::milliseconds(700), std::chrono::seconds(7)).save(file)) {
-        qCritical().noquote() << "grab-screen: cannot write" << file;
+        qCritical().noquote() << "cannot write" << file;
         return 1;
     }
     return 0;

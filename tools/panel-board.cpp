@@ -6,6 +6,7 @@
 #include <QtDebug>
 
 #include "boardwindow.h"
+#include "log.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ QVector<int> lineNumbers(const QString& text)
 
 int main(int argc, char* argv[])
 {
+    Varnel::logToStandardError("panel-board");
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("panel-board"));
     QApplication::setApplicationVersion(QStringLiteral(VARNEL_VERSION));
@@ -50,7 +52,7 @@ int main(int argc, char* argv[])
 
     const QVector<int> numbers = lineNumbers(parser.value(lines));
     if (numbers.isEmpty()) {
-        qCritical().noquote() << "panel-board: --lines needs four numbers, separated by commas";
+        qCritical().noquote() << "--lines needs four numbers, separated by commas";
         return 2;
     }
     Board::BoardWindow window(Board::Outputs(parser.value(gpio), numbers),

@@ -20,7 +20,7 @@ private slots:
     void manPageNamesEveryOption();
 
 private:
-    static CommandLine parse(const QStringList& arguments)
+    static Invocation<ServerOptions> parse(const QStringList& arguments)
     {
         return parseCommandLine(QStringList(QStringLiteral("varnel-modbus-server")) + arguments);
     }
@@ -28,7 +28,7 @@ private:
 
 void tst_Options::defaults()
 {
-    const CommandLine line = parse({});
+    const Invocation<ServerOptions> line = parse({});
     QVERIFY(line.options);
     QCOMPARE(line.options->bus, QStringLiteral("system"));
     QVERIFY(!line.options->verbose);
@@ -39,7 +39,7 @@ void tst_Options::defaults()
 
 void tst_Options::all()
 {
-    const CommandLine line =
+    const Invocation<ServerOptions> line =
         parse({QStringLiteral("-b"), QStringLiteral("unix:path=/x"), QStringLiteral("--stale-after=30"),
                QStringLiteral("--idle-limit"), QStringLiteral("0"), QStringLiteral("--state=/run/s"),
                QStringLiteral("--verbose")});
@@ -69,7 +69,7 @@ void tst_Options::wrong()
 {
     QFETCH(QString, argument);
     QFETCH(QString, message);
-    const CommandLine line = parse({argument});
+    const Invocation<ServerOptions> line = parse({argument});
     QVERIFY(!line.options);
     QCOMPARE(line.status, 2);
     QCOMPARE(line.output, message + QStringLiteral("\nTry 'varnel-modbus-server --help'.\n"));
@@ -77,11 +77,11 @@ void tst_Options::wrong()
 
 void tst_Options::helpAndVersion()
 {
-    const CommandLine help = parse({QStringLiteral("--help")});
+    const Invocation<ServerOptions> help = parse({QStringLiteral("--help")});
     QVERIFY(!help.options);
     QCOMPARE(help.status, 0);
     QVERIFY(help.output.contains(QStringLiteral("--stale-after <seconds>")));
-    const CommandLine version = parse({QStringLiteral("--version")});
+    const Invocation<ServerOptions> version = parse({QStringLiteral("--version")});
     QCOMPARE(version.status, 0);
     QCOMPARE(version.output, QStringLiteral("varnel-modbus-server " VARNEL_VERSION "\n"));
 }

@@ -38,7 +38,7 @@ void tst_RegisterUpdate::reads()
 {
     QFETCH(QByteArray, text);
     QFETCH(RegisterUpdate, expected);
-    const Parsed<RegisterUpdate> parsed = parseUpdate(text);
+    const Outcome<RegisterUpdate> parsed = parseUpdate(text);
     QVERIFY2(parsed, qPrintable(parsed.refusal.text));
     QVERIFY(*parsed.value == expected);
 }
@@ -95,7 +95,7 @@ void tst_RegisterUpdate::refuses()
     QFETCH(QByteArray, text);
     QFETCH(QString, kind);
     QFETCH(QString, message);
-    const Parsed<RegisterUpdate> parsed = parseUpdate(text);
+    const Outcome<RegisterUpdate> parsed = parseUpdate(text);
     QVERIFY(!parsed);
     QCOMPARE(parsed.refusal.text, message);
     QCOMPARE(parsed.refusal.kind, kind);

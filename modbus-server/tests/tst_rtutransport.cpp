@@ -85,8 +85,8 @@ void tst_RtuTransport::init()
     line = std::make_unique<Line>();
     transport =
         std::make_unique<RtuTransport>(endpointOn(line->port()), [](const QByteArray& pdu) { return pdu; });
-    QString error;
-    QVERIFY2(transport->open(&error), qPrintable(error));
+    const Outcome<> opened = transport->open();
+    QVERIFY2(opened, qPrintable(opened.refusal.text));
 }
 
 void tst_RtuTransport::answersItsOwnRequests()
@@ -152,9 +152,7 @@ void tst_RtuTransport::refusesWhatIsNoSerialPort()
     QFETCH(QString, port);
     RtuTransport wrong(endpointOn(port), [](const QByteArray& pdu) { return pdu; });
     const QSignalSpy failed(&wrong, &Transport::failed);
-    QString error;
-    QVERIFY(!wrong.open(&error));
-    QVERIFY(!error.isEmpty());
+    QVERIFY(!wrong.open().refusal.text.isEmpty());
     QCOMPARE(wrong.clientCount(), 0);
     QCOMPARE(failed.count(), 0); // open() has said it already
 }

@@ -57,7 +57,7 @@ private slots:
 
 void tst_ServerConfig::readsTcp()
 {
-    const Parsed<ServerConfig> parsed = parseInit(tcpInit);
+    const Outcome<ServerConfig> parsed = parseInit(tcpInit);
     QVERIFY2(parsed, qPrintable(parsed.refusal.text));
     const auto* tcp = std::get_if<TcpEndpoint>(&parsed.value->endpoint);
     QVERIFY(tcp);
@@ -75,7 +75,7 @@ void tst_ServerConfig::readsTcp()
 
 void tst_ServerConfig::readsRtu()
 {
-    const Parsed<ServerConfig> parsed = parseInit(rtuInit);
+    const Outcome<ServerConfig> parsed = parseInit(rtuInit);
     QVERIFY2(parsed, qPrintable(parsed.refusal.text));
     const auto* rtu = std::get_if<RtuEndpoint>(&parsed.value->endpoint);
     QVERIFY(rtu);
@@ -182,7 +182,7 @@ void tst_ServerConfig::refuses()
     QFETCH(QByteArray, text);
     QFETCH(QString, kind);
     QFETCH(QString, message);
-    const Parsed<ServerConfig> parsed = parseInit(text);
+    const Outcome<ServerConfig> parsed = parseInit(text);
     QVERIFY(!parsed);
     QCOMPARE(parsed.refusal.text, message);
     QCOMPARE(parsed.refusal.kind, kind);
@@ -202,7 +202,7 @@ void tst_ServerConfig::delay()
     QFETCH(QByteArray, member);
     QFETCH(int, milliseconds);
     QByteArray text = rtuInit;
-    const Parsed<ServerConfig> parsed = parseInit(text.replace("\"delay\":500,", member));
+    const Outcome<ServerConfig> parsed = parseInit(text.replace("\"delay\":500,", member));
     QVERIFY2(parsed, qPrintable(parsed.refusal.text));
     QCOMPARE(parsed.value->retryInterval.count(), std::chrono::milliseconds::rep(milliseconds));
 }
@@ -216,7 +216,7 @@ void tst_ServerConfig::cutAndFlippedTextsNeverCrash()
     for (int at = 0; at < whole.size(); ++at) {
         QByteArray text = whole;
         text[at] = static_cast<char>(text.at(at) ^ 0x55);
-        const Parsed<ServerConfig> parsed = parseInit(text);
+        const Outcome<ServerConfig> parsed = parseInit(text);
         if (parsed) { // a changed digit, or a changed blank between members
             for (const RegisterRange& table : parsed.value->tables) {
                 QVERIFY(table.address + table.length <= 65536);

@@ -106,12 +106,12 @@ void tst_Service::startsFeedsAndStops()
     QCOMPARE(service.endpoint(), QString());
     const QString endpoint = QStringLiteral("tcp 127.0.0.1:%1").arg(port);
     QTest::ignoreMessage(QtInfoMsg, qPrintable(QStringLiteral("serving 2 registers on ") + endpoint));
-    QCOMPARE(service.start(goodInit()), none());
+    QCOMPARE(service.start(goodInit()).refusal, none());
     QCOMPARE(service.state(), QStringLiteral("serving"));
     QCOMPARE(service.endpoint(), endpoint);
     QCOMPARE(service.registerCount(), 2);
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0000 0000"));
-    QCOMPARE(service.update(update), none());
+    QCOMPARE(service.update(update).refusal, none());
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
     QCOMPARE(service.updateCount(), qulonglong(1));
 
@@ -123,10 +123,11 @@ void tst_Service::startsFeedsAndStops()
     QCOMPARE(read(100, 2), QByteArray());
     service.stop(); // nothing to do, nothing to say
     QTest::ignoreMessage(QtWarningMsg, "update command: the server is not started");
-    QCOMPARE(service.update(update), (Refusal{QStringLiteral("NotStarted"),
-                                              QStringLiteral("update command: the server is not started")}));
+    QCOMPARE(
+        service.update(update).refusal,
+        (Refusal{QStringLiteral("NotStarted"), QStringLiteral("update command: the server is not started")}));
     // Started again, the old values are gone.
-    QCOMPARE(service.start(goodInit()), none());
+    QCOMPARE(service.start(goodInit()).refusal, none());
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0000 0000"));
 }
 
@@ -153,10 +154,10 @@ void tst_Service::badInitFileChangesNothing()
     QFETCH(QByteArray, text);
     QFETCH(QString, message);
     Service service{ServiceOptions()};
-    QCOMPARE(service.start(goodInit()), none());
-    QCOMPARE(service.update(update), none());
+    QCOMPARE(service.start(goodInit()).refusal, none());
+    QCOMPARE(service.update(update).refusal, none());
     QTest::ignoreMessage(QtWarningMsg, qPrintable(QStringLiteral("start: ") + message));
-    QCOMPARE(service.start(path.isEmpty() ? writeInit(text) : path),
+    QCOMPARE(service.start(path.isEmpty() ? writeInit(text) : path).refusal,
              (Refusal{QStringLiteral("BadInit"), message}));
     QCOMPARE(service.state(), QStringLiteral("serving"));
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
@@ -165,21 +166,21 @@ void tst_Service::badInitFileChangesNothing()
 void tst_Service::badUpdatesAreReportedOnce()
 {
     Service service{ServiceOptions()};
-    QCOMPARE(service.start(goodInit()), none());
-    QCOMPARE(service.update(update), none());
+    QCOMPARE(service.start(goodInit()).refusal, none());
+    QCOMPARE(service.update(update).refusal, none());
     const QByteArray outside = R"({"cmd":"setconfig","data":[{"address":101,"values":[8,9]}]})";
     const char* message = "2 words from address 101 are not all in a table";
     const auto report = [](const char* text) { QTest::ignoreMessage(QtWarningMsg, text); };
     report(message);
     for (int repetition = 0; repetition < 3; ++repetition) {
-        QCOMPARE(service.update(outside),
+        QCOMPARE(service.update(outside).refusal,
                  (Refusal{QStringLiteral("BadUpdate"), QString::fromLatin1(message)}));
     }
     report("update command: unknown command 'x', expected 'setconfig'");
-    QCOMPARE(service.update(R"({"cmd":"x"})").kind, QStringLiteral("UnknownCommand"));
-    QCOMPARE(service.update(update), none());
+    QCOMPARE(service.update(R"({"cmd":"x"})").refusal.kind, QStringLiteral("UnknownCommand"));
+    QCOMPARE(service.update(update).refusal, none());
     report(message); // news again
-    QCOMPARE(service.update(outside).kind, QStringLiteral("BadUpdate"));
+    QCOMPARE(service.update(outside).refusal.kind, QStringLiteral("BadUpdate"));
     QCOMPARE(service.updateCount(), qulonglong(2));
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
 }
@@ -194,9 +195,9 @@ void tst_Service::waitsForAPortInUse()
             "cannot open tcp 127.0.0.1:%1: The bound address is already in use; trying again every 100 ms")
             .arg(port);
     QTest::ignoreMessage(QtWarningMsg, qPrintable(QStringLiteral("start: ") + message));
-    QCOMPARE(service.start(goodInit()), (Refusal{QStringLiteral("NoInterface"), message}));
+    QCOMPARE(service.start(goodInit()).refusal, (Refusal{QStringLiteral("NoInterface"), message}));
     QCOMPARE(service.state(), QStringLiteral("waiting"));
-    QCOMPARE(service.update(update), none()); // kept for the clients to come
+    QCOMPARE(service.update(update).refusal, none()); // kept for the clients to come
     squatter.close();
     QTRY_COMPARE(service.state(), QStringLiteral("serving"));
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
@@ -207,14 +208,14 @@ void tst_Service::stopEndsTheWaiting()
     QTcpServer squatter;
     QVERIFY(squatter.listen(QHostAddress(QHostAddress::LocalHost), port));
     Service service{ServiceOptions()};
-    QCOMPARE(service.start(goodInit()).kind, QStringLiteral("NoInterface"));
+    QCOMPARE(service.start(goodInit()).refusal.kind, QStringLiteral("NoInterface"));
     service.stop();
     squatter.close();
     // A second service that retries as often gets the port; the first would have been earlier.
     QTcpServer blocker;
     QVERIFY(blocker.listen(QHostAddress(QHostAddress::LocalHost), port));
     Service second{ServiceOptions()};
-    QCOMPARE(second.start(goodInit()).kind, QStringLiteral("NoInterface"));
+    QCOMPARE(second.start(goodInit()).refusal.kind, QStringLiteral("NoInterface"));
     blocker.close();
     QTRY_COMPARE(second.state(), QStringLiteral("serving"));
     QCOMPARE(service.state(), QStringLiteral("stopped"));
@@ -228,8 +229,8 @@ void tst_Service::restoresAfterAnEndWithoutStop()
         Service first(options);
         first.restore(); // nothing there
         QCOMPARE(first.state(), QStringLiteral("stopped"));
-        QCOMPARE(first.start(goodInit()), none());
-        QCOMPARE(first.update(update), none());
+        QCOMPARE(first.start(goodInit()).refusal, none());
+        QCOMPARE(first.update(update).refusal, none());
     }
     QVERIFY(QFile::remove(directory->filePath(QStringLiteral("mbserver_init.dbus"))));
     Service second(options);
@@ -237,7 +238,7 @@ void tst_Service::restoresAfterAnEndWithoutStop()
     second.restore();
     QCOMPARE(second.state(), QStringLiteral("serving"));
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0000 0000"));
-    QCOMPARE(second.update(update), none());
+    QCOMPARE(second.update(update).refusal, none());
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
     second.stop();
     QVERIFY(!QFile::exists(options.stateFile));
@@ -260,7 +261,7 @@ void tst_Service::stateFileThatCannotBeWrittenIsReported()
     Service service(options);
     QTest::ignoreMessage(QtWarningMsg,
                          QRegularExpression(QStringLiteral("^cannot keep .*/no/such/directory: ")));
-    QCOMPARE(service.start(goodInit()), none());
+    QCOMPARE(service.start(goodInit()).refusal, none());
 }
 
 QTEST_GUILESS_MAIN(tst_Service)

@@ -71,8 +71,8 @@ void tst_TcpTransport::open(int clientLimit, std::chrono::milliseconds idleLimit
         ++answers;
         return answerWithTwoOctets(pdu);
     });
-    QString error;
-    QVERIFY2(transport->open(&error), qPrintable(error));
+    const Outcome<> opened = transport->open();
+    QVERIFY2(opened, qPrintable(opened.refusal.text));
 }
 
 QTcpSocket* tst_TcpTransport::connectClient()
@@ -223,11 +223,9 @@ void tst_TcpTransport::reportsAPortInUse()
     open(1);
     const TcpEndpoint taken{QHostAddress(QHostAddress::LocalHost), transport->port(), 1};
     TcpTransport second(taken, 0ms, &answerWithTwoOctets);
-    QString error;
-    QVERIFY(!second.open(&error));
-    QCOMPARE(error, QStringLiteral("The bound address is already in use"));
+    QCOMPARE(second.open().refusal.text, QStringLiteral("The bound address is already in use"));
     transport.reset();
-    QVERIFY2(second.open(&error), qPrintable(error));
+    QVERIFY(second.open());
 }
 
 void tst_TcpTransport::endsWithClientsConnected()

@@ -99,9 +99,9 @@ void SimulatorCoreTest::refusedValue()
 
 void SimulatorCoreTest::sampleMapping()
 {
-    QString error;
-    const QList<CorePoint> points = readCoreMap(QStringLiteral(SAMPLE_MAP), &error);
-    QCOMPARE(error, QString());
+    const Varnel::Outcome<QList<CorePoint>> read = readCoreMap(QStringLiteral(SAMPLE_MAP));
+    QVERIFY2(read, qPrintable(read.refusal.text));
+    const QList<CorePoint>& points = *read.value;
     QVERIFY(points.size() > 20);
     const CorePoint& first = points.first();
     QCOMPARE(first.name, QStringLiteral("Device state"));
@@ -126,9 +126,9 @@ void SimulatorCoreTest::mappingRules()
         {"id": 5, "name": "long name defines nothing", "ci_class": "c", "ci_field": "g", "ci_index": 0, "ci_type": "uint32"},
         {"id": 6, "name": "index too large", "ci_class": "c", "ci_field": "g", "ci_index": 256, "ci_type": "u16"},
         {"id": 7, "name": "alias", "ci_class": "c", "ci_field": "g", "ci_index": 255, "ci_type": "float32"}]})");
-    QString error;
-    const QList<CorePoint> points = readCoreMap(path, &error);
-    QCOMPARE(error, QString());
+    const Varnel::Outcome<QList<CorePoint>> read = readCoreMap(path);
+    QVERIFY2(read, qPrintable(read.refusal.text));
+    const QList<CorePoint>& points = *read.value;
     QStringList names;
     for (const CorePoint& point : points) {
         names.append(point.name);
@@ -154,11 +154,10 @@ void SimulatorCoreTest::unreadableMapping()
 {
     QFETCH(QByteArray, text);
     QFETCH(QString, reason);
-    QString error;
-    QVERIFY(readCoreMap(writeFile(text), &error).isEmpty());
-    QVERIFY2(error.contains(reason), qPrintable(error));
-    QVERIFY(readCoreMap(directory.filePath(QStringLiteral("none")), &error).isEmpty());
-    QVERIFY2(error.startsWith(QStringLiteral("cannot read")), qPrintable(error));
+    const QString refused = readCoreMap(writeFile(text)).refusal.text;
+    QVERIFY2(refused.contains(reason), qPrintable(refused));
+    const QString unread = readCoreMap(directory.filePath(QStringLiteral("none"))).refusal.text;
+    QVERIFY2(unread.startsWith(QStringLiteral("cannot read")), qPrintable(unread));
 }
 
 void SimulatorCoreTest::section()
@@ -168,8 +167,8 @@ void SimulatorCoreTest::section()
     QCOMPARE(feed.section().toHex(), QByteArray("80000400"));
     feed.setPoints({{100, QStringLiteral("level"), 3, 1, 2, 4, CoreType::Uint16},
                     {200, QStringLiteral("warmth"), 5, 6, 0, 8, CoreType::Float}});
-    QCOMPARE(feed.hold(QStringLiteral("100"), 0x1234), QString());
-    QCOMPARE(feed.hold(QStringLiteral("warmth"), 3.5), QString());
+    QCOMPARE(feed.hold(QStringLiteral("100"), 0x1234).refusal.text, QString());
+    QCOMPARE(feed.hold(QStringLiteral("warmth"), 3.5).refusal.text, QString());
     // class, field, index, type, length, value
     QCOMPARE(feed.section().toHex(), QByteArray("80001900"
                                                 "030001000204"
@@ -192,17 +191,17 @@ void SimulatorCoreTest::heldValueStays()
     const auto valueOf = [&feed](int position) {
         return feed.toJson().at(position).toObject().value(QLatin1String("value"));
     };
-    QCOMPARE(feed.hold(QStringLiteral("1"), 77), QString());
+    QCOMPARE(feed.hold(QStringLiteral("1"), 77).refusal.text, QString());
     const QJsonValue moving = valueOf(1);
     feed.advance();
     QCOMPARE(valueOf(0), QJsonValue(77));
     QVERIFY(valueOf(1) != moving);
-    QCOMPARE(feed.release(QStringLiteral("1")), QString());
+    QCOMPARE(feed.release(QStringLiteral("1")).refusal.text, QString());
     feed.advance();
     QVERIFY(valueOf(0) != QJsonValue(77));
-    QVERIFY(!feed.hold(QStringLiteral("9"), 1).isEmpty());
-    QVERIFY(!feed.hold(QStringLiteral("1"), 70000).isEmpty());
-    QVERIFY(!feed.release(QStringLiteral("9")).isEmpty());
+    QVERIFY(!feed.hold(QStringLiteral("9"), 1));
+    QVERIFY(!feed.hold(QStringLiteral("1"), 70000));
+    QVERIFY(!feed.release(QStringLiteral("9")));
 }
 
 QTEST_GUILESS_MAIN(SimulatorCoreTest)

@@ -30,11 +30,11 @@ private slots:
 
 void SimulatorScenarioTest::times()
 {
-    QString error;
-    const Scenario scenario = readScenario(R"({"repeat": 60, "steps": [{"at": 0.5, "do": "resume"},
-        {"after": 2, "do": "fault", "kind": "crc"}, {"at": 10, "do": "quit"}]})",
-                                           &error);
-    QCOMPARE(error, QString());
+    const Varnel::Outcome<Scenario> read =
+        readScenario(R"({"repeat": 60, "steps": [{"at": 0.5, "do": "resume"},
+        {"after": 2, "do": "fault", "kind": "crc"}, {"at": 10, "do": "quit"}]})");
+    QVERIFY2(read, qPrintable(read.refusal.text));
+    const Scenario& scenario = *read.value;
     QCOMPARE(scenario.repeatMs, qint64(60000));
     QCOMPARE(scenario.steps.size(), 3);
     QCOMPARE(scenario.steps.at(0).atMs, qint64(500));
@@ -72,19 +72,19 @@ void SimulatorScenarioTest::refused()
 {
     QFETCH(QByteArray, text);
     QFETCH(QString, reason);
-    QString error;
-    QVERIFY(readScenario(text, &error).steps.isEmpty());
-    QVERIFY2(error.contains(reason), qPrintable(error));
+    const QString refused = readScenario(text).refusal.text;
+    QVERIFY2(refused.contains(reason), qPrintable(refused));
 }
 
 void SimulatorScenarioTest::playsInOrder()
 {
-    QString error;
     ScenarioPlayer player;
     QSignalSpy due(&player, &ScenarioPlayer::due);
     QSignalSpy ended(&player, &ScenarioPlayer::ended);
-    player.play(readScenario(
-        R"({"steps": [{"at": 0, "do": "a"}, {"after": 0.05, "do": "b"}, {"after": 0, "do": "c"}]})", &error));
+    player.play(
+        *readScenario(
+             R"({"steps": [{"at": 0, "do": "a"}, {"after": 0.05, "do": "b"}, {"after": 0, "do": "c"}]})")
+             .value);
     QVERIFY(ended.wait());
     QString order;
     for (const QList<QVariant>& arguments : qAsConst(due)) {
@@ -96,10 +96,9 @@ void SimulatorScenarioTest::playsInOrder()
 
 void SimulatorScenarioTest::repeats()
 {
-    QString error;
     ScenarioPlayer player;
     QSignalSpy due(&player, &ScenarioPlayer::due);
-    player.play(readScenario(R"({"repeat": 0.05, "steps": [{"at": 0.02, "do": "a"}]})", &error));
+    player.play(*readScenario(R"({"repeat": 0.05, "steps": [{"at": 0.02, "do": "a"}]})").value);
     QTRY_VERIFY(due.count() >= 3);
 }
 
@@ -119,21 +118,21 @@ void SimulatorScenarioTest::samplesDoWhatTheySay()
     QFETCH(QString, path);
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly));
-    QString error;
-    const Scenario scenario = readScenario(file.readAll(), &error);
-    QCOMPARE(error, QString());
+    const Varnel::Outcome<Scenario> read = readScenario(file.readAll());
+    QVERIFY2(read, qPrintable(read.refusal.text));
+    const Scenario& scenario = *read.value;
     QVERIFY(!scenario.steps.isEmpty());
 
-    Options options;
+    SimulatorOptions options;
     options.httpAddress = QHostAddress(QHostAddress::LocalHost);
     options.httpPort = 0;
     options.map = QStringLiteral(SAMPLE_MAP);
     options.targetPort = 9; // discard
     options.startSilent = true;
     Simulation simulation(options);
-    QCOMPARE(simulation.start(), QString());
+    QCOMPARE(simulation.start().refusal.text, QString());
     for (const ScenarioStep& step : scenario.steps) {
-        QCOMPARE(simulation.perform(step.action), QString());
+        QCOMPARE(simulation.perform(step.action).refusal.text, QString());
     }
 }
 
@@ -157,9 +156,9 @@ void SimulatorScenarioTest::action()
 {
     QFETCH(QString, line);
     QFETCH(QByteArray, expected);
-    QString error;
-    QCOMPARE(QJsonDocument(readAction(line, &error)).toJson(QJsonDocument::Compact), expected);
-    QCOMPARE(error, QString());
+    const Varnel::Outcome<QJsonObject> action = readAction(line);
+    QVERIFY2(action, qPrintable(action.refusal.text));
+    QCOMPARE(QJsonDocument(*action.value).toJson(QJsonDocument::Compact), expected);
 }
 
 void SimulatorScenarioTest::refusedAction_data()
@@ -175,19 +174,17 @@ void SimulatorScenarioTest::refusedAction_data()
 void SimulatorScenarioTest::refusedAction()
 {
     QFETCH(QString, line);
-    QString error;
-    QVERIFY(readAction(line, &error).isEmpty());
-    QVERIFY(!error.isEmpty());
+    QVERIFY(!readAction(line).refusal.text.isEmpty());
 }
 
 void SimulatorScenarioTest::wrongActionChangesNothing()
 {
-    Options options;
+    SimulatorOptions options;
     options.httpAddress = QHostAddress(QHostAddress::LocalHost);
     options.httpPort = 0;
     options.startSilent = true;
     Simulation simulation(options);
-    QCOMPARE(simulation.start(), QString());
+    QCOMPARE(simulation.start().refusal.text, QString());
     const QJsonObject before = simulation.status();
     const char* const wrong[] = {"fly",
                                  "set gpiostate.good=on gpiostate.critical=purple",
@@ -200,8 +197,7 @@ void SimulatorScenarioTest::wrongActionChangesNothing()
                                  "http path=/ fault=strange",
                                  "second source=nowhere"};
     for (const char* line : wrong) {
-        QString error;
-        QVERIFY2(!simulation.perform(readAction(QLatin1String(line), &error)).isEmpty(), line);
+        QVERIFY2(!simulation.perform(QString::fromLatin1(line)), line);
         QCOMPARE(simulation.status(), before);
     }
 }

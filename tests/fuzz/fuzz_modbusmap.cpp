@@ -238,7 +238,7 @@ void compareCommand(const QVector<MbRawData_s>& tables, const QString& command)
     requireSame(command, QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Compact)),
                 "the update command is what the JSON writer gives");
     const QByteArray octets = command.toUtf8();
-    const Parsed<RegisterUpdate> parsed = parseUpdate(octets);
+    const Outcome<RegisterUpdate> parsed = parseUpdate(octets);
     require(bool(parsed) == (inside && octets.size() <= maxUpdateSize),
             "the server takes every update that fits");
     for (int i = 0; parsed && i < tables.size(); ++i) {
@@ -262,7 +262,7 @@ std::optional<ServerConfig> serverConfig(ModbusInterface* bridge)
         const double length = table[QStringLiteral("length")].toDouble();
         inside = inside && isInside(table[QStringLiteral("address")].toInt(), qint64(qMin(length, 1e9)));
     }
-    const Parsed<ServerConfig> parsed = parseInit(text);
+    const Outcome<ServerConfig> parsed = parseInit(text);
     require(bool(parsed) == (inside && text.size() <= maxInitSize),
             "the server takes every init file that fits");
     return parsed.value;
@@ -297,8 +297,8 @@ QString update(ModbusInterface* bridge, const QList<core_tmp>& items,
     QString command = ModbusInterface::GenerateDbusUpdateQuery(raw);
     compareCommand(raw, command);
     if (config && sum < addressSpaceSize) {
-        const Parsed<RegisterUpdate> parsed = parseUpdate(command.toUtf8());
-        require(bool(parsed) && stage->store.publish(*parsed.value, {}).kind.isEmpty(),
+        const Outcome<RegisterUpdate> parsed = parseUpdate(command.toUtf8());
+        require(bool(parsed) && bool(stage->store.publish(*parsed.value, {})),
                 "what is rendered has its place in the server's tables");
     }
     require(ModbusInterface::GenerateDbusUpdateQuery(

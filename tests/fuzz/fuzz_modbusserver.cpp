@@ -39,7 +39,7 @@ struct Stage
             }
             update.push_back(run);
         }
-        require(store.publish(update, now).kind.isEmpty(), "the tables are there");
+        require(bool(store.publish(update, now)), "the tables are there");
     }
     RegisterStore store;
     RegisterStore scratch;
@@ -66,7 +66,7 @@ bool isInTable(const std::vector<RegisterRange>& tables, int address)
 
 void init(const QByteArray& text)
 {
-    const Parsed<ServerConfig> parsed = parseInit(text);
+    const Outcome<ServerConfig> parsed = parseInit(text);
     if (!parsed) {
         checkRefusal(parsed.refusal, "BadInit");
         return;
@@ -121,7 +121,7 @@ QByteArray written(const RegisterUpdate& update)
 
 void update(const QByteArray& text)
 {
-    const Parsed<RegisterUpdate> parsed = parseUpdate(text);
+    const Outcome<RegisterUpdate> parsed = parseUpdate(text);
     if (!parsed) {
         checkRefusal(parsed.refusal, "BadUpdate");
         return;
@@ -131,11 +131,11 @@ void update(const QByteArray& text)
         require(run.address + run.words.size() <= size_t(addressSpace), "runs stay in the address space");
         fits = fits && stage->scratch.covers(run.address, int(run.words.size()));
     }
-    const Parsed<RegisterUpdate> again = parseUpdate(written(*parsed.value));
+    const Outcome<RegisterUpdate> again = parseUpdate(written(*parsed.value));
     require(bool(again) && *again.value == *parsed.value, "an update written out reads the same");
     const quint16 before = stage->scratch.word(0);
-    const Refusal refusal = stage->scratch.publish(*parsed.value, now);
-    require(refusal.kind.isEmpty() == fits, "an update that fits is taken");
+    const Outcome<> published = stage->scratch.publish(*parsed.value, now);
+    require(bool(published) == fits, "an update that fits is taken");
     require(fits || stage->scratch.word(0) == before, "a refused update changes nothing");
     for (size_t i = 0; fits && i < parsed.value->size(); ++i) {
         const RegisterRun& run = (*parsed.value)[i];

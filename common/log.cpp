@@ -4,23 +4,26 @@
 #include <cstdio>
 #include <tuple>
 
+#include <QString>
+#include <QtGlobal>
+
 namespace Varnel {
 
-Q_LOGGING_CATEGORY(lcServer, "varnel.modbus", QtInfoMsg)
-Q_LOGGING_CATEGORY(lcClients, "varnel.modbus.clients", QtWarningMsg)
-
 namespace {
+
+const char* programName = "";
 
 void writeLine(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
     // Nobody could be told of a failure.
-    std::ignore = std::fprintf(stderr, "varnel-modbus-server: %s\n", text.toLocal8Bit().constData());
+    std::ignore = std::fprintf(stderr, "%s: %s\n", programName, text.toLocal8Bit().constData());
 }
 
 } // namespace
 
-void logToStandardError()
+void logToStandardError(const char* program)
 {
+    programName = program;
     qInstallMessageHandler(&writeLine);
 }
 

@@ -11,8 +11,4 @@ Q_DECLARE_LOGGING_CATEGORY(lcServer)
 /// unless --verbose asks for it.
 Q_DECLARE_LOGGING_CATEGORY(lcClients)
 
-/// Sends every message as one line to standard error, behind the program's name. Qt itself would prefer the
-/// system journal where it was built so and standard error is no terminal.
-void logToStandardError();
-
 } // namespace Varnel

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <tuple>
+
+#include <QString>
+
+namespace Varnel {
+
+/// What main() does with a command line: run with `options`, or print `output` and end with `status`.
+template<typename Options>
+struct Invocation
+{
+    std::optional<Options> options;
+    QString output;
+    int status = 0;
+
+    /// Prints `output`, a complaint on standard error, and returns `status`: for main() to return.
+    [[nodiscard]] int end() const
+    {
+        std::ignore = std::fputs(qPrintable(output), status == 0 ? stdout : stderr);
+        return status;
+    }
+};
+
+} // namespace Varnel
