@@ -50,10 +50,4 @@ void logCriticalStamped(const QString& line)
     logCriticalLine(stamped(line));
 }
 
-void logLongLine(const QString& line)
-{
-    const QMessageLogContext context(QT_MESSAGELOG_FILE, QT_MESSAGELOG_LINE, QT_MESSAGELOG_FUNC, "default");
-    qt_message_output(QtDebugMsg, context, line);
-}
-
 } // namespace Varnel

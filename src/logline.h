@@ -18,8 +18,4 @@ void logStamped(const QString& line);
 /// The same on the critical channel.
 void logCriticalStamped(const QString& line);
 
-/// Writes one long line to the debug log, without the copies that the debug streams make of it: for a whole
-/// mapping they take longer than all the rest of its log line.
-void logLongLine(const QString& line);
-
 } // namespace Varnel

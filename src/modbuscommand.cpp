@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "modbuscommand.h"
 
+#include <charconv>
+#include <iterator>
+
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QStringList>
 #include <QtDebug>
-
-#include "modbusinterface.h"
 
 namespace Varnel {
 
@@ -37,21 +38,12 @@ constexpr struct
      {{"listen", false}, {"port", true}, {"clients", true}}},
 };
 
-/// Appends `number` in decimal. QByteArray::number would allocate once per word.
+/// Appends `number` in decimal. QByteArray::number would allocate memory for each word.
 void appendNumber(QByteArray* text, int number)
 {
-    char digits[11];
-    char* const end = digits + sizeof digits;
-    char* first = end;
-    auto rest = number < 0 ? 0U - static_cast<unsigned>(number) : static_cast<unsigned>(number);
-    do {
-        *--first = static_cast<char>('0' + rest % 10);
-        rest /= 10;
-    } while (rest != 0);
-    if (number < 0) {
-        *--first = '-';
-    }
-    text->append(first, int(end - first));
+    char digits[11]; // "-2147483648"
+    const auto written = std::to_chars(std::begin(digits), std::end(digits), number);
+    text->append(digits, int(written.ptr - digits));
 }
 
 } // namespace

@@ -4,11 +4,11 @@
 #include <QString>
 #include <QVector>
 
+#include "modbustypes.h"
+
 class QJsonObject;
 
 namespace Varnel {
-
-struct MbRawData_s;
 
 /// The interface object of the server's start-up description for `mode` ("rtu" or "tcp"), from the parts of
 /// the interface setting: device id, serial device, baud rate and character format, or listen address, port
@@ -16,9 +16,9 @@ struct MbRawData_s;
 /// unknown or the setting has too few or too many parts.
 [[nodiscard]] bool serverInterface(const QString& mode, const QString& setting, QJsonObject* result);
 
-/// The command, as compact JSON, that gives the server the tables of `rawdata`. It is written by hand, since
-/// it is needed for every frame and a tree of JSON values would cost several times the text; the result is
-/// octet for octet what the JSON writer gives.
+/// The command, as compact JSON, that gives the server the tables of `rawdata`. Every frame needs one, and a
+/// tree of JSON values would cost several times the text, so the text is put together directly. It is octet
+/// for octet what the JSON writer gives.
 [[nodiscard]] QString updateCommand(const QVector<MbRawData_s>& rawdata);
 
 } // namespace Varnel

@@ -15,6 +15,8 @@
 #include "modbustypes.h"
 #include "rlprecords.h"
 
+class QJsonArray;
+
 namespace Varnel {
 
 /// The coordinate of one controller value.
@@ -63,13 +65,6 @@ struct MbLookup_s
 {
     int reg = 0;         ///< id of the register that it feeds
     QVector<int> tables; ///< base addresses of the tables to refresh, without duplicates
-};
-
-/// One table rendered for the server.
-struct MbRawData_s
-{
-    int baseaddr = 0;
-    QVector<quint16> values; ///< the table's registers in order
 };
 
 /// The bridge from the controller's values to the Modbus server: reads the mapping file, keeps the current
@@ -136,19 +131,16 @@ public:
     const QHash<CiCoord_s, MbLookup_s>& GetCiLookup() const { return ciLookup; }
     const QMap<int, MbType_s>& GetCiTypeList() const { return ciTypeList; }
     const QMap<QString, int>& GetCiTypeLookup() const { return ciTypeLookup; }
-    /// The mapping file as a JSON object. It is parsed for each call: nothing in the panel needs all of it.
-    QJsonObject GetJsonCfg() const;
+    /// The mapping file as it was read last.
+    const QJsonObject& GetJsonCfg() const { return jsonCfg; }
 
 private:
-    // The JSON classes of these are Qt's, or those of PlainJson.
-    template<typename Object>
-    bool LoadDocument(const Object& root);
-    template<typename Object>
-    void EnterTypes(const Object& typetable);
-    template<typename Array, typename Object>
-    void LoadRegisters(const Array& definitions, const Object& ci);
-    template<typename Array>
-    void LoadTables(const Array& definitions);
+    struct Definition;
+
+    bool LoadDocument();
+    void LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci);
+    void LoadRegister(const Definition& definition, const QJsonObject& classes);
+    void LoadTables(const QJsonArray& definitions);
     void BuildLookup();
     qint64 TableLength(const MbTable_s& table);
     QVector<quint16> RenderTable(int address, int limit);
@@ -159,7 +151,7 @@ private:
     QHash<CiCoord_s, MbLookup_s> ciLookup; ///< where a controller value goes
     QMap<int, MbType_s> ciTypeList;        ///< by type code
     QMap<QString, int> ciTypeLookup;       ///< type code by name or alias
-    QByteArray jsonCfg;                    ///< the text of the mapping file
+    QJsonObject jsonCfg;                   ///< the whole mapping file; only tests read it
     QSet<int> cutTables;                   ///< tables reported as too long for the address space
     bool commandTooLong = false;           ///< the last update command did not fit one argument
 };

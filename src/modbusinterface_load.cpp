@@ -2,18 +2,12 @@
 // Reading the mapping file into the bridge's model.
 #include "modbusinterface.h"
 
-#include <optional>
-#include <utility>
-
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QJsonValue>
 #include <QtDebug>
-
-#include "logline.h"
-#include "plainjson.h"
 
 namespace Varnel {
 
@@ -24,47 +18,34 @@ constexpr QLatin1String key(const char* name)
     return QLatin1String(name);
 }
 
-/// The content of the file at `path`; nothing when it cannot be opened, which is no failure by itself.
-std::optional<QByteArray> readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? std::optional(file.readAll()) : std::nullopt;
-}
-
-/// The text of a member of an object of either kind.
-template<typename Object>
-auto textOf(const Object& object, const char* member)
+QString textOf(const QJsonObject& object, const char* member)
 {
     return object.value(key(member)).toString();
 }
 
-/// Qt's JSON has its texts as QString, PlainJson as QLatin1String.
-template<typename Object>
-using TextIn = decltype(textOf(std::declval<Object>(), ""));
+} // namespace
 
 /// The members of a register definition that has all of them.
-template<typename Text>
-struct RegisterMembers
+struct ModbusInterface::Definition
 {
     int id = 0;
-    Text name;
-    Text mbType;
-    Text ciClass;
-    Text ciField;
+    QString name;
+    QString mbType;
+    QString ciClass;
+    QString ciField;
     int ciIndex = 0;
-    Text ciType;
+    QString ciType;
 
     /// False when a member is missing or of another kind.
-    template<typename Object>
-    bool read(const Object& definition)
+    bool read(const QJsonObject& definition)
     {
         const auto number = [&definition](const char* member, int* result) {
-            const auto value = definition.value(key(member));
+            const QJsonValue value = definition.value(key(member));
             *result = value.toInt();
             return value.isDouble();
         };
-        const auto text = [&definition](const char* member, Text* result) {
-            const auto value = definition.value(key(member));
+        const auto text = [&definition](const char* member, QString* result) {
+            const QJsonValue value = definition.value(key(member));
             *result = value.toString();
             return value.isString();
         };
@@ -74,112 +55,35 @@ struct RegisterMembers
     }
 };
 
-/// Makes registers of their definitions: knows the numbers behind the names of classes, fields and types.
-template<typename Text>
-class RegisterMaker
-{
-public:
-    template<typename Object>
-    RegisterMaker(ModbusInterface* bridge, const Object& definitions)
-        : bridge(bridge)
-    {
-        for (auto definition = definitions.constBegin(); definition != definitions.constEnd(); ++definition) {
-            Class& one = classes[definition.key()];
-            const auto members = definition.value().toObject();
-            one.id = members.value(key("id")).toInt();
-            const auto fields = members.value(key("fields")).toObject();
-            for (auto field = fields.constBegin(); field != fields.constEnd(); ++field) {
-                one.fields.insert(field.key(), field.value().toInt());
-            }
-        }
-    }
-
-    /// Nothing when the class or the field is not defined. The types count as looked up then, too.
-    std::optional<MbRegister_s> make(const RegisterMembers<Text>& members)
-    {
-        MbRegister_s reg;
-        reg.mbtype = typeCode(members.mbType);
-        const auto ciClass = classes.constFind(members.ciClass);
-        if (ciClass == classes.constEnd()) {
-            return std::nullopt;
-        }
-        reg.ci.ciType = typeCode(members.ciType);
-        const auto field = ciClass->fields.constFind(members.ciField);
-        if (field == ciClass->fields.constEnd()) {
-            return std::nullopt;
-        }
-        reg.ci.ciClass = ciClass->id;
-        reg.ci.ciField = *field;
-        reg.ci.ciIndex = members.ciIndex;
-        reg.name = members.name;
-        // The start value is 0 whatever "default" holds: only a "default" that is not a number would be read,
-        // and that reads as 0. Panels in the field have always started so, and clients rely on it.
-        reg.value = 0;
-        return reg;
-    }
-
-private:
-    struct Class
-    {
-        int id = 0;
-        QHash<Text, int> fields;
-    };
-
-    /// A name's first look-up enters it in the bridge; all later ones would find the same.
-    int typeCode(const Text& name)
-    {
-        const auto known = types.constFind(name);
-        return known != types.constEnd() ? *known : *types.insert(name, bridge->GetCiTypeIndex(name));
-    }
-
-    ModbusInterface* bridge;
-    QHash<Text, Class> classes;
-    QHash<Text, int> types;
-};
-
-} // namespace
-
 bool ModbusInterface::LoadConfig(const QString& filepath)
 {
     qDebug() << "Try to open mapping file " << filepath;
-    const std::optional<QByteArray> text = readFile(filepath);
-    if (const auto plain = PlainJson::read(text.value_or(QByteArray()))) {
-        qDebug() << "Json file parsed";
-        logLongLine(plain->quoted());
-        jsonCfg = *text;
-        return LoadDocument(plain->object());
-    }
     QJsonDocument document;
-    if (text) {
+    QFile file(filepath);
+    if (file.open(QIODevice::ReadOnly)) {
         QJsonParseError error{};
-        document = QJsonDocument::fromJson(*text, &error);
+        document = QJsonDocument::fromJson(file.readAll(), &error);
         if (document.isNull() || error.error != QJsonParseError::NoError) {
             qDebug() << error.errorString();
             return false;
         }
         qDebug() << "Json file parsed";
     }
-    jsonCfg = text.value_or(QByteArray());
     qDebug() << QString::fromUtf8(document.toJson(QJsonDocument::Compact));
-    return LoadDocument(document.object());
+    jsonCfg = document.object();
+    return LoadDocument();
 }
 
-QJsonObject ModbusInterface::GetJsonCfg() const
+bool ModbusInterface::LoadDocument()
 {
-    return QJsonDocument::fromJson(jsonCfg).object();
-}
+    const QJsonObject info = jsonCfg.value(key("info")).toObject();
+    qDebug() << "Mapping = " << textOf(info, "mapping");
+    qDebug() << "Date    = " << textOf(info, "date");
+    qDebug() << "Target  = " << textOf(info, "target");
 
-template<typename Object>
-bool ModbusInterface::LoadDocument(const Object& root)
-{
-    const auto info = root.value(key("info")).toObject();
-    qDebug() << "Mapping = " << QString(textOf(info, "mapping"));
-    qDebug() << "Date    = " << QString(textOf(info, "date"));
-    qDebug() << "Target  = " << QString(textOf(info, "target"));
-
-    const auto ci = root.value(key("ci"));
-    const auto registers = root.value(key("registers"));
-    const auto tables = root.value(key("tables"));
+    const QJsonValue ci = jsonCfg.value(key("ci"));
+    const QJsonValue registers = jsonCfg.value(key("registers"));
+    const QJsonValue tables = jsonCfg.value(key("tables"));
     if (!ci.isObject()) {
         qDebug() << "CI defs is not an array";
         return false;
@@ -200,14 +104,8 @@ bool ModbusInterface::LoadDocument(const Object& root)
 
 void ModbusInterface::LoadType(const QJsonObject& typetable)
 {
-    EnterTypes(typetable);
-}
-
-template<typename Object>
-void ModbusInterface::EnterTypes(const Object& typetable)
-{
     for (auto member = typetable.constBegin(); member != typetable.constEnd(); ++member) {
-        const MbTypeRow& row = typeRow(QString(member.key()).toLower());
+        const MbTypeRow& row = typeRow(member.key().toLower());
         const int code = member.value().toInt();
         ciTypeList.insert(code, row.type);
         for (const QString& alias : row.aliases) {
@@ -216,40 +114,58 @@ void ModbusInterface::EnterTypes(const Object& typetable)
     }
 }
 
-template<typename Array, typename Object>
-void ModbusInterface::LoadRegisters(const Array& definitions, const Object& ci)
+void ModbusInterface::LoadRegisters(const QJsonArray& definitions, const QJsonObject& ci)
 {
-    using Text = TextIn<Object>;
-    RegisterMaker<Text> maker(this, ci.value(key("classes")).toObject());
+    const QJsonObject classes = ci.value(key("classes")).toObject();
     bool typesLoaded = false;
-    for (const auto& definition : definitions) {
-        RegisterMembers<Text> members;
-        if (!members.read(definition.toObject())) {
+    for (const QJsonValue& value : definitions) {
+        Definition definition;
+        if (!definition.read(value.toObject())) {
             continue;
         }
         if (!typesLoaded) {
             // Once is enough: the lookups in between only add names that the type table does not define, so
             // loading it again for every register would change nothing.
-            EnterTypes(ci.value(key("types")).toObject());
+            LoadType(ci.value(key("types")).toObject());
             typesLoaded = true;
         }
-        if (const auto reg = maker.make(members)) {
-            registerList.insert(registerList.constEnd(), members.id, *reg); // ids mostly ascend
-        }
+        LoadRegister(definition, classes);
     }
 }
 
-template<typename Array>
-void ModbusInterface::LoadTables(const Array& definitions)
+void ModbusInterface::LoadRegister(const Definition& definition, const QJsonObject& classes)
 {
-    for (const auto& value : definitions) {
-        const auto definition = value.toObject();
+    MbRegister_s reg;
+    reg.mbtype = GetCiTypeIndex(definition.mbType);
+    const QJsonValue ciClass = classes.value(definition.ciClass);
+    if (ciClass.isUndefined()) {
+        return;
+    }
+    reg.ci.ciType = GetCiTypeIndex(definition.ciType);
+    const QJsonValue ciField = ciClass[key("fields")].toObject().value(definition.ciField);
+    if (ciField.isUndefined()) {
+        return;
+    }
+    reg.ci.ciClass = ciClass[key("id")].toInt();
+    reg.ci.ciField = ciField.toInt();
+    reg.ci.ciIndex = definition.ciIndex;
+    reg.name = definition.name;
+    // The start value is 0 whatever "default" holds: only a "default" that is not a number would be read, and
+    // that reads as 0. Panels in the field have always started so, and clients rely on it.
+    reg.value = 0;
+    registerList.insert(registerList.constEnd(), definition.id, reg); // ids mostly ascend
+}
+
+void ModbusInterface::LoadTables(const QJsonArray& definitions)
+{
+    for (const QJsonValue& value : definitions) {
+        const QJsonObject definition = value.toObject();
         MbTable_s table;
         table.name = textOf(definition, "name");
         table.mode = AccessModefromString(textOf(definition, "mode"));
-        const auto ids = definition.value(key("registers")).toArray();
+        const QJsonArray ids = definition.value(key("registers")).toArray();
         table.registers.reserve(ids.size());
-        for (const auto& id : ids) {
+        for (const QJsonValue& id : ids) {
             table.registers.append(id.toInt());
         }
         tableList.insert(definition.value(key("address")).toInt(), table);

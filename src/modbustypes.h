@@ -3,6 +3,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 namespace Varnel {
 
@@ -27,5 +28,12 @@ struct MbTypeRow
 /// The row of the type that a member of the mapping's "types" defines; `member` in lower case. A name that is
 /// not known defines the type "undef".
 [[nodiscard]] const MbTypeRow& typeRow(const QString& member);
+
+/// One table rendered for the server.
+struct MbRawData_s
+{
+    int baseaddr = 0;
+    QVector<quint16> values; ///< the table's registers in order
+};
 
 } // namespace Varnel

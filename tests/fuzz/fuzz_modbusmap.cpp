@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -15,7 +14,6 @@
 #include "harness.h"
 #include "mapinput.h"
 #include "modbusinterface.h"
-#include "plainjson.h"
 #include "registerstore.h"
 #include "registerupdate.h"
 #include "scopedsetting.h"
@@ -70,71 +68,6 @@ bool sameModel(const ModbusInterface& one, const ModbusInterface& other)
            one.GetCiTypeLookup() == other.GetCiTypeLookup() &&
            one.GetCiTypeList().keys() == other.GetCiTypeList().keys() &&
            one.GetCiLookup().size() == other.GetCiLookup().size();
-}
-
-void compareValues(const PlainJson::Value& plain, const QJsonValue& wanted);
-
-void compareObjects(const PlainJson::Object& plain, const QJsonObject& wanted)
-{
-    auto member = wanted.constBegin();
-    for (auto read = plain.constBegin(); read != plain.constEnd(); ++read, ++member) {
-        require(member != wanted.constEnd() && read.key() == member.key(), "the same members, in order");
-        const QByteArray name = member.key().toLatin1();
-        compareValues(plain.value(QLatin1String(name)), member.value());
-        compareValues(plain.value(QLatin1String(name + '~')), wanted.value(QLatin1String(name + '~')));
-    }
-    require(member == wanted.constEnd(), "all members are read");
-}
-
-void compareValues(const PlainJson::Value& plain, const QJsonValue& wanted)
-{
-    require(plain.isDouble() == wanted.isDouble() && plain.isString() == wanted.isString() &&
-                plain.isArray() == wanted.isArray() && plain.isObject() == wanted.isObject(),
-            "a value is of the same kind for both readers");
-    require(plain.toInt() == wanted.toInt(), "a number is the same for both readers");
-    require(plain.toString() == wanted.toString(), "a text is the same for both readers");
-    const QJsonArray elements = wanted.toArray();
-    require(plain.toArray().size() == elements.size(), "an array is as long for both readers");
-    auto element = elements.constBegin();
-    for (const PlainJson::Value& read : plain.toArray()) {
-        compareValues(read, *element++);
-    }
-    compareObjects(plain.toObject(), wanted.toObject());
-}
-
-/// What the quick reader takes, Qt's parser takes too, and both read and write the same.
-void compareReaders(const QByteArray& text)
-{
-    const std::optional<PlainJson> plain = PlainJson::read(text);
-    if (!plain) {
-        return;
-    }
-    QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(text, &error);
-    require(error.error == QJsonParseError::NoError && document.isObject(),
-            "a plain text is an object for Qt, too");
-    compareObjects(plain->object(), document.object());
-    QString line;
-    QDebug(&line).nospace() << QString::fromUtf8(document.toJson(QJsonDocument::Compact));
-    requireSame(plain->quoted(), line, "the quick log line is the JSON writer's");
-}
-
-/// The mapping with a member in front that only Qt's parser reads.
-QByteArray notPlain(const QByteArray& text)
-{
-    const int brace = text.indexOf('{');
-    return QByteArray(text).insert(brace + 1, R"("\u0001":0,)");
-}
-
-/// A plain mapping means the same to Qt's parser.
-void compareLoads(const ModbusInterface& bridge, const QByteArray& text)
-{
-    if (PlainJson::read(text) && !bridge.GetJsonCfg().isEmpty()) {
-        writeFile(stage->map, notPlain(text));
-        ModbusInterface other;
-        std::ignore = other.LoadConfig(stage->map);
-        require(sameModel(bridge, other), "both readers make the same model");
-    }
 }
 
 /// Register and tables of a coordinate, by looking through all of them.
@@ -325,7 +258,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     fuzz::Input input(data, size);
     const QByteArray text = input.takeUntil('\0');
     const QList<core_tmp> items = fuzz::readItems(input.rest());
-    compareReaders(text);
     writeFile(stage->map, text);
     ModbusInterface bridge;
     ModbusInterface other;
@@ -334,7 +266,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             "the same file gives the same model");
     require(other.LoadConfig(stage->map) == loaded && sameModel(bridge, other),
             "a second load changes nothing");
-    compareLoads(bridge, text);
     compareLookup(bridge);
     const std::optional<ServerConfig> config = serverConfig(&bridge);
     if (config) {

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <QLoggingCategory>
-#include <QScopeGuard>
 #include <QTest>
 
 #include "helpers.h"
@@ -16,8 +14,6 @@ private slots:
     void printsTheLineAsItIs_data();
     void printsTheLineAsItIs();
     void stampsTheLine();
-    void longLine_data();
-    void longLine();
 };
 
 void tst_LogLine::printsTheLineAsItIs_data()
@@ -69,31 +65,6 @@ void tst_LogLine::stampsTheLine()
         const QString stamp = text.left(before.size());
         QVERIFY2(before <= stamp && stamp <= after, qPrintable(text));
     }
-}
-
-void tst_LogLine::longLine_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::newRow("plain: same") << QStringLiteral("{\"a\":1}");
-    QTest::newRow("per cent signs: same") << QStringLiteral("%s%n%% %1");
-    QTest::newRow("beyond Latin-1: same") << QStringLiteral("Caf\u00e9 \u0416");
-    QTest::newRow("long: whole") << QString(5000000, QLatin1Char('x'));
-}
-
-void tst_LogLine::longLine()
-{
-    QFETCH(QString, line);
-    {
-        const LogRecorder log;
-        Varnel::logLongLine(line);
-        QCOMPARE(log.texts(), QStringList(line));
-        QCOMPARE(log.lines().at(0).type, QtDebugMsg);
-    }
-    QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
-    const auto restore = qScopeGuard([] { QLoggingCategory::setFilterRules(QString()); });
-    const LogRecorder silent;
-    Varnel::logLongLine(line);
-    QCOMPARE(silent.texts(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_LogLine)
