@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "networkaccessmanager.h"
 
+#include <chrono>
+
 #include <QDateTime>
 #include <QNetworkCookieJar>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 
 #include "logline.h"
 #include "settings.h"
@@ -47,7 +50,32 @@ QNetworkReply* NetworkAccessManager::createRequest(Operation op, const QNetworkR
     if (Settings::isLogVerbose()) {
         ours.setAttribute(startTime, QDateTime::currentDateTime());
     }
-    return QNetworkAccessManager::createRequest(op, ours, outgoingData);
+    QNetworkReply* const reply = QNetworkAccessManager::createRequest(op, ours, outgoingData);
+    if (!expectedPage.isEmpty() && request.url().matches(expectedPage, QUrl::RemoveFragment)) {
+        expectedPage.clear();
+        limitAnswer(reply);
+    }
+    return reply;
+}
+
+/// Lets the reply fail unless its answer begins in time.
+void NetworkAccessManager::limitAnswer(QNetworkReply* reply)
+{
+    const std::chrono::seconds limit(Settings::getNetPageTimeout());
+    if (limit.count() == 0) {
+        return;
+    }
+    auto* const timer = new QTimer(reply);
+    timer->setSingleShot(true);
+    connect(reply, &QNetworkReply::metaDataChanged, timer, &QTimer::stop);
+    connect(reply, &QNetworkReply::finished, timer, &QTimer::stop);
+    connect(timer, &QTimer::timeout, this, [this, reply, limit] {
+        logStamped(QStringLiteral("Request '%1' has no answer after %2 s")
+                       .arg(reply->url().toString(), QString::number(limit.count())));
+        reportFirst(true); // what is cancelled does not count otherwise
+        reply->abort();
+    });
+    timer->start(limit);
 }
 
 void NetworkAccessManager::requestFinished(QNetworkReply* reply)
@@ -63,11 +91,16 @@ void NetworkAccessManager::requestFinished(QNetworkReply* reply)
     if (error == QNetworkReply::OperationCanceledError) {
         return;
     }
+    reportFirst(error != QNetworkReply::NoError);
+    count(reply);
+}
+
+void NetworkAccessManager::reportFirst(bool error)
+{
     if (isFirstRequest) {
         isFirstRequest = false;
-        emit firstRequestStatus(error != QNetworkReply::NoError);
+        emit firstRequestStatus(error);
     }
-    count(reply);
 }
 
 void NetworkAccessManager::logFinished(QNetworkReply* reply) const

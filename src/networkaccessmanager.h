@@ -3,6 +3,7 @@
 
 #include <QAuthenticator>
 #include <QNetworkAccessManager>
+#include <QUrl>
 
 class QNetworkReply;
 
@@ -22,6 +23,10 @@ public:
     /// Makes the next request that finishes count as the first again.
     void reset();
 
+    /// Makes the next request for `url` the page's own, which has to be answered within
+    /// `Settings::getNetPageTimeout()` seconds. With an empty address no request is.
+    void expectPage(const QUrl& url) { expectedPage = url; }
+
 signals:
     /// The first request that was not cancelled has finished; `error` is true when it failed.
     void firstRequestStatus(bool error);
@@ -37,6 +42,8 @@ private slots:
     void authenticationRequired(QNetworkReply* reply, QAuthenticator* auth);
 
 private:
+    void limitAnswer(QNetworkReply* reply);
+    void reportFirst(bool error);
     void logFinished(QNetworkReply* reply) const;
     void count(QNetworkReply* reply);
 
@@ -45,6 +52,7 @@ private:
     qint64 requestFinishedPipelinedCount = 0;
     qint64 requestFinishedSecureCount = 0;
     bool isFirstRequest = true;
+    QUrl expectedPage;
 };
 
 } // namespace Varnel

@@ -37,6 +37,8 @@ quint16 Settings::netUdpPort = 9876;
 quint16 Settings::netUdpTimeout = 10;
 QString Settings::netFrontIntf = QStringLiteral("usb0");
 quint16 Settings::netRetryTimeout = 15;
+quint16 Settings::netPageTimeout = 0;
+bool Settings::netProbeAgain = false;
 QString Settings::modbusMode = QStringLiteral("tcp");
 QString Settings::modbusIntf = QStringLiteral("0.0.0.0:502:10");
 QString Settings::modbusMap = QStringLiteral("/usr/local/etc/modbus.map");
@@ -82,6 +84,8 @@ const std::vector<Settings::Entry>& Settings::entries()
         {"Network", "UdpTimeout", &netUdpTimeout},
         {"Network", "FrontInterface", &netFrontIntf},
         {"Network", "RetryTimeout", &netRetryTimeout},
+        {"Network", "PageTimeout", &netPageTimeout},
+        {"Network", "ProbeAgain", &netProbeAgain},
         {"GPIO", "LedGreenPin", &gpioLedGreenPin},
         {"GPIO", "LedYellowPin", &gpioLedYellowPin},
         {"GPIO", "LedRedPin", &gpioLedRedPin},

@@ -79,6 +79,10 @@ public:
     static const QString& getNetFrontIntf() { return netFrontIntf; }
     /// Seconds between a failed load and the next try.
     static quint16 getNetRetryTimeout() { return netRetryTimeout; }
+    /// Seconds after which a page whose request has no answer counts as failed; 0: never.
+    static quint16 getNetPageTimeout() { return netPageTimeout; }
+    /// True when a failed retry is followed by more.
+    static bool getNetProbeAgain() { return netProbeAgain; }
 
     static const QString& getModbusMode() { return modbusMode; }
     static const QString& getModbusIntf() { return modbusIntf; }
@@ -134,6 +138,8 @@ private:
     static quint16 netUdpTimeout;
     static QString netFrontIntf;
     static quint16 netRetryTimeout;
+    static quint16 netPageTimeout;
+    static bool netProbeAgain;
     static QString modbusMode;
     static QString modbusIntf;
     static QString modbusMap;

@@ -20,6 +20,16 @@
 
 namespace Varnel {
 
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Limits of the pause between repeated probes.
+constexpr std::chrono::seconds shortestProbePause = 1s;
+constexpr std::chrono::seconds longestProbePause = 5min;
+
+} // namespace
+
 WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
     : QWebPage(parent)
     , mainWindow(mainWindow)
@@ -45,6 +55,9 @@ bool WebPage::acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& r
 {
     if (frame == mainFrame()) {
         currentUrl = request.url();
+        // What a form sends may take its time.
+        const bool isForm = type == NavigationTypeFormSubmitted || type == NavigationTypeFormResubmitted;
+        mainWindow->getNetworkAccessManager()->expectPage(isForm ? QUrl() : currentUrl);
         emit loadingUrl(currentUrl);
     }
     return QWebPage::acceptNavigationRequest(frame, request, type);
@@ -116,6 +129,8 @@ WebView::WebView(MainWindow* mainWindow, QWidget* parent)
     : QWebView(parent)
     , language(QStringLiteral("default"))
     , currentPage(new WebPage(mainWindow, this))
+    , retryPause(Settings::getNetRetryTimeout())
+    , probePause(qMax(retryPause, shortestProbePause))
 {
     setMouseTracking(true);
     ScreenSaver::instance()->handleMouseMove(this);
@@ -128,7 +143,7 @@ WebView::WebView(MainWindow* mainWindow, QWidget* parent)
     page()->settings()->setUserStyleSheetUrl(QUrl(customCss));
     retryTimer = new QTimer(this);
     retryTimer->setTimerType(Qt::PreciseTimer); // a coarse one may be early by a twentieth
-    retryTimer->setInterval(std::chrono::seconds(Settings::getNetRetryTimeout()));
+    retryTimer->setInterval(retryPause);
     retryTimer->setSingleShot(true);
     connect(retryTimer, &QTimer::timeout, this, &WebView::handleRetryTimer);
 }
@@ -149,6 +164,7 @@ void WebView::connectPage()
 
 void WebView::loadUrl(const QUrl& url)
 {
+    endProbing();
     initialUrl = url;
     qDebug() << "WebView::loadUrl() " << initialUrl.toString();
     currentPage->changePage([this, url] { load(url); });
@@ -156,11 +172,13 @@ void WebView::loadUrl(const QUrl& url)
 
 void WebView::setUrl(const QUrl& url)
 {
+    endProbing();
     currentPage->changePage([this, url] { QWebView::setUrl(url); });
 }
 
 void WebView::loadRequest(const QNetworkRequest& request)
 {
+    endProbing();
     qDebug() << "WebView::loadRequest";
     initialUrl = request.url();
     currentPage->changePage(
@@ -169,6 +187,7 @@ void WebView::loadRequest(const QNetworkRequest& request)
 
 void WebView::reloadUrl()
 {
+    endProbing();
     qDebug() << "WebView::reloadUrl() " << initialUrl.toString();
     currentPage->changePage([this, url = initialUrl] { load(url); });
 }
@@ -206,14 +225,14 @@ void WebView::handleLoadFinished(bool noerr)
     qDebug() << "WebView::handleLoadFinished() -> fail";
     onDefault = false;
     displayError(QStringLiteral("default"));
-    startRetryTimer();
+    startRetryTimer(retryPause);
 }
 
-void WebView::startRetryTimer()
+void WebView::startRetryTimer(std::chrono::seconds pause)
 {
     // A running timer is left alone: a burst of failures gives one retry, counted from the first.
     if (!retryTimer->isActive()) {
-        retryTimer->start();
+        retryTimer->start(pause);
     }
 }
 
@@ -227,13 +246,19 @@ void WebView::tryload(QUrl /*url*/)
 {
     if (onDefault) {
         qDebug() << "onDefault";
-        startRetryTimer();
+        startRetryTimer(retryPause);
         return;
     }
     dropFinishedProbes();
     connect(&netman, &QNetworkAccessManager::finished, this, &WebView::tryloadFinished);
     onDefault = true;
-    netman.get(QNetworkRequest(defaultUrl));
+    QNetworkRequest probe(defaultUrl);
+    if (Settings::getNetProbeAgain()) {
+        const std::chrono::milliseconds limit = std::chrono::seconds(Settings::getNetPageTimeout());
+        probe.setTransferTimeout(limit.count() > 0 ? static_cast<int>(limit.count())
+                                                   : QNetworkRequest::DefaultTransferTimeoutConstant);
+    }
+    netman.get(probe);
 }
 
 void WebView::dropFinishedProbes()
@@ -251,12 +276,30 @@ void WebView::tryloadFinished(QNetworkReply* reply)
 {
     disconnect(&netman, &QNetworkAccessManager::finished, this, &WebView::tryloadFinished);
     if (reply->error() != QNetworkReply::NoError) {
-        // onDefault stays: the timer ticks on, but no other probe goes out until the page itself fails again.
-        startRetryTimer();
+        if (Settings::getNetProbeAgain()) {
+            onDefault = false;
+            startRetryTimer(probePause);
+            probePause = qMax(retryPause, qMin(2 * probePause, longestProbePause));
+        } else {
+            // onDefault stays: the timer ticks on, but no other probe goes out until the page itself fails
+            // again.
+            startRetryTimer(retryPause);
+        }
         return;
     }
     loadUrl(reply->url());
     onDefault = false;
+}
+
+/// Ends repeated probes, as something else than the error page is about to be shown. A single probe goes on.
+void WebView::endProbing()
+{
+    if (Settings::getNetProbeAgain()) {
+        disconnect(&netman, nullptr, this, nullptr);
+        retryTimer->stop();
+        onDefault = false;
+        probePause = qMax(retryPause, shortestProbePause);
+    }
 }
 
 bool WebView::focusNextPrevChild(bool next)

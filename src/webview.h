@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 #include <QNetworkAccessManager>
@@ -85,7 +86,7 @@ private:
 /// A reply that fails shows the error page and starts the retry timer. When it fires, the default address is
 /// probed with a request of the view's own; only if that succeeds is the default address loaded. After a
 /// failed probe no other is sent until a reply of the page fails again: the controller's server is not to be
-/// hammered.
+/// hammered. Where the settings ask for it (Network/ProbeAgain), more probes follow, at growing pauses.
 class WebView : public QWebView
 {
     Q_OBJECT
@@ -134,7 +135,8 @@ protected:
 
 private:
     void connectPage();
-    void startRetryTimer();
+    void startRetryTimer(std::chrono::seconds pause);
+    void endProbing();
     void dropFinishedProbes();
     void showPicturePage(const QString& picture, const QString& tail, const QString& fallback);
 
@@ -143,9 +145,12 @@ private:
     QUrl defaultUrl;
     bool onDefault = false; ///< a probe is out, or has failed
     QString language;
-    WebPage* currentPage;
+    WebPage* currentPage = nullptr;
     QNetworkAccessManager netman; ///< for the probes alone: they carry no credentials and are not logged
     QTimer* retryTimer = nullptr;
+    const std::chrono::seconds retryPause;
+    /// From the next failed probe to one more, where the settings ask for it.
+    std::chrono::seconds probePause;
 };
 
 } // namespace Varnel

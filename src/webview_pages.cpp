@@ -43,6 +43,7 @@ void WebView::displayError(QString /*name*/)
 
 void WebView::displayInfoFront(QString /*name*/)
 {
+    endProbing();
     qDebug() << "ws: Load info page (" << language << ")";
     showPicturePage(QStringLiteral("/front.png"), QStringLiteral("\");width:800px;height:480px;'></div>"),
                     QStringLiteral("<div style='position:absolute;top:2em;left:2em;'>"

@@ -12,7 +12,7 @@ namespace {
 const QByteArray page = "/index.html";
 
 constexpr auto httpError = "^HTTP ERROR$";
-constexpr auto nothingIsLost = "nothing; the page begins anew";
+constexpr auto nothingIsLost = "nothing; the page starts again";
 
 bool errorPage(FaultBench& bench)
 {
@@ -44,10 +44,45 @@ bool restartServer(FaultBench& bench)
     return serveAgain(bench) && listen(bench);
 }
 
+/// The error page is there, and the panel has tried twice in vain.
+bool errorPageAfterTwoTries(FaultBench& bench)
+{
+    const QString tick = "WebView::handleRetryTimer()"_s;
+    return errorPage(bench) && bench.panel.log().await({tick, tick});
+}
+
 /// The error page is there, and the panel has tried once in vain: from then on it waits for the link.
 bool errorPageForGood(FaultBench& bench)
 {
     return errorPage(bench) && bench.panel.log().await("onDefault"_s);
+}
+
+bool acceptInSilence(FaultBench& bench)
+{
+    bench.server.answer(page, {}, AfterAnswer::KeepOpen);
+    bench.server.answer("/tick", {}, AfterAnswer::KeepOpen);
+    return true;
+}
+
+/// With both keys that let the panel come back by itself. What has no answer is soon tried again.
+bool askForRecovery(FaultBench& bench)
+{
+    bench.settings.set("Network/PageTimeout", "2").set("Network/ProbeAgain", "true");
+    return true;
+}
+
+/// Frames come, and the page is asked for, while its server accepts in silence.
+bool beginInSilence(FaultBench& bench)
+{
+    bench.frames.setRate(0);
+    return acceptInSilence(bench) && bench.panel.log().await("Remove R7M"_s);
+}
+
+bool askInVain(FaultBench& bench, Shown shown)
+{
+    const int before = bench.server.count(page);
+    bench.frames.setRate(FaultBench::usualRate);
+    return bench.server.awaitCount(page, before + 1) && bench.awaitShown(shown);
 }
 
 /// Lets the controller be silent for as long as when it restarts.
@@ -83,13 +118,6 @@ bool standsStill(FaultBench& bench)
            bench.showsTouch(patience) && bench.awaitShown(Shown::ControllerPage);
 }
 
-bool acceptInSilence(FaultBench& bench)
-{
-    bench.server.answer(page, {}, AfterAnswer::KeepOpen);
-    bench.server.answer("/tick", {}, AfterAnswer::KeepOpen);
-    return true;
-}
-
 /// The page loads itself again and never gets to its end: what has come is shown as soon as the engine finds
 /// the time, and never the error page.
 bool endlessPage(FaultBench& bench)
@@ -118,6 +146,8 @@ Faults serverFaults()
          listen,
          {},
          tryInVainAndLoseLink},
+        {"page server refuses, long, with ProbeAgain", "error page until one of the next tries",
+         nothingIsLost, httpError, close, errorPageAfterTwoTries, listen, askForRecovery},
         {"page server slow", "page answers late", "nothing", "",
          [](FaultBench& bench) {
              bench.server.setDelay(std::chrono::seconds(3));
@@ -126,17 +156,11 @@ Faults serverFaults()
          standsStill, serveAgain},
         {"page server half-open", "page stands still; touches that need no server are answered",
          nothingIsLost, "", acceptInSilence, standsStill, restartServer},
-        {"page server half-open from the first frame", "white screen", nothingIsLost, "",
-         [](FaultBench& bench) {
-             bench.frames.setRate(0);
-             return acceptInSilence(bench) && bench.panel.log().await("Remove R7M"_s);
-         },
-         [](FaultBench& bench) {
-             const int before = bench.server.count(page);
-             bench.frames.setRate(FaultBench::usualRate);
-             return bench.server.awaitCount(page, before + 1) && bench.awaitShown(Shown::Blank);
-         },
-         restartServer},
+        {"page server half-open from the first frame", "white screen", nothingIsLost, "", beginInSilence,
+         [](FaultBench& bench) { return askInVain(bench, Shown::Blank); }, restartServer},
+        {"page server half-open from the first frame, with PageTimeout and ProbeAgain",
+         "error page until one of the next tries", nothingIsLost, "has no answer after 2 s$", beginInSilence,
+         [](FaultBench& bench) { return askInVain(bench, Shown::ErrorPage); }, serveAgain, askForRecovery},
         {"page server answers 401", "error page until the next try", nothingIsLost, httpError,
          answerEverything("401 Unauthorized"), errorPage, serveAgain},
         {"page server answers 500", "error page until the next try", nothingIsLost, httpError,

@@ -40,6 +40,9 @@ private slots:
     void firstRequestIsReportedOnce();
     void cancelledRequestsDoNotCount();
     void resetReportsAgain();
+    void unansweredPageFails_data();
+    void unansweredPageFails();
+    void beginningOfAnAnswerIsEnough();
     void asksNobodyForCredentials();
     void cookiesLiveAsLongAsTheManager();
     void nothingIsCached();
@@ -306,6 +309,56 @@ void tst_NetworkAccessManager::resetReportsAgain()
     get(page);
     QCOMPARE(first->count(), 3);
     QVERIFY(!first->at(2).at(0).toBool());
+}
+
+void tst_NetworkAccessManager::unansweredPageFails_data()
+{
+    QTest::addColumn<quint16>("limit");
+    QTest::addColumn<QString>("expected");
+    QTest::addColumn<bool>("fails");
+    QTest::newRow("page: fails") << quint16(1) << slow << true;
+    QTest::newRow("page with a place in it: fails") << quint16(1) << slow + QStringLiteral("#here") << true;
+    QTest::newRow("part of a page: waits") << quint16(1) << page << false;
+    QTest::newRow("no limit: waits") << quint16(0) << slow << false;
+}
+
+void tst_NetworkAccessManager::unansweredPageFails()
+{
+    QFETCH(quint16, limit);
+    QFETCH(QString, expected);
+    QFETCH(bool, fails);
+    const ScopedSetting<quint16> setting("Network", "PageTimeout", limit);
+    const LogRecorder log;
+    manager->expectPage(QUrl(server->url(QString()).toString() + expected));
+    QNetworkReply* const reply = manager->get(QNetworkRequest(server->url(slow)));
+    const QNetworkReply* const second = manager->get(QNetworkRequest(server->url(slow))); // of a script
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QCOMPARE(finished.wait(1500), fails);
+    QVERIFY(!second->isFinished());
+    QCOMPARE(first->count(), fails ? 1 : 0);
+    if (fails) {
+        QCOMPARE(first->at(0).at(0).toBool(), true);
+        QCOMPARE(
+            withoutStamps(log.texts()),
+            (QStringList{QStringLiteral("TIME - Request %1 has no answer after 1 s").arg(quoted(slow)),
+                         QStringLiteral("TIME - Request %1 failed: Operation canceled").arg(quoted(slow))}));
+    }
+}
+
+void tst_NetworkAccessManager::beginningOfAnAnswerIsEnough()
+{
+    const ScopedSetting<quint16> setting("Network", "PageTimeout", quint16(1));
+    HttpServer::Answer half;
+    half.body = "half and half";
+    half.firstPart = 4;
+    server->serve(slow, half);
+    manager->expectPage(server->url(slow));
+    QNetworkReply* const reply = manager->get(QNetworkRequest(server->url(slow)));
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(!finished.wait(1500)); // there is nothing to await when nothing is to happen
+    server->release(slow);
+    await(reply);
+    QCOMPARE(reply->error(), QNetworkReply::NoError);
 }
 
 void tst_NetworkAccessManager::asksNobodyForCredentials()

@@ -130,6 +130,8 @@ void tst_Settings::defaults_data()
     QTest::newRow("Network/UdpTimeout") << QVariant::fromValue(quint16(10));
     text("Network/FrontInterface", "usb0");
     QTest::newRow("Network/RetryTimeout") << QVariant::fromValue(quint16(15));
+    QTest::newRow("Network/PageTimeout") << QVariant::fromValue(quint16(0));
+    QTest::newRow("Network/ProbeAgain") << QVariant(false);
     text("ModbusServer/ModbusMode", "tcp");
     text("ModbusServer/ModbusInterface", "0.0.0.0:502:10");
     text("ModbusServer/ModbusMap", "/usr/local/etc/modbus.map");

@@ -34,6 +34,8 @@ private slots:
     void noFaviconIsAskedFor();
     void localStorageIsKeptWhereTheSettingsSay();
     void storedPagesOfAnOlderVersionAreRemoved();
+    void unansweredPageFails_data();
+    void unansweredPageFails();
     void unsupportedContentGoesToTheDownload_data();
     void unsupportedContentGoesToTheDownload();
     void failedUnsupportedContent_data();
@@ -193,6 +195,39 @@ void tst_WebPage::storedPagesOfAnOlderVersionAreRemoved()
         QVERIFY2(!directory.exists(name), qPrintable(name));
     }
     QVERIFY(directory.exists(QStringLiteral("other.db")));
+}
+
+void tst_WebPage::unansweredPageFails_data()
+{
+    QTest::addColumn<QString>("script"); ///< how the page asks for it
+    QTest::addColumn<bool>("fails");
+    QTest::newRow("address of the main frame: fails") << QStringLiteral("location.href = '/slow'") << true;
+    QTest::newRow("address of a frame within: waits")
+        << QStringLiteral("document.body.innerHTML = '<iframe src=/slow>'") << false;
+    QTest::newRow("picture: waits") << QStringLiteral("new Image().src = '/slow'") << false;
+    const QString form = QStringLiteral("document.body.innerHTML = '<form method=%1 action=/slow>';"
+                                        "document.forms[0].submit()");
+    QTest::newRow("form that asks: waits") << form.arg(QStringLiteral("get")) << false;
+    QTest::newRow("form that sends: waits") << form.arg(QStringLiteral("post")) << false;
+}
+
+void tst_WebPage::unansweredPageFails()
+{
+    QFETCH(QString, script);
+    QFETCH(bool, fails);
+    const ScopedSetting<quint16> limit("Network", "PageTimeout", quint16(1));
+    HttpServer::Answer silent;
+    silent.silent = true;
+    server->serve(QStringLiteral("/slow"), silent);
+    PanelView panel;
+    panel.load(server->url(pagePath));
+    panel.frame()->evaluateJavaScript(script);
+    const auto asked = [this] {
+        return server->requests().constLast().target.startsWith(QLatin1String("/slow"));
+    };
+    QTRY_VERIFY(asked());
+    QCOMPARE(QTest::qWaitFor([&panel] { return panel.showsErrorPage(); }, 1500), fails);
+    QCOMPARE(panel.timer()->isActive(), fails);
 }
 
 void tst_WebPage::unsupportedContentGoesToTheDownload_data()

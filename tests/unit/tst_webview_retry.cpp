@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: MIT
+#include <functional>
 #include <memory>
 
 #include <QTest>
 
 #include "httpserver.h"
 #include "panelview.h"
+
+using Varnel::WebView;
+using ShowPage = std::function<void(WebView*, const QUrl&)>;
+
+Q_DECLARE_METATYPE(ShowPage)
 
 /// What the view does after a failure: wait, probe the default address, load it, or tick on.
 class tst_WebViewRetry : public QObject
@@ -27,6 +33,12 @@ private slots:
     void emptyDefaultAddress();
     void probesThatFail_data();
     void probesThatFail();
+    void repeatedProbes_data();
+    void repeatedProbes();
+    void repeatedProbeThatSucceeds();
+    void anotherPageEndsRepeatedProbes_data();
+    void anotherPageEndsRepeatedProbes();
+    void repeatedProbeHasALimit();
 
 private:
     std::unique_ptr<HttpServer> server;
@@ -295,6 +307,98 @@ void tst_WebViewRetry::probesThatFail()
     QTRY_VERIFY(panel.timer()->isActive());
     QCOMPARE(panel.log(), QStringList()); // neither an error line nor an error page
     QCOMPARE(server->count(homePath), status.isEmpty() ? 0 : 1);
+}
+
+void tst_WebViewRetry::repeatedProbes_data()
+{
+    QTest::addColumn<quint16>("retryTimeout");
+    QTest::addColumn<QList<int>>("pauses"); ///< in seconds
+    QTest::newRow("doubled up to five minutes") << quint16(50) << QList<int>{50, 100, 200, 300, 300};
+    QTest::newRow("never shorter than the retry timeout") << quint16(400) << QList<int>{400, 400};
+    QTest::newRow("never without a pause") << quint16(0) << QList<int>{1, 2, 4};
+}
+
+void tst_WebViewRetry::repeatedProbes()
+{
+    QFETCH(quint16, retryTimeout);
+    QFETCH(QList<int>, pauses);
+    const ScopedSetting<bool> again("Network", "ProbeAgain", true);
+    PanelView panel(retryTimeout);
+    panel.view->setDefaultUrl(missing.toString());
+    for (int i = 0; i < pauses.size(); ++i) {
+        fire(panel);
+        QTRY_VERIFY(panel.timer()->isActive());
+        QCOMPARE(panel.timer()->interval(), 1000 * pauses.at(i));
+        QCOMPARE(server->count(QStringLiteral("/missing")), i + 1);
+    }
+    panel.view->setUrl(missing); // the next failure of a page begins from the start
+    QTRY_COMPARE(panel.timer()->interval(), 1000 * pauses.constFirst());
+}
+
+void tst_WebViewRetry::repeatedProbeThatSucceeds()
+{
+    const ScopedSetting<bool> again("Network", "ProbeAgain", true);
+    PanelView panel(1);
+    server->refuse(homePath, "503 Service Unavailable");
+    panel.view->setDefaultUrl(home.toString());
+    panel.view->loadUrl(home);
+    QTRY_COMPARE(server->count(homePath), 2); // the page, the first probe
+    server->serve(homePath, QByteArray("<p>home</p>"));
+    QTRY_COMPARE(panel.text(), QStringLiteral("home"));
+    QCOMPARE(server->count(homePath), 4);
+    QCOMPARE(panel.count(onDefault), 0);
+    QVERIFY(!panel.timer()->isActive());
+}
+
+void tst_WebViewRetry::anotherPageEndsRepeatedProbes_data()
+{
+    QTest::addColumn<ShowPage>("show");
+    const auto row = [](const char* name, const ShowPage& show) { QTest::newRow(name) << show; };
+    row("loadUrl", [](WebView* view, const QUrl& url) { view->loadUrl(url); });
+    row("setUrl", [](WebView* view, const QUrl& url) { view->setUrl(url); });
+    row("loadRequest", [](WebView* view, const QUrl& url) { view->loadRequest(QNetworkRequest(url)); });
+    row("reloadUrl", [](WebView* view, const QUrl&) { view->reloadUrl(); });
+    row("info page", [](WebView* view, const QUrl&) { view->displayInfoFront(QString()); });
+}
+
+void tst_WebViewRetry::anotherPageEndsRepeatedProbes()
+{
+    QFETCH(ShowPage, show);
+    const ScopedSetting<bool> again("Network", "ProbeAgain", true);
+    PanelView panel;
+    panel.load(server->url(QStringLiteral("/good"))); // what reloadUrl() asks for
+    HttpServer::Answer silent;
+    silent.silent = true;
+    server->serve(homePath, silent);
+    panel.view->setDefaultUrl(home.toString());
+    panel.view->handleLoadFinished(false);
+    fire(panel);
+    QTRY_COMPARE(server->count(homePath), 1);
+    panel.view->handleLoadFinished(false);
+    show(panel.view, server->url(QStringLiteral("/good")));
+    QVERIFY(!panel.timer()->isActive());
+    QTRY_VERIFY(!panel.showsErrorPage());
+    panel.waitForQuiet();
+    const QString shown = panel.text();
+    server->release(homePath); // the probe's answer comes too late
+    QTRY_VERIFY(!server->isConnected(homePath));
+    panel.waitForQuiet();
+    QCOMPARE(panel.text(), shown);
+    QCOMPARE(server->count(homePath), 1);
+}
+
+void tst_WebViewRetry::repeatedProbeHasALimit()
+{
+    const ScopedSetting<bool> again("Network", "ProbeAgain", true);
+    const ScopedSetting<quint16> limit("Network", "PageTimeout", quint16(1));
+    HttpServer::Answer silent;
+    silent.silent = true;
+    server->serve(homePath, silent);
+    PanelView panel;
+    panel.view->setDefaultUrl(home.toString());
+    panel.view->tryload(QUrl());
+    QTRY_VERIFY(panel.timer()->isActive());
+    QCOMPARE(server->count(homePath), 1);
 }
 
 QTEST_MAIN(tst_WebViewRetry)

@@ -60,6 +60,8 @@ inline QHash<QString, QVariant> byGetters()
         {QStringLiteral("Network/UdpTimeout"), QVariant::fromValue(S::getNetUdpTimeout())},
         {QStringLiteral("Network/FrontInterface"), S::getNetFrontIntf()},
         {QStringLiteral("Network/RetryTimeout"), QVariant::fromValue(S::getNetRetryTimeout())},
+        {QStringLiteral("Network/PageTimeout"), QVariant::fromValue(S::getNetPageTimeout())},
+        {QStringLiteral("Network/ProbeAgain"), S::getNetProbeAgain()},
         {QStringLiteral("GPIO/LedGreenPin"), S::getGPIOLedGreenPin()},
         {QStringLiteral("GPIO/LedYellowPin"), S::getGPIOLedYellowPin()},
         {QStringLiteral("GPIO/LedRedPin"), S::getGPIOLedRedPin()},
