@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+
+#include <QTextStream>
+
+#include "capture.h"
+#include "framechecker.h"
+#include "statistics.h"
+
+/// For which frames every field is printed.
+enum class FieldsOf
+{
+    NoFrame,
+    FaultyFrames,
+    AllFrames,
+};
+
+/// How a run is reported and what belongs to it.
+struct RunOptions
+{
+    quint16 port = 9876; ///< datagrams to other ports are left out; 0: none are
+    int timeoutSeconds = 10;
+    qint64 frameLimit = 0; ///< 0: no end
+    FieldsOf fields = FieldsOf::FaultyFrames;
+    bool isJson = false;
+    bool isQuiet = false; ///< only the statistics
+};
+
+/// One run over frames, from wherever they come: checks each, prints it, and counts.
+class CheckRun
+{
+public:
+    CheckRun(const RunOptions& runOptions, QTextStream* output);
+
+    /// A packet of a capture; what is not for the panel is only counted.
+    void addPacket(const CapturedPacket& packet);
+
+    /// A datagram that was received at `timeUs`.
+    void addDatagram(qint64 number, qint64 timeUs, const Datagram& datagram);
+
+    /// A frame of unknown origin.
+    void addOctets(qint64 number, const QByteArray& octets);
+
+    /// Lets the panel's clock run on without a frame.
+    void advance(qint64 timeUs);
+
+    /// Prints the statistics.
+    void finish();
+
+    /// True when as many frames have been checked as were asked for.
+    [[nodiscard]] bool isComplete() const;
+
+    [[nodiscard]] const Statistics& statistics() const { return counts; }
+
+private:
+    void check(const FrameOrigin& origin, const QByteArray& octets, const QHostAddress& sender);
+    void addUnreadable(const CapturedPacket& packet, const Unreadable& unreadable);
+    void print(const QJsonObject& object);
+    [[nodiscard]] double secondsAt(qint64 timeUs);
+
+    const RunOptions options;
+    QTextStream& out;
+    FrameChecker checker;
+    Statistics counts;
+    std::optional<qint64> firstUs;
+};

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+
+#include "framereport.h"
+#include "rlpdecoder.h"
+
+/// The panel as a controller's vendor meets it: decodes frame after frame with the panel's own decoder, keeps
+/// what the panel keeps from one to the next (sequence number, sender, supervision of the link), and tells
+/// what it makes of each.
+class FrameChecker : private Varnel::RlpDecoder
+{
+public:
+    /// The link counts as lost after `timeoutSeconds` without an accepted frame.
+    explicit FrameChecker(int timeoutSeconds);
+
+    /// Lets the panel's clock run to `timeUs`. Returns the panel's log line when the link has been lost
+    /// meanwhile.
+    [[nodiscard]] std::optional<QString> advance(qint64 timeUs);
+
+    /// Hands one datagram to the panel, at the time of the last advance().
+    [[nodiscard]] FrameReport check(const QByteArray& octets, const QHostAddress& sender);
+
+private:
+    void sectionWalked(const Varnel::WalkedSection& section, const Varnel::RlpFrame& frame) override;
+    [[nodiscard]] FrameFault frameFault() const;
+    void addSectionFaults(const Varnel::WalkedSection& section, const QStringList& lines);
+
+    const qint64 timeoutUs;
+    qint64 nowUs = 0;
+    qint64 acceptedUs = 0;
+    FrameReport report; ///< of the frame in hand
+    int budget = 0;     ///< octets that the walk has left for sections
+    int position = 0;   ///< of the next section
+    int attributed = 0; ///< log lines of the sections walked so far
+    QStringList lines;  ///< log lines of the frame in hand
+};

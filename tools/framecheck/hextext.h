@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QString>
+
+/// Reads frames that stand as hexadecimal text. An empty line ends a frame. A line may begin with its offset,
+/// as in a hex dump: then a column of text behind the octets is left out, and offset 0 begins a frame. "#"
+/// begins a comment.
+class HexText
+{
+public:
+    explicit HexText(QIODevice* source)
+        : device(source)
+    {
+    }
+
+    /// The next frame; nothing at the end or when something is wrong.
+    [[nodiscard]] std::optional<QByteArray> next();
+
+    /// What is wrong, with the number of the line; empty when nothing is.
+    [[nodiscard]] QString error() const { return problem; }
+
+private:
+    void takeLine(const QByteArray& line);
+
+    QIODevice* device;
+    QByteArray frame;
+    std::optional<QByteArray> finished; ///< the frame before the one that a line with offset 0 has begun
+    int number = 0;
+    QString problem;
+};

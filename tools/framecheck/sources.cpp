@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+#include "sources.h"
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <tuple>
+
+#include <csignal>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkDatagram>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <QUdpSocket>
+
+#include "hextext.h"
+
+namespace {
+
+qint64 nowUs()
+{
+    return QDateTime::currentMSecsSinceEpoch() * 1000;
+}
+
+/// How far a long file has been read, on a terminal, once a second.
+class Progress
+{
+public:
+    explicit Progress(qint64 wholeSize)
+        : whole(wholeSize)
+        , isShown(isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0 && wholeSize > 0)
+    {
+        clock.start();
+    }
+    ~Progress()
+    {
+        if (isBegun) {
+            std::ignore = std::fprintf(stderr, "\r              \r");
+        }
+    }
+    Q_DISABLE_COPY_MOVE(Progress)
+
+    void show(qint64 position)
+    {
+        constexpr qint64 everyMs = 1000;
+        if (!isShown || clock.elapsed() < everyMs) {
+            return;
+        }
+        clock.start();
+        isBegun = true;
+        std::ignore = std::fprintf(stderr, "\rchecked %3d %%", int(position * 100 / whole));
+    }
+
+private:
+    QElapsedTimer clock;
+    const qint64 whole;
+    const bool isShown;
+    bool isBegun = false;
+};
+
+/// Runs the event loop until a signal to end. Lets the panel's clock run meanwhile.
+void waitForEnd(CheckRun* run)
+{
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGTERM);
+    sigaddset(&ending, SIGINT);
+    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    const int descriptor = signalfd(-1, &ending, SFD_CLOEXEC);
+    QSocketNotifier ended(descriptor, QSocketNotifier::Read);
+    QObject::connect(&ended, &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
+    QTimer clock;
+    QObject::connect(&clock, &QTimer::timeout, qApp, [run] { run->advance(nowUs()); });
+    clock.start(std::chrono::milliseconds(200));
+    QCoreApplication::exec();
+    ::close(descriptor);
+}
+
+} // namespace
+
+QString readCaptureFile(const QString& path, CheckRun* run)
+{
+    Capture capture;
+    const QString problem = capture.openFile(path);
+    if (!problem.isEmpty()) {
+        return problem;
+    }
+    Progress progress(QFileInfo(path).size());
+    while (!run->isComplete()) {
+        const std::optional<CapturedPacket> packet = capture.next();
+        if (!packet) {
+            break;
+        }
+        run->addPacket(*packet);
+        progress.show(capture.position());
+    }
+    return capture.error();
+}
+
+QString readHexText(const QString& path, CheckRun* run)
+{
+    QFile file(path);
+    const bool isOpen =
+        path == QLatin1String("-") ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
+    if (!isOpen) {
+        return file.errorString();
+    }
+    HexText text(&file);
+    qint64 number = 0;
+    while (!run->isComplete()) {
+        const std::optional<QByteArray> frame = text.next();
+        if (!frame) {
+            break;
+        }
+        run->addOctets(++number, *frame);
+    }
+    return file.error() != QFileDevice::NoError ? file.errorString() : text.error();
+}
+
+QString readInterface(const QString& name, quint16 port, CheckRun* run)
+{
+    Capture capture;
+    const QString problem = capture.openInterface(name, port);
+    if (!problem.isEmpty()) {
+        return problem;
+    }
+    QSocketNotifier waiting(capture.descriptor(), QSocketNotifier::Read);
+    QObject::connect(&waiting, &QSocketNotifier::activated, qApp, [&] {
+        while (const std::optional<CapturedPacket> packet = capture.next()) {
+            run->addPacket(*packet);
+            if (run->isComplete()) {
+                break;
+            }
+        }
+        if (run->isComplete() || !capture.error().isEmpty()) {
+            QCoreApplication::quit();
+        }
+    });
+    waitForEnd(run);
+    return capture.error();
+}
+
+QString readPort(quint16 port, CheckRun* run)
+{
+    QUdpSocket socket;
+    if (!socket.bind(QHostAddress(QHostAddress::AnyIPv4), port,
+                     QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint)) {
+        return socket.errorString();
+    }
+    qint64 number = 0;
+    QObject::connect(&socket, &QUdpSocket::readyRead, qApp, [&] {
+        while (socket.hasPendingDatagrams() && !run->isComplete()) {
+            const QNetworkDatagram datagram = socket.receiveDatagram();
+            const Endpoints ends{datagram.senderAddress(), datagram.destinationAddress(),
+                                 quint16(std::max(0, datagram.senderPort())), port};
+            run->addDatagram(++number, nowUs(), {ends, datagram.data()});
+        }
+        if (run->isComplete()) {
+            QCoreApplication::quit();
+        }
+    });
+    waitForEnd(run);
+    return {};
+}
