@@ -8,6 +8,7 @@
 
 #include "crc16.h"
 #include "fieldreader.h"
+#include "sectionkinds.h"
 
 namespace Varnel {
 
@@ -26,39 +27,6 @@ constexpr int smallestSectionOffset = 8;
 /// Octets of the payload that are no sections: payload length to continuity word.
 constexpr int payloadHeaderSize = 14;
 constexpr int sectionHeaderSize = 4;
-
-/// How the walker treats one section type.
-struct SectionKind
-{
-    SectionType type;
-    quint16 size; ///< the section length it must carry; 0 where it has no fixed length
-    const char* mismatchMessage;
-    bool (RlpDecoder::*decode)(quint16, quint16, QByteArray*, void*, int*);
-    bool RlpFrame::*decoded;
-};
-
-// A GpioState of the wrong length is reported as DevInfo: the controller's test bench looks for those words.
-constexpr SectionKind sectionKinds[] = {
-    {SectionType::DevInfo, 28, "DevInfo section length mismatch (", &RlpDecoder::handleSectionDevInfo,
-     &RlpFrame::hasDevInfo},
-    {SectionType::GpioState, 8, "DevInfo section length mismatch (", &RlpDecoder::handleSectionGpioState,
-     &RlpFrame::hasGpioState},
-    {SectionType::NetCfg, 26, "NetCfg section length mismatch (", &RlpDecoder::handleSectionNetCfg,
-     &RlpFrame::hasNetCfg},
-    {SectionType::SnmpCfg, 580, "SnmpCfg section length mismatch (", &RlpDecoder::handleSectionSnmpCfg,
-     &RlpFrame::hasSnmpCfg},
-    {SectionType::ModbusCfg, 8, "ModbusCfg section length mismatch (", &RlpDecoder::handleSectionModbusCfg,
-     &RlpFrame::hasModbusCfg},
-    {SectionType::Core, 0, nullptr, &RlpDecoder::handleSectionCore, &RlpFrame::hasCore},
-};
-
-const SectionKind* findKind(quint16 type)
-{
-    const auto* const kind =
-        std::find_if(std::begin(sectionKinds), std::end(sectionKinds),
-                     [type](const SectionKind& candidate) { return quint16(candidate.type) == type; });
-    return kind == std::end(sectionKinds) ? nullptr : kind;
-}
 
 bool checkMagic(const QByteArray& data)
 {
@@ -152,32 +120,6 @@ bool checkSequence(quint32 seqno, quint32 lastSeqno)
     return true;
 }
 
-/// The record, made if this is its first use.
-template<typename Record>
-Record& made(std::optional<Record>* record)
-{
-    return record->has_value() ? **record : record->emplace();
-}
-
-void* recordOf(RlpFrame* frame, SectionType type, QList<core_tmp>* items)
-{
-    switch (type) {
-    case SectionType::DevInfo:
-        return &frame->devinfo;
-    case SectionType::GpioState:
-        return &frame->gpiostate;
-    case SectionType::NetCfg:
-        return &made(&frame->netcfg);
-    case SectionType::SnmpCfg:
-        return &made(&frame->snmpcfg);
-    case SectionType::ModbusCfg:
-        return &frame->modbuscfg;
-    case SectionType::Core:
-        return items;
-    }
-    return nullptr;
-}
-
 /// One section as the walker sees it.
 struct Section
 {
@@ -200,7 +142,7 @@ Section readSection(const QByteArray& data, quint16 position, quint16 budget)
         qDebug() << "Section length exceed frame length. Skip section";
         section.skip = true;
     }
-    section.kind = findKind(section.type);
+    section.kind = findSectionKind(section.type);
     section.advance = static_cast<quint16>(section.length + sectionHeaderSize);
     if (section.kind == nullptr) {
         qDebug() << "Unknown section type. Skip section";
@@ -210,7 +152,7 @@ Section readSection(const QByteArray& data, quint16 position, quint16 budget)
     } else if (section.length == section.kind->size) {
         section.advance = section.kind->size;
     } else {
-        qDebug() << section.kind->mismatchMessage << section.kind->size << ")";
+        qDebug() << section.kind->mismatchWords << section.kind->size << ")";
         section.wrongLength = true;
     }
     return section;
@@ -286,9 +228,8 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
         if (!section.skip) {
             QByteArray payload = cutOut(data, position, section);
             int consumed = 0;
-            decoded =
-                (this->*section.kind->decode)(section.type, section.length, &payload,
-                                              recordOf(frame, section.kind->type, &m_itemList), &consumed);
+            decoded = (this->*section.kind->decode)(section.type, section.length, &payload,
+                                                    section.kind->record(frame, &m_itemList), &consumed);
             frame->*section.kind->decoded = decoded;
             if (decoded) {
                 lastConsumed = consumed;

@@ -65,7 +65,9 @@ void UdpHandler::init()
     last_snmpcfg.resetcfg = true;
     last_modbuscfg.resetcfg = true;
 
-    startOutputs();
+    outputs.start();
+    blinkFastTimer->start(Outputs::fastBlinkPeriod);
+    blinkSlowTimer->start(Outputs::slowBlinkPeriod);
 }
 
 void UdpHandler::loadModbusMap()
@@ -104,8 +106,8 @@ void UdpHandler::processDatagrams()
     if (udpSocket->state() != QAbstractSocket::BoundState) {
         return; // the last turn may come after the end
     }
-    // Reading is the only question asked: whether a datagram waits, and how long it is, would cost a system
-    // call each. Reserved room keeps its memory when it is cut to a frame's size.
+    // The loop reads until nothing is left. To ask first whether a datagram waits, and how long it is, would
+    // cost two more system calls for each. The reserved memory stays when the array is cut to a frame's size.
     datagram.reserve(largestDatagram);
     QHostAddress sender;
     const QDeadlineTimer turn(longestTurn);
@@ -148,7 +150,7 @@ void UdpHandler::handleData(QByteArray* data, QHostAddress* sender)
     RlpFrame frame;
     walkSections(*data, header, &frame);
     record(frame, *sender);
-    apply(frame);
+    useSections(frame, this);
     welcome(*sender);
 }
 
@@ -166,52 +168,23 @@ void UdpHandler::record(const RlpFrame& frame, const QHostAddress& sender)
     }
 }
 
-void UdpHandler::apply(const RlpFrame& frame)
+void UdpHandler::useDevInfo(const RlpFrame& frame)
 {
-    if (frame.hasDevInfo) {
-        applyDevInfo(frame.devinfo);
+    if (!frame.devinfo.lang.isEmpty()) {
+        main_window->setLanguage(frame.devinfo.lang);
     }
-    if (frame.hasGpioState) {
-        applyGpioState(frame.gpiostate);
-    }
-    if (frame.hasSnmpCfg) {
-        if (isSnmpCfgChanged(*frame.snmpcfg)) {
-            qDebug() << "Snmpcfg changed !";
-            applySnmpCfg(*frame.snmpcfg);
-        }
-        last_snmpcfg = *frame.snmpcfg;
-    }
-    if (frame.hasNetCfg) {
-        if (isNetCfgChanged(*frame.netcfg)) {
-            qDebug() << "Netcfg changed !";
-            applyNetCfg(*frame.netcfg);
-        }
-        last_netcfg = *frame.netcfg;
-    }
-    if (frame.hasCore) {
-        applyCore();
-    }
-    if (frame.hasModbusCfg) {
-        if (isModbusCfgChanged(frame.modbuscfg)) {
-            qDebug() << "Modbuscfg changed !";
-            applyModbusCfg(frame.modbuscfg);
-        }
-        last_modbuscfg = frame.modbuscfg;
-    }
+    last_devinfo = frame.devinfo;
 }
 
-void UdpHandler::applyDevInfo(const devinfo_s& devinfo)
+void UdpHandler::useGpioState(const RlpFrame& frame)
 {
-    if (!devinfo.lang.isEmpty()) {
-        main_window->setLanguage(devinfo.lang);
-    }
-    last_devinfo = devinfo;
+    outputs.apply(frame.gpiostate);
 }
 
-void UdpHandler::applyCore()
+void UdpHandler::useCore(const RlpFrame& /*frame*/)
 {
-    QVector<int> tables = modbusInterface.CheckTableToUpdate(m_itemList);
-    QVector<MbRawData_s> rawData = modbusInterface.ComputeRawData(tables);
+    const QVector<int> tables = modbusInterface.CheckTableToUpdate(m_itemList);
+    const QVector<MbRawData_s> rawData = modbusInterface.ComputeRawData(tables);
     modbusInterface.DbusUpdateRegisters(ModbusInterface::GenerateDbusUpdateQuery(rawData));
 }
 
@@ -240,7 +213,7 @@ void UdpHandler::packetTimeout()
     lastSeqno = 0;
     removeR7M();
     main_window->displayError(main_window->getLanguage());
-    startLossPattern();
+    outputs.showLoss();
 }
 
 /// A script may have held the panel up for longer than the window: the controller has spoken, but its frames
@@ -259,7 +232,7 @@ void UdpHandler::stop()
     packetTimer->stop();
     qDebug() << "UDP stop";
     disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
-    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
+    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams); // twice on purpose
     udpSocket->close();
     emit finished();
 }

@@ -6,8 +6,10 @@
 #include <QString>
 
 #include "modbusinterface.h"
+#include "outputs.h"
 #include "rlpdecoder.h"
 #include "rlprecords.h"
+#include "sectionkinds.h"
 
 class QTimer;
 class QUdpSocket;
@@ -20,7 +22,7 @@ class WebBrowser;
 /// The panel's agent for one controller: receives its RLP frames over UDP, follows its presence, registers it
 /// by script, points the browser at it, drives the LEDs and the buzzer and applies its configuration by
 /// scripts. Nothing is ever sent back. Everything happens on the event loop's thread; scripts block it.
-class UdpHandler : public QObject, public RlpDecoder
+class UdpHandler : public QObject, public RlpDecoder, private SectionUser
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(UdpHandler)
@@ -50,12 +52,10 @@ public:
     bool applySnmpCfg(const snmpcfg_s& cfg);
     bool applyModbusCfg(const modbuscfg_s& cfg);
 
-    /// Prepares one GPIO line as an output with the given active level, exporting it if need be.
-    void initializeGPIO(quint8 pin, bool high);
-    /// Switches one GPIO line on (any value but 0) or off; a line that is not there is ignored.
-    void handleGPIO(quint8 pin, quint8 value);
-    /// Prepares the four lines: green, yellow, red, buzzer.
-    void initializeGPIOs();
+    /// The GPIO lines of LEDs and buzzer, as Outputs drives them.
+    void initializeGPIO(quint8 pin, bool high) { Outputs::initializeLine(pin, high); }
+    void handleGPIO(quint8 pin, quint8 value) { Outputs::switchLine(pin, value); }
+    void initializeGPIOs() { Outputs::initializeLines(); }
 
 signals:
     void finished();
@@ -66,25 +66,24 @@ public slots:
     /// Stops the timers, closes the socket and emits finished(), on which the handler deletes itself later.
     void stop();
     void packetTimeout();
-    void blinkFastTimeout();
-    void blinkSlowTimeout();
+    void blinkFastTimeout() { outputs.blinkFast(); }
+    void blinkSlowTimeout() { outputs.blinkSlow(); }
 
 private:
     void loadModbusMap();
     void connectAll();
     void bindSocket();
-    void startOutputs();
-    void startLossPattern();
     void startPacketTimer();
     void postNextTurn();
     bool waitingFrameIsAccepted();
     void record(const RlpFrame& frame, const QHostAddress& sender);
-    void apply(const RlpFrame& frame);
-    void applyDevInfo(const devinfo_s& devinfo);
-    void applyGpioState(const gpiostate_s& gpiostate);
-    void applyCore();
+    void useDevInfo(const RlpFrame& frame) override;
+    void useGpioState(const RlpFrame& frame) override;
+    void useSnmpCfg(const RlpFrame& frame) override;
+    void useNetCfg(const RlpFrame& frame) override;
+    void useCore(const RlpFrame& frame) override;
+    void useModbusCfg(const RlpFrame& frame) override;
     void welcome(const QHostAddress& sender);
-    void toggle(quint8 command);
 
     QUdpSocket* udpSocket = nullptr;
     QByteArray datagram; ///< the one being handled, in memory kept from one to the next
@@ -99,9 +98,8 @@ private:
     devinfo_s last_devinfo;
     netcfg_s last_netcfg;
     modbuscfg_s last_modbuscfg;
-    gpiostate_s last_gpiostate; ///< the current command of each output
     snmpcfg_s last_snmpcfg;
-    gpiostate_s blink_gpiostate; ///< the current phase of each output: 0 dark, 1 lit
+    Outputs outputs; ///< with their commands and phases
     [[maybe_unused]] quint16 receivedFrame = 0;
     ModbusInterface modbusInterface;
 };

@@ -18,7 +18,37 @@ const QString snmpAgentScript = QStringLiteral("snmpcfg.sh");
 const QString snmpTrapScript = QStringLiteral("snmptrap.sh");
 const QString modbusCfgScript = QStringLiteral("modbuscfg.sh");
 
+/// Applies `now` if it differs from `kept`, after one log line, and keeps it in either case.
+template<typename Config>
+void useConfig(UdpHandler* handler, const Config& now, Config* kept, const char* changedWords,
+               bool (UdpHandler::*isChanged)(const Config&) const, bool (UdpHandler::*apply)(const Config&))
+{
+    if ((handler->*isChanged)(now)) {
+        qDebug() << changedWords;
+        (handler->*apply)(now);
+    }
+    *kept = now;
+}
+
 } // namespace
+
+void UdpHandler::useSnmpCfg(const RlpFrame& frame)
+{
+    useConfig(this, *frame.snmpcfg, &last_snmpcfg, "Snmpcfg changed !", &UdpHandler::isSnmpCfgChanged,
+              &UdpHandler::applySnmpCfg);
+}
+
+void UdpHandler::useNetCfg(const RlpFrame& frame)
+{
+    useConfig(this, *frame.netcfg, &last_netcfg, "Netcfg changed !", &UdpHandler::isNetCfgChanged,
+              &UdpHandler::applyNetCfg);
+}
+
+void UdpHandler::useModbusCfg(const RlpFrame& frame)
+{
+    useConfig(this, frame.modbuscfg, &last_modbuscfg, "Modbuscfg changed !", &UdpHandler::isModbusCfgChanged,
+              &UdpHandler::applyModbusCfg);
+}
 
 void UdpHandler::addR7M()
 {

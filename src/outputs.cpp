@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: MIT
-// UdpHandler's LEDs and buzzer: the commands of the controller on GPIO lines of the kernel's sysfs interface
-// (Documentation/ABI/obsolete/sysfs-gpio of the Linux kernel).
-#include "udphandler.h"
-
-#include <chrono>
+// The sysfs interface is described in Documentation/ABI/obsolete/sysfs-gpio of the Linux kernel.
+#include "outputs.h"
 
 #include <QDir>
 #include <QFile>
-#include <QTimer>
 #include <QtDebug>
 
 #include "helpers.h"
@@ -17,18 +13,12 @@ namespace Varnel {
 
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto fastBlinkPeriod = 250ms;
-constexpr auto slowBlinkPeriod = 1000ms;
-
 constexpr quint8 commandOff = 0;
 constexpr quint8 commandOn = 1;
 constexpr quint8 commandSlowBlink = 2;
 constexpr quint8 commandFastBlink = 3;
 
-/// One output: its place in the records and its settings. The kernel's lines of this board have 8-bit
-/// numbers.
+/// One output: its place in the records and its settings. The line numbers of this board have 8 bits.
 struct Output
 {
     quint8 gpiostate_s::*state;
@@ -48,7 +38,7 @@ constexpr Output outputs[] = {leds[0], leds[1], leds[2], buzzer};
 
 } // namespace
 
-void UdpHandler::initializeGPIO(quint8 pin, bool high)
+void Outputs::initializeLine(quint8 pin, bool high)
 {
     const QString directory = QStringLiteral("/sys/class/gpio/gpio%1").arg(pin);
     if (!QDir(directory).exists()) {
@@ -64,7 +54,7 @@ void UdpHandler::initializeGPIO(quint8 pin, bool high)
     }
 }
 
-void UdpHandler::handleGPIO(quint8 pin, quint8 value)
+void Outputs::switchLine(quint8 pin, quint8 value)
 {
     const QString file = QStringLiteral("/sys/class/gpio/gpio%1/value").arg(pin);
     if (QFile::exists(file)) {
@@ -72,74 +62,74 @@ void UdpHandler::handleGPIO(quint8 pin, quint8 value)
     }
 }
 
-void UdpHandler::initializeGPIOs()
+void Outputs::initializeLines()
 {
     for (const Output& output : outputs) {
-        initializeGPIO(output.pin(), output.high());
+        initializeLine(output.pin(), output.high());
     }
 }
 
-void UdpHandler::startOutputs()
+void Outputs::start()
 {
     qDebug() << "Initialize GPIOs";
-    initializeGPIOs();
+    initializeLines();
     qDebug() << "All LEDs on, Buzzer off";
-    for (const Output& led : leds) {
-        handleGPIO(led.pin(), commandOn);
-        last_gpiostate.*led.state = commandSlowBlink;
-        blink_gpiostate.*led.state = 1;
-    }
-    handleGPIO(buzzer.pin(), commandOff);
+    lightLeds(commandSlowBlink);
+    switchLine(buzzer.pin(), commandOff);
     last_gpiostate.buzzer = commandOff;
     blink_gpiostate.buzzer = 0;
-    blinkFastTimer->start(fastBlinkPeriod);
-    blinkSlowTimer->start(slowBlinkPeriod);
 }
 
-void UdpHandler::startLossPattern()
+void Outputs::showLoss()
+{
+    lightLeds(commandFastBlink);
+}
+
+/// Switches the LEDs on and gives them `command`.
+void Outputs::lightLeds(quint8 command)
 {
     for (const Output& led : leds) {
-        handleGPIO(led.pin(), commandOn);
-        last_gpiostate.*led.state = commandFastBlink;
+        switchLine(led.pin(), commandOn);
+        last_gpiostate.*led.state = command;
         blink_gpiostate.*led.state = 1;
     }
 }
 
-void UdpHandler::applyGpioState(const gpiostate_s& gpiostate)
+void Outputs::apply(const gpiostate_s& gpiostate)
 {
     for (const Output& output : outputs) {
         const quint8 command = gpiostate.*output.state;
         if (command != last_gpiostate.*output.state) {
-            initializeGPIO(output.pin(), output.high());
-            handleGPIO(output.pin(), command);
+            initializeLine(output.pin(), output.high());
+            switchLine(output.pin(), command);
             blink_gpiostate.*output.state = command != commandOff ? 1 : 0;
         }
         if (command == commandOff || command == commandOn) {
-            // Written with every frame: this repairs an output that was changed behind the panel's back.
-            handleGPIO(output.pin(), command);
+            // Every frame writes it, which repairs an output that another program has changed.
+            switchLine(output.pin(), command);
             blink_gpiostate.*output.state = command;
         }
     }
     last_gpiostate = gpiostate;
 }
 
-void UdpHandler::toggle(quint8 command)
+void Outputs::toggle(quint8 command)
 {
     for (const Output& output : outputs) {
         if (last_gpiostate.*output.state == command) {
             quint8& phase = blink_gpiostate.*output.state;
             phase = phase != 0 ? 0 : 1;
-            handleGPIO(output.pin(), phase);
+            switchLine(output.pin(), phase);
         }
     }
 }
 
-void UdpHandler::blinkFastTimeout()
+void Outputs::blinkFast()
 {
     toggle(commandFastBlink);
 }
 
-void UdpHandler::blinkSlowTimeout()
+void Outputs::blinkSlow()
 {
     toggle(commandSlowBlink);
 }
