@@ -96,6 +96,23 @@ export_source()
         tar --create --null --files-from=-) | tar --extract --directory "$1"
 }
 
+# package_version: 2.0.N, N being the number of commits, so that apt takes each later build for an update. A changed working
+# tree adds "+local".
+package_version()
+{
+    local version
+    version=$(sed -n '1s/.*(\(.*\)).*/\1/p' "$root/debian/changelog").$(git -C "$root" rev-list --count HEAD)
+    [ -z "$(git -C "$root" status --porcelain)" ] || version=$version+local
+    printf '%s\n' "$version"
+}
+
+# stamp_version SOURCE: gives an exported source that version, with the time of the last commit.
+stamp_version()
+{
+    sed -i -e "1s/(.*)/($(package_version))/" \
+        -e "s/^ -- \(.*>\)  .*/ -- \1  $(git -C "$root" log -1 --format=%cD)/" "$1/debian/changelog"
+}
+
 # remove_root DIRECTORY: never follows into another filesystem, should anything be mounted there.
 remove_root()
 {

@@ -236,9 +236,27 @@ Findings checkUsbDrive(const PanelFiles& panel)
     return findings;
 }
 
+QString packageVersion(const PanelFiles& panel, const QByteArray& package)
+{
+    const QByteArray status = panel.read(QStringLiteral("/var/lib/dpkg/status"), 64 * 1024 * 1024);
+    const int start = status.indexOf("Package: " + package + '\n');
+    if (start < 0) {
+        return {};
+    }
+    const QByteArray entry = status.mid(start, status.indexOf("\n\n", start) - start);
+    const QByteArray field = "\nVersion: ";
+    const int at = entry.indexOf(field);
+    return at < 0 ? QString() : QString::fromUtf8(entry.mid(at + field.size()).split('\n').first());
+}
+
 Findings checkSystem(const PanelFiles& panel)
 {
     Findings findings;
+    for (const char* package : {"varnel-browser", "varnel-device-scripts", "varnel-modbus-server"}) {
+        if (const QString version = packageVersion(panel, package); !version.isEmpty()) {
+            findings.append({Severity::Note, QLatin1String(package), version, {}, {}});
+        }
+    }
     if (!panel.isRunningSystem()) {
         return findings;
     }

@@ -18,6 +18,9 @@ Findings checkMapping(const PanelFiles& panel);
 /// Mount point and marker file of the USB drive.
 Findings checkUsbDrive(const PanelFiles& panel);
 
+/// The installed version of a package; empty if it is not installed.
+QString packageVersion(const PanelFiles& panel, const QByteArray& package);
+
 /// Clock, free space, the engine's storage, and what the controller's configuration has become.
 Findings checkSystem(const PanelFiles& panel);
 

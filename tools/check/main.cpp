@@ -115,7 +115,7 @@ int main(int argc, char* argv[])
     }
     const Report report = runChecks(panel, wanted);
     if (parser.isSet(json)) {
-        out << QString::fromUtf8(asJson(report));
+        out << QString::fromUtf8(asJson(report, packageVersion(panel, "varnel-browser")));
     } else if (parser.isSet(brief)) {
         out << asShortText(report);
     } else {

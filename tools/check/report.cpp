@@ -96,7 +96,7 @@ QString asShortText(const Report& report)
     return text;
 }
 
-QByteArray asJson(const Report& report)
+QByteArray asJson(const Report& report, const QString& version)
 {
     QJsonArray findings;
     for (const Section& section : report) {
@@ -109,7 +109,7 @@ QByteArray asJson(const Report& report)
                                         {QStringLiteral("fix"), finding.fix}});
         }
     }
-    const QJsonObject object{{QStringLiteral("version"), QStringLiteral(VARNEL_VERSION)},
+    const QJsonObject object{{QStringLiteral("version"), version},
                              {QStringLiteral("host"), QSysInfo::machineHostName()},
                              {QStringLiteral("kernel"), QSysInfo::kernelVersion()},
                              {QStringLiteral("errors"), count(report, Severity::Error)},

@@ -24,7 +24,7 @@ int count(const Report& report, Finding::Severity severity);
 QString asText(const Report& report, bool isColored, bool hasNotes);
 /// One line for each warning and error, for logs.
 QString asShortText(const Report& report);
-/// For programs: one JSON object.
-QByteArray asJson(const Report& report);
+/// For programs: one JSON object on one line. `version` is that of the panel's package.
+QByteArray asJson(const Report& report, const QString& version);
 
 } // namespace VarnelCheck

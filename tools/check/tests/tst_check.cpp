@@ -147,6 +147,7 @@ private slots:
     static void valueThatIsFineIsNotReported();
     static void chipsAreListedWithTheirNumbers();
     static void packageOfAScriptIsNamed();
+    static void versionIsThatOfThePackage();
     static void reportSaysWhatWhyAndHow();
     static void blinkAsksForEachOutput();
     static void blinkReportsALineThatCannotBeWritten();
@@ -366,6 +367,18 @@ void TestCheck::packageOfAScriptIsNamed()
     QVERIFY(notes.contains(QStringLiteral("r7m.sh of no package")));
 }
 
+void TestCheck::versionIsThatOfThePackage()
+{
+    const Image image;
+    QCOMPARE(packageVersion(image.panel(), "varnel-browser"), QString());
+    image.write(QStringLiteral("/var/lib/dpkg/status"),
+                "Package: varnel-browser-dbgsym\nVersion: 1\n\nPackage: varnel-browser\nStatus: install ok "
+                "installed\n"
+                "Version: 2.0.240\nDescription: a\n\nPackage: other\nVersion: 3\n");
+    QCOMPARE(packageVersion(image.panel(), "varnel-browser"), QStringLiteral("2.0.240"));
+    QCOMPARE(checkSystem(image.panel()).value(0).what, QStringLiteral("2.0.240"));
+}
+
 void TestCheck::reportSaysWhatWhyAndHow()
 {
     const Report report = {{QStringLiteral("settings"),
@@ -379,7 +392,8 @@ void TestCheck::reportSaysWhatWhyAndHow()
     QVERIFY(asText(report, false, true).contains(QStringLiteral("  note: g: fact\n")));
     QVERIFY(asText(report, true, false).contains(QStringLiteral("\x1b[31merror:\x1b[0m f:2")));
     QCOMPARE(asShortText(report), QStringLiteral("error: f:2: bad. Do it.\n"));
-    const QJsonObject json = QJsonDocument::fromJson(asJson(report)).object();
+    const QJsonObject json = QJsonDocument::fromJson(asJson(report, QStringLiteral("2.0.9"))).object();
+    QCOMPARE(json.value(QLatin1String("version")).toString(), QStringLiteral("2.0.9"));
     QCOMPARE(json.value(QLatin1String("errors")).toInt(), 1);
     QCOMPARE(json.value(QLatin1String("findings")).toArray().size(), 2);
 }
