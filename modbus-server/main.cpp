@@ -9,6 +9,8 @@
 #include "options.h"
 #include "service.h"
 #include "signalwatcher.h"
+#include "updatesocket.h"
+#include "updatesocketpath.h"
 
 using namespace Varnel;
 
@@ -76,6 +78,10 @@ int main(int argc, char* argv[])
         return EXIT_FAILURE;
     }
     endWithBus(connection, interface);
+    UpdateSocket updates(service);
+    if (commandLine.options->bus == QLatin1String("system")) {
+        updates.listen(QLatin1String(updateSocketPath));
+    }
     qCInfo(lcServer).noquote() << "ready on D-Bus as" << BusInterface::serviceName();
     service.restore();
     return QCoreApplication::exec();

@@ -107,7 +107,9 @@ bool FaultBench::installScripts()
 {
     const QStringList names = RecordingScripts::allNames();
     for (const QString& name : names) {
-        const QString device = QStringLiteral(VARNEL_SOURCE_DIR "/device/scripts/") + name;
+        const QString device = name == "mbserverupdate.sh"_s
+                                   ? QStringLiteral(VARNEL_PROGRAM_DIR "/") + name
+                                   : QStringLiteral(VARNEL_SOURCE_DIR "/device/scripts/") + name;
         const QString target = "/usr/local/bin/"_s + name;
         const bool isModbus = name.startsWith("mbserver"_s);
         if (isModbus ? !(QFile::remove(target), QFile::copy(device, target)) : !scripts.install(name)) {

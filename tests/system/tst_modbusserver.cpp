@@ -39,6 +39,7 @@ private slots:
     void refusesWithTheRightException();
     void updateBurstsAreSeenWhole();
     void longestUpdateThatAnArgumentCanHold();
+    void updatesTakeTheSocketOrTheBus();
     void silentClientsBlockNobody();
     void clientsBeyondTheLimitAreRefused();
     void oldRegistersAnswerException04();
@@ -191,6 +192,33 @@ void tst_ModbusServer::longestUpdateThatAnArgumentCanHold()
     const auto client = ModbusClient::tcp(502);
     QVERIFY2(client->connect(), qPrintable(client->problem()));
     QCOMPARE(client->holding(21834, 2), (QVector<quint16>{65535, 0}));
+}
+
+void tst_ModbusServer::updatesTakeTheSocketOrTheBus()
+{
+    const QString shell = QStringLiteral("/usr/local/bin/varnel-modbus.sh");
+    const QString settings = QStringLiteral("/usr/local/etc/varnel-device.conf");
+    QVERIFY(startServer());
+    QVERIFY(serveTcp());
+    const auto client = ModbusClient::tcp(502);
+    QVERIFY2(client->connect(), qPrintable(client->problem()));
+    // The socket needs no shell.
+    QVERIFY(QFile::rename(shell, shell + QStringLiteral(".away")));
+    QVERIFY(feed(100, {1}));
+    QCOMPARE(client->holding(100, 1), QVector<quint16>{1});
+    // The settings name a bus of their own, whose server has no socket.
+    QVERIFY(QFile::rename(shell + QStringLiteral(".away"), shell));
+    QFile file(settings);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("#MODBUS_BUS=session\nMODBUS_BUS=unix:path=/run/none\n");
+    file.close();
+    const ScriptRun run = ModbusBench::run(updateScript, {ModbusBench::update(100, {2})});
+    QVERIFY(QFile::remove(settings));
+    QCOMPARE(run.status, 1);
+    QVERIFY2(run.messages.value(0).startsWith(QStringLiteral("mbserverupdate.sh: ")) &&
+                 run.messages.value(0).contains(QStringLiteral("No such file or directory")),
+             qPrintable(run.messages.join(QLatin1Char('\n'))));
+    QCOMPARE(client->holding(100, 1), QVector<quint16>{1});
 }
 
 void tst_ModbusServer::silentClientsBlockNobody()

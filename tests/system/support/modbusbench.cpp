@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -21,8 +22,13 @@ const QString sourceDir = QStringLiteral(VARNEL_SOURCE_DIR);
 const QString scriptDir = QStringLiteral("/usr/local/bin");
 const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
 const QString serviceDir = QStringLiteral("/run/dbus/services");
-const char* const deviceScripts[] = {"varnel-common.sh", "varnel-modbus.sh", "mbserverstart.sh",
-                                     "mbserverstop.sh", "mbserverupdate.sh"};
+const char* const deviceScripts[] = {
+    VARNEL_SOURCE_DIR "/device/scripts/varnel-common.sh",
+    VARNEL_SOURCE_DIR "/device/scripts/varnel-modbus.sh",
+    VARNEL_SOURCE_DIR "/device/scripts/mbserverstart.sh",
+    VARNEL_SOURCE_DIR "/device/scripts/mbserverstop.sh",
+    VARNEL_PROGRAM_DIR "/mbserverupdate.sh",
+};
 
 bool writeFile(const QString& path, const QString& text)
 {
@@ -34,10 +40,11 @@ bool writeFile(const QString& path, const QString& text)
 
 bool ModbusBench::installScripts()
 {
-    for (const char* name : deviceScripts) {
-        const QString target = scriptDir + QLatin1Char('/') + QLatin1String(name);
+    for (const char* script : deviceScripts) {
+        const QFileInfo source(QString::fromLatin1(script));
+        const QString target = scriptDir + QLatin1Char('/') + source.fileName();
         QFile::remove(target);
-        if (!QFile::copy(sourceDir + QStringLiteral("/device/scripts/") + QLatin1String(name), target)) {
+        if (!QFile::copy(source.filePath(), target)) {
             return false;
         }
     }
