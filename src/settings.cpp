@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
 
@@ -147,6 +148,9 @@ bool Settings::load()
     if (!QFile::exists(filePath)) {
         logStamped(QStringLiteral("Settings file '%1' does not exist, using default values").arg(filePath));
         return false;
+    }
+    if (!QFileInfo(filePath).isFile()) {
+        return true; // nothing is read from a directory; a pipe would have to be waited for
     }
     const QSettings file(filePath, QSettings::IniFormat);
     for (const Entry& entry : entries()) {

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <functional>
+
+#include <sys/stat.h>
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -11,6 +15,8 @@
 #include "withoutfileoverride.h"
 
 using namespace Varnel;
+
+Q_DECLARE_METATYPE(std::function<bool()>)
 
 /// Defaults and the settings file, at its real path.
 class tst_Settings : public QObject
@@ -29,6 +35,8 @@ private slots:
     void filesWithoutKeys_data();
     void filesWithoutKeys();
     void unreadableFile();
+    void noRegularFile_data();
+    void noRegularFile();
     void oneValue_data();
     void oneValue();
     void keysAreFoundByTheirExactName_data();
@@ -254,10 +262,24 @@ void tst_Settings::unreadableFile()
         QVERIFY(log.lines().isEmpty());
     }
     QCOMPARE(byGetters(), defaultValues);
+}
 
-    QVERIFY(QFile::remove(settingsPath));
-    QVERIFY(QDir().mkdir(settingsPath));
-    QVERIFY(Settings::load()); // a directory exists, too
+void tst_Settings::noRegularFile_data()
+{
+    QTest::addColumn<std::function<bool()>>("make");
+    const auto row = [](const char* name, const std::function<bool()>& make) { QTest::newRow(name) << make; };
+    row("a directory", [] { return QDir().mkdir(settingsPath); });
+    row("a pipe that nobody writes to", [] { return ::mkfifo(qPrintable(settingsPath), 0644) == 0; });
+    row("a device without end", [] { return QFile::link(QStringLiteral("/dev/zero"), settingsPath); });
+}
+
+void tst_Settings::noRegularFile()
+{
+    QFETCH(std::function<bool()>, make);
+    QVERIFY(make());
+    const LogRecorder log;
+    QVERIFY(Settings::load()); // it exists, and has no keys
+    QVERIFY(log.lines().isEmpty());
     QCOMPARE(byGetters(), defaultValues);
 }
 
