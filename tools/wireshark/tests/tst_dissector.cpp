@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: MIT
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QXmlStreamReader>
+#include <QtTest>
+
+#include "capturewriter.h"
+#include "framefaults.h"
+
+/// The dissector and r7m-frame-check read the same captures; whatever one of them says, the other has to say
+/// too.
+class TestDissector : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void agrees_data();
+    void agrees();
+    void namesTheReasons();
+    void filters();
+
+private:
+    QString write(const QList<QByteArray>& frames, bool isNewFormat);
+
+    QTemporaryDir directory;
+};
+
+namespace {
+
+struct Field
+{
+    QString name;
+    int offset = 0;
+    QString octets;
+    QString shown;
+};
+
+/// What one of the two programs says about a frame.
+struct Said
+{
+    bool isAccepted = false;
+    QStringList log;
+    QVector<Field> fields;
+    QStringList reasons; ///< filter names of the expert information
+};
+
+QByteArray output(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit) {
+        qFatal("%s does not run", qPrintable(program));
+    }
+    return process.readAllStandardOutput();
+}
+
+/// What tshark prints with the dissector.
+QByteArray tshark(const QStringList& arguments)
+{
+    return output(QStringLiteral("tshark"),
+                  QStringList{QStringLiteral("-X"), QStringLiteral("lua_script:" DISSECTOR)} + arguments);
+}
+
+/// A field as tshark shows it; numbers in decimal.
+Field readField(const QXmlStreamAttributes& attributes, int base)
+{
+    Field field;
+    field.name = attributes.value(QLatin1String("name")).toString().mid(4);
+    field.offset = attributes.value(QLatin1String("pos")).toInt() - base;
+    field.octets = attributes.value(QLatin1String("value")).toString();
+    field.shown = attributes.value(QLatin1String("show")).toString();
+    if (field.shown.startsWith(QLatin1String("0x"))) {
+        field.shown = QString::number(field.shown.toUInt(nullptr, 16));
+    }
+    return field;
+}
+
+QVector<Said> dissected(const QString& path)
+{
+    QXmlStreamReader xml(tshark({QStringLiteral("-r"), path, QStringLiteral("-T"), QStringLiteral("pdml")}));
+    static const QStringList structure{QStringLiteral("rlp.section"), QStringLiteral("rlp.section.decoded"),
+                                       QStringLiteral("rlp.core.item")};
+    QVector<Said> frames;
+    int base = -1;
+    while (!xml.atEnd()) {
+        if (xml.readNext() != QXmlStreamReader::StartElement) {
+            continue;
+        }
+        const QXmlStreamAttributes attributes = xml.attributes();
+        const QString name = attributes.value(QLatin1String("name")).toString();
+        if (xml.name() == QLatin1String("proto")) {
+            base = name == QLatin1String("rlp") ? attributes.value(QLatin1String("pos")).toInt() : -1;
+            frames.resize(frames.size() + (base >= 0 ? 1 : 0));
+        } else if (base < 0 || !name.startsWith(QLatin1String("rlp."))) {
+            continue;
+        } else if (name == QLatin1String("rlp.accepted")) {
+            frames.last().isAccepted = attributes.value(QLatin1String("show")) == QLatin1String("1");
+        } else if (name == QLatin1String("rlp.log")) {
+            frames.last().log += attributes.value(QLatin1String("show")).toString();
+        } else if (name.startsWith(QLatin1String("rlp.reason."))) {
+            frames.last().reasons += name.mid(11);
+        } else if (!structure.contains(name)) {
+            frames.last().fields += readField(attributes, base);
+        }
+    }
+    return frames;
+}
+
+QVector<Said> checked(const QString& path)
+{
+    QVector<Said> frames;
+    QStringList pending;
+    for (const QByteArray& line :
+         output(QStringLiteral(FRAME_CHECK), {QStringLiteral("--json"), path}).split('\n')) {
+        const QJsonObject object = QJsonDocument::fromJson(line).object();
+        const QString event = object.value(QLatin1String("event")).toString();
+        if (event == QLatin1String("link-lost")) {
+            pending += object.value(QLatin1String("log")).toString();
+        }
+        if (event != QLatin1String("frame") || object.value(QLatin1String("octets")) == 0) {
+            continue; // what carries nothing is shown to no dissector
+        }
+        Said said{object.value(QLatin1String("accepted")).toBool(), pending, {}, {}};
+        pending.clear();
+        for (const QJsonValue& text : object.value(QLatin1String("log")).toArray()) {
+            said.log += text.toString();
+        }
+        for (const QJsonValue& field : object.value(QLatin1String("fields")).toArray()) {
+            const QJsonValue value = field[QLatin1String("value")];
+            said.fields += {field[QLatin1String("name")].toString(), field[QLatin1String("offset")].toInt(),
+                            field[QLatin1String("octets")].toString(),
+                            value.isBool()     ? QString::number(int(value.toBool()))
+                            : value.isDouble() ? QString::number(value.toDouble(), 'f', 0)
+                                               : value.toString()};
+        }
+        frames += said;
+    }
+    for (Said& said : frames) {
+        std::stable_sort(said.fields.begin(), said.fields.end(),
+                         [](const Field& left, const Field& right) { return left.offset < right.offset; });
+    }
+    return frames;
+}
+
+/// Fields one a line; values only where both programs print them alike.
+QStringList summary(QVector<Field> fields)
+{
+    std::stable_sort(fields.begin(), fields.end(),
+                     [](const Field& left, const Field& right) { return left.offset < right.offset; });
+    static const QRegularExpression plain(QStringLiteral("^[0-9A-Za-z_. -]*$"));
+    QStringList lines;
+    for (const Field& field : fields) {
+        const bool isPlain = field.name != QLatin1String("core.value") && plain.match(field.shown).hasMatch();
+        lines += QStringLiteral("%1 at %2: %3 %4")
+                     .arg(field.name)
+                     .arg(field.offset)
+                     .arg(field.octets, isPlain ? field.shown : QString());
+    }
+    return lines;
+}
+
+QList<QByteArray> allSections()
+{
+    QByteArray snmp = QByteArray::fromHex("0500010202040102");
+    for (int i = 0; i < 17; ++i) {
+        snmp += QByteArray("text-").append(char('a' + i)).leftJustified(32, i == 3 ? 'x' : '\0');
+    }
+    snmp += QByteArray::fromHex("a100a200") + QByteArray("\x0a\x00\x00\x01", 4).repeated(5);
+    return {
+        Simulator::encodeSection(0x10,
+                                 QByteArray::fromHex("070001000200020000 00d20445230100 6672000000000000")),
+        Simulator::encodeSection(0x20, QByteArray::fromHex("01000203")),
+        Simulator::encodeSection(0x30, QByteArray::fromHex("0100c0a8010affffff00c0a80101c0a80102c0a80103")),
+        Simulator::encodeSection(0x40, snmp),
+        Simulator::encodeSection(0x60, QByteArray::fromHex("0100f601")),
+        Simulator::encodeSection(0x80, QByteArray::fromHex("0400010000040200fd08"
+                                                           "0400020000080300352e33"
+                                                           "0500010001010000"))};
+}
+
+QByteArray goodFrame(quint32 sequence)
+{
+    Simulator::FrameParts parts;
+    parts.sequence = sequence;
+    parts.sections = allSections();
+    return Simulator::encodeFrame(parts);
+}
+
+QByteArray spoiledFrame(const Simulator::FrameFault& fault, quint32 sequence)
+{
+    Simulator::FrameParts parts;
+    parts.sequence = sequence;
+    parts.sections = allSections();
+    return fault.build(parts);
+}
+
+/// One frame of each fault of the simulated controller, each after a good one.
+QList<QByteArray> everyFault()
+{
+    QList<QByteArray> frames;
+    for (const Simulator::FrameFault& fault : Simulator::frameFaults()) {
+        frames += goodFrame(quint32(2 * frames.size() + 1));
+        frames += spoiledFrame(fault, quint32(2 * frames.size() + 1));
+    }
+    return frames;
+}
+
+/// Frames of the same controller with some octets changed, under a right checksum.
+QList<QByteArray> mutations(quint32 seed, int count)
+{
+    QRandomGenerator random(seed);
+    QList<QByteArray> frames;
+    for (int i = 0; i < count; ++i) {
+        QByteArray octets = goodFrame(quint32(10 + i)).chopped(2);
+        for (int changes = random.bounded(1, 4); changes > 0; --changes) {
+            static const int places[] = {4, 6, 16, 18, 19, 44, 46, 52, 54, 78, 80, 658, 660, 666, 668, 676};
+            octets[places[random.bounded(int(std::size(places)))]] =
+                char(random.bounded(256) >> random.bounded(8));
+        }
+        frames += octets + Simulator::littleEndian(Simulator::crcKermit(octets), 2);
+    }
+    return frames;
+}
+
+} // namespace
+
+QString TestDissector::write(const QList<QByteArray>& frames, bool isNewFormat)
+{
+    const QString path = directory.filePath(QStringLiteral("a.pcap"));
+    {
+        CaptureWriter writer(path);
+        qint64 time = 1000000000;
+        for (int i = 0; i < frames.size(); ++i) {
+            time += i % 7 == 6 ? 11000000 : 250000; // the link is lost now and then
+            writer.packet(time, CaptureWriter::ipv4(17, CaptureWriter::udp(frames[i]),
+                                                    i % 10 == 9 ? "192.168.7.3" : "192.168.7.2"));
+        }
+    }
+    if (!isNewFormat) {
+        return path;
+    }
+    const QString other = directory.filePath(QStringLiteral("a.pcapng"));
+    output(QStringLiteral("editcap"), {QStringLiteral("-F"), QStringLiteral("pcapng"), path, other});
+    return other;
+}
+
+void TestDissector::agrees_data()
+{
+    QTest::addColumn<QList<QByteArray>>("frames");
+    QTest::addColumn<bool>("isNewFormat");
+    QTest::newRow("good frames") << QList<QByteArray>{goodFrame(1), goodFrame(2), goodFrame(4)} << false;
+    QTest::newRow("good frames, pcapng")
+        << QList<QByteArray>{goodFrame(1), goodFrame(2), goodFrame(4)} << true;
+    QTest::newRow("repeated, back, first 0")
+        << QList<QByteArray>{goodFrame(0), goodFrame(5), goodFrame(5),
+                             goodFrame(3), goodFrame(0), goodFrame(4294967295)}
+        << false;
+    QTest::newRow("every fault between good frames") << everyFault() << false;
+    QTest::newRow("every fault between good frames, pcapng") << everyFault() << true;
+    for (quint32 seed = 1; seed <= 3; ++seed) {
+        QTest::addRow("mutations %u", seed) << mutations(seed, 400) << false;
+    }
+}
+
+void TestDissector::agrees()
+{
+    QFETCH(QList<QByteArray>, frames);
+    QFETCH(bool, isNewFormat);
+    const QString path = write(frames, isNewFormat);
+    const QVector<Said> theirs = dissected(path);
+    const QVector<Said> ours = checked(path);
+    QVERIFY(!ours.isEmpty());
+    QCOMPARE(theirs.size(), ours.size());
+    for (int i = 0; i < ours.size(); ++i) {
+        QCOMPARE(theirs[i].log, ours[i].log);
+        QCOMPARE(theirs[i].isAccepted, ours[i].isAccepted);
+        QCOMPARE(summary(theirs[i].fields), summary(ours[i].fields));
+    }
+}
+
+void TestDissector::namesTheReasons()
+{
+    // The expert information of each fault, by the names that filters use; as many frames as faults.
+    struct Row
+    {
+        const char* fault;
+        const char* reasons;
+    };
+    const Row rows[] = {{"crc", "checksum"},
+                        {"magic", "magic"},
+                        {"version", "version"},
+                        {"payload-length", "payload_length"},
+                        {"offset-low", "section_offset"},
+                        {"offset-high", "section_offset"},
+                        {"zero-sections", "section_count"},
+                        {"many-sections", "too_short"},
+                        {"continuity", "continuity"},
+                        {"sequence-zero", "sender"}, // every tenth packet is another's,
+                        {"truncated", "checksum"},
+                        {"tiny", "checksum"}};
+    QList<QByteArray> frames;
+    for (const Row& row : rows) {
+        frames +=
+            spoiledFrame(*Simulator::findFrameFault(QLatin1String(row.fault)), quint32(frames.size() + 1));
+    }
+    const QVector<Said> said = dissected(write(frames, false));
+    QCOMPARE(said.size(), int(std::size(rows)));
+    for (int i = 0; i < said.size(); ++i) {
+        QVERIFY2(said[i].reasons.contains(QLatin1String(rows[i].reasons)), rows[i].fault);
+    }
+}
+
+void TestDissector::filters()
+{
+    const QString path =
+        write({goodFrame(1), spoiledFrame(*Simulator::findFrameFault(QStringLiteral("crc")), 2)}, false);
+    const auto numbers = [&path](const char* filter) {
+        return tshark({QStringLiteral("-r"), path, QStringLiteral("-Y"), QLatin1String(filter),
+                       QStringLiteral("-T"), QStringLiteral("fields"), QStringLiteral("-e"),
+                       QStringLiteral("frame.number")});
+    };
+    QCOMPARE(numbers("rlp.reason.checksum"), QByteArray("2\n"));
+    QCOMPARE(
+        numbers("rlp.devinfo.lang == \"fr\" && rlp.netcfg.ip == 192.168.1.10 && rlp.snmpcfg.port == 161"),
+        QByteArray("1\n"));
+}
+
+QTEST_GUILESS_MAIN(TestDissector)
+
+#include "tst_dissector.moc"
