@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
-# What the commands in this directory share. To be sourced; sets the root of the repository as $root.
+# Functions that the commands in this directory share. Source it; it sets $root to the root of the repository.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 command_name=scripts/$(basename "$0")
 
-# One line that says what the user is waiting for.
+# Prints one line about what the user waits for.
 say()
 {
     printf '%s: %s\n' "$command_name" "$*" >&2
@@ -64,13 +64,13 @@ build()
     if [ $# -gt 0 ]; then
         targets=(--target "$@")
     fi
-    # What a command prints is its own: ninja says on the standard output that there was nothing to do.
+    # Keeps the standard output for the command: ninja would print there that it has nothing to do.
     cmake --build "$build" "${targets[@]}" -- --quiet >&2 || fail "the build failed"
 }
 
 # --- packages and other processors ---
 
-# Roots of Debian systems that the commands make for themselves; may be removed at any time.
+# Roots of Debian systems that the commands create; may be removed at any time.
 # shellcheck disable=SC2034 # the commands use it
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/varnel-browser
 
@@ -87,7 +87,7 @@ need_programs()
         fail "apt-get could not install ${missing[*]}"
 }
 
-# export_source DIRECTORY: what belongs to the repository, as it is now, with its times.
+# export_source DIRECTORY: copies the files of the repository in their present state, with their times.
 export_source()
 {
     mkdir -p "$1"
@@ -113,7 +113,7 @@ stamp_version()
         -e "s/^ -- \(.*>\)  .*/ -- \1  $(git -C "$root" log -1 --format=%cD)/" "$1/debian/changelog"
 }
 
-# remove_root DIRECTORY: never follows into another filesystem, should anything be mounted there.
+# remove_root DIRECTORY: stays on one filesystem, in case something is mounted there.
 remove_root()
 {
     as_root rm -rf --one-file-system "$1"
@@ -138,7 +138,7 @@ in_root()
         "${options[@]}" --chdir / -- "$@"
 }
 
-# The place where this machine's apt gets Debian's packages from: whoever has a mirror of their own need not tell us.
+# The mirror from which this machine's apt gets Debian's packages.
 debian_mirror()
 {
     local site
