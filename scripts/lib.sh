@@ -113,9 +113,11 @@ stamp_version()
         -e "s/^ -- \(.*>\)  .*/ -- \1  $(git -C "$root" log -1 --format=%cD)/" "$1/debian/changelog"
 }
 
-# remove_root DIRECTORY: stays on one filesystem, in case something is mounted there.
+# remove_root DIRECTORY: stays on one filesystem, in case something is mounted there. A panel that ran in it has protected
+# the mount point of its drive.
 remove_root()
 {
+    as_root chattr -i "$1/usbmnt" "$1"/*/usbmnt 2> /dev/null || :
     as_root rm -rf --one-file-system "$1"
 }
 

@@ -1,13 +1,71 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# What the panel would stumble over, one clear line for each. Run by varnel-browser.service before the panel; fails, and
-# with it the start, when there is nothing to draw on. Everything else the panel lives without.
+# Run by varnel-browser.service before the panel, as root and outside of its confinement. It prepares what the panel has no
+# privileges for, says in one clear line each what the panel would stumble over, and waits for what the panel cannot do
+# without: its display, and the address on which it listens. Fails, and with it the start, when one does not come.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
 usage() {
     echo "Usage: $SCRIPT_NAME (QT_QPA_PLATFORM in the environment, as the panel will see it)"
 }
+
+# How long one start waits; the service manager starts the next one right after it.
+DISPLAY_SECONDS=5
+ADDRESS_SECONDS=120
+
+# --- settings ---
+
+# The panel takes a file that is no INI file for an empty one, without a word.
+check_settings() {
+    [ -e "$PANEL_SETTINGS" ] || return 0
+    if ! grep -Eq '^[[:space:]]*\[[A-Za-z]+\]' -- "$PANEL_SETTINGS" ||
+        grep -Evq '^[[:space:]]*(|[;].*|\[.*\]|[^=]+=.*)[[:space:]]*$' -- "$PANEL_SETTINGS"; then
+        say "$PANEL_SETTINGS is not the INI file that it should be: what cannot be read has its default"
+    fi
+}
+
+# make_readable FILE: a file with a password is not for everybody, but the panel has to read it.
+make_readable() {
+    [ -f "$1" ] || return 0
+    [ -z "$(find -L "$1" -maxdepth 0 \( -perm -004 -o -group "$PANEL_GROUP" -perm -040 \))" ] || return 0
+    if { chgrp -- "$PANEL_GROUP" "$1" && chmod g+r -- "$1"; } 2>/dev/null; then
+        say "$1 could not be read by the panel: it belongs to the group $PANEL_GROUP now"
+    else
+        say "the panel cannot read $1 and takes defaults: chgrp $PANEL_GROUP $1 && chmod g+r $1"
+    fi
+}
+
+# --- confinement ---
+
+# The unit may open no device but a few. A kernel that cannot hold it to that ignores it, and so does systemd; then this
+# one opens.
+check_confinement() {
+    if [ -n "${INVOCATION_ID:-}" ] && (: </dev/kmsg) 2>/dev/null; then
+        say "THE CONFINEMENT IS INCOMPLETE: this kernel does not hold the unit to its devices and addresses" \
+            "(CONFIG_CGROUP_BPF)"
+    fi
+}
+
+# --- outputs ---
+
+check_outputs() {
+    [ -e /sys/class/gpio/export ] || say "no GPIO lines below /sys/class/gpio: LEDs and buzzer stay dark"
+    "$SCRIPT_DIR/paneloutputs.sh"
+}
+
+# --- directories ---
+
+# What the panel sees of these two in its confinement are the directories of this moment.
+prepare_directories() {
+    mkdir -p -- /dev/input || :
+    if point=$(mount_point); then
+        mkdir -p -- "$point" 2>/dev/null || :
+        [ ! -d "$point" ] || close_mount_point "$point"
+    fi
+}
+
+# --- display ---
 
 # The device that "linuxfb:fb=/dev/fb1:..." names, /dev/fb0 if none.
 frame_buffer() {
@@ -20,32 +78,60 @@ frame_buffer() {
     esac
 }
 
-check_display() {
+has_display() {
     case $1 in
-        linuxfb*)
-            device=$(frame_buffer "$1")
-            [ -e "$device" ] || fail "no frame buffer $device: is its driver there? QT_QPA_PLATFORM=$1"
-            ;;
+        linuxfb*) [ -e "$(frame_buffer "$1")" ] ;;
         eglfs*)
             set -- /dev/dri/card*
-            [ -e "$1" ] || fail "no display below /dev/dri: is its driver there? QT_QPA_PLATFORM is eglfs"
+            [ -e "$1" ]
             ;;
     esac
 }
 
-check_outputs() {
-    [ -e /sys/class/gpio/export ] || say "no GPIO lines below /sys/class/gpio: LEDs and buzzer stay dark"
+await_display() {
+    if await "$DISPLAY_SECONDS" has_display "$1"; then
+        return 0
+    fi
+    case $1 in
+        linuxfb*) fail "no frame buffer $(frame_buffer "$1"): is its driver there? QT_QPA_PLATFORM=$1" ;;
+        *) fail "no display below /dev/dri: is its driver there? QT_QPA_PLATFORM is eglfs" ;;
+    esac
 }
 
-# The panel takes a file that is no INI file for an empty one, without a word.
-check_settings() {
-    [ -e "$PANEL_SETTINGS" ] || return 0
-    if [ ! -r "$PANEL_SETTINGS" ]; then
-        say "$PANEL_SETTINGS cannot be read: all settings have their defaults"
-    elif ! grep -Eq '^[[:space:]]*\[[A-Za-z]+\]' -- "$PANEL_SETTINGS" ||
-        grep -Evq '^[[:space:]]*(|[;].*|\[.*\]|[^=]+=.*)[[:space:]]*$' -- "$PANEL_SETTINGS"; then
-        say "$PANEL_SETTINGS is not the INI file that it should be: what cannot be read has its default"
+# --- address ---
+
+# has_address INTERFACE ADDRESS: what the panel listens on is there; INTERFACE does not count beside ADDRESS.
+has_address() {
+    case $2 in
+        '') [ -z "$1" ] || [ -n "$(ip -4 -o address show dev "$1" up 2>/dev/null)" ] ;;
+        0.0.0.0 | 127.*) ;;
+        *) ! is_ipv4 "$2" || ip -4 route show table local | grep -Eq "^(local|broadcast) $2( |$)" ;;
+    esac
+}
+
+# The monitor says each change. In its first moment it may not listen yet: hence one more look.
+await_address() {
+    interface=$(panel_setting Network UdpInterface eth1)
+    address=$(panel_setting Network UdpBindAddress '')
+    if has_address "$interface" "$address"; then
+        return 0
     fi
+    wanted=${address:-"an address of $interface"}
+    say "waiting for $wanted, on which the panel listens"
+    {
+        timeout "$ADDRESS_SECONDS" ip monitor link address route &
+        echo "$!"
+        sleep 0.3
+        echo
+        wait
+    } | {
+        read -r monitor
+        until has_address "$interface" "$address"; do
+            read -r _ || break
+        done
+        kill "$monitor" 2>/dev/null || :
+    }
+    has_address "$interface" "$address" || fail "still waiting for $wanted: is the interface there and configured?"
 }
 
 case ${1:-} in
@@ -56,6 +142,13 @@ case ${1:-} in
         ;;
     *) bad_usage "no arguments are taken" ;;
 esac
+if getent group "$PANEL_GROUP" >/dev/null; then
+    make_readable "$PANEL_SETTINGS"
+    make_readable "$(panel_setting ModbusServer ModbusMap /usr/local/etc/modbus.map)"
+fi
 check_settings
+check_confinement
 check_outputs
-check_display "${QT_QPA_PLATFORM:-}"
+prepare_directories
+await_display "${QT_QPA_PLATFORM:-}"
+await_address

@@ -4,23 +4,13 @@
 # the panel has ended. After an orderly end everything stays as the controller wanted it, as without this script; after a
 # crash, a kill or a hang nobody would ever switch the buzzer off, or stop a green light from telling that all is well.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
 usage() {
     echo "Usage: $SCRIPT_NAME (SERVICE_RESULT=success in the environment: do nothing)"
 }
 
 GPIO=/sys/class/gpio
-
-# pin_number KEY DEFAULT: as the panel reads it: a decimal number, of which the low 8 bits count; anything else is 0.
-pin_number() {
-    pin=$(panel_setting GPIO "$1" "$2")
-    is_number "$pin" || pin=0
-    while [ "$pin" != 0 ] && [ "${pin#0}" != "$pin" ]; do
-        pin=${pin#0}
-    done
-    echo $((${pin:-0} & 255))
-}
 
 # active_low KEY DEFAULT: as the panel writes it for a polarity setting; "no" and "off" are true there.
 active_low() {

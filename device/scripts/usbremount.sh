@@ -3,22 +3,10 @@
 # Remounts the USB drive read-write while a file is saved, and read-only again afterwards, so that a drive pulled at
 # any other time is never damaged. Exit status: 3 no drive, 4 busy, 5 the drive is write-protected, 1 anything else.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
 usage() {
     echo "Usage: $SCRIPT_NAME rw|ro"
-}
-
-# The mount point is the directory in which the panel saves, and no other: a mistyped setting must not remount
-# the system.
-mount_point() {
-    directory=$(panel_setting Files Directory /usbmnt)
-    case $directory in
-        / | *//* | */./* | */../* | */. | */..) fail "'$directory' cannot be the drive's mount point" ;;
-        /*) ;;
-        *) fail "'$directory' is no absolute path" ;;
-    esac
-    printf '%s\n' "$directory"
 }
 
 remount() {
@@ -26,6 +14,10 @@ remount() {
     point=$(mount_point)
     if ! mountpoint -q -- "$point"; then
         say "no drive is mounted on $point"
+        exit 3
+    fi
+    if [ "$(findmnt -n -o SOURCE --mountpoint "$point" | tail -n 1)" != "$(attached_drive)" ]; then
+        say "what is mounted on $point was not mounted by usbdrive.sh and is left alone"
         exit 3
     fi
     # What was written reaches the drive before its state changes; a failing drive is reported, not hidden.

@@ -65,14 +65,64 @@ check_equal "red is no number: line 0, written last" "1/1 " "$(state 0)"
 check_equal "the default lines are left alone" "1/9 1/9 " "$(state 224 230)"
 run 2 "an argument: refused" safestate.sh now
 
-# --- panelcheck.sh ---
+# --- paneloutputs.sh ---
 
 rm -f "$INI"
+echo 'varnel:x:4712:' >>/etc/group
+BLANK=/sys/devices/platform/fb0/blank
+BACKLIGHT=/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power
+lines 224 225 228 230 17
+mkdir -p /sys/class/graphics "${BACKLIGHT%/*}" "${BLANK%/*}"
+ln -s "${BLANK%/*}" /sys/class/graphics/fb0
+touch "$GPIO/export" "$GPIO/unexport" "$BLANK" "$BACKLIGHT" "${BACKLIGHT%/*}/brightness"
+rm "$GPIO/gpio225/direction"
+# given: the files that the panel's group may write
+given() {
+    find -L /sys -type f -group varnel -perm -020 | sort
+}
+run 0 "outputs: done" paneloutputs.sh
+check_equal "outputs: the files that the panel writes, and no other" "$(
+    cat <<END
+/sys/class/gpio/export
+/sys/class/gpio/gpio224/active_low
+/sys/class/gpio/gpio224/direction
+/sys/class/gpio/gpio224/value
+/sys/class/gpio/gpio225/active_low
+/sys/class/gpio/gpio225/value
+/sys/class/gpio/gpio228/active_low
+/sys/class/gpio/gpio228/direction
+/sys/class/gpio/gpio228/value
+/sys/class/gpio/gpio230/active_low
+/sys/class/gpio/gpio230/direction
+/sys/class/gpio/gpio230/value
+/sys/class/graphics/fb0/blank
+$BLANK
+$BACKLIGHT
+END
+)" "$(given)"
+check_equal "outputs: nothing is exported while no panel runs" "" "$(cat "$GPIO/export")"
+rm -r "$GPIO/gpio230"
+mkdir /run/varnel-browser
+run 0 "outputs for a panel that starts" paneloutputs.sh
+check_equal "outputs: what is missing is exported" "230" "$(cat "$GPIO/export")"
+rmdir /run/varnel-browser
+run 2 "an argument: refused" paneloutputs.sh 230
+mkdir -p /run/udev/rules.d
+sed "s:@VARNEL_FULL_SCRIPT_DIR@:$SCRIPTS:" "$ROOT_DIR/device/udev/91-varnel-outputs.rules.in" >/run/udev/rules.d/91-test.rules
+check_equal "udev rule: udev finds nothing wrong" "" \
+    "$(udevadm test /sys/class/net/lo 2>&1 | grep 91-test | grep -v Reading || :)"
+
+# --- panelcheck.sh ---
+
+rm -rf "$GPIO"
 mkdir -p "$GPIO"
 touch "$GPIO/export"
 mount -t tmpfs tmpfs /dev -o mode=0755
 mknod -m 0666 /dev/null c 1 3
 unset SERVICE_RESULT
+ip link add eth1 type veth peer name cable
+ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
+ip link set eth1 up
 
 export QT_QPA_PLATFORM=linuxfb
 run 1 "linuxfb without a frame buffer: fails" panelcheck.sh
@@ -109,5 +159,89 @@ done
 head -c 4096 /bin/sh >"$INI"
 run 0 "settings are a program: goes on" panelcheck.sh
 said "is not the INI file"
+
+# --- settings that the panel cannot read ---
+
+rights() {
+    stat -c '%G %a' "$INI"
+}
+printf '[Network]\nUdpPort=1\n' >"$INI"
+chmod 0600 "$INI"
+run 0 "settings of root's alone: goes on" panelcheck.sh
+said "$INI could not be read by the panel: it belongs to the group varnel now"
+check_equal "settings of root's alone: the panel's group reads them" "varnel 640" "$(rights)"
+run 0 "settings of the panel's group: goes on" panelcheck.sh
+check_equal "settings of the panel's group: not a word" "" "$(cat "$WORK/err")"
+chown root:root "$INI"
+chmod 0644 "$INI"
+run 0 "settings for everybody: goes on" panelcheck.sh
+check_equal "settings for everybody: left alone" "root 644" "$(rights)"
+chmod 0600 "$INI"
+mount --bind -o ro /usr/local/etc /usr/local/etc
+run 0 "settings that cannot be given: goes on" panelcheck.sh
+said "the panel cannot read $INI and takes defaults: chgrp varnel $INI && chmod g+r $INI"
+umount /usr/local/etc
+rm "$INI"
+
+# --- a kernel that does not hold the unit to its devices ---
+
+echo text >/dev/kmsg
+INVOCATION_ID=0 run 0 "devices are not held: goes on" panelcheck.sh
+said "THE CONFINEMENT IS INCOMPLETE"
+run 0 "by hand it is not asked" panelcheck.sh
+check_equal "by hand: not a word" "" "$(cat "$WORK/err")"
+
+# --- the panel's address ---
+
+# late WHAT LINE COMMAND...: panelcheck.sh waits, says so, and is done within a second after the command
+late() {
+    late_what=$1 late_line=$2
+    shift 2
+    "$SCRIPTS/panelcheck.sh" 2>"$WORK/err" &
+    late_pid=$!
+    check "$late_what: waits" eventually grep -qF "$late_line" "$WORK/err"
+    sleep 1 # a change of something else must not end it, nor must time
+    check "$late_what: still waits" kill -0 "$late_pid"
+    "$@"
+    late_since=$(date +%s%N)
+    check "$late_what: done" wait "$late_pid"
+    check "$late_what: within a second" [ $(($(date +%s%N) - late_since)) -lt 1000000000 ]
+}
+ip address flush dev eth1
+late "no address" "waiting for an address of eth1" ip address add 192.168.7.1/24 dev eth1
+ip link delete eth1
+appear() {
+    ip link add eth1 type veth peer name cable
+    ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
+    ip link set eth1 up
+}
+late "no interface" "waiting for an address of eth1" appear
+ip link set eth1 down
+late "an interface that is down" "waiting for an address of eth1" ip link set eth1 up
+printf '[Network]\nUdpBindAddress=10.1.1.1\n' >"$INI"
+late "no such own address" "waiting for 10.1.1.1, on which" ip address add 10.1.1.1/24 dev lo
+for address in 192.168.7.255 0.0.0.0 127.0.0.1 nonsense; do
+    printf '[Network]\nUdpBindAddress=%s\nUdpInterface=eth9\n' "$address" >"$INI"
+    run 0 "listening on $address: done" panelcheck.sh
+    check_equal "listening on $address: not a word" "" "$(cat "$WORK/err")"
+done
+printf '[Network]\nUdpInterface=\n' >"$INI"
+run 0 "no interface wanted: done" panelcheck.sh
+
+# --- the drive's directory ---
+
+for directory in / relative /run/../etc; do
+    printf '[Files]\nDirectory=%s\n' "$directory" >"$INI"
+    run 0 "a drive's directory '$directory': goes on" panelcheck.sh
+    said "'$directory'"
+done
+mkdir -m 0777 /run/used
+touch /run/used/file
+printf '[Files]\nDirectory=/run/used\n' >"$INI"
+run 0 "a directory in use: goes on" panelcheck.sh
+check_equal "a directory in use: left alone" "777" "$(stat -c %a /run/used)"
+rm /run/used/file
+run 0 "an empty directory: goes on" panelcheck.sh
+check_equal "an empty directory: closed" "755" "$(stat -c %a /run/used)"
 
 finish

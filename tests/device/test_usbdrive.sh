@@ -18,6 +18,11 @@ run 3 "no drive: missing" usbremount.sh rw
 said "no drive is mounted on $POINT"
 
 mount -t tmpfs -o ro tmpfs "$POINT"
+run 3 "a mount of somebody else: left alone" usbremount.sh rw
+said "was not mounted by usbdrive.sh"
+check "a mount of somebody else: read-only as before" is_state ro
+mkdir -p /run/varnel
+echo tmpfs >/run/varnel/usbdrive.device
 run 0 "rw: remounted" usbremount.sh rw
 check "rw: can be written" touch "$POINT/file"
 run 0 "rw again: no error" usbremount.sh rw
@@ -44,6 +49,7 @@ printf '[Files]\nDirectory=/run/test\n' >/usr/local/etc/varnel-browser.ini
 run 3 "a directory without a mount: missing" usbremount.sh rw
 check_equal "refused: no mount changed" "$before" "$(cat /proc/self/mountinfo)"
 umount "$POINT"
+rm /run/varnel/usbdrive.device
 printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
 
 # --- usbdrive.sh with a filesystem image on a loop device ---
@@ -53,6 +59,83 @@ mke2fs -q "$WORK/image"
 device=$(losetup --find --show "$WORK/image")
 trap 'umount -l "$POINT" 2>/dev/null || :; losetup -d "$device" 2>/dev/null || :' EXIT
 
+# A loop device has no bus; what udev finds out about a stick is put into its records.
+record=/run/udev/data/b$(stat -c '%Hr:%Lr' "$device")
+mkdir -p /run/udev/data
+# stick PROPERTY...
+stick() {
+    printf 'I:1\n' >"$record"
+    printf 'E:%s\n' "$@" >>"$record"
+}
+
+run 1 "a drive that udev does not know: refused" usbdrive.sh attach "$device"
+said "$device is no USB drive with a filesystem (ID_BUS=usb)"
+stick ID_BUS=ata ID_FS_USAGE=filesystem
+run 1 "a built-in disk: refused" usbdrive.sh attach "$device"
+said "(ID_BUS=usb)"
+stick ID_BUS=usb ID_FS_USAGE=crypto
+run 1 "a stick without a filesystem: refused" usbdrive.sh attach "$device"
+said "(ID_FS_USAGE=filesystem)"
+stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
+ln -s "$device" /dev/varnellink
+run 1 "a link to a stick: refused" usbdrive.sh attach /dev/varnellink
+said "/dev/varnellink is no block device"
+rm /dev/varnellink
+mknod /dev/varnelnode b "$(stat -c %Hr "$device")" "$(stat -c %Lr "$device")"
+run 1 "another name for a stick: refused" usbdrive.sh attach /dev/varnelnode
+said "/dev/varnelnode is no USB drive with a filesystem (DEVNAME=/dev/varnelnode)"
+rm /dev/varnelnode
+for name in /dev/../etc/passwd /dev/disk/by-id/x /dev/ "/dev/sda 1" "/dev/sda;id" /dev/-sda; do
+    run 2 "the name '$name': refused" usbdrive.sh attach "$name"
+done
+check_not "refused: nothing is mounted" mountpoint -q "$POINT"
+
+# Files that an attacker has put where the marker is to be, in a directory in which everybody may write.
+mkdir -m 1777 /run/tmp
+echo victim >/run/victim
+chown nobody /run/tmp
+printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/tmp/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+run 1 "a marker in a directory of somebody else: refused" usbdrive.sh attach "$device"
+said "others can replace files in /run/tmp"
+check_not "a marker in a directory of somebody else: not mounted" mountpoint -q "$POINT"
+chown root /run/tmp
+ln -s /run/victim /run/tmp/usbdrive
+run 0 "a link in the marker's place: mounted" usbdrive.sh attach "$device"
+check_equal "a link in the marker's place: replaced, not followed" "victim" "$(cat /run/victim)"
+check "a link in the marker's place: the marker is there" test -e /run/tmp/usbdrive
+check_equal "nothing else is made beside the marker" "usbdrive" "$(ls -A /run/tmp)"
+rm /run/tmp/usbdrive
+ln -s /run/victim /run/tmp/usbdrive
+run 0 "a marker that was exchanged: detached" usbdrive.sh detach "$device"
+check "a marker that was exchanged: its target stays" test -s /run/victim
+mkdir -p /run/tmp/usbdrive/full
+run 1 "a directory in the marker's place: refused" usbdrive.sh attach "$device"
+said "cannot set the marker file"
+check_not "a directory in the marker's place: not mounted" mountpoint -q "$POINT"
+printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+
+# Owners: FAT and exFAT, which have none, are the panel's. This kernel need not know them: the options are looked at.
+echo 'varnel:x:4711:4712::/:/bin/false' >>/etc/passwd
+echo 'varnel:x:4712:' >>/etc/group
+mkdir -p /usr/local/sbin
+mount -t tmpfs tmpfs /usr/local/sbin
+# shellcheck disable=SC2016
+printf '%s\n' '#!/bin/sh' 'echo "$*" >>/run/mounts' 'exit 1' >/usr/local/sbin/mount
+chmod 0755 /usr/local/sbin/mount
+for type in vfat exfat ext4; do
+    stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=$type
+    : >/run/mounts
+    run 1 "$type: not mounted" usbdrive.sh attach "$device"
+    sed -n 's/.*-o \([^ ]*\) .*/\1/p' /run/mounts | head -n 1 >/run/options
+    case $type in
+        ext4) check_not "ext4: owners as on the stick" grep -q uid= /run/options ;;
+        *) check "$type: the panel's" grep -q ',uid=4711,gid=4712,' /run/options ;;
+    esac
+    check "$type: links are not followed" grep -q ',nosymfollow$' /run/options
+done
+umount /usr/local/sbin
+stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
+
 run 0 "attach: mounted" usbdrive.sh attach "$device"
 check "attach: read-only" is_state ro
 check "attach: marker" test -e "$MARKER"
@@ -61,12 +144,14 @@ check "attach: no programs, devices or set-user-id from a stick" \
 run 1 "a second drive: left alone" usbdrive.sh attach "$device"
 said "already mounted"
 check_equal "marker: names the first drive" "$device" "$(cat "$MARKER")"
+check "attach: links are not followed" sh -c "findmnt -n -o OPTIONS $POINT | grep -q nosymfollow"
 
 run 0 "rw on the image: remounted" usbremount.sh rw
 echo "a log" >"$POINT/log.txt"
 run 0 "ro on the image: remounted" usbremount.sh ro
 check "ro: the file is on the medium" sh -c "debugfs -R 'cat /log.txt' '$WORK/image' 2>/dev/null | grep -qx 'a log'"
-check "remount: the drive's own limits stay" sh -c "findmnt -n -o OPTIONS $POINT | grep -q noexec"
+check "remount: the drive's own limits stay" \
+    sh -c "findmnt -n -o OPTIONS $POINT | grep noexec | grep -q nosymfollow"
 
 # --- a service with a view of its own of the mounts: it sees the drive writable exactly between rw and ro ---
 
@@ -121,9 +206,31 @@ check_not "a drive without a filesystem: no marker" test -e "$MARKER"
 run 1 "a file instead of a drive: refused" usbdrive.sh attach /dev/null
 run 2 "a path elsewhere: refused" usbdrive.sh attach /etc/passwd
 
+# --- without a drive its directory is closed ---
+
+# ramfs and tmpfs have no such attribute; this one has.
+mke2fs -q -F "$WORK/image2" 1024
+mkdir -p /run/disk
+mount "$WORK/image2" /run/disk
+mkdir -m 0777 /run/disk/point
+printf '[Files]\nDirectory=/run/disk/point\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
+mke2fs -q -F "$WORK/image"
+run 0 "attach to a directory of a disk" usbdrive.sh attach "$device"
+run 0 "detach from it" usbdrive.sh detach "$device"
+check_not "without a drive: root itself cannot write" touch /run/disk/point/file
+check_equal "without a drive: nobody else could" "755" "$(stat -c %a /run/disk/point)"
+run 0 "attach to it again" usbdrive.sh attach "$device"
+run 0 "detach from it again" usbdrive.sh detach "$device"
+umount /run/disk
+printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+dd if=/dev/zero of="$WORK/image" bs=64k count=1 conv=notrunc status=none
+
 mke2fs -q -F "$WORK/image"
 losetup -d "$device"
 device=$(losetup --find --show --read-only "$WORK/image")
+record=/run/udev/data/b$(stat -c '%Hr:%Lr' "$device")
+stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
 run 0 "write-protected drive: mounted" usbdrive.sh attach "$device"
 run 5 "write-protected drive: rw is refused" usbremount.sh rw
 said "write-protected"

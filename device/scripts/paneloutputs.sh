@@ -1,0 +1,45 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Gives the panel's group the files of the panel's outputs: the lines of LEDs and buzzer that the settings name, display
+# and backlight. The kernel gives them to root. Run as root before the panel starts and, by a udev rule, whenever one
+# of them appears; while the panel's unit runs, lines that are missing are exported.
+set -eu
+. "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
+
+usage() {
+    echo "Usage: $SCRIPT_NAME"
+}
+
+GPIO=/sys/class/gpio
+BLANK=/sys/class/graphics/fb0/blank
+BACKLIGHT=/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power
+
+# grant FILE...: those that exist; a line that only is an output has no direction.
+grant() {
+    for file in "$@"; do
+        [ ! -e "$file" ] || { chgrp -- "$PANEL_GROUP" "$file" && chmod g+w -- "$file"; } ||
+            say "cannot give $file to the group $PANEL_GROUP"
+    done
+}
+
+export_line() {
+    if [ -d /run/varnel-browser ] && [ -e "$GPIO/export" ] && [ ! -e "$GPIO/gpio$1" ]; then
+        echo "$1" 2>/dev/null >"$GPIO/export" || say "the kernel offers no GPIO line $1"
+    fi
+}
+
+case ${1:-} in
+    '') ;;
+    -h | --help)
+        usage
+        exit
+        ;;
+    *) bad_usage "no arguments are taken" ;;
+esac
+# The scripts without the panel have nobody to give anything to.
+getent group "$PANEL_GROUP" >/dev/null || exit 0
+grant "$GPIO/export" "$BLANK" "$BACKLIGHT"
+for line in $(output_lines); do
+    export_line "$line"
+    grant "$GPIO/gpio$line/direction" "$GPIO/gpio$line/active_low" "$GPIO/gpio$line/value"
+done
