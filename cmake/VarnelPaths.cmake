@@ -5,6 +5,7 @@
 set(VARNEL_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd looks for units")
 set(VARNEL_UDEV_RULES_DIR lib/udev/rules.d CACHE STRING "Where udev looks for rules")
 set(VARNEL_SYSUSERS_DIR lib/sysusers.d CACHE STRING "Where systemd looks for the users that packages need")
+set(VARNEL_SYSCTL_DIR lib/sysctl.d CACHE STRING "Where systemd looks for settings of the kernel")
 set(VARNEL_TMPFILES_DIR lib/tmpfiles.d CACHE STRING "Where systemd looks for the files to make at start")
 set(VARNEL_PICTURE_DIR ${CMAKE_INSTALL_DATADIR} CACHE STRING
     "Where the panel's own pictures go; ErrorImagePath in the panel's settings has to name or lead to it")
