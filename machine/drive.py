@@ -1,0 +1,171 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""The part of scripts/machine that runs in namespaces of its own: the networks, the controller, QEMU, and the tests."""
+import argparse
+import importlib
+import os
+import signal
+import subprocess
+import sys
+import time
+
+import speed
+from box import Box
+from qemu import Failure
+from surroundings import make_networks
+
+# In the order in which they run; each is a module of machine/tests with a function "run" and a line about it.
+TESTS = ("boot", "leds", "snmp", "usb", "touch", "network", "modbus", "watchdog")
+CI_TESTS = ("boot.both",)
+
+
+def parse():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--arch")
+    parser.add_argument("--image")
+    parser.add_argument("--run")
+    parser.add_argument("--simulator")
+    parser.add_argument("--packages")
+    parser.add_argument("--screenshot")
+    parser.add_argument("--record")
+    parser.add_argument("--cuts", type=int, default=5)
+    parser.add_argument("--kvm", action="store_true")
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("action", nargs="?")
+    parser.add_argument("names", nargs="*")
+    return parser.parse_args()
+
+
+def cases(names):
+    """The functions to run: those of a module by its name, one of them by MODULE.FUNCTION."""
+    sys.path.insert(1, os.path.join(os.path.dirname(os.path.abspath(__file__)), "tests"))
+    for name in TESTS:
+        module = importlib.import_module(name)
+        for case in module.CASES:
+            full = f"{name}.{case.__name__}"
+            if not names or name in names or full in names:
+                yield full, case
+
+
+def say(text):
+    print(f"scripts/machine: {text}", file=sys.stderr, flush=True)
+
+
+def screenshot(box):
+    box.dhcp_server()
+    box.controller(sections="devinfo,gpiostate,core")
+    panel = box.panel().start()
+    say("booting (about a minute)")
+    seconds = panel.await_page()
+    panel.screen().write(box.options.screenshot)
+    say(f"the page was there after {seconds:.0f} s: {box.options.screenshot}")
+
+
+def interactive(box, **changes):
+    box.dhcp_server()
+    box.controller(sections="devinfo,gpiostate,core")
+    panel = box.panel(**changes).start()
+    say("booting (about a minute); Ctrl-C ends it" if "window" in changes else "booting; \"poweroff\" ends it")
+    panel.process.wait()
+
+
+def run_tests(options, wanted):
+    unknown = [name for name in wanted if not any(name in (full, full.split(".")[0]) for full, _ in cases(()))]
+    if unknown:
+        say(f"no such test: {' '.join(unknown)}; --test list names them")
+        return 2
+    rows = []
+    failed = 0
+    for name, case in cases(wanted):
+        print(f"{name}: {case.__doc__}", flush=True)
+        box = Box(options)
+        start = time.monotonic()
+        try:
+            case(box)
+            result = "passed"
+        except (Failure, OSError, ValueError, subprocess.SubprocessError) as failure:
+            result = "FAILED"
+            failed += 1
+            box.show(f"FAILED: {failure}")
+            leave_evidence(box, name)
+        finally:
+            box.end()
+        print(f"  {result}, {time.monotonic() - start:.0f} s", flush=True)
+        rows.append((name, box.shown, result))
+    print(f"{len(rows) - failed} passed, {failed} failed")
+    if options.record:
+        record(os.path.join(options.record, "machine.md"), table(rows))
+    return 1 if failed else 0
+
+
+def run_speed(box):
+    say("booting at the panel's own speed (5 to 20 minutes)")
+    rows = speed.measure(box)
+    print(speed.table(rows), end="")
+    if box.options.record:
+        record(os.path.join(box.options.record, "performance.md"), speed.table(rows))
+
+
+def table(rows):
+    lines = ["| Test | What it does | What it showed | |", "|---|---|---|---|"]
+    documented = {name: case.__doc__ for name, case in cases(())}
+    return "\n".join(lines + [f"| {name} | {documented[name]} | {'; '.join(shown)} | {result} |" for name, shown, result in rows]) + "\n"
+
+
+def record(path, text):
+    """Puts a table between the marks of a page."""
+    with open(path, encoding="utf-8") as file:
+        page = file.read()
+    begin, end = "<!-- machine: begin -->\n", "<!-- machine: end -->"
+    head, rest = page.split(begin)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(head + begin + text + end + rest.split(end)[1])
+
+
+def leave_evidence(box, name):
+    """What was on the screen and in the journal of a test that has failed."""
+    for panel in box.living:
+        if getattr(panel, "monitor", None) is None or panel.process is None:
+            continue
+        base = os.path.join(os.path.dirname(box.options.run), f"failed-{name}")
+        try:
+            picture = panel.screen()
+            if picture is not None:
+                picture.write(base + ".png")
+            with open(base + ".journal", "w", encoding="utf-8") as file:
+                file.write(panel.journal())
+        except (Failure, OSError, ValueError):
+            pass
+        say(f"its screen and journal are kept as {base}.*")
+
+
+def main():
+    options = parse()
+    if options.list:
+        for name, case in cases(()):
+            print(f"{name:24} {case.__doc__}")
+        return 0
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    make_networks()
+    if options.action in ("test", "ci"):
+        return run_tests(options, CI_TESTS if options.action == "ci" else options.names)
+    box = Box(options)
+    try:
+        if options.action == "screenshot":
+            screenshot(box)
+        elif options.action == "speed":
+            run_speed(box)
+        else:
+            interactive(box, **({"shell": True} if options.action == "shell" else {"window": True}))
+    except Failure as failure:
+        say(str(failure))
+        return 1
+    finally:
+        box.end()
+    return 0
+
+
+try:
+    sys.exit(main())
+except KeyboardInterrupt:
+    sys.exit(130)
