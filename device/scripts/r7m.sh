@@ -3,18 +3,15 @@
 # Registers the controller that the panel follows, and removes it when the link is lost. The registration is a file
 # under /run and a hosts snippet; every executable of a drop-in directory is then told, with the same arguments.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+SCRIPT_DIR=${0%/*}
+[ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
+. "$SCRIPT_DIR/varnel-common.sh"
 
 usage() {
     cat <<END
 Usage: $SCRIPT_NAME add ADDRESS TYPE SNMP-PORT TRAP-PORT MODBUS-STATUS MODBUS-PORT BUILD
        $SCRIPT_NAME delete ADDRESS TYPE SNMP-PORT TRAP-PORT BUILD
 END
-}
-
-registered_address() {
-    [ -r "$STATE_DIR/controller" ] || return 0
-    sed -n 's/^ADDRESS=//p' "$STATE_DIR/controller"
 }
 
 # check_device TYPE SNMP-PORT TRAP-PORT BUILD: what both verbs are given. A controller may send 0 for a port it does
@@ -30,12 +27,14 @@ check_device() {
 # run_dropins ARGUMENTS...: in the order of their names. One that fails or hangs costs itself, not the others.
 run_dropins() {
     result=0
-    deadline=$(($(date +%s) + R7M_DROPIN_SECONDS))
+    deadline=
     for dropin in "$R7M_DROPIN_DIR"/*; do
         if [ ! -f "$dropin" ] || [ ! -x "$dropin" ]; then
             continue
         fi
-        seconds=$((deadline - $(date +%s)))
+        now=$(date +%s)
+        : "${deadline:=$((now + R7M_DROPIN_SECONDS))}"
+        seconds=$((deadline - now))
         if [ "$seconds" -lt 1 ]; then
             say "no time left for $dropin"
             result=1
@@ -47,6 +46,15 @@ run_dropins() {
     return "$result"
 }
 
+# register ADDRESS TYPE SNMP-PORT TRAP-PORT MODBUS-STATUS MODBUS-PORT BUILD: a reader sees a whole file at any time.
+register() {
+    private_dir "$STATE_DIR/new"
+    printf '%s %s\n' "$1" "$R7M_HOST_NAMES" >"$STATE_DIR/new/hosts"
+    printf '%s=%s\n' ADDRESS "$1" TYPE "$2" SNMP_PORT "$3" TRAP_PORT "$4" MODBUS_STATUS "$5" MODBUS_PORT "$6" BUILD "$7" \
+        >"$STATE_DIR/new/controller"
+    mv -f -- "$STATE_DIR/new/hosts" "$STATE_DIR/new/controller" "$STATE_DIR"
+}
+
 add() {
     [ $# -eq 7 ] || bad_usage "add takes 7 values, not $#"
     is_host_address "$1" || bad_usage "'$1' is no address of a controller"
@@ -55,14 +63,7 @@ add() {
         0 | 1) ;;
         *) bad_usage "the Modbus status is 0 or 1, not '$5'" ;;
     esac
-    replace_file 0644 "$STATE_DIR/hosts" "$1 $R7M_HOST_NAMES"
-    replace_file 0644 "$STATE_DIR/controller" "ADDRESS=$1
-TYPE=$2
-SNMP_PORT=$3
-TRAP_PORT=$4
-MODBUS_STATUS=$5
-MODBUS_PORT=$6
-BUILD=$7"
+    register "$@"
     result=0
     # A controller that takes over from another may bring the same SNMP configuration, which the panel then does not
     # apply again; the agent has to be pointed at the new address from here.
@@ -79,7 +80,8 @@ delete() {
     [ $# -eq 5 ] || bad_usage "delete takes 5 values, not $#"
     [ -z "$1" ] || is_host_address "$1" || bad_usage "'$1' is no address of a controller"
     check_device "$2" "$3" "$4" "$5"
-    if [ -z "$1" ] || [ "$(registered_address)" != "$1" ]; then
+    registered_controller
+    if [ -z "$1" ] || [ "$registered" != "$1" ]; then
         say "controller '$1' is not registered, nothing to remove"
         return 0
     fi

@@ -1,9 +1,11 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # Describes the panel's SNMP agent: it answers managers in the place of the controller, whose own agent it asks with
-# version 2c and the controller's community. Collected only; "snmpctl.sh apply" brings it into effect.
+# version 2c and the controller's community. Described only; "snmpctl.sh apply" hands it over.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+SCRIPT_DIR=${0%/*}
+[ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
+. "$SCRIPT_DIR/varnel-common.sh"
 . "$SCRIPT_DIR/varnel-snmp.sh"
 
 usage() {
@@ -21,38 +23,29 @@ END
 # the agent's own objects never hide the controller's.
 OWN_CONTEXT=varnel
 
-# access MODEL: who may read what stands in the view.
+# access MODEL: who may read what the view holds.
 access() {
     case $1 in
         V1) community_access v1 ;;
         V2) community_access v2c ;;
         V3*)
-            printf 'createUser %s\n' "$user${create:+ $create}"
-            printf 'rouser -s usm %s %s -V varnel *\n' "$user" "$level"
+            describe agent "createUser $user${create:+ $create}"
+            describe agent "rouser -s usm $user $level -V varnel *"
             ;;
     esac
 }
 
 community_access() {
-    cat <<END
-com2sec -Cn $context varnel default $community
-group varnel $1 varnel
-access varnel "" any noauth prefix varnel none none
-END
+    describe agent "com2sec -Cn $context varnel default $community"
+    describe agent "group varnel $1 varnel"
+    describe agent 'access varnel "" any noauth prefix varnel none none'
 }
 
-# agent_lines MODEL
-agent_lines() {
-    echo "view varnel included $oid"
-    access "$1"
-    echo "proxy ${context:+-Cn $context }-v 2c -c $community udp:@CONTROLLER@:${SNMP_CONTROLLER_PORT:-$port} $oid"
-}
-
-# describe [OID MODEL...]: the agent's part of the configuration. Without a model the controller wants no agent:
-# nobody may read anything.
-describe() {
+# describe_agent [OID MODEL...]: without a model the controller wants no agent: nobody may read anything.
+describe_agent() {
     if [ $# -eq 0 ]; then
-        return 0
+        describe model none
+        return
     fi
     [ $# -ge 2 ] || bad_usage "an object identifier without a model"
     is_oid "$1" || fail "'$1' is no numeric object identifier"
@@ -71,7 +64,11 @@ describe() {
             bad_usage "unknown model '$1'"
             ;;
     esac
-    agent_lines "$1"
+    describe model "$1"
+    describe agent "view varnel included $oid"
+    access "$1"
+    describe proxy "${context:+-Cn $context }-v 2c -c $community"
+    describe target "${SNMP_CONTROLLER_PORT:-$port} $oid"
 }
 
 case ${1:-} in
@@ -80,7 +77,7 @@ case ${1:-} in
         exit
         ;;
 esac
-begin_step
+begin_step c
 [ $# -ge 4 ] || bad_usage "at least 4 values are needed, not $#"
 controller=$1 port=$2 context=$3 community=$4
 shift 4
@@ -88,8 +85,7 @@ shift 4
 [ -z "$controller" ] || is_host_address "$controller" || bad_usage "'$controller' is no address of a controller"
 is_port "$port" || bad_usage "'$port' is no port"
 [ -z "$context" ] || check_name "context" "$context"
-agent=$(describe "$@")
-replace_file 0600 "$SNMP_STAGE/port" "${SNMP_AGENT_PORT:-$port}"
-replace_file 0600 "$SNMP_STAGE/controller" "$controller"
-replace_file 0600 "$SNMP_STAGE/agent" "$agent"
+describe controller "$controller"
+describe port "${SNMP_AGENT_PORT:-$port}"
+describe_agent "$@"
 end_step

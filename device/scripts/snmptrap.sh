@@ -2,9 +2,11 @@
 # SPDX-License-Identifier: MIT
 # Describes the traps: "init" says with what security model they travel and on which port the panel takes those of the
 # controller, "add" names a destination. A destination gets the traps of the panel's own agent and those of the
-# controller. Collected only; "snmpctl.sh apply" brings them into effect.
+# controller. Described only; "snmpctl.sh apply" hands them over.
 set -eu
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+SCRIPT_DIR=${0%/*}
+[ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
+. "$SCRIPT_DIR/varnel-common.sh"
 . "$SCRIPT_DIR/varnel-snmp.sh"
 
 usage() {
@@ -18,8 +20,9 @@ Models: V1 COMMUNITY
 END
 }
 
-# read_model MODEL...: sets listen (lines for snmptrapd.conf) and options (of a session for snmpd.conf).
+# read_model MODEL...: sets trap_user and listen (lines for snmptrapd.conf) and options (of a session for snmpd.conf).
 read_model() {
+    trap_user=
     case $1 in
         V1 | V2)
             [ $# -eq 2 ] || bad_usage "$1 takes one value, not $(($# - 1))"
@@ -39,8 +42,8 @@ read_model() {
                 engine=0x${engine#0x}
                 options="-e $engine $options"
             fi
-            listen="createUser ${engine:+-e $engine }$user${create:+ $create}
-authUser log,net $user $level"
+            trap_user="createUser ${engine:+-e $engine }$user${create:+ $create}"
+            listen="authUser log,net $user $level"
             ;;
         *)
             bad_usage "unknown model '$1'"
@@ -48,17 +51,18 @@ authUser log,net $user $level"
     esac
 }
 
-# The first destination stands in "init" as well; only "add" makes it one.
+# The first destination is named by "init" as well; only "add" makes it one.
 init() {
-    listen=
-    if [ $# -gt 2 ]; then
-        shift 2
-        read_model "$@"
-        listen="snmpTrapdAddr udp:$port
-$listen"
+    if [ $# -eq 2 ]; then
+        describe traps none
+        return
     fi
-    replace_file 0600 "$SNMP_STAGE/trapd" "$listen"
-    rm -f -- "$SNMP_STAGE/sinks" "$SNMP_STAGE/forwards"
+    describe traps "$3"
+    describe trapport "$port"
+    shift 2
+    read_model "$@"
+    [ -z "$trap_user" ] || describe listen "$trap_user"
+    describe listen "$listen"
 }
 
 # 0.0.0.0 is a destination that is not set in the controller.
@@ -73,8 +77,8 @@ add() {
     fi
     shift 2
     read_model "$@"
-    append_part sinks "trapsess $options udp:$address:$port"
-    append_part forwards "$address:$port"
+    describe sink "$options"
+    describe forward "$address:$port"
 }
 
 case ${1:-} in
@@ -83,7 +87,11 @@ case ${1:-} in
         exit
         ;;
 esac
-begin_step
+if [ "${1:-}" = init ]; then
+    begin_step i
+else
+    begin_step a
+fi
 [ $# -ge 3 ] || bad_usage "at least 3 values are needed, not $#"
 verb=$1 address=$2 port=$3
 shift

@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What the panel's device scripts share: messages, settings, checks of what comes from the controller, and files
-# that change in one step. It lies beside the scripts, each of which begins with
+# What the panel's device scripts share: messages, settings, checks of what comes from the controller, and files that
+# change in one step. It lies beside the scripts, each of which begins with
 #
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
 #
-# The panel waits 30 s for a script and ignores its exit status; the status and the messages on standard error are
-# for the integrator, who sees them with QT_LOGGING_RULES=varnel.script.debug=true or by running a script by hand.
+# The panel waits for these scripts and does nothing else meanwhile, on a processor on which each program that a script
+# starts costs 10 ms and more: what the panel runs often uses the shell's own means.
 
 LC_ALL=C
 export LC_ALL
@@ -15,10 +15,13 @@ PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 export PATH
 umask 022
 
-SCRIPT_NAME=$(basename -- "$0")
-SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
+SCRIPT_NAME=${0##*/}
 
-# Stands in every file that the scripts write whole, to tell it from one of the distribution or the integrator.
+# A line end, for patterns and lists.
+NEWLINE='
+'
+
+# Marks every file that the scripts write whole, to tell it from one of the distribution or the integrator.
 MADE_BY_MARK="Written by the panel's device scripts; changes are lost."
 
 # The two places where an integrator changes something: the panel's own settings and these scripts' settings.
@@ -27,9 +30,13 @@ DEVICE_SETTINGS=/usr/local/etc/varnel-device.conf
 
 # --- messages ---
 
-# say TEXT...: one line on standard error, with the script's name.
+# say TEXT...: one line on standard error, with the script's name; what is not printable ASCII becomes "?".
 say() {
-    printf '%s: %s\n' "$SCRIPT_NAME" "$*" >&2
+    said="$SCRIPT_NAME: $*"
+    case $said in
+        *[!\ -~]*) said=$(printf '%s' "$said" | tr -c ' -~' '?') ;;
+    esac
+    printf '%.400s\n' "$said" >&2
 }
 
 # fail TEXT...: says why and ends the script with status 1.
@@ -38,10 +45,9 @@ fail() {
     exit 1
 }
 
-# bad_usage TEXT...: says what is wrong with the arguments, shows usage() of the script, ends with status 2.
+# bad_usage TEXT...: says what is wrong with the arguments and ends the script with status 2.
 bad_usage() {
-    say "$@"
-    usage >&2
+    say "$* ($SCRIPT_NAME --help shows the usage)"
     exit 2
 }
 
@@ -81,13 +87,16 @@ load_settings() {
 
     NET_INTERFACE=eth0
     NET_BACKEND=auto
-    NET_WAIT_SECONDS=6
+    NET_WAIT_SECONDS=60
+
+    APPLY_PAUSE_SECONDS=5
 
     SNMP_USER=Debian-snmp
     SNMP_AGENT_PORT=
     SNMP_CONTROLLER_PORT=
 
     MODBUS_SERVER_PORT=
+    MODBUS_PORTS="502 1024-65535"
     MODBUS_BUS=system
 
     USB_MOUNT_OPTIONS=nosuid,nodev,noexec
@@ -108,6 +117,9 @@ is_number() {
 }
 
 is_port() {
+    case $1 in
+        0*) return 1 ;;
+    esac
     is_number "$1" && [ "$1" -ge 1 ] && [ "$1" -le 65535 ]
 }
 
@@ -115,10 +127,11 @@ is_port() {
 is_ipv4() {
     case $1 in
         '' | *[!0-9.]* | .* | *. | *..*) return 1 ;;
+        *.*.*.*.*) return 1 ;;
+        *.*.*.*) ;;
+        *) return 1 ;;
     esac
-    checked=$1
-    set -- 0 0
-    rest=$checked.
+    rest=$1.
     while [ -n "$rest" ]; do
         octet=${rest%%.*}
         rest=${rest#*.}
@@ -126,9 +139,7 @@ is_ipv4() {
             0?* | ????*) return 1 ;;
         esac
         [ "$octet" -le 255 ] || return 1
-        set -- $(($1 + 1)) 0
     done
-    [ "$1" -eq 4 ]
 }
 
 # An address that one host can have: no 0.x, loopback, multicast or broadcast.
@@ -139,7 +150,7 @@ is_host_address() {
     esac
 }
 
-# ipv4_number ADDRESS: the address as one number; the address has been checked before.
+# ipv4_number ADDRESS: sets number; the address has been checked before.
 ipv4_number() {
     rest=$1.
     number=0
@@ -147,20 +158,18 @@ ipv4_number() {
         number=$((number * 256 + ${rest%%.*}))
         rest=${rest#*.}
     done
-    printf '%s\n' "$number"
 }
 
-# prefix_length NETMASK: 255.255.255.0 gives 24; fails for a mask with holes and for what is no address.
+# prefix_length NETMASK: sets prefix, 24 for 255.255.255.0; fails for a mask with holes and for what is no address.
 prefix_length() {
     is_ipv4 "$1" || return 1
-    mask=$(ipv4_number "$1")
-    bits=0
-    while [ $((mask & 0x80000000)) -ne 0 ]; do
-        mask=$(((mask << 1) & 0xffffffff))
-        bits=$((bits + 1))
+    ipv4_number "$1"
+    prefix=0
+    while [ $((number & 0x80000000)) -ne 0 ]; do
+        number=$(((number << 1) & 0xffffffff))
+        prefix=$((prefix + 1))
     done
-    [ "$mask" -eq 0 ] || return 1
-    printf '%s\n' "$bits"
+    [ "$number" -eq 0 ]
 }
 
 # Printable ASCII without the two characters that a quoted word of a configuration file cannot hold unchanged.
@@ -171,11 +180,13 @@ is_plain_text() {
     esac
 }
 
-# Plain text that is one bare word: no blank, no apostrophe, and no leading "-", which would read as an option.
+# Plain text of up to 64 characters that is one bare word: no blank, no apostrophe, no leading "-", which would read as
+# an option, and no leading "#", which would begin a comment. The controller's fields have 32 octets.
 is_word() {
     case $1 in
-        '' | -* | *[!\!-~]* | *[\'\"\\]*) return 1 ;;
+        '' | [-#]* | *[!\!-~]* | *[\'\"\\]*) return 1 ;;
     esac
+    [ "${#1}" -le 64 ]
 }
 
 # A name that may stand in a path or on a command line: an interface, a user, a device.
@@ -204,16 +215,14 @@ replace_file() {
     return 1
 }
 
-# keep_original PATH: puts the distribution's own file aside once, before the first of ours takes its place.
-keep_original() {
-    if [ -f "$1" ] && [ ! -e "$1.before-varnel" ] && ! grep -q "$MADE_BY_MARK" "$1"; then
-        cp -p -- "$1" "$1.before-varnel"
-    fi
-}
-
-# private_dir PATH: a directory that root alone can look into.
+# private_dir PATH: a directory that root alone can look into. One that somebody else has made is not used.
 private_dir() {
-    mkdir -p -- "$1" && chmod 0700 -- "$1"
+    # Another script may be making it.
+    [ -d "$1" ] || (umask 022 && mkdir -p -- "${1%/*}" && mkdir -m 0700 -- "$1" 2>/dev/null) || [ -d "$1" ] ||
+        fail "cannot make $1"
+    if [ -h "$1" ] || [ ! -O "$1" ]; then
+        fail "$1 is not a directory of $(id -un)'s own"
+    fi
 }
 
 # --- the USB drive ---
@@ -225,49 +234,58 @@ unlock_mount() {
     mount -o remount,bind,rw -- "$1"
 }
 
-# --- services ---
+# --- wishes ---
+
+# A wish is a configuration that the controller wants. The script that checked it moves its description, one file, to
+# $STATE_DIR/wanted/KIND; varnel-config brings it into effect. KIND is snmp, network or modbus.
+
+# unit_starts_applier KIND: systemd watches for the wish.
+unit_starts_applier() {
+    [ -d /run/systemd/system ] || return 1
+    for unit_dir in /etc/systemd/system /usr/local/lib/systemd/system /lib/systemd/system /usr/lib/systemd/system; do
+        if [ -e "$unit_dir/varnel-config-$1.path" ]; then
+            return 0
+        fi
+    done
+    return 1
+}
+
+# start_applier KIND: lets varnel-config look at the kind again, in the background.
+start_applier() {
+    if unit_starts_applier "$1"; then
+        systemctl --no-block start "varnel-config@$1.service"
+    else
+        setsid --fork "$SCRIPT_DIR/varnel-config" apply "$1" </dev/null >/dev/null 8>&- 9>&-
+    fi
+}
+
+# hand_over KIND FILE: the file, complete and on the same filesystem, becomes the wish in one step. The last wish wins.
+hand_over() {
+    private_dir "$STATE_DIR/wanted"
+    mv -f -- "$2" "$STATE_DIR/wanted/$1"
+    unit_starts_applier "$1" || start_applier "$1"
+}
+
+# write_wish KIND TEXT: a wish that is described at once.
+write_wish() {
+    private_dir "$STATE_DIR/wanted"
+    umask 077
+    printf '%s\n' "$2" >"$STATE_DIR/wanted/.new-$1" || fail "cannot write to $STATE_DIR/wanted"
+    hand_over "$1" "$STATE_DIR/wanted/.new-$1"
+}
+
+# registered_controller: sets registered, the address of the controller that r7m.sh has registered, or nothing.
+registered_controller() {
+    registered=
+    if [ -r "$STATE_DIR/controller" ]; then
+        read -r registered <"$STATE_DIR/controller" || :
+        registered=${registered#ADDRESS=}
+        is_host_address "$registered" || registered=
+    fi
+}
 
 have() {
     command -v "$1" >/dev/null 2>&1
 }
 
-# allow_seconds N: all that follows, until the next call, may take so long together. The panel kills a script after
-# 30 s, and one that has to put a former state back needs a share of them for that.
-allow_seconds() {
-    DEADLINE=$(($(date +%s) + $1))
-}
-
-# The whole seconds that are left, at least one.
-seconds_left() {
-    left=$((DEADLINE - $(date +%s)))
-    [ "$left" -ge 1 ] || left=1
-    echo "$left"
-}
-
-# control_service VERB NAME: start, stop or restart, with the panel's init system.
-control_service() {
-    if [ -d /run/systemd/system ]; then
-        # Several configurations in a row are no crash loop: start afresh with systemd's own count.
-        systemctl reset-failed "$2.service" 2>/dev/null || :
-        timeout "$(seconds_left)" systemctl --no-ask-password "$1" "$2.service" >&2
-    elif [ -x "/etc/init.d/$2" ]; then
-        timeout "$(seconds_left)" "/etc/init.d/$2" "$1" >/dev/null
-    else
-        say "no service $2 on this panel"
-        return 1
-    fi
-}
-
-# await SECONDS COMMAND...: runs the command ten times a second until it succeeds; fails when the time is over.
-await() {
-    await_left=$(($1 * 10))
-    shift
-    until "$@"; do
-        await_left=$((await_left - 1))
-        [ "$await_left" -gt 0 ] || return 1
-        sleep 0.1
-    done
-}
-
 load_settings
-allow_seconds 25

@@ -1,34 +1,48 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What snmpctl.sh, snmpcfg.sh and snmptrap.sh share: the place where a new SNMP configuration is collected between
-# "init" and "apply", and the reading of a security model with its names and pass phrases. Needs varnel-common.sh.
+# What snmpctl.sh, snmpcfg.sh and snmptrap.sh share: the description of an SNMP configuration that grows between "init"
+# and "apply", and the reading of a security model with its names and pass phrases. Needs varnel-common.sh.
 #
-# The collected parts, in SNMP_STAGE (and, once applied, in SNMP_KEPT):
+# The description has a line "KEY VALUE" for each of these; varnel-applysnmp.sh reads it:
+#   controller  address of the controller whose agent is asked, or empty; begins the agent's part
 #   port        UDP port on which the panel's agent answers
-#   controller  address of the controller whose agent is asked, or empty
-#   agent       lines for snmpd.conf; @CONTROLLER@ stands for that address
-#   sinks       lines for snmpd.conf: where the agent's own traps go
-#   trapd       lines for snmptrapd.conf: which traps of the controller are taken
-#   forwards    ADDRESS:PORT of each destination to which they are passed on
+#   model       the agent's security model, "none" if it answers nobody
+#   agent       a line for snmpd.conf
+#   proxy       words of snmpd.conf's "proxy" line ahead of the controller's address
+#   target      what follows that address: port and object identifier
+#   traps       security model of the traps; begins the traps' part
+#   trapport    UDP port on which the panel takes the controller's traps
+#   listen      a line for snmptrapd.conf
+#   sink        words of snmpd.conf's "trapsess" line ahead of the destination
+#   forward     ADDRESS:PORT of that destination
 
 SNMP_STAGE=$STATE_DIR/snmp
-SNMP_KEPT=$KEEP_DIR/snmp
-SNMP_PARTS="port controller agent sinks trapd forwards"
+# The panel takes seven: the agent, the traps, five destinations.
+SNMP_STEPS=20
 
-# begin_step: a step of the transaction starts. It counts as failed until end_step, so that "apply" refuses whatever
-# way the step ends before: bad arguments, no space left, killed.
+# A step of the transaction marks its begin and its end with one letter each in these two files: whatever way a step
+# ends too early (bad arguments, no space left, killed), "apply" sees it.
+# begin_step LETTER
 begin_step() {
-    [ -d "$SNMP_STAGE" ] || fail "nothing was begun; run snmpctl.sh init first"
-    snmp_step=$(mktemp "$SNMP_STAGE/unfinished.XXXXXX")
+    [ -e "$SNMP_STAGE/lines" ] || fail "nothing was begun; run snmpctl.sh init first"
+    umask 077
+    snmp_step=$1
+    description=
+    begun=
+    read -r begun <"$SNMP_STAGE/begun" || :
+    [ "${#begun}" -le "$SNMP_STEPS" ] || fail "more than $SNMP_STEPS steps, snmpctl.sh init begins again"
+    printf '%s' "$1" >>"$SNMP_STAGE/begun"
+    [ "${#begun}" -lt "$SNMP_STEPS" ] || fail "more than $SNMP_STEPS steps, snmpctl.sh init begins again"
+}
+
+# describe KEY VALUE
+describe() {
+    description=$description$1\ $2$NEWLINE
 }
 
 end_step() {
-    rm -f -- "$snmp_step"
-}
-
-# append_part NAME LINE: adds a line to a part.
-append_part() {
-    (umask 077 && printf '%s\n' "$2" >>"$SNMP_STAGE/$1")
+    printf '%s' "$description" >>"$SNMP_STAGE/lines"
+    printf '%s' "$snmp_step" >>"$SNMP_STAGE/ended"
 }
 
 # A numeric object identifier, each of its numbers within 32 bits; names would need MIB files that the panel does not
@@ -61,10 +75,11 @@ check_pass_phrase() {
         -*) fail "the $1 begins with '-', which snmpd.conf cannot hold" ;;
     esac
     [ "${#2}" -ge 8 ] || fail "the $1 is shorter than the 8 characters that net-snmp asks for"
+    [ "${#2}" -le 64 ] || fail "the $1 is longer than 64 characters"
 }
 
 check_name() {
-    is_word "$2" || fail "the $1 is empty or has a character that snmpd.conf cannot hold"
+    is_word "$2" || fail "the $1 is empty, too long or has a character that snmpd.conf cannot hold"
 }
 
 # read_user MODEL USER [HASH PASS-PHRASE [CIPHER KEY]]: checks what a V3 model needs. Sets user, level as snmpd.conf and
@@ -85,7 +100,7 @@ read_user() {
     if [ "$needed" -ge 3 ]; then
         case $2 in
             MD5 | SHA) ;;
-            *) fail "'$2' is no authentication that snmpd knows (MD5, SHA)" ;;
+            *) fail "the hash is none that snmpd knows (MD5, SHA)" ;;
         esac
         check_pass_phrase "authentication pass phrase" "$3"
         create="$2 \"$3\""
@@ -94,7 +109,7 @@ read_user() {
     if [ "$needed" -eq 5 ]; then
         case $4 in
             DES | AES) ;;
-            *) fail "'$4' is no encryption that snmpd knows (DES, AES)" ;;
+            *) fail "the cipher is none that snmpd knows (DES, AES)" ;;
         esac
         check_pass_phrase "encryption pass phrase" "$5"
         create="$create $4 \"$5\""

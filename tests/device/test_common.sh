@@ -41,22 +41,40 @@ refuses is_ipv4 "" 1.2.3 1.2.3.4.5 1.2.3.256 1.2.3.1234 01.2.3.4 1..2.3 .1.2.3 1
 accepts is_host_address 10.0.0.1 192.168.1.20 223.255.255.254
 refuses is_host_address 0.0.0.0 0.1.2.3 127.0.0.1 224.0.0.1 239.1.1.1 240.0.0.1 255.255.255.255 host
 accepts is_port 1 502 65535
-refuses is_port "" 0 65536 -1 +1 5x 0x10 99999999999999999999 "5
+refuses is_port "" 0 0502 00 65536 -1 +1 5x 0x10 99999999999999999999 "5
 02"
 accepts is_plain_text "" "a b" "it's #1 \$x" "~!"
 refuses is_plain_text 'a"b' "a\\b" "a
 b" "$(printf 'a\tb')" "é" "$(printf 'a\177b')"
 accepts is_word public "c#1" "a\$b"
+accepts is_word "$(printf '%064d' 0)"
+refuses is_word "$(printf '%065d' 0)" "#c"
 refuses is_word "" "a b" "it's" -v 'a"' "a\\"
 accepts is_name eth0 eth0.5 wlan-1 a:b
 refuses is_name "" -x .. a/b "a b" "a;b"
 
 for pair in 255.255.255.255=32 255.255.255.252=30 255.255.255.0=24 255.255.0.0=16 128.0.0.0=1 0.0.0.0=0; do
-    check_equal "prefix_length ${pair%=*}" "${pair#*=}" "$(shared prefix_length "${pair%=*}")"
+    # shellcheck disable=SC2016
+    check_equal "prefix_length ${pair%=*}" "${pair#*=}" "$(shared eval "prefix_length ${pair%=*} && echo \$prefix")"
 done
 refuses prefix_length 255.0.255.0 255.255.255.1 0.0.0.255 255.255.255 mask
 
+# --- messages ---
+
+shared say "a$(printf '\033[31mb\nc\td\377')e"
+check_equal "say: one line without control characters" "run.sh: a?[31mb?c?d?e" "$(cat "$WORK/err")"
+shared say "$(printf '%05000d' 0)"
+check "say: a long text is cut" [ "$(wc -c <"$WORK/err")" -le 401 ]
+
 # --- files ---
+
+check "private_dir: made" shared private_dir "$WORK/own/private"
+check_equal "private_dir: for root alone" "700 root" "$(stat -c '%a %U' "$WORK/own/private")"
+mkdir "$WORK/foreign"
+chown nobody "$WORK/foreign"
+check_not "private_dir: another user's directory is not used" shared private_dir "$WORK/foreign"
+ln -s "$WORK/own" "$WORK/link"
+check_not "private_dir: a link is not used" shared private_dir "$WORK/link"
 
 printf 'former\n' >"$WORK/file"
 check "replace_file: writes" shared replace_file 0640 "$WORK/file" "line 1
@@ -114,6 +132,7 @@ for script in "$SCRIPTS"/*.sh; do
     check "$name --help: the usage" grep -q "^Usage: $name" "$WORK/out"
     run 2 "$name with an argument too many: refused" "$name" a b c d e f g h i j k l
     said "$name: "
+    check_equal "$name: one line says so" 1 "$(wc -l <"$WORK/err")"
     check_equal "$name: nothing on standard output for a failure" "" "$(cat "$WORK/out")"
 done
 finish

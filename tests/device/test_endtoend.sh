@@ -21,6 +21,10 @@ far ip address add "$MANAGER/24" dev far0
 
 # --- the panel's system ---
 
+# The scripts and, among them, the program that has a script's name.
+mkdir "$WORK/scripts"
+cp "$SCRIPTS"/* "$PROGRAMS/mbserverupdate.sh" "$WORK/scripts"
+
 cat >/etc/network/interfaces <<'END'
 auto eth0
 iface eth0 inet static
@@ -29,7 +33,7 @@ END
 rm -f /etc/network/interfaces.d/*
 cat >/usr/local/etc/varnel-browser.ini <<END
 [Files]
-ScriptDir=$SCRIPTS
+ScriptDir=$WORK/scripts
 TmpCfgDir=/run/etc
 [Network]
 UdpBindAddress=0.0.0.0

@@ -31,24 +31,26 @@ check_equal "hosts snippet: address and names" "192.168.1.20 r7m controller" "$(
 check_equal "drop-ins: called in order with the arguments" "first add 192.168.1.20 7 161 162 1 502 4711
 second add 192.168.1.20 7 161 162 1 502 4711" "$(cat "$WORK/calls")"
 check_equal "nothing is left aside" "controller
-hosts" "$(ls -A /run/varnel)"
+hosts
+new" "$(ls -A /run/varnel)"
+check_equal "nothing is left aside" "" "$(ls -A /run/varnel/new)"
 
-before=$(sums /run/varnel/*)
+before=$(sums /run/varnel/controller /run/varnel/hosts)
 for bad in "add" "add 192.168.1.20 7 161 162 1 502" "add 192.168.1.256 7 161 162 1 502 1" "add 127.0.0.1 7 161 162 1 502 1" \
     "add 192.168.1.20 x 161 162 1 502 1" "add 192.168.1.20 7 65536 162 1 502 1" "add 192.168.1.20 7 161 162 2 502 1" \
     "add 192.168.1.20 7 161 162 1 -1 1" "delete" "delete 192.168.1.20 7 161 162" "delete nobody 7 161 162 1" "list" ""; do
     # shellcheck disable=SC2086
     run 2 "bad arguments '$bad': refused" r7m.sh $bad
-    said "Usage: r7m.sh add"
+    said "(r7m.sh --help shows the usage)"
 done
 run 2 "a newline in the address: refused" r7m.sh add "192.168.1.20
 10.0.0.1" 7 161 162 1 502 1
-check_equal "bad arguments: nothing changed" "$before" "$(sums /run/varnel/*)"
+check_equal "bad arguments: nothing changed" "$before" "$(sums /run/varnel/controller /run/varnel/hosts)"
 
 run 0 "delete of another controller: no error" r7m.sh delete 192.168.1.99 7 161 162 4711
 said "controller '192.168.1.99' is not registered"
 run 0 "delete before any address is known: no error" r7m.sh delete "" 7 161 162 4711
-check_equal "delete of another: nothing changed" "$before" "$(sums /run/varnel/*)"
+check_equal "delete of another: nothing changed" "$before" "$(sums /run/varnel/controller /run/varnel/hosts)"
 
 : >"$WORK/calls"
 run 0 "delete: removed" r7m.sh delete 192.168.1.20 7 161 162 4711

@@ -68,6 +68,33 @@ manager_gone() {
     ! far ss -H -l -u -n "sport = :1162" | grep -q .
 }
 
+# In systemd's place: starts and stops the daemons as Debian's units do, by their process ids. Debian's init scripts look
+# into the daemons' processes, which needs a right that the panel's scripts do not have under systemd.
+mkdir -p /run/systemd/system
+mount -t tmpfs -o mode=0755 tmpfs /usr/local/sbin
+cat >/usr/local/sbin/systemctl <<'END'
+#!/bin/sh
+for word in "$@"; do name=${word%.service}; done
+pid=$(cat "/run/test/$name.pid" 2>/dev/null)
+runs() { [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; }
+case $* in
+    *ActiveState*) runs && echo active || echo inactive ;;
+    *stop*)
+        if runs; then
+            kill "$pid"
+            while runs; do sleep 0.05; done
+        fi
+        ;;
+    *start*)
+        . /run/test/before-start
+        runs && exit 0
+        "/usr/sbin/$name" -Lf /dev/null -u Debian-snmp -I -smux,mteTrigger,mteTriggerConf -p "/run/test/$name.pid"
+        ;;
+esac
+END
+chmod 0755 /usr/local/sbin/systemctl
+: >"$WORK/before-start"
+
 stand_in_controller "$CONTROLLER" comm 161
 stand_in_controller 192.168.7.21 comm 161
 
@@ -86,6 +113,7 @@ configure() {
     run 0 "snmpcfg.sh $6" snmpcfg.sh "$@"
     run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 "trap#comm"
     run 0 "apply" snmpctl.sh apply
+    settled snmp "in effect"
 }
 
 VALUE="\"value of $CONTROLLER\""
@@ -102,6 +130,9 @@ check_equal "V2: a manager reads the controller's value" "$VALUE" "$(get -v 2c -
 check "V2: version 1 is refused" refused -v 1 -c comm
 check "V2: nothing can be written" sh -c "! ip netns exec far snmpset -r 0 -t 0.5 -v 2c -c comm 192.168.7.2 \
     $OID.1.0 s x >/dev/null 2>&1"
+
+configure 192.168.7.21 161 "" @CONTROLLER@ "$OID" V3NOPRIV hashuser MD5 "at @CONTROLLER@"
+check "a placeholder's look-alike in a pass phrase stays" grep -qF '"at @CONTROLLER@"' /etc/snmp/snmpd.conf
 
 configure "$CONTROLLER" 161 "" comm .1.3.6.1.2.1.1 V2
 check_equal "V2: the controller's system group, not the panel's" "\"controller $CONTROLLER\"" \
@@ -137,17 +168,22 @@ check "a changed pass phrase: the old one is refused" refused -v 3 -u privuser -
 
 check_equal "files with secrets: root and the daemon alone" "600
 600
-600" "$(stat -c %a /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/snmp/agent)"
+600" "$(stat -c %a /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/effective/snmp)"
 check_equal "files with secrets: owned by the daemon's user" "Debian-snmp
 Debian-snmp" "$(stat -c %U /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf)"
-check_equal "state directory: root alone" "700" "$(stat -c %a /run/keep/snmp)"
+check_equal "directories with secrets: root alone" "700 root
+700 root
+700 root
+700 root" "$(stat -c '%a %U' /run/varnel/snmp /run/varnel/wanted /run/keep /run/keep/effective)"
+check_equal "nothing secret is told" "" "$("$SCRIPTS/varnel-config" status | grep -E 'phrase|comm|privuser')"
 check "the distribution's own file is kept" grep -q "agentaddress  127.0.0.1" /etc/snmp/snmpd.conf.before-varnel
-check_not "nothing is left of the transaction" test -e /run/varnel/snmp
+check_equal "nothing is left of the transaction" "" "$(cat /run/varnel/snmp/lines /run/varnel/wanted/* 2>/dev/null)"
+check_not "nothing is left of the trial" test -e /run/varnel/trial
 
 # --- refusals: the former configuration stays ---
 
 FORMER="-v 3 -u privuser -l authNoPriv -a SHA -A another\ phrase"
-files="/etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/snmp/agent"
+files="/etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/effective/snmp"
 # shellcheck disable=SC2086
 before=$(sums $files)
 daemon=$(pidof snmpd)
@@ -169,14 +205,16 @@ rwcommunity evil" "$OID" V1
 refuse "a community with quotes" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" 'co"mm' "$OID" V1
 refuse "a community beyond ASCII" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "commé" "$OID" V1
 refuse "no community" 1 "community is empty" "$CONTROLLER" 161 "" "" "$OID" V1
+refuse "a community that begins a comment" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "#comm" "$OID" V1
+refuse "a community of 65 characters" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "$(printf '%065d' 0)" "$OID" V1
 refuse "a context with a blank" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "a b" comm "$OID" V1
 refuse "an object by name" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm sysDescr V1
 refuse "an object beyond 32 bits" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm .1.3.4294967296 V1
 refuse "no object" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm "" V1
 refuse "an unknown model" 2 "unknown model 'V4'" "$CONTROLLER" 161 "" comm "$OID" V4
 refuse "a missing value" 2 "takes 3 values" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user SHA
-refuse "an unknown hash" 1 "'UNDEF' is no authentication" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user UNDEF "$PHRASE"
-refuse "an unknown cipher" 1 "'UNDEF' is no encryption" "$CONTROLLER" 161 "" comm "$OID" V3PRIV user SHA "$PHRASE" \
+refuse "an unknown hash" 1 "the hash is none that snmpd knows" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user UNDEF "$PHRASE"
+refuse "an unknown cipher" 1 "the cipher is none that snmpd knows" "$CONTROLLER" 161 "" comm "$OID" V3PRIV user SHA "$PHRASE" \
     UNDEF "$KEY"
 refuse "a short pass phrase" 1 "shorter than the 8 characters" "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV user SHA 1234567
 refuse "a pass phrase with a control character" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" comm "$OID" \
@@ -216,14 +254,15 @@ said "a step was refused, the former SNMP configuration stays"
 run 0 "init" snmpctl.sh init
 run 0 "snmpcfg.sh with too long a context" snmpcfg.sh "$CONTROLLER" 161 "$(printf '%040d' 0)" comm "$OID" V2
 run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 162 V2 c
-run 1 "apply of what snmpd does not take: refused" snmpctl.sh apply
-said "snmpd refuses"
+run 0 "apply of what snmpd does not take: written down" snmpctl.sh apply
+unsettled snmp "snmpd refuses"
+said "former configuration stays"
+check "the status tells what is in effect meanwhile" grep -q "meanwhile  agent V3NOPRIV on UDP port 161" "$WORK/status"
 # shellcheck disable=SC2086
 check_equal "apply refused: nothing changed" "$before" "$(sums $files)"
 check_equal "apply refused: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
 
-# A port that another program holds: net-snmp does not come up, and the former configuration comes back.
-far true
+# A port that another program holds: nothing is stopped, and as soon as it is free the wish comes true.
 python3 -c '
 import socket, time
 held = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -235,12 +274,44 @@ eventually port_held
 run 0 "init" snmpctl.sh init
 run 0 "snmpcfg.sh on a port in use" snmpcfg.sh "$CONTROLLER" 2161 "" comm "$OID" V2
 run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-run 1 "apply on a port in use: refused" snmpctl.sh apply
-said "the former one is back"
-kill "$holder"
+run 0 "apply on a port in use: written down" snmpctl.sh apply
+unsettled snmp "another program has UDP port 2161"
 # shellcheck disable=SC2086
-check_equal "apply on a port in use: the former files are back" "$before" "$(sums $files)"
-eval "check_equal 'apply on a port in use: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+check_equal "a port in use: the former files stay" "$before" "$(sums $files)"
+check_equal "a port in use: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+eval "check_equal 'a port in use: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+kill "$holder"
+settled snmp "the port is free: in effect without being asked again"
+
+# A daemon that does not come up: the former configuration comes back, and with it the daemon.
+configure "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV privuser SHA "another phrase"
+# shellcheck disable=SC2086
+before=$(sums $files)
+echo 'grep -qs "udp:3161" /etc/snmp/snmpd.conf && exit 1' >"$WORK/before-start"
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh with a port on which the daemon fails" snmpcfg.sh "$CONTROLLER" 3161 "" comm "$OID" V2
+run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
+run 0 "apply" snmpctl.sh apply
+unsettled snmp "snmpd does not run with it"
+# shellcheck disable=SC2086
+check_equal "a daemon that fails: the former files are back" "$before" "$(sums $files)"
+eval "check_equal 'a daemon that fails: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+
+# Killed in the middle of a change: the next start goes on from there.
+configure "$CONTROLLER" 161 "" comm "$OID" V2
+# shellcheck disable=SC2016
+echo 'kill -9 $PPID; exit 1' >"$WORK/before-start"
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V1
+run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
+run 0 "apply, killed half-way" snmpctl.sh apply
+cut_off() { [ -d /run/keep/former/snmp ] && ! pidof snmpd >/dev/null && ! pidof -x varnel-config >/dev/null; }
+check "killed half-way: nothing runs" within_a_minute cut_off
+: >"$WORK/before-start"
+"$SCRIPTS/varnel-config" apply snmp 2>"$WORK/err"
+said "snmp in effect: agent V1"
+check_equal "killed half-way: the last wish comes true" "$VALUE" "$(get -v 1 -c comm)"
+check_not "killed half-way: nothing former is left" test -e /run/keep/former/snmp
 
 # --- another controller with the same configuration ---
 
@@ -250,6 +321,7 @@ daemon=$(pidof snmpd)
 run 0 "r7m.sh add again" r7m.sh add "$CONTROLLER" 7 161 1162 0 502 1
 check_equal "the same controller: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
 run 0 "r7m.sh add: another controller" r7m.sh add 192.168.7.21 7 161 1162 0 502 1
+settled snmp "another controller: in effect"
 check_equal "another controller: its value is read" '"value of 192.168.7.21"' "$(get -v 2c -c comm)"
 
 # --- traps ---
@@ -271,6 +343,7 @@ traps() {
     stand_in_manager
     : >"$WORK/traps"
     run 0 "apply" snmpctl.sh apply
+    settled snmp "$name: in effect"
     if [ "$1" = V1 ]; then
         check "$name: the agent's start trap reaches the manager" eventually received "TRAP, SNMP v1"
         far snmptrap -v 1 -c "$2" 192.168.7.2:1162 "$OID" "$CONTROLLER" 6 1 5 "$OID.2.0" s "$name-trap"
@@ -302,12 +375,27 @@ run 0 "snmpcfg.sh without a model" snmpcfg.sh "$CONTROLLER" 161 "" comm
 run 0 "snmptrap.sh init without a model" snmptrap.sh init 0.0.0.0 1162
 run 0 "snmptrap.sh add without a model" snmptrap.sh add "$MANAGER" 1162
 run 0 "apply" snmpctl.sh apply
+settled snmp "no model: in effect"
 check "no model: nobody reads anything" refused -v 2c -c comm
 check_not "no destination: nothing takes traps" sh -c 'ss -H -l -u -n "sport = :1162" | grep -q .'
 
+# --- without systemd: Debian's init scripts, with all rights ---
+
+/usr/local/sbin/systemctl stop snmpd
+/usr/local/sbin/systemctl stop snmptrapd
+mv /run/systemd /run/systemd.away
+umount /usr/local/sbin
+"$SCRIPTS/snmpctl.sh" init
+"$SCRIPTS/snmpcfg.sh" "$CONTROLLER" 161 "" comm "$OID" V2
+"$SCRIPTS/snmptrap.sh" init "$MANAGER" 1162 V2 "trap#comm"
+"$SCRIPTS/snmptrap.sh" add "$MANAGER" 1162 V2 "trap#comm"
+"$SCRIPTS/snmpctl.sh" apply 2>"$WORK/err"
+settled snmp "init scripts: in effect"
+check_equal "init scripts: a manager reads the controller's value" "$VALUE" "$(get -v 2c -c comm)"
+mv /run/systemd.away /run/systemd
+
 # --- the unit of the trap daemon ---
 
-mkdir -p /run/systemd/system
 cp -r "$ROOT_DIR/device/systemd/snmptrapd.service.d" /run/systemd/system/
 check_equal "drop-in: systemd finds nothing wrong" "" \
     "$(systemd-analyze verify --man=no snmptrapd.service 2>&1 | grep snmptrapd || :)"

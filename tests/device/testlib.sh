@@ -55,6 +55,7 @@ UsbDriveFile=/run/usbdrive
 END
     cat >/usr/local/etc/varnel-device.conf <<END
 KEEP_DIR=/run/keep
+APPLY_PAUSE_SECONDS=0
 END
     ip link set lo up
 }
@@ -112,13 +113,14 @@ check_equal() {
     fi
 }
 
-# run STATUS NAME SCRIPT ARGUMENT...: runs a script of the panel as the panel does, with null input; its standard error
-# is kept in $WORK/err for said().
+# run STATUS NAME SCRIPT ARGUMENT...: runs a script of the panel as the script service does: with null input and without
+# the right to look into other processes. Its standard error is kept in $WORK/err for said().
 run() {
     run_expected=$1 run_name=$2 run_script=$3
     shift 3
     run_status=0
-    "$SCRIPTS/$run_script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" || run_status=$?
+    setpriv --bounding-set -sys_ptrace -- "$SCRIPTS/$run_script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" ||
+        run_status=$?
     if [ "$run_status" -eq "$run_expected" ]; then
         pass "$run_name"
     else
@@ -147,6 +149,42 @@ eventually() {
         [ "$tries" -gt 0 ] || return 1
         sleep 0.1
     done
+}
+
+# A configuration is written down by the device scripts and brought into effect by varnel-config, which they start here
+# in the background. status KIND: what varnel-config tells about it, kept in $WORK/status.
+status() {
+    "$SCRIPTS/varnel-config" status "$1" >"$WORK/status" 2>&1
+}
+
+# settled KIND NAME: what was written down last comes into effect.
+settled() {
+    if within_a_minute status "$1"; then
+        pass "$2"
+    else
+        flunk "$2"
+        sed 's/^/       /' "$WORK/status" "$WORK/err"
+    fi
+}
+
+# unsettled KIND TEXT: what was written down last does not come into effect, and the status says why.
+unsettled() {
+    unsettled_text=$2
+    if within_a_minute status_says "$1" "$2"; then
+        pass "$1 is not in effect: $unsettled_text"
+    else
+        flunk "$1 is not in effect: $unsettled_text"
+        sed 's/^/       /' "$WORK/status" "$WORK/err"
+    fi
+}
+
+status_says() {
+    status "$1" || grep -qF -- "$2" "$WORK/status"
+    grep -q "in effect  no" "$WORK/status" && grep -qF -- "$2" "$WORK/status"
+}
+
+within_a_minute() {
+    eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@"
 }
 
 # sums PATH...: what the files hold, and that they are there; for "nothing changed".
