@@ -10,6 +10,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "plain.h"
 #include "protocol.h"
 
 namespace {
@@ -76,16 +77,16 @@ int main(int argc, char* argv[])
 {
     const int connection = connectTo(ScriptService::socketPath);
     if (connection < 0) {
-        ScriptService::say(std::string(argv[0]) + ": no script service at " + ScriptService::socketPath +
-                           ": " + std::strerror(errno));
+        Varnel::say(std::string(argv[0]) + ": no script service at " + ScriptService::socketPath + ": " +
+                    std::strerror(errno));
         return ScriptService::notRun;
     }
     // A service that refuses a request closes early; its answer says more than the failed send.
     const bool sent = sendAll(connection, requestOf(argc, argv));
     const int status = awaitStatus(connection);
     if (status < 0) {
-        ScriptService::say(std::string(argv[0]) + ": the script service " +
-                           (sent ? "gave no answer" : "took no request"));
+        Varnel::say(std::string(argv[0]) + ": the script service " +
+                    (sent ? "gave no answer" : "took no request"));
         return ScriptService::notRun;
     }
     return status;

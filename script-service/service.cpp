@@ -2,162 +2,285 @@
 // Runs the device scripts for the confined panel, one at a time. systemd hands over the listening socket.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <list>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include "plain.h"
 #include "protocol.h"
+#include "scriptrun.h"
 
 using namespace ScriptService;
+using Varnel::Descriptor;
+using Varnel::say;
 
 namespace {
 
-/// The panel sends a request in one go; who does not is let go.
-constexpr timeval patienceForRequest{5, 0};
+using Clock = std::chrono::steady_clock;
+
+/// From the connection to the request's last octet. The panel sends it in one go.
+constexpr std::chrono::seconds longestSending{5};
 /// The panel kills its end after 30 s; this is for one that is stopped meanwhile.
-constexpr int longestRunMs = 40000;
+constexpr std::chrono::seconds longestRun{40};
+/// Connections at the same time. The panel has one.
+constexpr std::size_t mostConnections = 16;
 
-class Descriptor
+/// One connection: first it sends, then it waits for its turn.
+struct Asker
 {
-public:
-    explicit Descriptor(int number)
-        : number(number)
-    {
-    }
-    ~Descriptor()
-    {
-        if (number >= 0) {
-            ::close(number);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return number; }
-
-private:
-    const int number;
+    Descriptor connection;
+    Clock::time_point deadline;
+    std::string octets;
+    std::vector<std::string> words = {};
 };
 
-/// The words of one request; nothing, if it is too long, cut off or does not come.
-std::optional<std::vector<std::string>> readRequest(int connection)
+void answer(const Asker& asker, unsigned char status)
 {
-    ::setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &patienceForRequest, sizeof patienceForRequest);
-    std::string octets;
-    char buffer[16384];
-    ssize_t count = 0;
-    while ((count = ::recv(connection, buffer, sizeof buffer, 0)) > 0) {
-        octets.append(buffer, static_cast<std::size_t>(count));
-        if (octets.size() > longestRequest) {
-            return std::nullopt;
+    ::send(asker.connection.get(), &status, sizeof status, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+bool hasHungUp(const Asker& asker)
+{
+    pollfd state{asker.connection.get(), 0, 0};
+    return ::poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+/// SIGCHLD and SIGTERM as octets to read, so that they and the connections can be awaited together.
+int openSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGCHLD);
+    sigaddset(&signals, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+class Service
+{
+public:
+    Service(int listener, std::string directory)
+        : listener(listener)
+        , directory(std::move(directory))
+        , signals(openSignals())
+    {
+    }
+
+    /// Serves until SIGTERM, or until the socket breaks.
+    int run();
+
+private:
+    void await();
+    void accept();
+    void receive();
+    bool receive(Asker& asker);
+    void makeRoom();
+    void startNext();
+    void start(Asker asker);
+    void readSignals();
+    void reap();
+    void endRun(const char* why);
+
+    const int listener;
+    const std::string directory;
+    const Descriptor signals;
+    std::list<Asker> senders;
+    std::list<Asker> queue;
+    std::optional<Asker> current;
+    ScriptRun script;
+    bool isEnding = false;
+    bool isBroken = false;
+};
+
+int Service::run()
+{
+    while (!isEnding && !isBroken) {
+        await();
+        readSignals();
+        accept();
+        receive();
+        if (current && hasHungUp(*current)) {
+            endRun("the panel no longer waits for it");
+        } else if (current && Clock::now() >= current->deadline) {
+            endRun("it takes too long");
+        }
+        startNext();
+    }
+    if (current) {
+        endRun("the service ends");
+    }
+    return isBroken ? 1 : 0;
+}
+
+/// Waits for an event, or until the next deadline.
+void Service::await()
+{
+    std::vector<pollfd> events = {{listener, POLLIN, 0}, {signals.get(), POLLIN, 0}};
+    Clock::time_point next = Clock::time_point::max();
+    for (const Asker& asker : senders) {
+        events.push_back({asker.connection.get(), POLLIN, 0});
+        next = std::min(next, asker.deadline);
+    }
+    if (current) {
+        events.push_back({current->connection.get(), 0, 0});
+        next = std::min(next, current->deadline);
+    }
+    int timeout = -1;
+    if (next != Clock::time_point::max()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
+        timeout = static_cast<int>(std::max<long>(0, left.count()));
+    }
+    ::poll(events.data(), events.size(), timeout);
+}
+
+void Service::accept()
+{
+    while (true) {
+        Descriptor connection(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!connection.isOpen()) {
+            isBroken = errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
+            if (isBroken) {
+                say(std::string("cannot accept a connection: ") + std::strerror(errno));
+            }
+            return;
+        }
+        makeRoom();
+        senders.push_back({std::move(connection), Clock::now() + longestSending, {}});
+    }
+}
+
+/// Lets the connection go that has been sending for longest.
+void Service::makeRoom()
+{
+    if (senders.size() + queue.size() < mostConnections) {
+        return;
+    }
+    std::list<Asker>& from = senders.empty() ? queue : senders;
+    say("refused a request: there are too many at the same time");
+    answer(from.front(), notRun);
+    from.pop_front();
+}
+
+void Service::receive()
+{
+    for (auto asker = senders.begin(); asker != senders.end();) {
+        if (receive(*asker)) {
+            asker = senders.erase(asker);
+        } else {
+            ++asker;
         }
     }
-    if (count < 0 || octets.empty() || octets.back() != '\0') {
-        return std::nullopt;
-    }
-    std::vector<std::string> words;
-    for (std::size_t at = 0; at < octets.size(); at += words.back().size() + 1) {
-        words.emplace_back(octets.c_str() + at);
-    }
-    return words;
 }
 
-bool isKnown(const std::string& name)
+/// Takes what has arrived. True when the connection sends no more: it is refused, or in the queue.
+bool Service::receive(Asker& asker)
 {
-    return std::find(scriptNames.begin(), scriptNames.end(), name) != scriptNames.end();
+    char buffer[65536];
+    ssize_t count = 0;
+    while (asker.octets.size() <= longestRequest &&
+           (count = ::recv(asker.connection.get(), buffer, sizeof buffer, 0)) > 0) {
+        asker.octets.append(buffer, static_cast<std::size_t>(count));
+    }
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+        if (Clock::now() < asker.deadline) {
+            return false;
+        }
+        say("refused a request: it did not end in time");
+        answer(asker, notRun);
+        return true;
+    }
+    Request request = parse(asker.octets);
+    if (request.words.empty()) {
+        say(request.refusal);
+        answer(asker, notRun);
+        return true;
+    }
+    asker.words = std::move(request.words);
+    asker.octets = {};
+    queue.push_back(std::move(asker));
+    return true;
 }
 
-/// In the child: becomes the script, at the head of a process group of its own. Standard error stays: it is
-/// the journal.
-[[noreturn]] void becomeScript(std::string path, std::vector<std::string>& words)
+void Service::startNext()
 {
-    sigset_t none;
-    sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    ::setpgid(0, 0);
-    const int nothing = ::open("/dev/null", O_RDWR);
-    ::dup2(nothing, STDIN_FILENO);
-    ::dup2(nothing, STDOUT_FILENO);
-    std::vector<char*> arguments;
-    arguments.push_back(path.data());
-    for (std::size_t i = 1; i < words.size(); ++i) {
-        arguments.push_back(words[i].data());
+    while (!current && !queue.empty()) {
+        Asker asker = std::move(queue.front());
+        queue.pop_front();
+        if (!hasHungUp(asker)) {
+            start(std::move(asker));
+        }
     }
-    arguments.push_back(nullptr);
-    ::execv(path.c_str(), arguments.data());
-    say("cannot run " + path + ": " + std::strerror(errno));
-    ::_exit(notRun);
 }
 
-unsigned char reap(pid_t script)
+/// Starts a script, or answers why not.
+void Service::start(Asker asker)
 {
-    int status = 0;
-    while (::waitpid(script, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) ? static_cast<unsigned char>(WEXITSTATUS(status)) : killed;
-}
-
-/// Waits until the script has ended, or the asker has gone: then nobody wants the script any more.
-unsigned char await(pid_t script, int connection, int childSignals)
-{
-    pollfd events[] = {{childSignals, POLLIN, 0}, {connection, 0, 0}};
-    int ready = 0;
-    do {
-        ready = ::poll(events, std::size(events), longestRunMs);
-    } while (ready < 0 && errno == EINTR);
-    if (events[0].revents == 0) {
-        say(std::string("killing the script: ") +
-            (ready == 0 ? "it takes too long" : "the panel no longer waits for it"));
-        ::kill(-script, SIGKILL);
-        ::kill(script, SIGKILL); // if it has no group yet
-    }
-    const unsigned char status = reap(script);
-    signalfd_siginfo ignored = {};
-    while (::read(childSignals, &ignored, sizeof ignored) > 0) {
-    }
-    return status;
-}
-
-unsigned char serve(int connection, const std::string& directory, int childSignals)
-{
-    std::optional<std::vector<std::string>> words = readRequest(connection);
-    if (!words || !isKnown(words->front())) {
-        say("refused a request that names no script of the panel");
-        return notRun;
-    }
-    const std::string path = directory + '/' + words->front();
+    const std::string& name = asker.words.front();
+    const std::string path = directory + '/' + name;
     if (::access(path.c_str(), X_OK) != 0) {
         say("no script " + path + ", do nothing");
-        return notFound;
+        answer(asker, notFound);
+        return;
     }
-    const pid_t script = ::fork();
-    if (script < 0) {
-        say("cannot start " + path + ": " + std::strerror(errno));
-        return notRun;
+    std::string refusal = ScriptRun::distrust(path);
+    if (refusal.empty()) {
+        if (const int error = script.start(path, asker.words); error != 0) {
+            refusal = std::string("it cannot be started: ") + std::strerror(error);
+        }
     }
-    if (script == 0) {
-        becomeScript(path, *words);
+    if (!refusal.empty()) {
+        say("refused " + name + ": " + refusal);
+        answer(asker, notRun);
+        return;
     }
-    return await(script, connection, childSignals);
+    asker.deadline = Clock::now() + longestRun;
+    current = std::move(asker);
 }
 
-/// Ends of children as octets to read, so that they and the connection can be awaited together.
-int openChildSignals()
+void Service::readSignals()
 {
-    sigset_t children;
-    sigemptyset(&children);
-    sigaddset(&children, SIGCHLD);
-    ::sigprocmask(SIG_BLOCK, &children, nullptr);
-    return ::signalfd(-1, &children, SFD_CLOEXEC | SFD_NONBLOCK);
+    signalfd_siginfo signal = {};
+    while (::read(signals.get(), &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
+        isEnding = isEnding || signal.ssi_signo == SIGTERM;
+    }
+    reap();
+}
+
+/// Also reaps what scripts left running, whose ends interest nobody.
+void Service::reap()
+{
+    int status = 0;
+    for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
+        if (script.reaped(pid, status) && current) {
+            answer(*current, WIFEXITED(status) ? static_cast<unsigned char>(WEXITSTATUS(status)) : killed);
+            current.reset();
+        }
+    }
+}
+
+void Service::endRun(const char* why)
+{
+    const std::string& name = current->words.front();
+    say("killing " + name + " with all it has started: " + why);
+    if (!script.end()) {
+        say("processes that " + name + " started do not end");
+    }
+    answer(*current, killed);
+    current.reset();
 }
 
 } // namespace
@@ -172,17 +295,7 @@ int main(int argc, char* argv[])
         say(std::string(argv[0]) + ": systemd handed over no socket");
         return 1;
     }
-    const Descriptor childSignals(openChildSignals());
-    while (true) {
-        const Descriptor connection(::accept4(SD_LISTEN_FDS_START, nullptr, nullptr, SOCK_CLOEXEC));
-        if (connection.get() < 0) {
-            if (errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
-            say(std::string(argv[0]) + ": " + std::strerror(errno));
-            return 1;
-        }
-        const unsigned char status = serve(connection.get(), argv[1], childSignals.get());
-        ::send(connection.get(), &status, sizeof status, MSG_NOSIGNAL);
-    }
+    ::fcntl(SD_LISTEN_FDS_START, F_SETFL, O_NONBLOCK);
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    return Service(SD_LISTEN_FDS_START, argv[1]).run();
 }

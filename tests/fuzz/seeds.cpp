@@ -197,6 +197,17 @@ void settingsFiles()
     seed("settings", QStringLiteral("general"), "UdpPort=1\n[General]\nUdpPort=2\n[network]\nudpport=3\n");
 }
 
+void scriptRequests()
+{
+    const QByteArray end(1, '\0');
+    seed("scriptrequest", QStringLiteral("name"), "mbserverstop.sh" + end);
+    seed("scriptrequest", QStringLiteral("arguments"),
+         "r7m.sh" + end + "add" + end + "192.168.7.2" + end + "the panel" + end);
+    seed("scriptrequest", QStringLiteral("no-end"), "netcfg.sh" + end + "dhcp");
+    seed("scriptrequest", QStringLiteral("other"), "usbdrive.sh" + end + "add" + end);
+    seed("scriptrequest", QStringLiteral("many"), "snmpcfg.sh" + QByteArray(64, '\0'));
+}
+
 void downloads()
 {
     seed("downloadname", QStringLiteral("header"),
@@ -271,6 +282,7 @@ int main(int argc, char** argv)
     mappings(feed.section());
     settingsFiles();
     downloads();
+    scriptRequests();
     serverInputs();
     return 0;
 }
