@@ -271,7 +271,7 @@ void tst_ScriptService::scriptsWaitForEachOther()
 
 void tst_ScriptService::whatEarlierScriptsLeftSurvivesAKill()
 {
-    const QString note = notes.filePath(QStringLiteral("daemon"));
+    const QString note = notes.filePath(QStringLiteral("earlier"));
     writeScript(QStringLiteral("netcfg.sh"), "setsid --fork sh -c 'echo $$ > " + note.toLatin1() +
                                                  "; exec sleep 600' < /dev/null > /dev/null 2>&1");
     QCOMPARE(run(QStringLiteral("netcfg.sh")), 0);
