@@ -17,7 +17,6 @@
 #include "downloadname.h"
 #include "filedialog.h"
 #include "logline.h"
-#include "mainwindow.h"
 #include "progresspopup.h"
 #include "replykeeper.h"
 #include "scriptrunner.h"
@@ -30,22 +29,22 @@ namespace Varnel {
 
 namespace {
 
-/// A slow stick with much to write behind it takes minutes for it.
+/// Time for which the watchdog waits while a file is written: a slow drive may need minutes.
 constexpr std::chrono::minutes slowestDrive{30};
 
-/// A controller that is switched off or restarted says no farewell, and the network would notice after two
-/// hours. Until then the progress popup would keep every touch from the page.
+/// Time without data after which a download ends. A controller that is switched off does not close the
+/// connection; the kernel notices after two hours, and the progress popup would block the page until then.
 constexpr std::chrono::minutes longestSilence{2};
 
 } // namespace
 
-DownloadHandler::DownloadHandler(MainWindow* window)
+DownloadHandler::DownloadHandler(QWidget* window)
     : mainWindow(window)
 {
     silence.setSingleShot(true);
     connect(&silence, &QTimer::timeout, this,
             [this] { abandon(QStringLiteral("the server has fallen silent")); });
-    // After the event loop nobody would finish a running download, nor make the drive read-only again.
+    // Without an event loop a running download could not finish, and the drive would stay writable.
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { abandon(QStringLiteral("the application ends")); });
 }
@@ -97,7 +96,7 @@ bool DownloadHandler::confirm(const QString& name)
 {
     const QPointer<FileDialog> dialog = new FileDialog(true, name, mainWindow);
     const int answer = dialog->exec();
-    if (dialog) { // it goes with its parent
+    if (dialog) { // deleted with its parent
         dialog->deleteLater();
     }
     return answer == QDialog::Accepted;
@@ -120,14 +119,14 @@ bool DownloadHandler::save(const QString& name)
     return true;
 }
 
-/// Opens the file. A name that leads off the drive and a drive that was pulled while the user was asked count
-/// as a file that cannot be opened: the directory is there without the drive too, on the panel's own storage.
+/// Opens the file. Fails for a name that leads off the drive, and when the drive was pulled meanwhile: its
+/// directory still exists then, on the panel's own storage.
 bool DownloadHandler::openFile(const QString& name)
 {
     const QString path = pathOnDrive(QDir(Settings::getFilesDirectory()), name);
     logStamped(QStringLiteral("File will be saved to '%1'").arg(path));
     file = std::make_unique<QFile>(path);
-    // Unbuffered, so that write() itself meets a full drive and knows how much fitted.
+    // Unbuffered, so that write() fails on a full drive and returns how much it has written.
     return staysOnDrive(name) && isUsbDriveMounted() &&
            file->open(QIODevice::WriteOnly | QIODevice::Unbuffered);
 }
@@ -161,7 +160,7 @@ void DownloadHandler::downloadProgress(qint64 bytesRead, qint64 bytesTotal)
     if (!progressPopup || bytesTotal == 0) {
         return;
     }
-    // Far out of the bar's range stays out of it.
+    // A value that does not fit an int is out of the bar's range and stays so.
     constexpr qint64 limit = std::numeric_limits<int>::max();
     progressPopup->setProgress(static_cast<int>(qBound(-limit, bytesRead * 100 / bytesTotal, limit)));
 }
@@ -181,8 +180,7 @@ void DownloadHandler::downloadFinished()
 /// Writes what the reply holds, forces it to the medium and closes the file.
 void DownloadHandler::saveBody()
 {
-    // The write waits for the drive as well as the sync: the kernel holds back who is far ahead of a slow
-    // one.
+    // Both write and sync wait for the drive: the kernel blocks a process that writes faster than the drive.
     const WatchdogPatience patience(slowestDrive);
     const QByteArray body = reply ? reply->readAll() : QByteArray();
     errno = 0;
@@ -213,8 +211,7 @@ void DownloadHandler::synchronizeFile()
     }
 }
 
-/// Ends the running download before its reply has finished: what has arrived is saved, and the log says that
-/// it is not all.
+/// Ends the running download before its reply has finished: saves what has arrived and logs the reason.
 void DownloadHandler::breakOff(const QString& reason)
 {
     const QString path = file->fileName();
@@ -224,7 +221,7 @@ void DownloadHandler::breakOff(const QString& reason)
     closeProgressPopup();
 }
 
-/// Breaks off the download, if one runs, with none to follow it. No popup: there may be no event loop.
+/// Breaks off the download, if one runs, and makes the drive read-only. No popup: there may be no event loop.
 void DownloadHandler::abandon(const QString& reason)
 {
     if (file) {
@@ -253,8 +250,7 @@ void DownloadHandler::closeProgressPopup()
     }
 }
 
-/// Leaves the drive alone when another download has begun while a popup was on the screen: that one ends with
-/// its own remount.
+/// Does nothing when another download has begun while a popup was open: that one makes the drive read-only.
 void DownloadHandler::makeDriveReadOnly()
 {
     if (file) {
@@ -270,7 +266,7 @@ bool DownloadHandler::remountUsb(bool readWrite)
         Settings::getFilesScriptDir() + QDir::separator() + QStringLiteral("usbremount.sh");
     const QString option = readWrite ? QStringLiteral("rw") : QStringLiteral("ro");
     qDebug() << "RemountUSB" << option;
-    // Without the script the drive is taken to be always read-write.
+    // Without the script the drive is always read-write.
     std::ignore = runScript(script, {option});
     return true;
 }

@@ -9,17 +9,16 @@
 
 class QFile;
 class QNetworkReply;
+class QWidget;
 
 namespace Varnel {
 
-class MainWindow;
 class ProgressPopup;
 class ReplyKeeper;
 
-/// Saves what the controller's page serves and the browser cannot show to the USB drive, which is read-write
-/// only while a file is being saved. One download at a time: a second one that is confirmed while one runs
-/// takes its place, and what has arrived of the first is kept. The same happens to one whose server falls
-/// silent.
+/// Saves to the USB drive what the controller's server sends and the browser cannot show. The drive is
+/// read-write only while a file is being saved. One download at a time: a second one that is confirmed ends
+/// the first and keeps what has arrived of it. A server that stops sending ends a download in the same way.
 class DownloadHandler : public QObject
 {
     Q_OBJECT
@@ -27,19 +26,19 @@ class DownloadHandler : public QObject
 
 public:
     /// A handler without a parent, whose popups and dialogs stand over `window` (not owned).
-    explicit DownloadHandler(MainWindow* window);
+    explicit DownloadHandler(QWidget* window);
 
     /// Breaks off a running download.
     ~DownloadHandler() override;
 
-    /// Asks the user for a yes and begins to save `request`, in nested event loops. From then on the handler
-    /// keeps the reply alive, whoever schedules its deletion, and releases it when it has saved it; a reply
-    /// that is refused is left as it is. Returns true when the download was started (or has completed at
-    /// once), false when it was refused or cancelled or the file cannot be opened.
+    /// Asks the user to confirm and begins to save `request`, in nested event loops. From then on the handler
+    /// keeps the reply alive, even if another object schedules its deletion, and releases it after saving. A
+    /// refused reply is left as it is. Returns true when the download has started (or has completed at once),
+    /// false when it was refused or cancelled or the file cannot be opened.
     bool start(QNetworkReply* request);
 
     /// Remounts the drive read-write or read-only by script, and blocks while the script runs (30 seconds at
-    /// most). A drive that cannot be remounted shows in what follows, so this always returns true.
+    /// most). Always returns true: a drive that cannot be remounted fails later, when the file is opened.
     bool remountUsb(bool readWrite);
 
 public slots:
@@ -63,12 +62,12 @@ private:
     void closeProgressPopup();
     void makeDriveReadOnly();
 
-    MainWindow* mainWindow = nullptr;
+    QWidget* mainWindow = nullptr;
     QPointer<ProgressPopup> progressPopup;
     QPointer<QNetworkReply> reply;
     std::unique_ptr<QFile> file; ///< set while a download runs, and only then
     std::unique_ptr<ReplyKeeper> keeper;
-    QTimer silence{this}; ///< runs while nothing arrives of a running download
+    QTimer silence{this}; ///< runs since a running download last received data
     int startCount = 0;
 };
 

@@ -8,24 +8,23 @@ namespace Varnel {
 
 namespace {
 
-// Of pictures, styles and scripts that no page shows any more the engine keeps so much, in octets: a page
-// that asks for a new picture every second, under a new name each time, would otherwise fill megabytes that
-// are never looked at again.
-constexpr int mostUnused = 1 << 20;
-// Above so much in all it also forgets what it has unpacked of pictures that are out of sight.
-constexpr int mostInAll = 4 << 20;
-// Of icons that the toolkit has drawn, in KiB. Each dialog draws its buttons' anew, and those of the last one
-// stay.
-constexpr int mostIcons = 512;
+// Limit, in bytes, for cached resources that no page uses. A page that loads a new picture every second, each
+// under another name, would fill the default limit.
+constexpr int unusedLimit = 1 << 20;
+// Limit, in bytes, for all cached resources. Above it the engine also drops decoded pictures that are not
+// visible.
+constexpr int totalLimit = 4 << 20;
+// Limit, in KiB, for icons that the toolkit has drawn. Each dialog adds those of its buttons.
+constexpr int iconLimit = 512;
 
 } // namespace
 
 void limitEngineCaches()
 {
-    // Nothing but a page's own script leads back to an earlier page, which can be loaded anew.
+    // Only a page's script can go back to an earlier page, and that page can be loaded again.
     QWebSettings::setMaximumPagesInCache(0);
-    QWebSettings::setObjectCacheCapacities(0, mostUnused, mostInAll);
-    QPixmapCache::setCacheLimit(mostIcons);
+    QWebSettings::setObjectCacheCapacities(0, unusedLimit, totalLimit);
+    QPixmapCache::setCacheLimit(iconLimit);
 }
 
 void clearEngineCaches()

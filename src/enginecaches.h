@@ -3,11 +3,11 @@
 
 namespace Varnel {
 
-/// Gives the engine's caches, and the toolkit's of drawn icons, limits that fit a panel with one page, for
-/// the whole process. Call it once, before the first page.
+/// Limits the engine's caches and the toolkit's icon cache, for the whole process, to what a panel with one
+/// page needs. Call it once, before the first page.
 void limitEngineCaches();
 
-/// Lets go of all that they keep without showing it. What is on the screen stays.
+/// Empties these caches. What is on the screen stays.
 void clearEngineCaches();
 
 } // namespace Varnel

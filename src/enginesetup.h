@@ -5,7 +5,7 @@
 
 namespace Varnel {
 
-/// One environment variable that spares the panel work it has no use for.
+/// One environment variable that switches off work which the panel does not need.
 struct EngineVariable
 {
     const char* name;
@@ -15,9 +15,9 @@ struct EngineVariable
 /// The variables that prepareEngine() sets, in order. docs/performance.md says what each saves.
 const std::vector<EngineVariable>& engineVariables();
 
-/// Tells Qt, the engine and the libraries below them what to leave out. A variable that the environment
-/// already holds is left alone, so a service file can bring each of them back. To be called first in main(),
-/// before anything of Qt has run.
+/// Switches off the parts of Qt, the engine and their libraries that the panel does not need. A variable that
+/// the environment already holds is left alone, so a unit file can override each. Call it first in main(),
+/// before any code of Qt.
 void prepareEngine();
 
 } // namespace Varnel

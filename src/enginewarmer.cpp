@@ -17,11 +17,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Late enough not to hold up a controller that is already there, early enough for one that boots with the
-/// panel.
+/// Late enough not to delay the page of a controller that is already up, early enough for one that boots with
+/// the panel.
 constexpr auto delay = 700ms;
 
-/// What controllers' pages are made of, without anything to fetch.
+/// The usual elements of controllers' pages, without resources to load.
 const QString samplePage = QStringLiteral(
     "<html><head><style>body{font:14px sans-serif;background:#eee} b{color:#123;border-radius:3px} "
     "input{width:9em}</style></head><body><h1>0123456789</h1><p>The quick brown fox <b>jumps</b> <i>over</i> "
@@ -41,7 +41,7 @@ EngineWarmer::EngineWarmer(QObject* parent)
 
 void EngineWarmer::warmUp()
 {
-    // The engine asks this at its first request, and loads the TLS library to tell: longer than all the rest.
+    // The engine calls this at its first request. It loads the TLS library, which takes longer than the rest.
     std::ignore = QSslSocket::supportsSsl();
 
     QWebPage page;

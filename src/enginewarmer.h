@@ -5,19 +5,19 @@
 
 namespace Varnel {
 
-/// Lets the engine lay out and paint a small page of its own, off the screen, while the panel waits for its
-/// controller: the first real page then finds fonts, style sheets and script engine ready. It asks nothing of
-/// the network and touches neither the view nor its access manager.
+/// Lets the engine lay out and paint a small page off the screen while the panel waits for its controller, so
+/// that fonts, style sheets and script engine are ready for the first real page. Sends no requests and does
+/// not use the view or its access manager.
 class EngineWarmer : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(EngineWarmer)
 
 public:
-    /// Warms the engine up once, shortly after the event loop has begun to run.
+    /// Warms the engine up once, shortly after the event loop has started.
     explicit EngineWarmer(QObject* parent = nullptr);
 
-    /// Does so at once.
+    /// Warms the engine up at once.
     static void warmUp();
 };
 

@@ -26,7 +26,7 @@ FileDialog::FileDialog(bool downloadMode, const QString& name, QWidget* parent)
     setWindowFlags(Qt::SplashScreen);
     listDriveFiles();
     setMouseTracking(true);
-    // A modal dialog takes the touches away from the main window, so it has to keep the screen awake itself.
+    // A modal dialog gets the touches instead of the main window, so it keeps the screen awake itself.
     ScreenSaver::instance()->handleMouseMove(this);
 }
 
@@ -48,11 +48,11 @@ void FileDialog::setTexts()
 
 void FileDialog::listDriveFiles()
 {
-    // Hidden files are not listed: QDir leaves them out unless asked for.
+    // QDir lists no hidden files unless told to.
     const QDir drive(Settings::getFilesDirectory());
     ui->listFiles->addItems(drive.entryList(QDir::Files, QDir::Name));
 
-    // The units are mixed, and tuned on the panel as they are: a finger hits 32 pixels.
+    // The missing units are intended: a bar of 32 pixels is wide enough for a finger.
     const QString fingerWide = QStringLiteral("QScrollBar:vertical { width: 32; } "
                                               "QScrollBar:handle:vertical { min-height: 32; } "
                                               "QScrollBar:horizontal { height: 32px; } "

@@ -10,8 +10,8 @@ class Ui_FileDialog;
 namespace Varnel {
 
 /// The one dialog between the page and the USB drive, sized for fingers. In download mode it shows the name
-/// under which a download will be saved and asks for a yes; in upload mode one of the drive's files is
-/// picked.
+/// under which a download will be saved and asks for confirmation; in upload mode the user picks one of
+/// the drive's files.
 class FileDialog : public QDialog
 {
     Q_OBJECT

@@ -24,7 +24,7 @@ using namespace Varnel;
 
 namespace {
 
-/// The documented lines are plain debug lines, which some distributions' logging rules switch off.
+/// Switches debug lines on: some distributions' logging rules switch them off.
 void prepareLog()
 {
     QLoggingCategory::setFilterRules(QStringLiteral("default.debug=true"));
@@ -37,15 +37,14 @@ void logBanner()
     qDebug() << "Running on linux";
 }
 
-/// Neither a request for help nor a mistake keeps the panel from coming up: nobody is there to start it
-/// again.
+/// Reads the options. Neither a request for help nor an error ends the program: nobody would start it again.
 CommandLine readCommandLine(const QStringList& arguments)
 {
     CommandLine commandLine = CommandLine::parse(arguments.mid(1));
     if (commandLine.help) {
-        // Who closed the standard output does not want the help.
+        // An error means that nobody reads the standard output.
         std::ignore = std::fputs(qPrintable(CommandLine::helpText(arguments.first())), stdout);
-        std::ignore = std::fflush(stdout); // a pipe would keep it until the panel ends
+        std::ignore = std::fflush(stdout); // to a pipe, too, where it would be buffered until the end
     }
     if (!commandLine.error.isEmpty()) {
         qDebug() << qPrintable(commandLine.error);
@@ -69,8 +68,9 @@ void applyCommandLine(const CommandLine& commandLine)
     qDebug() << "release = " << Settings::getInfoRelease();
 }
 
-/// The broadcast address of the interface `name`. The panel ends when there is no such interface or it has no
-/// address: without the controller's link it is of no use, and a service manager starts it again.
+/// The broadcast address of the interface `name`. Ends the program when the interface does not exist or has
+/// no address, because the panel does not work without the controller's link. The service manager starts it
+/// again.
 QString broadcastAddress(const QString& name)
 {
     const QList<QNetworkInterface> interfaces = QNetworkInterface::allInterfaces();
@@ -101,8 +101,7 @@ QString chooseUdpAddress()
     return broadcastAddress(Settings::getNetUdpIntf());
 }
 
-/// Fills the screen. Maximising is the window manager's work; where none runs, as on many panels, the window
-/// keeps the size that it was given before.
+/// Fills the screen, also without a window manager, which is what maximises a window.
 void showOnWholeScreen(QWidget* window)
 {
     window->setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
@@ -144,7 +143,7 @@ int main(int argc, char* argv[])
     ScreenSaver::instance()->uninstall();
     window.reset();
     main_window = nullptr;
-    // What asked to be deleted later has no loop left to do it.
+    // No event loop is left to delete what was passed to deleteLater().
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     return exitCode;
 }

@@ -30,7 +30,7 @@ using namespace std::chrono_literals;
 
 constexpr auto frontPollPeriod = 2000ms;
 
-/// An address that a controller without network settings gives.
+/// The address of a controller without network settings.
 const QString noAddress = QStringLiteral("0.0.0.0");
 
 bool isUsable(const QString& url)
@@ -49,7 +49,7 @@ void enablePersistentStorage()
     QWebSettings::globalSettings()->setAttribute(QWebSettings::OfflineWebApplicationCacheEnabled, false);
     QDir directory(path);
     const QStringList stored = directory.entryList({QStringLiteral("ApplicationCache.db*")}, QDir::Files);
-    for (const QString& file : stored) { // of a version that used the cache
+    for (const QString& file : stored) { // left by a version that used the cache
         directory.remove(file);
     }
 }
@@ -81,7 +81,7 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::~MainWindow()
 {
-    // The view first: its page uses the access manager to the last.
+    // The view first: its page uses the access manager until its own end.
     delete webview;
     delete networkAccessManager;
 }
@@ -90,7 +90,7 @@ void MainWindow::createView()
 {
     webview = new WebView(this, nullptr);
     frontTimer = new QTimer(this);
-    frontTimer->setTimerType(Qt::PreciseTimer); // a coarse one strays by a twentieth
+    frontTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may be 5 % late
     language = QStringLiteral("default");
 }
 
@@ -168,7 +168,7 @@ void MainWindow::reloadUrl()
 
 void MainWindow::displayError(QString language)
 {
-    // The controller is gone, perhaps for good, and the next one may call other pictures by the same names.
+    // The controller may be gone for good, and the next one may use the same names for other pictures.
     clearEngineCaches();
     webview->displayError(std::move(language));
 }
@@ -203,7 +203,7 @@ void MainWindow::webViewloadProgress(int /*progress*/) {}
 
 void MainWindow::firstRequestStatus(bool /*error*/)
 {
-    // An error has its page too.
+    // After an error the view shows the error page.
     webview->setVisible(true);
     ui->lblProgress->hide();
 }

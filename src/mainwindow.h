@@ -22,7 +22,7 @@ class WebView;
 
 /// The one window of the panel: a label while there is nothing to show, else the web view. It decides which
 /// page the view shows: the controller's, or the info page while the service link is up.
-class MainWindow : public QMainWindow, public WebBrowser
+class MainWindow : public QMainWindow, public WebBrowser, public PageWindow
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(MainWindow)
@@ -32,7 +32,8 @@ public:
     ~MainWindow() override;
 
     /// The access manager of the page; owned by the window.
-    NetworkAccessManager* getNetworkAccessManager() const { return networkAccessManager; }
+    NetworkAccessManager* getNetworkAccessManager() const override { return networkAccessManager; }
+    QWidget* dialogParent() override { return this; }
 
     /// Loads `url` from the event loop, behind the connecting label, unless it is empty, "0.0.0.0" or already
     /// the current page.
@@ -40,6 +41,7 @@ public:
     /// Loads `url`, or the last page where it is empty, at once and without the label; the current page only
     /// if `force` is set. With nothing to load, shows the error page.
     void openUrlForce(const QString& url, bool force);
+    /// Sets the address that the view probes before it retries.
     void setDefaultUrl(const QString& url);
     void reloadUrl() override;
 
@@ -55,6 +57,7 @@ protected:
 
 private slots:
     void startDownload();
+    // Connected, without effect.
     void webViewLoadStarted();
     void webViewLoadFinished();
     void webViewloadProgress(int progress);
@@ -68,10 +71,10 @@ private:
     void setCurrentUrl(const QString& url);
 
     std::unique_ptr<Ui::MainWindow> ui;
-    QString downloadUrl; ///< the page that the view was last asked for
-    QFileSystemWatcher fwatcher;
-    QString lastUrl; ///< the page that openUrlForce last loaded
-    QString defaultUrl;
+    QString downloadUrl;         ///< the page that the view was last asked for
+    QFileSystemWatcher fwatcher; ///< kept, never used
+    QString lastUrl;             ///< the page that openUrlForce last loaded
+    QString defaultUrl;          ///< kept, never read
     NetworkAccessManager* networkAccessManager = nullptr;
     WebView* webview = nullptr;
     QTimer* frontTimer = nullptr;

@@ -72,7 +72,7 @@ void NetworkAccessManager::limitAnswer(QNetworkReply* reply)
     connect(timer, &QTimer::timeout, this, [this, reply, limit] {
         logStamped(QStringLiteral("Request '%1' has no answer after %2 s")
                        .arg(reply->url().toString(), QString::number(limit.count())));
-        reportFirst(true); // what is cancelled does not count otherwise
+        reportFirst(true); // a cancelled request is not reported
         reply->abort();
     });
     timer->start(limit);

@@ -23,8 +23,8 @@ public:
     /// Makes the next request that finishes count as the first again.
     void reset();
 
-    /// Makes the next request for `url` the page's own, which has to be answered within
-    /// `Settings::getNetPageTimeout()` seconds. With an empty address no request is.
+    /// Takes the next request for `url` as the page's own, which fails unless its answer begins within
+    /// `Settings::getNetPageTimeout()` seconds. An empty address takes no request.
     void expectPage(const QUrl& url) { expectedPage = url; }
 
 signals:
@@ -37,8 +37,7 @@ protected:
 
 private slots:
     void requestFinished(QNetworkReply* reply);
-    /// Answers nothing: credentials reach the server by the header alone, so a refused login is an error at
-    /// once instead of a dialog nobody can fill in.
+    /// Does nothing: only the header carries credentials, so a refused login is an error at once.
     void authenticationRequired(QNetworkReply* reply, QAuthenticator* auth);
 
 private:
@@ -47,10 +46,12 @@ private:
     void logFinished(QNetworkReply* reply) const;
     void count(QNetworkReply* reply);
 
+    // Kept, never read.
     qint64 requestFinishedCount = 0;
     qint64 requestFinishedFromCacheCount = 0;
     qint64 requestFinishedPipelinedCount = 0;
     qint64 requestFinishedSecureCount = 0;
+
     bool isFirstRequest = true;
     QUrl expectedPage;
 };

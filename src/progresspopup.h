@@ -9,7 +9,7 @@ class Ui_ProgressPopup;
 
 namespace Varnel {
 
-/// A frameless modal progress bar with a title and no percentage text. Whoever shows it closes it.
+/// A frameless modal progress bar with a title and no percentage text. The caller shows and closes it.
 class ProgressPopup : public QDialog
 {
     Q_OBJECT

@@ -7,22 +7,22 @@
 
 namespace Varnel {
 
-/// Keeps a network reply alive against deferred deletion. The page schedules every reply for deletion as soon
-/// as it has seen it, and again when it has finished; a dialog's event loop would then carry that out while
-/// the reply is still being read. The keeper puts such a deletion off until it goes itself.
+/// Protects a network reply against deferred deletion. The page schedules each reply for deletion when it
+/// receives it and again when it has finished, and a dialog's event loop would delete it while it is still
+/// being read. The keeper postpones the deletion until its own end.
 class ReplyKeeper : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(ReplyKeeper)
 
 public:
-    /// Begins to keep `kept`, which stays the property of its access manager.
+    /// Protects `kept`, which its access manager goes on to own.
     explicit ReplyKeeper(QNetworkReply* kept);
 
-    /// Lets the reply go: a deletion that was put off is scheduled again.
+    /// Schedules a postponed deletion again.
     ~ReplyKeeper() override;
 
-    /// The reply, or null when it was deleted outright (with its access manager) all the same.
+    /// The reply, or null when it was deleted directly, with its access manager.
     [[nodiscard]] QNetworkReply* get() const { return reply; }
 
     bool eventFilter(QObject* object, QEvent* event) override;

@@ -15,12 +15,12 @@ namespace Varnel {
 
 namespace {
 
-// Where the panel's kernel has its one display. 0 lights it, 1 darkens it, in both files.
+// The kernel's files for the panel's display. In both, 0 lights it and 1 darkens it.
 const auto displayBlankFile = QStringLiteral("/sys/class/graphics/fb0/blank");
 const auto backlightPowerFile =
     QStringLiteral("/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power");
 
-/// What the filter swallows while the screen is dark and stays dark.
+/// True for what the filter swallows without waking the screen.
 bool isTouchOnDarkScreen(QEvent::Type type)
 {
     return type == QEvent::MouseButtonPress || type == QEvent::MouseButtonRelease ||
@@ -33,7 +33,7 @@ bool MouseEventFilter::eventFilter(QObject* object, QEvent* event)
 {
     ScreenSaver* const screenSaver = ScreenSaver::instance();
     if (!screenSaver->active()) {
-        // The touch screen moves the pointer to the finger before it reports the press: the move wakes.
+        // The touch screen reports the move to the finger before the press, so the move wakes the screen.
         if (event->type() == QEvent::MouseMove) {
             return screenSaver->activate(true);
         }
@@ -61,10 +61,9 @@ ScreenSaver::ScreenSaver()
 {
     if (!timerAsleep) {
         timerAsleep = new QTimer(this);
-        timerAsleep->setTimerType(Qt::PreciseTimer); // a coarse one may be early by a twentieth
+        timerAsleep->setTimerType(Qt::PreciseTimer); // a coarse timer may be 5 % early
     }
-    // The state begins as inactive, so this is a change: whatever the last process left behind, the display
-    // is lit now.
+    // The initial state is inactive, so this writes the display files, whatever they held before.
     setScreenState(ScreenActive);
 }
 

@@ -7,8 +7,9 @@ class QTimer;
 
 namespace Varnel {
 
-/// Stands in front of every widget that receives touches. While the screen is dark it swallows the touch that
-/// wakes it, so that this touch clicks nothing on the page; while the screen is lit it only notes presses.
+/// The event filter of every widget that receives touches. While the screen is dark it swallows the touch
+/// that wakes it, so that this touch clicks nothing on the page; while the screen is lit it only notes
+/// presses.
 class MouseEventFilter : public QObject
 {
     Q_OBJECT
@@ -38,10 +39,11 @@ public:
     /// QCoreApplication.
     static ScreenSaver* instance();
 
-    /// Lights the screen.
+    /// Lights the screen. Kept, nothing calls it.
     virtual void restore();
 
-    /// Darkens the screen, whatever `level` says. Returns false when a display file could not be written.
+    /// Darkens the screen; `level` is not used. Returns false when a display file could not be written. Kept,
+    /// nothing calls it.
     virtual bool save(int level);
 
     ~ScreenSaver() override = default;
@@ -49,10 +51,10 @@ public:
     /// Lets touches on `widget` keep the screen awake and wake it. The caller keeps the widget.
     void handleMouseMove(QObject* widget);
 
-    /// Starts the period of inactivity. To be called once, after start-up.
+    /// Starts the period of inactivity. Call it once, after start-up.
     void install();
 
-    /// The counterpart of install(). The timer dies with the process, so there is nothing to take back.
+    /// Kept, without effect: the timer ends with the process.
     void uninstall();
 
     /// Lights (true) or darkens (false) the screen. Returns false when it was so already, and true when the
@@ -65,14 +67,14 @@ public:
     /// Begins a new period of inactivity.
     void resetTimer();
 
-    /// A hook of every touch: the controller drives the buzzer over its UDP link, so here it is only logged.
+    /// Called for each touch; only logs, because the controller drives the buzzer over its UDP link.
     void stopBuzzer();
 
-    /// A hook of every page that is opened; only logged, nothing is stored.
+    /// Called for each page that is opened; only logs.
     void setStopBuzzerServer(const QString& server);
 
-    /// Enters `state`: logs, signals, and writes both display files. Returns true when nothing was to be done
-    /// or both files were written; the state stands in either case.
+    /// Enters `state`: logs, signals, and writes both display files. Returns true when the state is the same
+    /// or both files were written. The state changes in any case.
     bool setScreenState(ScreenState state);
 
 signals:

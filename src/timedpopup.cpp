@@ -28,7 +28,7 @@ void TimedPopup::initialize(int duration, const QString& message)
     ui->setupUi(this);
     ui->lblMsg->setText(message);
     setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint);
-    // The usual, coarse timer may be early by a twentieth.
+    // A coarse timer, the default, may be 5 % early.
     QTimer::singleShot(duration, Qt::PreciseTimer, this, &TimedPopup::timerElapsed);
 }
 
@@ -42,10 +42,10 @@ void TimedPopup::run(const QString& message, QWidget* parent)
     const QPointer<TimedPopup> popup = new TimedPopup(message, parent);
     QEventLoop loop;
     connect(popup, &QDialog::finished, &loop, &QEventLoop::quit);
-    connect(popup, &QObject::destroyed, &loop, &QEventLoop::quit); // it goes with its parent
+    connect(popup, &QObject::destroyed, &loop, &QEventLoop::quit); // deleted with its parent
     popup->show();
-    // Showing serves pending events, and a script run by one of them can outlast the popup. exec() would then
-    // wait for ever for a dialog that has closed itself before its loop began.
+    // show() processes pending events, and one of them may run a script until after the popup has closed
+    // itself. exec() would then wait for ever.
     if (popup && popup->isVisible()) {
         loop.exec(QEventLoop::DialogExec);
     }

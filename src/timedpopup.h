@@ -9,8 +9,8 @@ class Ui_TimedPopup;
 
 namespace Varnel {
 
-/// A frameless modal message without any button. It closes itself some time after it was built, so a popup
-/// that is shown late is seen for less time. Closing does not delete it.
+/// A frameless modal message without any button. It closes itself some time after its construction, so a
+/// popup that is shown late is visible for less time. Closing does not delete it.
 class TimedPopup : public QDialog
 {
     Q_OBJECT
@@ -29,7 +29,7 @@ public:
     ~TimedPopup() override;
 
     /// Shows `message` over `parent` for the default duration and returns when it has closed itself. Events
-    /// are served meanwhile; the end of the application's event loop ends the wait at once.
+    /// are processed meanwhile; the end of the application's event loop ends the wait at once.
     static void run(const QString& message, QWidget* parent);
 
 private slots:

@@ -25,7 +25,7 @@ QString chooseUploadFile(QWidget* parent)
     }
     const QPointer<FileDialog> dialog = new FileDialog(false, QString(), parent);
     const int answer = dialog->exec();
-    if (!dialog) { // it went with its parent
+    if (!dialog) { // deleted with its parent
         return {};
     }
     dialog->deleteLater();

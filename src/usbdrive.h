@@ -8,7 +8,7 @@ class QWidget;
 namespace Varnel {
 
 /// True while a USB drive is mounted: its directory exists, and so does the marker file that the system keeps
-/// while the drive is plugged in. The directory alone proves nothing, it is there without a drive too.
+/// while the drive is plugged in. The directory also exists without a drive.
 [[nodiscard]] bool isUsbDriveMounted();
 
 /// Lets the user pick a file of the USB drive for an upload, in a modal dialog over `parent`. Returns its

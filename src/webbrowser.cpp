@@ -5,4 +5,6 @@ namespace Varnel {
 
 WebBrowser::~WebBrowser() = default;
 
+PageWindow::~PageWindow() = default;
+
 } // namespace Varnel

@@ -3,7 +3,11 @@
 
 #include <QString>
 
+class QWidget;
+
 namespace Varnel {
+
+class NetworkAccessManager;
 
 /// What a caller needs of the window that only asks for a page or a reload.
 class WebBrowser
@@ -17,6 +21,20 @@ public:
     virtual void openUrl(const QString& url) = 0;
     /// Loads the current page again, if there is one.
     virtual void reloadUrl() = 0;
+};
+
+/// What the page and its view need of their window.
+class PageWindow
+{
+public:
+    PageWindow() = default;
+    virtual ~PageWindow();
+    Q_DISABLE_COPY_MOVE(PageWindow)
+
+    /// The access manager for all requests of the page.
+    virtual NetworkAccessManager* getNetworkAccessManager() const = 0;
+    /// The widget over which dialogs and popups open.
+    virtual QWidget* dialogParent() = 0;
 };
 
 } // namespace Varnel

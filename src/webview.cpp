@@ -11,12 +11,12 @@
 #include <QtDebug>
 
 #include "downloadhandler.h"
-#include "mainwindow.h"
 #include "networkaccessmanager.h"
 #include "replykeeper.h"
 #include "screensaver.h"
 #include "settings.h"
 #include "usbdrive.h"
+#include "webbrowser.h"
 
 namespace Varnel {
 
@@ -30,10 +30,10 @@ constexpr std::chrono::seconds longestProbePause = 5min;
 
 } // namespace
 
-WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
+WebPage::WebPage(PageWindow* mainWindow, QObject* parent)
     : QWebPage(parent)
     , mainWindow(mainWindow)
-    , downloadHandler(new DownloadHandler(mainWindow))
+    , downloadHandler(new DownloadHandler(mainWindow->dialogParent()))
 {
     setNetworkAccessManager(mainWindow->getNetworkAccessManager());
     connect(this, &QWebPage::unsupportedContent, this, &WebPage::handleUnsupportedContent);
@@ -46,7 +46,7 @@ WebPage::WebPage(MainWindow* mainWindow, QObject* parent)
 
 WebPage::~WebPage()
 {
-    // Requests that are still open finish while the engine's page goes down; they have nobody left to tell.
+    // Open requests finish while the base class is destroyed, when this object's slots can no longer run.
     disconnect(networkAccessManager(), nullptr, this, nullptr);
     downloadHandler->deleteLater();
 }
@@ -55,7 +55,7 @@ bool WebPage::acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& r
 {
     if (frame == mainFrame()) {
         currentUrl = request.url();
-        // What a form sends may take its time.
+        // The server may need time for what a form sends.
         const bool isForm = type == NavigationTypeFormSubmitted || type == NavigationTypeFormResubmitted;
         mainWindow->getNetworkAccessManager()->expectPage(isForm ? QUrl() : currentUrl);
         emit loadingUrl(currentUrl);
@@ -65,7 +65,7 @@ bool WebPage::acceptNavigationRequest(QWebFrame* frame, const QNetworkRequest& r
 
 QString WebPage::chooseFile(QWebFrame* /*frame*/, const QString& /*suggestedFile*/)
 {
-    return chooseUploadFile(mainWindow);
+    return chooseUploadFile(mainWindow->dialogParent());
 }
 
 QString WebPage::userAgentForUrl(const QUrl& /*url*/) const
@@ -81,7 +81,7 @@ bool WebPage::supportsExtension(Extension extension) const
 void WebPage::handleUnsupportedContent(QNetworkReply* reply)
 {
     qDebug() << "WebPage::UnsupportedContent";
-    reply->deleteLater(); // the download keeps what it needs
+    reply->deleteLater(); // the download keeps the reply alive
     if (reply->error() == QNetworkReply::NoError) {
         queueDownload(reply);
         return;
@@ -97,9 +97,9 @@ void WebPage::handleUnsupportedContent(QNetworkReply* reply)
 
 void WebPage::queueDownload(QNetworkReply* reply)
 {
-    // A download asks its user in an event loop of its own, in which the page may go elsewhere. The engine
-    // does not survive that while it is still in the middle of handing the reply over, so the download begins
-    // once it is done; the reply, which may have finished already, is kept until then.
+    // A download asks its user in a nested event loop, in which another page may be loaded. The engine
+    // crashes when that happens while it hands the reply over, so the download begins afterwards. The reply
+    // may have finished by then and is kept.
     const auto keeper = std::make_shared<ReplyKeeper>(reply);
     const auto begin = [this, keeper] {
         if (keeper->get() != nullptr) {
@@ -125,7 +125,7 @@ void WebPage::retryLoad()
     emit loadingUrl(currentUrl);
 }
 
-WebView::WebView(MainWindow* mainWindow, QWidget* parent)
+WebView::WebView(PageWindow* mainWindow, QWidget* parent)
     : QWebView(parent)
     , language(QStringLiteral("default"))
     , currentPage(new WebPage(mainWindow, this))
@@ -137,12 +137,12 @@ WebView::WebView(MainWindow* mainWindow, QWidget* parent)
     setPage(currentPage);
     connectPage();
     page()->setForwardUnsupportedContent(true);
-    // No text on any page may be selected by a finger that rests too long.
+    // A finger that rests on a text may not select it.
     customCss = QLatin1String("data:text/css;charset=utf-8;base64,") +
                 QLatin1String(QByteArrayLiteral("body { -webkit-user-select: none; }").toBase64());
     page()->settings()->setUserStyleSheetUrl(QUrl(customCss));
     retryTimer = new QTimer(this);
-    retryTimer->setTimerType(Qt::PreciseTimer); // a coarse one may be early by a twentieth
+    retryTimer->setTimerType(Qt::PreciseTimer); // a coarse timer may be 5 % early
     retryTimer->setInterval(retryPause);
     retryTimer->setSingleShot(true);
     connect(retryTimer, &QTimer::timeout, this, &WebView::handleRetryTimer);
@@ -150,7 +150,7 @@ WebView::WebView(MainWindow* mainWindow, QWidget* parent)
 
 WebView::~WebView()
 {
-    // The same for the page's last words and for a probe that is still out.
+    // As above: page and probe may send signals while they are destroyed.
     disconnect(currentPage, nullptr, this, nullptr);
     disconnect(&netman, nullptr, this, nullptr);
 }
@@ -212,10 +212,7 @@ void WebView::setLanguage(const QString& lang)
     language = lang;
 }
 
-void WebView::downloadRequested(QNetworkRequest /*request*/)
-{
-    // A download begins when the content itself proves unshowable, never by a link's wish.
-}
+void WebView::downloadRequested(QNetworkRequest /*request*/) {}
 
 void WebView::handleLoadFinished(bool noerr)
 {
@@ -263,7 +260,7 @@ void WebView::tryload(QUrl /*url*/)
 
 void WebView::dropFinishedProbes()
 {
-    // A probe's reply stays until the next one goes out, so that years of retries add up to one reply.
+    // A probe's reply is kept until the next probe, so there is never more than one.
     const auto probes = netman.findChildren<QNetworkReply*>();
     for (QNetworkReply* probe : probes) {
         if (probe->isFinished()) {
@@ -281,8 +278,7 @@ void WebView::tryloadFinished(QNetworkReply* reply)
             startRetryTimer(probePause);
             probePause = qMax(retryPause, qMin(2 * probePause, longestProbePause));
         } else {
-            // onDefault stays: the timer ticks on, but no other probe goes out until the page itself fails
-            // again.
+            // onDefault stays set: the timer goes on, but no probe is sent until a reply of the page fails.
             startRetryTimer(retryPause);
         }
         return;
@@ -291,7 +287,7 @@ void WebView::tryloadFinished(QNetworkReply* reply)
     onDefault = false;
 }
 
-/// Ends repeated probes, as something else than the error page is about to be shown. A single probe goes on.
+/// Ends repeated probes before something else than the error page is shown. A single probe goes on.
 void WebView::endProbing()
 {
     if (Settings::getNetProbeAgain()) {
@@ -304,7 +300,7 @@ void WebView::endProbing()
 
 bool WebView::focusNextPrevChild(bool next)
 {
-    // The engine would send a disabled page the Tab key that moves the focus on.
+    // The engine would send the Tab key to a disabled page.
     // NOLINTNEXTLINE(bugprone-parent-virtual-call): past the engine on purpose
     return isEnabled() ? QWebView::focusNextPrevChild(next) : QWidget::focusNextPrevChild(next);
 }

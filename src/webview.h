@@ -19,7 +19,7 @@ class QNetworkReply;
 namespace Varnel {
 
 class DownloadHandler;
-class MainWindow;
+class PageWindow;
 
 /// The page: names the panel to the server, hands what the engine cannot show to the download, and tells the
 /// view how each reply ended.
@@ -30,12 +30,12 @@ class WebPage : public QWebPage
 
 public:
     /// `mainWindow` is not owned and must outlive the page; its access manager becomes the page's.
-    WebPage(MainWindow* mainWindow, QObject* parent);
+    WebPage(PageWindow* mainWindow, QObject* parent);
     ~WebPage() override;
 
     /// Runs `change`, which puts another page into the main frame: at once, or, while a script's dialog is
-    /// open, when the dialog has been closed and the script is done. The engine does not survive that the
-    /// page is replaced below a script that runs. Of several changes that wait only the last one is run.
+    /// open, after the dialog is closed and the script has ended. The engine crashes when the page is
+    /// replaced while one of its scripts runs. Of several waiting changes only the last one is run.
     void changePage(std::function<void()> change);
 
 signals:
@@ -47,6 +47,7 @@ signals:
 public slots:
     void handleUnsupportedContent(QNetworkReply* reply);
     void httpResponseFinished(QNetworkReply* reply);
+    /// Kept, not connected.
     void retryLoad();
 
 protected:
@@ -55,11 +56,11 @@ protected:
     /// Lets the user choose a file of the USB drive; both arguments are ignored. Empty when none was chosen.
     QString chooseFile(QWebFrame* frame, const QString& suggestedFile) override;
     QString userAgentForUrl(const QUrl& url) const override;
-    /// An input for several files gets one from the same chooser as any other: the toolkit's own would show
-    /// the panel's whole file system.
+    /// Refuses the toolkit's dialog for several files, which would show the panel's whole file system. The
+    /// engine then asks for one file with chooseFile().
     bool supportsExtension(Extension extension) const override;
-    /// The dialogs of a script, as the engine shows them. While the panel itself changes the page nobody is
-    /// asked: the page goes in any case.
+    /// The dialogs of a script, as the engine shows them. None is shown while the panel itself changes the
+    /// page.
     void javaScriptAlert(QWebFrame* frame, const QString& message) override;
     bool javaScriptConfirm(QWebFrame* frame, const QString& message) override;
     bool javaScriptPrompt(QWebFrame* frame, const QString& message, const QString& defaultValue,
@@ -71,22 +72,22 @@ private:
     void afterDialog();
     void releaseReply(QNetworkReply* reply);
 
-    MainWindow* mainWindow;
-    DownloadHandler* downloadHandler;
+    PageWindow* mainWindow = nullptr;
+    DownloadHandler* downloadHandler = nullptr;
     QUrl currentUrl;   ///< the last navigation of the main frame
-    QTimer retryTimer; ///< without behaviour: the timer that works is the view's
+    QTimer retryTimer; ///< kept, never started
     int openDialogs = 0;
     bool changesPage = false;                         ///< the panel itself is changing the page
-    std::function<void()> waitingChange;              ///< the change that waits for a script to be done
-    QVector<QPointer<QNetworkReply>> finishedReplies; ///< those that wait for it, too
+    std::function<void()> waitingChange;              ///< waits for the end of a script
+    QVector<QPointer<QNetworkReply>> finishedReplies; ///< to delete after the end of a script
 };
 
 /// The view: shows the page, the panel's own error and info pages, and tries again after a failed load.
 ///
 /// A reply that fails shows the error page and starts the retry timer. When it fires, the default address is
-/// probed with a request of the view's own; only if that succeeds is the default address loaded. After a
-/// failed probe no other is sent until a reply of the page fails again: the controller's server is not to be
-/// hammered. Where the settings ask for it (Network/ProbeAgain), more probes follow, at growing pauses.
+/// probed with a request of the view's own, and loaded if the probe succeeds. After a failed probe no other
+/// is sent until a reply of the page fails again, to spare the controller's server. Where the settings ask
+/// for it (Network/ProbeAgain), more probes follow, at growing pauses.
 class WebView : public QWebView
 {
     Q_OBJECT
@@ -94,7 +95,7 @@ class WebView : public QWebView
 
 public:
     /// `mainWindow` is not owned and must outlive the view.
-    WebView(MainWindow* mainWindow, QWidget* parent);
+    WebView(PageWindow* mainWindow, QWidget* parent);
     ~WebView() override;
 
     WebPage* webPage() const { return currentPage; }
@@ -125,6 +126,7 @@ public:
     void tryload(QUrl url);
 
 public slots:
+    /// Connected, without effect: only content that the engine cannot show is downloaded.
     void downloadRequested(QNetworkRequest request);
     void handleLoadFinished(bool noerr);
     void handleRetryTimer();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// WebPage's dialogs: what a page's scripts ask the user (alert, confirm, prompt), and how the panel changes
-// the page meanwhile.
+// WebPage's dialogs: alert, confirm and prompt of a page's scripts, and changes of the page while one is
+// open.
 #include "webview.h"
 
 #include <utility>
@@ -18,7 +18,7 @@ void WebPage::javaScriptAlert(QWebFrame* frame, const QString& message)
 
 bool WebPage::javaScriptConfirm(QWebFrame* frame, const QString& message)
 {
-    bool answer = changesPage; // a page that is being left may not hold the panel up ("onbeforeunload")
+    bool answer = changesPage; // "onbeforeunload" may not keep the panel on the page
     ask([&] { answer = QWebPage::javaScriptConfirm(frame, message); });
     return answer;
 }
@@ -31,7 +31,8 @@ bool WebPage::javaScriptPrompt(QWebFrame* frame, const QString& message, const Q
     return answer;
 }
 
-/// Runs `show`, which blocks in an event loop until the user has answered, unless the page is to go.
+/// Runs `show`, which blocks in an event loop until the user has answered, unless the page is about to
+/// change.
 void WebPage::ask(const std::function<void()>& show)
 {
     if (changesPage || waitingChange) {
@@ -57,7 +58,7 @@ void WebPage::changePage(std::function<void()> change)
     }
 }
 
-/// Does what had to wait for the script.
+/// Deletes the replies and makes the change that had to wait for the script.
 void WebPage::afterDialog()
 {
     if (openDialogs > 0) {
@@ -73,8 +74,8 @@ void WebPage::afterDialog()
     }
 }
 
-/// Schedules `reply` for deletion. A dialog's event loop would carry that out below the engine, which may be
-/// in the middle of taking the page from this reply.
+/// Schedules `reply` for deletion, after the last dialog: a dialog's event loop would delete it while the
+/// engine may still read the page from it.
 void WebPage::releaseReply(QNetworkReply* reply)
 {
     if (openDialogs > 0) {

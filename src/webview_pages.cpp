@@ -33,8 +33,7 @@ QString WebView::HtmlContent(QString background, QString left, QString right)
 void WebView::displayError(QString /*name*/)
 {
     qDebug() << "wv: Load error page (" << language << ")";
-    // The style's closing quote is missing; the pages in the field have always been so, and show their
-    // picture.
+    // The style's closing quote is missing on purpose. The engine shows the picture.
     showPicturePage(QStringLiteral("/error.png"), QStringLiteral("\");width:800px;height:480px;></div>"),
                     QStringLiteral("<div style='position:absolute;top:2em;left:2em;'>"
                                    "<h1>Can't find the error page</h1>"
