@@ -22,7 +22,7 @@ QString writeScript(const QString& path)
     return path;
 }
 
-void spawnAndWait(const QByteArray& path, const QByteArray& argument)
+int spawnAndWait(const QByteArray& path, const QByteArray& argument)
 {
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
@@ -36,8 +36,10 @@ void spawnAndWait(const QByteArray& path, const QByteArray& argument)
     if (::posix_spawn(&pid, path.constData(), &actions, nullptr, arguments, environ) != 0) {
         qFatal("posix_spawn failed");
     }
-    ::waitpid(pid, nullptr, 0);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
     ::posix_spawn_file_actions_destroy(&actions);
+    return status;
 }
 
 std::vector<Series> measureScripts(const std::vector<Work>& works, int rounds)

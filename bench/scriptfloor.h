@@ -11,8 +11,9 @@ namespace VarnelBench {
 /// Writes a script that does nothing; returns `path`. Ends this program when that fails.
 QString writeScript(const QString& path);
 
-/// Starts the script with `argument` and null streams by posix_spawn and waits for its end.
-void spawnAndWait(const QByteArray& path, const QByteArray& argument);
+/// Starts the script with `argument` and null streams by posix_spawn and waits for its end; returns its wait
+/// status.
+int spawnAndWait(const QByteArray& path, const QByteArray& argument);
 
 /// Measures starts of scripts, in wall time: single runs in turn, the median of some of them as one value. A
 /// run is short, and whatever else the machine does meanwhile hits one or the other.
