@@ -89,9 +89,14 @@ has_display() {
 }
 
 await_display() {
-    if await "$DISPLAY_SECONDS" has_display "$1"; then
-        return 0
-    fi
+    looks=$((DISPLAY_SECONDS * 10))
+    while [ "$looks" -gt 0 ]; do
+        if has_display "$1"; then
+            return 0
+        fi
+        looks=$((looks - 1))
+        sleep 0.1
+    done
     case $1 in
         linuxfb*) fail "no frame buffer $(frame_buffer "$1"): is its driver there? QT_QPA_PLATFORM=$1" ;;
         *) fail "no display below /dev/dri: is its driver there? QT_QPA_PLATFORM is eglfs" ;;

@@ -6,7 +6,8 @@
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
-. "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
+SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
+. "$SCRIPT_DIR/varnel-common.sh"
 
 # The panel's unit runs it as this user and group.
 PANEL_GROUP=varnel

@@ -78,6 +78,8 @@ run 1 "no such directory: refused" varnel-report /nowhere/x.tar.gz
 run 1 "no stick: refused" varnel-report --stick
 said "no drive is mounted on $POINT"
 mount -t tmpfs -o ro,size=8M tmpfs "$POINT"
+mkdir -p /run/varnel
+echo tmpfs >/run/varnel/usbdrive.device # as if usbdrive.sh had mounted it
 run 1 "stick without a request: refused" varnel-report --stick
 said "the drive has no empty file varnel-report"
 check_equal "stick without a request: untouched" "" "$(ls "$POINT")"
