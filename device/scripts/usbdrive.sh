@@ -65,6 +65,14 @@ set_marker() {
     replace_file 0644 "$DRIVE_RECORD" "$1" && ln -sfT -- "$DRIVE_RECORD" "$MARKER"
 }
 
+# An empty file varnel-report on the drive asks for a report.
+start_report() {
+    request=$POINT/varnel-report
+    if [ -f "$request" ] && [ ! -L "$request" ] && [ ! -s "$request" ]; then
+        systemctl --no-block start varnel-report.service || say "cannot start the report that the drive asks for"
+    fi
+}
+
 # The panel has one slot and one mount point: with two partitions, or two drives on a hub, the first one counts.
 attach() {
     check_device "$1"
@@ -80,11 +88,13 @@ attach() {
         umount -l -- "$POINT"
         fail "cannot set the marker file $MARKER, $1 is left alone"
     fi
+    start_report
 }
 
-# The drive may be gone already, so the mount is let go lazily; the marker goes first, for the same reason as above.
+# The drive may be gone already, so the mount is let go lazily; the marker goes first, for the same reason as above. A drive
+# from before an update of these scripts has no record.
 detach() {
-    if [ "$(attached_drive)" != "$1" ]; then
+    if [ "$(attached_drive)" != "$1" ] && [ "$(mounted_device "$POINT")" != "$1" ]; then
         say "$1 is not the drive that is mounted on $POINT"
         return 0
     fi

@@ -16,7 +16,7 @@ remount() {
         say "no drive is mounted on $point"
         exit 3
     fi
-    if [ "$(findmnt -n -o SOURCE --mountpoint "$point" | tail -n 1)" != "$(attached_drive)" ]; then
+    if [ "$(mounted_device "$point")" != "$(attached_drive)" ]; then
         say "what is mounted on $point was not mounted by usbdrive.sh and is left alone"
         exit 3
     fi

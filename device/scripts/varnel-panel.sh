@@ -53,6 +53,11 @@ attached_drive() {
     [ ! -f "$DRIVE_RECORD" ] || cat -- "$DRIVE_RECORD"
 }
 
+# mounted_device POINT: what is mounted there, nothing if nothing is.
+mounted_device() {
+    findmnt -n -o SOURCE --mountpoint "$1" | tail -n 1
+}
+
 # close_mount_point POINT: without a drive the directory is a part of the system's disk, on which nobody shall save. One in
 # which something lies was not made for the drive alone and stays as it is.
 close_mount_point() {

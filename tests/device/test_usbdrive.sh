@@ -197,6 +197,37 @@ check "detach of another device: still mounted" mountpoint -q "$POINT"
 exec 8<"$POINT/log.txt"
 run 0 "detach with a file open: let go" usbdrive.sh detach "$device"
 exec 8<&-
+
+run 0 "attach once more" usbdrive.sh attach "$device"
+rm /run/varnel/usbdrive.device "$MARKER"
+echo "$device" >"$MARKER"
+run 0 "detach of a drive from before an update" usbdrive.sh detach "$device"
+check_not "a drive from before an update: not mounted" mountpoint -q "$POINT"
+check_not "a drive from before an update: no marker" test -e "$MARKER"
+
+# A drive with an empty file varnel-report asks for a report.
+mount -t tmpfs tmpfs /usr/local/sbin
+# shellcheck disable=SC2016
+printf '%s\n' '#!/bin/sh' 'echo "$*" >>/run/started' >/usr/local/sbin/systemctl
+chmod 0755 /usr/local/sbin/systemctl
+: >/run/started
+# asks COMMAND...: what is started for a drive on which the command was run
+asks() {
+    mount "$WORK/image" /mnt
+    rm -rf /mnt/varnel-report
+    "$@"
+    umount /mnt
+    run 0 "after '$*': attached" usbdrive.sh attach "$device"
+    run 0 "after '$*': detached" usbdrive.sh detach "$device"
+}
+asks true
+asks sh -c 'echo text >/mnt/varnel-report'
+asks ln -s /dev/null /mnt/varnel-report
+asks mkdir /mnt/varnel-report
+check_equal "no request: no report" "" "$(cat /run/started)"
+asks touch /mnt/varnel-report
+check_equal "a request: the report is started" "--no-block start varnel-report.service" "$(cat /run/started)"
+umount /usr/local/sbin
 check_not "detach: not mounted" mountpoint -q "$POINT"
 check_not "detach: no marker" test -e "$MARKER"
 
