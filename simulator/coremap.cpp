@@ -108,7 +108,8 @@ private:
     QHash<QString, QPair<quint8, CoreType>> references;
 };
 
-QList<CorePoint> collect(const QJsonObject& mapping)
+/// The values of all registers; refused when one of them can have none.
+Varnel::Outcome<QList<CorePoint>> collect(const QJsonObject& mapping)
 {
     const Dictionary dictionary(mapping.value(QLatin1String("ci")).toObject());
     QList<CorePoint> points;
@@ -117,7 +118,10 @@ QList<CorePoint> collect(const QJsonObject& mapping)
     for (const QJsonValue& reg : registers) {
         const std::optional<CorePoint> point = dictionary.resolve(reg.toObject());
         if (!point) {
-            continue;
+            return Varnel::Refusal(
+                QStringLiteral("register %1 \"%2\" names no known class, field, index or type")
+                    .arg(reg[QLatin1String("id")].toInt())
+                    .arg(reg[QLatin1String("name")].toString()));
         }
         const quint64 coordinate = (quint64(point->ciClass) << 32) | (quint64(point->ciField) << 16) |
                                    (quint64(point->instance) << 8) | point->typeCode;
@@ -144,8 +148,12 @@ Varnel::Outcome<QList<CorePoint>> readCoreMap(const QString& path)
         return Varnel::Refusal(
             QStringLiteral("mapping file \"%1\" is not a JSON object: %2").arg(path, problem.errorString()));
     }
-    QList<CorePoint> points = collect(document.object());
-    if (points.isEmpty()) {
+    Varnel::Outcome<QList<CorePoint>> points = collect(document.object());
+    if (!points) {
+        return Varnel::Refusal(
+            QStringLiteral("mapping file \"%1\": %2 (see modbus-map-check)").arg(path, points.refusal.text));
+    }
+    if (points.value->isEmpty()) {
         return Varnel::Refusal(QStringLiteral("mapping file \"%1\" names no controller value").arg(path));
     }
     return points;

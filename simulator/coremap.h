@@ -36,7 +36,7 @@ struct CorePoint
 };
 
 /// Reads the controller values that the mapping file at `path` mentions, in file order, one per coordinate.
-/// Registers that name no known class, field or type are left out.
+/// Refuses a mapping in which a register names no known class, field, index or type.
 Varnel::Outcome<QList<CorePoint>> readCoreMap(const QString& path);
 
 } // namespace Simulator

@@ -8,6 +8,9 @@
 
 #include <QCommandLineParser>
 #include <QFileInfo>
+#include <QHostInfo>
+
+#include <algorithm>
 
 namespace Simulator {
 
@@ -40,7 +43,15 @@ constexpr Switch switches[] = {
     {"password", "TEXT", "Password of the web site (default admin)."},
     {"page", "NAME", "The page /index.html: board (control board, default) or plain (still picture)."},
     {"upload-dir", "DIR", "Store uploaded files here (default: only measure them)."},
-    {"scenario", "FILE", "Play the timed steps of this JSON file."},
+    {"scenario", "FILE",
+     "Play the timed steps of this JSON file, or of one that came with the program (such as link-loss)."},
+    {"record", "FILE", "Write what is sent into this capture file (pcap)."},
+    {"replay", "FILE",
+     "Send the frames of this capture (pcap, pcapng) in their own time instead of frames of its own, and "
+     "serve "
+     "the pages that the capture holds."},
+    {"replay-port", "PORT", "The UDP port of the frames in the capture (default 9876)."},
+    {"speed", "N", "Replay N times as fast (default 1; 0.01 to 1000)."},
     {"do", "ACTION", "Do this action at the start; may be repeated."},
     {"stdin", nullptr, "Read actions from standard input, one a line."},
     {"log", nullptr, "Write each frame, request and action to standard output, one JSON object a line."},
@@ -87,9 +98,13 @@ public:
         }
         bool ok = false;
         const uint number = text.section(QLatin1Char(':'), 1).toUInt(&ok);
+        const QString host = text.section(QLatin1Char(':'), 0, 0);
         QHostAddress read;
-        if (!ok || number > 0xFFFF || !readAddress(text.section(QLatin1Char(':'), 0, 0), read)) {
+        if (!ok || number > 0xFFFF || host.isEmpty()) {
             return complain(name, text, "is not ADDR:PORT");
+        }
+        if (!readAddress(host, read)) {
+            return complain(name, host, "has no IPv4 address");
         }
         address = read;
         port = static_cast<quint16>(number);
@@ -99,7 +114,28 @@ public:
     {
         const QString text = parser.value(QLatin1String(name));
         if (!text.isEmpty() && !readAddress(text, address)) {
-            complain(name, text, "is not an IPv4 address");
+            complain(name, text, "has no IPv4 address");
+        }
+    }
+
+    double factor(const char* name, double fallback, double lowest, double highest)
+    {
+        bool ok = false;
+        const QString text = parser.value(QLatin1String(name));
+        const double read = text.toDouble(&ok);
+        if (text.isEmpty() || (ok && read >= lowest && read <= highest)) {
+            return text.isEmpty() ? fallback : read;
+        }
+        complain(name, text, "is not a number in range");
+        return fallback;
+    }
+
+    /// Of two options only one can be used.
+    void exclude(const char* name, const char* other)
+    {
+        if (error.isEmpty() && parser.isSet(QLatin1String(name)) && parser.isSet(QLatin1String(other))) {
+            error = QStringLiteral("--%1 and --%2 exclude each other")
+                        .arg(QLatin1String(name), QLatin1String(other));
         }
     }
 
@@ -134,9 +170,18 @@ public:
 private:
     static bool readAddress(const QString& text, QHostAddress& address)
     {
-        // QHostAddress would also take "1.2" and host names would take time; four numbers it must be.
-        return text.count(QLatin1Char('.')) == 3 && address.setAddress(text) &&
-               address.protocol() == QAbstractSocket::IPv4Protocol;
+        // QHostAddress would also take "1.2", which is meant for something else.
+        if (text.count(QLatin1Char('.')) == 3 && address.setAddress(text)) {
+            return address.protocol() == QAbstractSocket::IPv4Protocol;
+        }
+        const bool isName = std::any_of(text.begin(), text.end(), [](QChar c) { return c.isLetter(); });
+        const QList<QHostAddress> found =
+            isName ? QHostInfo::fromName(text).addresses() : QList<QHostAddress>();
+        const auto first = std::find_if(found.begin(), found.end(), [](const QHostAddress& one) {
+            return one.protocol() == QAbstractSocket::IPv4Protocol;
+        });
+        address = first != found.end() ? *first : QHostAddress();
+        return !address.isNull();
     }
 
     const QCommandLineParser& parser;
@@ -170,6 +215,13 @@ SimulatorOptions readOptions(Reader& reader, const QCommandLineParser& parser)
     options.page = reader.text("page", options.page);
     options.map = reader.text("map");
     options.scenario = reader.text("scenario");
+    options.record = reader.text("record");
+    options.replay = reader.text("replay");
+    options.replayPort = static_cast<quint16>(reader.number("replay-port", options.replayPort, 1, 0xFFFF));
+    options.speed = reader.factor("speed", options.speed, 0.01, 1000);
+    for (const char* own : {"map", "set", "sections", "interval", "count"}) {
+        reader.exclude("replay", own);
+    }
     options.uploadDirectory = reader.text("upload-dir");
     if (!options.uploadDirectory.isEmpty() && !QFileInfo(options.uploadDirectory).isDir()) {
         reader.complain("upload-dir", options.uploadDirectory, "is not a directory");

@@ -23,6 +23,10 @@ struct SimulatorOptions
     QString password = QStringLiteral("admin");
     QString scenario;
     QString map;
+    QString record;
+    QString replay;
+    quint16 replayPort = 9876;
+    double speed = 1;
     QString uploadDirectory;
     QString page = QStringLiteral("board");
     QStringList sections;

@@ -3,7 +3,10 @@
 
 #include "action.h"
 
+#include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkInterface>
 #include <tuple>
 #include <utility>
@@ -27,6 +30,20 @@ QHostAddress broadcastOf(const QHostAddress& local)
     return {};
 }
 
+/// Where a scenario is: the file of this name, or else the one that came with the program.
+QString scenarioPath(const QString& name)
+{
+    const QDir installed(QCoreApplication::applicationDirPath() +
+                         QLatin1String("/../share/varnel-tools/scenarios"));
+    const bool isPlain = !name.contains(QLatin1Char('/'));
+    for (const QString& file : {name, name + QLatin1String(".json")}) {
+        if (isPlain && !QFileInfo::exists(name) && installed.exists(file)) {
+            return installed.filePath(file);
+        }
+    }
+    return name;
+}
+
 } // namespace
 
 Simulation::Simulation(SimulatorOptions startOptions, QObject* parent)
@@ -34,7 +51,7 @@ Simulation::Simulation(SimulatorOptions startOptions, QObject* parent)
     , options(std::move(startOptions))
     , first([this] { return nextSections(); })
     , site({[this](const QJsonObject& action) { return perform(action); }, [this] { return status(); }})
-    , http([this](const HttpRequest& request) { return site.handle(request); })
+    , http([this](const HttpRequest& request) { return answer(request); })
 {
     httpReturn.setSingleShot(true);
     log.setEnabled(options.log);
@@ -47,6 +64,8 @@ Simulation::Simulation(SimulatorOptions startOptions, QObject* parent)
     connect(&httpReturn, &QTimer::timeout, this, [this] {
         std::ignore = perform({{QStringLiteral("do"), QStringLiteral("http-up")}});
     });
+    connect(&replayer, &Replayer::due, this, &Simulation::sendRecorded);
+    connect(&replayer, &Replayer::ended, this, &Simulation::endReplay);
     connect(&player, &ScenarioPlayer::due, this, qOverload<const QJsonObject&>(&Simulation::perform));
     connect(&player, &ScenarioPlayer::ended, this, [this] {
         log.event({{QStringLiteral("event"), QStringLiteral("scenario-ended")}});
@@ -67,7 +86,11 @@ Varnel::Outcome<> Simulation::start()
         }
     }
     log.line(readyLine());
-    first.start(options.intervalMs, options.frameLimit);
+    if (options.replay.isEmpty()) {
+        first.start(options.intervalMs, options.frameLimit);
+    } else {
+        replayer.start(options.speed);
+    }
     player.play(scenario);
     return {};
 }
@@ -87,12 +110,23 @@ Varnel::Outcome<> Simulation::loadFiles()
         }
         core.setPoints(*points.value);
     }
+    if (!options.replay.isEmpty()) {
+        if (const Varnel::Outcome<> opened = replayer.open(options.replay, options.replayPort); !opened) {
+            return opened;
+        }
+    }
+    if (!options.record.isEmpty()) {
+        if (const Varnel::Outcome<> opened = recorder.open(options.record); !opened) {
+            return opened;
+        }
+        first.setRecorder(&recorder);
+    }
     return options.scenario.isEmpty() ? Varnel::Outcome<>() : loadScenario(options.scenario);
 }
 
 Varnel::Outcome<> Simulation::loadScenario(const QString& path)
 {
-    QFile file(path);
+    QFile file(scenarioPath(path));
     if (!file.open(QIODevice::ReadOnly)) {
         return Varnel::Refusal(
             QStringLiteral("cannot read scenario \"%1\": %2").arg(path, file.errorString()));
@@ -124,10 +158,79 @@ Varnel::Outcome<> Simulation::openRoutes()
     if (const Varnel::Outcome<> opened = first.open(route); !opened) {
         return opened;
     }
+    if (const Varnel::Outcome<> opened = openReplay(); !opened) {
+        return opened;
+    }
     site.setLoginRequired(!options.login.isEmpty());
     http.setLogin(options.login, options.password);
     http.setUploadDirectory(options.uploadDirectory);
     return http.listen(options.httpAddress, options.httpPort);
+}
+
+/// The senders of a recording keep apart: the first one has the route's source, each further one the next
+/// address of the loopback network. Elsewhere there is only one address, and the frames of the others are
+/// left out.
+Varnel::Outcome<> Simulation::openReplay()
+{
+    for (int i = 1; i < replayer.senders().size(); ++i) {
+        if (!route.source.isLoopback()) {
+            qWarning().noquote() << QStringLiteral(
+                                        "%1 controllers are recorded; only the frames of %2 are sent")
+                                        .arg(replayer.senders().size())
+                                        .arg(replayer.senders().first().toString());
+            break;
+        }
+        Varnel::Outcome<std::unique_ptr<Transmitter>> sender =
+            openSender(QHostAddress(route.source.toIPv4Address() + quint32(i)));
+        if (!sender) {
+            return sender.refusal;
+        }
+        others.push_back(std::move(*sender.value));
+    }
+    return {};
+}
+
+Varnel::Outcome<std::unique_ptr<Transmitter>> Simulation::openSender(const QHostAddress& source)
+{
+    Route other = route;
+    other.source = source;
+    auto sender = std::make_unique<Transmitter>([this] { return nextSections(); });
+    if (const Varnel::Outcome<> opened = sender->open(other); !opened) {
+        return opened.refusal;
+    }
+    if (!options.record.isEmpty()) {
+        sender->setRecorder(&recorder);
+    }
+    connect(sender.get(), &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
+    return sender;
+}
+
+void Simulation::sendRecorded(const QByteArray& octets, int sender)
+{
+    if (sender == 0) {
+        first.sendRecorded(octets);
+    } else if (sender <= int(others.size())) {
+        others[size_t(sender - 1)]->sendRecorded(octets);
+    }
+}
+
+void Simulation::endReplay(const QString& problem)
+{
+    if (!problem.isEmpty()) {
+        qWarning().noquote() << QStringLiteral("%1: %2").arg(options.replay, problem);
+    }
+    log.event({{QStringLiteral("event"), QStringLiteral("replay-ended")}});
+}
+
+/// The pages of a recording stand in the place of the site's own; what controls the simulation stays.
+HttpReply Simulation::answer(const HttpRequest& request)
+{
+    return site.handle(request, [this](const HttpRequest& wanted) -> std::optional<HttpReply> {
+        if (replayer.site().isEmpty()) {
+            return std::nullopt;
+        }
+        return replayer.site().reply(wanted, replayer.position());
+    });
 }
 
 QString Simulation::readyLine() const

@@ -4,9 +4,11 @@
 #include "controllerstate.h"
 #include "corefeed.h"
 #include "eventlog.h"
+#include "framerecorder.h"
 #include "httpserver.h"
 #include "options.h"
 #include "outcome.h"
+#include "replayer.h"
 #include "scenario.h"
 #include "site.h"
 #include "transmitter.h"
@@ -92,6 +94,11 @@ private:
     [[nodiscard]] QHostAddress neighbour() const;
     QList<QByteArray> nextSections();
     void stopHttpFor(int milliseconds);
+    [[nodiscard]] Varnel::Outcome<> openReplay();
+    [[nodiscard]] Varnel::Outcome<std::unique_ptr<Transmitter>> openSender(const QHostAddress& source);
+    void sendRecorded(const QByteArray& octets, int sender);
+    void endReplay(const QString& problem);
+    [[nodiscard]] HttpReply answer(const HttpRequest& request);
 
     SimulatorOptions options;
     EventLog log;
@@ -101,6 +108,9 @@ private:
     Route route;
     Transmitter first;
     std::unique_ptr<Transmitter> second;
+    FrameRecorder recorder;
+    Replayer replayer;
+    std::vector<std::unique_ptr<Transmitter>> others; ///< play the further senders of a recording
     Site site;
     HttpServer http;
     QTimer httpReturn;

@@ -265,20 +265,18 @@ Varnel::Outcome<> Simulation::doSecond(const QJsonObject& action)
         second.reset();
         return {};
     }
-    Route other = route;
-    other.source = neighbour();
+    QHostAddress source = neighbour();
     if (action.contains(QLatin1String("source"))) {
-        other.source.setAddress(text(action, "source"));
+        source.setAddress(text(action, "source"));
     }
-    if (other.source.isNull()) {
+    if (source.isNull()) {
         return Varnel::Refusal(QStringLiteral("second needs source=ADDR"));
     }
-    auto sender = std::make_unique<Transmitter>([this] { return nextSections(); });
-    if (const Varnel::Outcome<> opened = sender->open(other); !opened) {
-        return opened;
+    Varnel::Outcome<std::unique_ptr<Transmitter>> sender = openSender(source);
+    if (!sender) {
+        return sender.refusal;
     }
-    connect(sender.get(), &Transmitter::sent, this, [this](const QJsonObject& frame) { log.event(frame); });
-    second = std::move(sender);
+    second = std::move(*sender.value);
     second->start(
         static_cast<int>(qBound<qint64>(1, wholeNumber(action, "interval", options.intervalMs), 3600000)),
         qMax<qint64>(0, wholeNumber(action, "count", 0)));

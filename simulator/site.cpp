@@ -135,12 +135,14 @@ bool Site::setFrontPage(const QString& name)
     return true;
 }
 
-HttpReply Site::handle(const HttpRequest& request)
+HttpReply Site::handle(const HttpRequest& request, const Recording& recording)
 {
     if (loginRequired && request.credentials != Credentials::Right) {
         return loginWanted();
     }
-    HttpReply reply = request.path == QLatin1String("/control") ? control(request) : route(request);
+    const bool isControl = request.path == QLatin1String("/control");
+    const std::optional<HttpReply> recorded = isControl ? std::nullopt : recording(request);
+    HttpReply reply = isControl ? control(request) : recorded ? *recorded : route(request);
     httpFaults.apply(reply, request);
     return reply;
 }

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 
 #include <functional>
+#include <optional>
 
 namespace Simulator {
 
@@ -22,6 +23,9 @@ public:
         std::function<QJsonObject()> status;
     };
 
+    /// What a recording has for an address; nothing when there is no recording, or nothing in it.
+    using Recording = std::function<std::optional<HttpReply>(const HttpRequest& request)>;
+
     explicit Site(Control controlSurface);
 
     /// Which page is /index.html: "board" (the control board) or "plain" (still, without script timers).
@@ -34,8 +38,8 @@ public:
     /// Faults that spoil answers; the control address is spared unless named itself.
     HttpFaults& faults() { return httpFaults; }
 
-    /// Answers one request.
-    HttpReply handle(const HttpRequest& request);
+    /// Answers one request, from the recording if it has an answer.
+    HttpReply handle(const HttpRequest& request, const Recording& recording);
 
 private:
     HttpReply route(const HttpRequest& request);

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "transmitter.h"
 
+#include "framerecorder.h"
+
+#include <QtDebug>
+
 #include <utility>
 
 namespace Simulator {
@@ -22,6 +26,12 @@ Varnel::Outcome<> Transmitter::open(const Route& newRoute)
     if (!socket.bind(source, 0)) {
         return Varnel::Refusal(
             QStringLiteral("cannot send from %1: %2").arg(source.toString(), socket.errorString()));
+    }
+    sentFrom = source;
+    if (route.source.isNull()) {
+        QUdpSocket probe; // which address the system takes for this target; nothing is sent
+        probe.connectToHost(route.target, route.port);
+        sentFrom = probe.localAddress();
     }
     return {};
 }
@@ -88,6 +98,13 @@ void Transmitter::repeatLast(int count)
     }
 }
 
+void Transmitter::sendRecorded(const QByteArray& octets)
+{
+    if (!silent) {
+        send(octets, {{QStringLiteral("replayed"), true}});
+    }
+}
+
 void Transmitter::sendRaw(const QByteArray& octets, const QString& what)
 {
     send(octets, {{QStringLiteral("fault"), what}});
@@ -117,8 +134,26 @@ void Transmitter::send(const QByteArray& octets, QJsonObject description)
                        QStringLiteral("%1:%2").arg(route.target.toString()).arg(route.port));
     if (written != octets.size()) {
         description.insert(QStringLiteral("error"), socket.errorString());
+        complain(socket.errorString());
+    } else {
+        lastProblem.clear();
+        if (recorder != nullptr) {
+            recorder->record(octets, sentFrom, socket.localPort(), route.target, route.port);
+        }
     }
     emit sent(description);
+}
+
+/// Says once, not with every frame, that nothing can be sent.
+void Transmitter::complain(const QString& problem)
+{
+    if (problem != lastProblem) {
+        lastProblem = problem;
+        qWarning().noquote() << QStringLiteral("cannot send to %1:%2: %3")
+                                    .arg(route.target.toString())
+                                    .arg(route.port)
+                                    .arg(problem);
+    }
 }
 
 } // namespace Simulator

@@ -14,6 +14,8 @@
 
 namespace Simulator {
 
+class FrameRecorder;
+
 /// Where frames go and what they claim to come from.
 struct Route
 {
@@ -72,6 +74,13 @@ public:
     /// Sends the last datagram `count` times more.
     void repeatLast(int count);
 
+    /// Sends a frame of a recording, unless a silence holds.
+    void sendRecorded(const QByteArray& octets);
+
+    /// Writes everything that is sent from now on into `newRecorder`, which outlives the transmitter; null:
+    /// no more.
+    void setRecorder(FrameRecorder* newRecorder) { recorder = newRecorder; }
+
     /// Sends octets as they are.
     void sendRaw(const QByteArray& octets, const QString& what);
 
@@ -84,8 +93,13 @@ private:
     void sendFrame(const FrameFault* withFault);
     void send(const QByteArray& octets, QJsonObject description);
 
+    void complain(const QString& problem);
+
     SectionSource sectionSource;
     Route route;
+    QHostAddress sentFrom; ///< the route's source, or the system's choice
+    FrameRecorder* recorder = nullptr;
+    QString lastProblem; ///< why the last datagram could not be sent
     QUdpSocket socket;
     QTimer schedule;
     QTimer silenceEnd;

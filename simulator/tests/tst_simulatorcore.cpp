@@ -121,10 +121,6 @@ void SimulatorCoreTest::mappingRules()
         "classes": {"c": {"id": 300, "fields": {"f": 7, "g": 8}}}}, "registers": [
         {"id": 1, "name": "used", "ci_class": "c", "ci_field": "f", "ci_index": 2, "ci_type": "uint16"},
         {"id": 2, "name": "same place", "ci_class": "c", "ci_field": "f", "ci_index": 2, "ci_type": "u16"},
-        {"id": 3, "name": "no such class", "ci_class": "d", "ci_field": "f", "ci_index": 0, "ci_type": "u16"},
-        {"id": 4, "name": "no such field", "ci_class": "c", "ci_field": "h", "ci_index": 0, "ci_type": "u16"},
-        {"id": 5, "name": "long name defines nothing", "ci_class": "c", "ci_field": "g", "ci_index": 0, "ci_type": "uint32"},
-        {"id": 6, "name": "index too large", "ci_class": "c", "ci_field": "g", "ci_index": 256, "ci_type": "u16"},
         {"id": 7, "name": "alias", "ci_class": "c", "ci_field": "g", "ci_index": 255, "ci_type": "float32"}]})");
     const Varnel::Outcome<QList<CorePoint>> read = readCoreMap(path);
     QVERIFY2(read, qPrintable(read.refusal.text));
@@ -148,6 +144,19 @@ void SimulatorCoreTest::unreadableMapping_data()
     QTest::newRow("an array") << QByteArray("[]") << QStringLiteral("is not a JSON object");
     QTest::newRow("without registers")
         << QByteArray("{\"ci\": 5}") << QStringLiteral("names no controller value");
+    const auto broken = [](const char* row, const char* members) {
+        QTest::newRow(row)
+            << R"({"ci": {"types": {"U16": 4, "uint32": 6}, "classes": {"c": {"id": 3, "fields": {"f": 7}}}},
+                   "registers": [{"id": 3, "name": "r", )" +
+                   QByteArray(members) + "}]}"
+            << QStringLiteral(
+                   ": register 3 \"r\" names no known class, field, index or type (see modbus-map-check)");
+    };
+    broken("no such class", R"("ci_class": "d", "ci_field": "f", "ci_index": 0, "ci_type": "u16")");
+    broken("no such field", R"("ci_class": "c", "ci_field": "h", "ci_index": 0, "ci_type": "u16")");
+    broken("long name defines nothing",
+           R"("ci_class": "c", "ci_field": "f", "ci_index": 0, "ci_type": "uint32")");
+    broken("index too large", R"("ci_class": "c", "ci_field": "f", "ci_index": 256, "ci_type": "u16")");
 }
 
 void SimulatorCoreTest::unreadableMapping()

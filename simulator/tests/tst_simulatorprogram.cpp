@@ -54,10 +54,11 @@ bool isCorrect(const QByteArray& frame)
 /// The names of everything that a user can ask for.
 QList<QByteArray> documentedWords()
 {
-    QList<QByteArray> words{"--http",     "--target",   "--broadcast",  "--source",   "--interval",
-                            "--count",    "--sections", "--set",        "--map",      "--login",
-                            "--password", "--page",     "--upload-dir", "--scenario", "--do",
-                            "--stdin",    "--log",      "--help",       "--version"};
+    QList<QByteArray> words{"--http",     "--target",      "--broadcast",  "--source",   "--interval",
+                            "--count",    "--sections",    "--set",        "--map",      "--login",
+                            "--password", "--page",        "--upload-dir", "--scenario", "--do",
+                            "--stdin",    "--log",         "--help",       "--version",  "--record",
+                            "--replay",   "--replay-port", "--speed"};
     for (const Simulator::ActionHelp& action : Simulator::actionHelp()) {
         words.append(QByteArray(action.usage).split(' ').first());
     }
@@ -80,6 +81,7 @@ class SimulatorProgramTest : public QObject
 private slots:
     void sendsFramesOnSchedule();
     void sendsToBroadcastAddress();
+    void resolvesNames();
     void choosesSections_data();
     void choosesSections();
     void stopsAfterCount();
@@ -122,6 +124,17 @@ void SimulatorProgramTest::sendsToBroadcastAddress()
     Listener panel(QHostAddress(QStringLiteral("127.255.255.255")));
     SimulatorProcess simulator;
     QVERIFY(simulator.start({QStringLiteral("--target"), panel.target()}));
+    QCOMPARE(sequenceOf(panel.next().data()), 1U);
+}
+
+void SimulatorProgramTest::resolvesNames()
+{
+    Listener panel;
+    SimulatorProcess simulator;
+    QVERIFY(
+        simulator.start({QStringLiteral("--http"), QStringLiteral("localhost:0"), QStringLiteral("--target"),
+                         QStringLiteral("localhost:%1").arg(panel.socket.localPort())}));
+    QVERIFY2(simulator.ready.contains(QStringLiteral("http=127.0.0.1:")), qPrintable(simulator.ready));
     QCOMPARE(sequenceOf(panel.next().data()), 1U);
 }
 
@@ -333,7 +346,17 @@ void SimulatorProgramTest::refusesToStart_data()
     row("address without port", words("--http 127.0.0.1"), "--http: \"127.0.0.1\" is not ADDR:PORT");
     row("port too large", words("--target 127.0.0.1:65536"),
         "--target: \"127.0.0.1:65536\" is not ADDR:PORT");
-    row("host name", words("--source localhost"), "--source: \"localhost\" is not an IPv4 address");
+    row("no address", words("--source 1.2"), "--source: \"1.2\" has no IPv4 address");
+    row("unknown host", words("--http nowhere.invalid:80"),
+        "--http: \"nowhere.invalid\" has no IPv4 address");
+    row("replay of nothing", words("--replay /nowhere.pcap"),
+        "--replay: /nowhere.pcap: /nowhere.pcap: No such file or directory");
+    row("replay of no capture", {QStringLiteral("--replay"), QStringLiteral(SAMPLE_MAP)},
+        "--replay: " SAMPLE_MAP ": unknown file format");
+    row("replay and frames of its own", words("--replay a --count 3"),
+        "--replay and --count exclude each other");
+    row("speed", words("--speed 0"), "--speed: \"0\" is not a number in range");
+    row("recording into a directory", words("--record /tmp"), "--record: /tmp: Is a directory");
     row("interval of nothing", words("--interval 0"), "--interval: \"0\" is not a number in range");
     row("unknown section", words("--sections devinfo,lamp"), "--sections: \"lamp\" is no section");
     row("unknown page", words("--page fancy"), "--page: \"fancy\" is neither board nor plain");

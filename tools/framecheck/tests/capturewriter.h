@@ -53,6 +53,17 @@ public:
                big(0, 2) + payload;
     }
 
+    /// A TCP segment from port 80 or to it; flags: 2 SYN, 1 FIN.
+    static QByteArray tcp(bool isAnswer, quint32 sequence, const QByteArray& payload, quint32 flags = 0x10,
+                          quint16 clientPort = 40000)
+    {
+        const QByteArray header = big(isAnswer ? 80 : clientPort, 2) + big(isAnswer ? clientPort : 80, 2) +
+                                  big(sequence, 4) + big(0, 4) + big(0x5000 + flags, 2) + big(1000, 2) +
+                                  big(0, 4);
+        return isAnswer ? ipv4(6, header + payload, "192.168.7.2", "192.168.7.10")
+                        : ipv4(6, header + payload, "192.168.7.10", "192.168.7.2");
+    }
+
     static QByteArray big(quint32 value, int width)
     {
         QByteArray octets = little(value, width);
