@@ -17,9 +17,11 @@ BACKLIGHT=/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_pow
 # grant FILE...: those that exist; a line that only is an output has no direction.
 grant() {
     for file in "$@"; do
-        [ ! -e "$file" ] || { chgrp -- "$PANEL_GROUP" "$file" && chmod g+w -- "$file"; } ||
-            say "cannot give $file to the group $PANEL_GROUP"
+        shift
+        [ ! -e "$file" ] || set -- "$@" "$file"
     done
+    [ $# -eq 0 ] || { chgrp -- "$PANEL_GROUP" "$@" && chmod g+w -- "$@"; } ||
+        say "cannot give the group $PANEL_GROUP all files of the outputs"
 }
 
 export_line() {
@@ -38,8 +40,9 @@ case ${1:-} in
 esac
 # The scripts without the panel have nobody to give anything to.
 getent group "$PANEL_GROUP" >/dev/null || exit 0
-grant "$GPIO/export" "$BLANK" "$BACKLIGHT"
+set -- "$GPIO/export" "$BLANK" "$BACKLIGHT"
 for line in $(output_lines); do
     export_line "$line"
-    grant "$GPIO/gpio$line/direction" "$GPIO/gpio$line/active_low" "$GPIO/gpio$line/value"
+    set -- "$@" "$GPIO/gpio$line/direction" "$GPIO/gpio$line/active_low" "$GPIO/gpio$line/value"
 done
+grant "$@"
