@@ -262,7 +262,7 @@ class Machine:
             self.agent.drop()
 
     def screen(self):
-        """The picture on the screen; None while the display is switched off."""
+        """The picture on the screen; None while the display is switched off, which QEMU refuses or shows as black."""
         path = self.path("screen.ppm")
         try:
             self.monitor("screendump", filename=path)
@@ -270,7 +270,7 @@ class Machine:
             return None
         with open(path, "rb") as file:
             picture = Picture(file.read())
-        return picture if (picture.width, picture.height) == (800, 480) else None
+        return picture if (picture.width, picture.height) == (800, 480) and any(picture.pixels) else None
 
     def tablet(self, left, top, *buttons):
         """Moves the emulated tablet to a point, with the left button pressed or released there."""
