@@ -16,13 +16,12 @@ ADDRESS_SECONDS=120
 
 # --- settings ---
 
-# The panel takes a file that is no INI file for an empty one, without a word.
-check_settings() {
-    [ -e "$PANEL_SETTINGS" ] || return 0
-    if ! grep -Eq '^[[:space:]]*\[[A-Za-z]+\]' -- "$PANEL_SETTINGS" ||
-        grep -Evq '^[[:space:]]*(|[;].*|\[.*\]|[^=]+=.*)[[:space:]]*$' -- "$PANEL_SETTINGS"; then
-        say "$PANEL_SETTINGS is not the INI file that it should be: what cannot be read has its default"
-    fi
+# The panel ignores mistakes in its files without a message; varnel-check finds them. It is in the panel's package.
+LARGEST_NUMBER_OF_FINDINGS=10
+check_files() {
+    have varnel-check || return 0
+    varnel-check --short settings pictures mapping 2>&1 | head -n "$LARGEST_NUMBER_OF_FINDINGS" |
+        while read -r finding; do say "$finding"; done
 }
 
 # make_readable FILE: a file with a password is not for everybody, but the panel has to read it.
@@ -151,7 +150,7 @@ if getent group "$PANEL_GROUP" >/dev/null; then
     make_readable "$PANEL_SETTINGS"
     make_readable "$(panel_setting ModbusServer ModbusMap /usr/local/etc/modbus.map)"
 fi
-check_settings
+check_files
 check_confinement
 check_outputs
 prepare_directories

@@ -150,15 +150,21 @@ touch "$GPIO/export"
 cp "$ROOT_DIR/device/varnel-browser.ini" "$INI"
 run 0 "the sample settings: fine" panelcheck.sh
 check_equal "the sample settings: not a word" "" "$(cat "$WORK/err")"
-for broken in 'Network' '[Network]
-UdpPort 9876' 'UdpPort=9876' '<html>'; do
+mount -t tmpfs -o mode=0755 tmpfs /usr/local/bin
+run_programs=$(readlink -f -- "${1:?the directory of the programs}")
+ln -s "$run_programs/varnel-check" /usr/local/bin/
+mkdir -p /usr/local/share
+mount --bind "$ROOT_DIR/device/share" /usr/local/share
+cp "$ROOT_DIR/device/modbus.map" /usr/local/etc/
+for broken in 'Network' 'UdpPort=9876' '<html>'; do
     printf '%s\n' "$broken" >"$INI"
     run 0 "broken settings: goes on" panelcheck.sh
-    said "is not the INI file"
+    said "panelcheck.sh: error: $INI:1: "
 done
 head -c 4096 /bin/sh >"$INI"
 run 0 "settings are a program: goes on" panelcheck.sh
-said "is not the INI file"
+said "panelcheck.sh: error: $INI: the settings file is not a text file"
+umount /usr/local/bin
 
 # --- settings that the panel cannot read ---
 

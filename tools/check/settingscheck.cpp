@@ -381,8 +381,15 @@ Findings checkSettings(const PanelFiles& panel)
                  QStringLiteral("The panel uses the defaults of all keys."),
                  QStringLiteral("chown root:varnel %1 && chmod 0640 %1").arg(path)}};
     }
+    const QByteArray text = panel.read(path);
+    if (std::any_of(text.begin(), text.end(), [](char octet) { return octet >= 0 && octet < '\t'; })) {
+        return {
+            {Severity::Error, path, QStringLiteral("the settings file is not a text file"),
+             QStringLiteral("The panel uses the defaults of most keys."),
+             QStringLiteral("cp /usr/share/doc/varnel-browser/examples/varnel-browser.ini %1").arg(path)}};
+    }
     Reader reader(&findings, path);
-    const QList<QByteArray> lines = panel.read(path).split('\n');
+    const QList<QByteArray> lines = text.split('\n');
     for (const QByteArray& line : lines) {
         reader.take(line);
     }

@@ -219,6 +219,12 @@ void TestCheck::findsFault_data()
             Severity::Warning);
     setting("letters beyond ASCII", "[UI]\nTextOK=G\xc3\xb6\n", 2, "TextOK has letters beyond ASCII",
             "Write such letters as \\x and their hexadecimal code point.", Severity::Warning);
+    setting("a program",
+            QByteArrayLiteral("\x7f"
+                              "ELF\x02\x01")
+                .constData(),
+            0, "the settings file is not a text file",
+            "cp /usr/share/doc/varnel-browser/examples/varnel-browser.ini /usr/local/etc/varnel-browser.ini");
     setting("no assignment", "[UI]\nHideCursor\n", 2, "neither a group, a key nor a comment: \"HideCursor\"",
             "Write KEY=VALUE, or start the line with \";\".");
     setting("unknown mode", "[ModbusServer]\nModbusMode=ascii\n", 2, "ModbusMode is \"ascii\"",
