@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
-#include <QVariant>
 
 #include "logline.h"
 
@@ -117,46 +116,41 @@ const std::vector<Settings::Entry>& Settings::entries()
     return table;
 }
 
-namespace {
+QVariant Settings::Entry::value() const
+{
+    return std::visit([](const auto* target) { return QVariant::fromValue(*target); }, member);
+}
 
 /// QVariant's own conversions: an unreadable number is 0, a flag is false only for "", "0" and "false".
 /// The 16-bit members take the low half of the number.
-void store(const QVariant& value, const Settings::Member& member)
+void Settings::Entry::read(const QVariant& text) const
 {
     std::visit(
-        [&value](auto* target) {
+        [&text](auto* target) {
             using T = std::remove_pointer_t<decltype(target)>;
-            if constexpr (std::is_same_v<T, QString>) {
-                *target = value.toString();
-            } else if constexpr (std::is_same_v<T, quint64>) {
-                *target = value.toULongLong();
-            } else if constexpr (std::is_same_v<T, qint32>) {
-                *target = value.toInt();
-            } else if constexpr (std::is_same_v<T, bool>) {
-                *target = value.toBool();
+            if constexpr (std::is_same_v<T, quint16>) {
+                *target = static_cast<T>(text.toUInt());
             } else {
-                *target = static_cast<T>(value.toUInt());
+                *target = text.value<T>();
             }
         },
         member);
 }
 
-} // namespace
-
-bool Settings::load()
+bool Settings::load(const QString& path)
 {
-    if (!QFile::exists(filePath)) {
-        logStamped(QStringLiteral("Settings file '%1' does not exist, using default values").arg(filePath));
+    if (!QFile::exists(path)) {
+        logStamped(QStringLiteral("Settings file '%1' does not exist, using default values").arg(path));
         return false;
     }
-    if (!QFileInfo(filePath).isFile()) {
+    if (!QFileInfo(path).isFile()) {
         return true; // nothing is read from a directory; a pipe would have to be waited for
     }
-    const QSettings file(filePath, QSettings::IniFormat);
+    const QSettings file(path, QSettings::IniFormat);
     for (const Entry& entry : entries()) {
         const QString name = QLatin1String(entry.group) + QLatin1Char('/') + QLatin1String(entry.key);
         if (file.contains(name)) {
-            store(file.value(name), entry.member);
+            entry.read(file.value(name));
         }
     }
     return true;

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QVariant>
 
 namespace Varnel {
 
@@ -14,14 +15,28 @@ namespace Varnel {
 class Settings
 {
 public:
-    /// Where one key of the settings file is kept. The alternative says how its text is converted.
-    using Member = std::variant<QString*, quint64*, quint32*, quint16*, qint32*, bool*>;
-
-    /// One key of the settings file.
-    struct Entry
+    /// One key of the settings file, for those who list, check or document the settings.
+    class Entry
     {
+    public:
         const char* group;
         const char* key;
+
+        /// What the settings hold for the key now, in the type to which its text is converted.
+        [[nodiscard]] QVariant value() const;
+
+    private:
+        friend class Settings;
+        using Member = std::variant<QString*, quint64*, quint32*, quint16*, qint32*, bool*>;
+
+        Entry(const char* group, const char* key, Member member)
+            : group(group)
+            , key(key)
+            , member(member)
+        {
+        }
+        void read(const QVariant& text) const;
+
         Member member;
     };
 
@@ -32,9 +47,11 @@ public:
     static const QString& path() { return filePath; }
 
     /// Reads the settings file. Returns false, with one log line, when it does not exist; the defaults then
-    /// stand. A key that is missing leaves its default, a value that cannot be converted becomes 0; nothing
-    /// is validated.
-    static bool load();
+    /// stay. A key that is missing leaves its default, a value that cannot be converted becomes 0. Nothing is
+    /// validated.
+    static bool load() { return load(filePath); }
+    /// The same with another file in place of the panel's own.
+    static bool load(const QString& path);
 
     static bool isLogVerbose() { return logVerbose; }
     static void setLogVerbose(bool verbose) { logVerbose = verbose; }
@@ -50,7 +67,7 @@ public:
     /// and password, whether or not the login is empty.
     static QByteArray getHttpAuthorizationBytes();
 
-    static quint64 getWebCacheSize() { return webCacheSize; }
+    static quint64 getWebCacheSize() { return webCacheSize; } // unused, kept
     static const QString& getWebCachePath() { return webCachePath; }
 
     static const QString& getFilesDirectory() { return filesDirectory; }
@@ -96,6 +113,7 @@ public:
         return uiMsgWaitingForNetworkConfiguration;
     }
     static const QString& getUIMsgConnecting() { return uiMsgConnecting; }
+    // These three: unused, kept.
     static const QString& getUIMsgConnectionError() { return uiMsgConnectionError; }
     static const QString& getUIMsgLoading() { return uiMsgLoading; }
     static const QString& getUIMsgError() { return uiMsgError; }

@@ -19,18 +19,12 @@ namespace {
 struct Stage
 {
     QTemporaryDir directory;
-    QVector<QVariant> defaults;
+    QHash<QString, QVariant> defaults = settingsNow();
+    QString defaultsFile = directory.filePath(QStringLiteral("defaults"));
     int files = 0;
 };
 
 Stage* stage = nullptr;
-
-/// Lets the settings be read from `path`. The panel's path is fixed, but no constant; an input must not get
-/// anywhere near the real file.
-void setPath(const QString& path)
-{
-    const_cast<QString&>(Settings::path()) = path; // NOLINT(cppcoreguidelines-pro-type-const-cast)
-}
 
 /// Every file has a name of its own: QSettings keeps what it has read by the file's name, size and time.
 QString newFile(const QByteArray& octets)
@@ -42,29 +36,22 @@ QString newFile(const QByteArray& octets)
     return path;
 }
 
-/// What a key's text means for a member of this type.
-QVariant converted(const QVariant& value, const Settings::Member& member)
+/// What a key's text means for a setting of this type.
+QVariant converted(const QVariant& value, int type)
 {
-    if (std::holds_alternative<QString*>(member)) {
+    switch (type) {
+    case QMetaType::QString:
         return value.toString();
-    }
-    if (std::holds_alternative<quint64*>(member)) {
+    case QMetaType::ULongLong:
         return value.toULongLong();
-    }
-    if (std::holds_alternative<quint32*>(member)) {
+    case QMetaType::UInt:
         return value.toUInt();
-    }
-    if (std::holds_alternative<quint16*>(member)) {
+    case QMetaType::UShort:
         return QVariant::fromValue(quint16(value.toUInt() % 65536));
-    }
-    return std::holds_alternative<qint32*>(member) ? QVariant(value.toInt()) : QVariant(value.toBool());
-}
-
-void restoreDefaults()
-{
-    const std::vector<Settings::Entry>& entries = Settings::entries();
-    for (size_t i = 0; i < entries.size(); ++i) {
-        assign(entries[i], stage->defaults[int(i)]);
+    case QMetaType::Int:
+        return value.toInt();
+    default:
+        return value.toBool();
     }
 }
 
@@ -72,24 +59,19 @@ void restoreDefaults()
 void compareWithFile(const QString& path)
 {
     QSettings file(path, QSettings::IniFormat);
-    const std::vector<Settings::Entry>& entries = Settings::entries();
-    for (size_t i = 0; i < entries.size(); ++i) {
-        const Settings::Entry& entry = entries[i];
+    for (const Settings::Entry& entry : Settings::entries()) {
         file.beginGroup(QLatin1String(entry.group));
         const QString key = QLatin1String(entry.key);
-        const QVariant wanted =
-            file.contains(key) ? converted(file.value(key), entry.member) : stage->defaults[int(i)];
+        const QVariant usual = stage->defaults.value(nameOf(entry));
+        const QVariant wanted = file.contains(key) ? converted(file.value(key), usual.userType()) : usual;
         file.endGroup();
-        require(valueOf(entry) == wanted, "a setting is what its key says, or its default");
+        require(entry.value() == wanted, "a setting is what its key says, or its default");
     }
 }
 
 void compareGetters()
 {
-    const QHash<QString, QVariant> getters = byGetters();
-    for (const Settings::Entry& entry : Settings::entries()) {
-        require(getters.value(nameOf(entry)) == valueOf(entry), "a getter gives its setting");
-    }
+    require(byGetters() == settingsNow(), "a getter gives its setting");
 }
 
 void checkLogin()
@@ -122,11 +104,9 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
     fuzz::QuietLog::install();
     new QCoreApplication(*argc, *argv); // lives as long as the process
     stage = new Stage;
-    for (const Settings::Entry& entry : Settings::entries()) {
-        stage->defaults << valueOf(entry);
-    }
-    setPath(stage->directory.filePath(QStringLiteral("none")));
-    require(!Settings::load() && fuzz::QuietLog::lines().size() == 1,
+    writeSettings(stage->defaultsFile, stage->defaults);
+    require(!Settings::load(stage->directory.filePath(QStringLiteral("none"))) &&
+                fuzz::QuietLog::lines().size() == 1,
             "a missing file is one line in the log");
     compareGetters();
     return 0;
@@ -140,10 +120,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (octets.contains("@Variant(") || octets.contains("@DateTime(")) {
         return 0;
     }
-    restoreDefaults();
+    require(Settings::load(stage->defaultsFile), "the defaults are back");
     const QString path = newFile(octets);
-    setPath(path);
-    require(Settings::load(), "a file that exists is read");
+    require(Settings::load(path), "a file that exists is read");
     require(fuzz::QuietLog::lines().isEmpty(), "bad values are not reported");
     compareWithFile(path);
     compareGetters();

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The settings' homes agree: the table in the code, the sample file that a device image ships, and the
 // reference in the documentation and its manual page.
-#include "settings.h"
-
-#include <type_traits>
-
 #include <QFile>
+#include <QHash>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include "settingsaccess.h"
 
 using namespace Varnel;
 
@@ -29,29 +28,24 @@ QString read(const QString& path)
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
-/// The keys of the code's own table. No settings file is loaded here, so the members hold their defaults.
+/// The word for a type in the documentation.
+QString typeWord(int type)
+{
+    static const QHash<int, QString> words{
+        {QMetaType::QString, QStringLiteral("text")}, {QMetaType::Bool, QStringLiteral("flag")},
+        {QMetaType::Int, QStringLiteral("s32")},      {QMetaType::UShort, QStringLiteral("u16")},
+        {QMetaType::UInt, QStringLiteral("u32")},     {QMetaType::ULongLong, QStringLiteral("u64")},
+    };
+    return words.value(type);
+}
+
+/// The keys of the code's own table. No settings file is loaded here, so they have their defaults.
 QVector<Line> codeLines()
 {
     QVector<Line> lines;
     for (const Settings::Entry& entry : Settings::entries()) {
-        Line line{QLatin1String(entry.group) + QLatin1Char('/') + QLatin1String(entry.key), {}, {}};
-        std::visit(
-            [&line](auto* member) {
-                using T = std::remove_pointer_t<decltype(member)>;
-                if constexpr (std::is_same_v<T, QString>) {
-                    line.type = QStringLiteral("text");
-                    line.value = *member;
-                } else if constexpr (std::is_same_v<T, bool>) {
-                    line.type = QStringLiteral("flag");
-                    line.value = QVariant(*member).toString();
-                } else {
-                    const QLatin1String sign(std::is_signed_v<T> ? "s" : "u");
-                    line.type = sign + QString::number(8 * sizeof(T));
-                    line.value = QString::number(*member);
-                }
-            },
-            entry.member);
-        lines.append(line);
+        const QVariant value = entry.value();
+        lines.append({nameOf(entry), typeWord(value.userType()), value.toString()});
     }
     return lines;
 }
@@ -116,7 +110,7 @@ void compare(const QVector<Line>& documented)
 
 } // namespace
 
-class TestSampleSettings : public QObject
+class tst_SampleSettings : public QObject
 {
     Q_OBJECT
 
@@ -132,7 +126,7 @@ private:
     QString reference;
 };
 
-void TestSampleSettings::initTestCase()
+void tst_SampleSettings::initTestCase()
 {
     sample = read(QFINDTESTDATA("../../device/varnel-browser.ini"));
     reference = read(QFINDTESTDATA("../../docs/settings.md"));
@@ -140,7 +134,7 @@ void TestSampleSettings::initTestCase()
     QVERIFY(!reference.isEmpty());
 }
 
-void TestSampleSettings::sampleHoldsEveryKeyCommentedOut()
+void tst_SampleSettings::sampleHoldsEveryKeyCommentedOut()
 {
     static const QRegularExpression allowed(QStringLiteral("^(|; .*|;|\\[\\w+\\]|;\\w+=.*)$"));
     const QStringList lines = sample.split(QLatin1Char('\n'));
@@ -149,7 +143,7 @@ void TestSampleSettings::sampleHoldsEveryKeyCommentedOut()
     }
 }
 
-void TestSampleSettings::sampleUncommentedReadsAsTheDefaults()
+void tst_SampleSettings::sampleUncommentedReadsAsTheDefaults()
 {
     QString uncommented = sample;
     uncommented.replace(QRegularExpression(QStringLiteral("^;(\\w+=)"), QRegularExpression::MultilineOption),
@@ -174,15 +168,15 @@ void TestSampleSettings::sampleUncommentedReadsAsTheDefaults()
     QCOMPARE(settings.allKeys(), expectedNames);
 }
 
-void TestSampleSettings::referenceListsEveryKey()
+void tst_SampleSettings::referenceListsEveryKey()
 {
     compare(documentedLines(reference));
 }
 
-void TestSampleSettings::manualListsEveryKey()
+void tst_SampleSettings::manualListsEveryKey()
 {
     compare(manualLines(read(QFINDTESTDATA("../../docs/man/varnel-browser.ini.5"))));
 }
 
-QTEST_APPLESS_MAIN(TestSampleSettings)
+QTEST_APPLESS_MAIN(tst_SampleSettings)
 #include "tst_samplesettings.moc"

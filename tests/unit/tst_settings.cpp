@@ -48,8 +48,6 @@ private slots:
     void authorization();
 
 private:
-    void restoreDefaults() const;
-
     QHash<QString, QVariant> defaultValues; ///< of every key, "group/key"
 };
 
@@ -86,14 +84,13 @@ void tst_Settings::initTestCase()
     QCOMPARE(Settings::path(), settingsPath);
     QVERIFY2(!QFile::exists(settingsPath),
              "this test writes to the panel's own paths: run it in the sandbox");
-    for (const Settings::Entry& entry : Settings::entries()) {
-        defaultValues.insert(nameOf(entry), valueOf(entry));
-    }
+    defaultValues = settingsNow();
 }
 
 void tst_Settings::init()
 {
-    restoreDefaults();
+    loadSettings(defaultValues);
+    QCOMPARE(settingsNow(), defaultValues);
 }
 
 void tst_Settings::cleanup()
@@ -101,13 +98,6 @@ void tst_Settings::cleanup()
     QFile::remove(settingsPath);
     QDir().rmdir(settingsPath);
     QVERIFY(!QFile::exists(settingsPath));
-}
-
-void tst_Settings::restoreDefaults() const
-{
-    for (const Settings::Entry& entry : Settings::entries()) {
-        assign(entry, defaultValues.value(nameOf(entry)));
-    }
 }
 
 void tst_Settings::defaults_data()
@@ -167,7 +157,7 @@ void tst_Settings::defaults()
 {
     QFETCH(QVariant, wanted);
     const QString name = QString::fromLatin1(QTest::currentDataTag());
-    QVERIFY(find(name) != nullptr);
+    QVERIFY(defaultValues.contains(name));
     QCOMPARE(byGetters().value(name), wanted);
     QCOMPARE(byGetters().value(name).userType(), wanted.userType());
 }
@@ -406,27 +396,21 @@ void tst_Settings::keysAreFoundByTheirExactName()
 void tst_Settings::allKeysAtOnce()
 {
     // Every key gets a value of its own; flags are turned round.
-    QMap<QString, QByteArray> groups;
     QHash<QString, QVariant> wanted;
     int number = 100;
     for (const Settings::Entry& entry : Settings::entries()) {
         ++number;
-        QVariant value = QVariant(number);
-        if (std::holds_alternative<bool*>(entry.member)) {
-            value = !valueOf(entry).toBool();
-        } else if (std::holds_alternative<QString*>(entry.member)) {
+        const int type = entry.value().userType();
+        QVariant value(number);
+        if (type == QMetaType::Bool) {
+            value = !entry.value().toBool();
+        } else if (type == QMetaType::QString) {
             value = QStringLiteral("text %1").arg(number);
         }
-        value.convert(valueOf(entry).userType());
+        value.convert(type);
         wanted.insert(nameOf(entry), value);
-        groups[QLatin1String(entry.group)] +=
-            QByteArray(entry.key) + '=' + value.toString().toLatin1() + '\n';
     }
-    QByteArray contents;
-    for (auto group = groups.cbegin(); group != groups.cend(); ++group) {
-        contents += '[' + group.key().toLatin1() + "]\n" + group.value();
-    }
-    write(contents);
+    writeSettings(settingsPath, wanted);
     QVERIFY(Settings::load());
     const QHash<QString, QVariant> got = byGetters();
     for (auto value = wanted.cbegin(); value != wanted.cend(); ++value) {
@@ -483,11 +467,10 @@ void tst_Settings::authorization()
 {
     QFETCH(QString, login);
     QFETCH(QString, password);
-    assign(*find(QStringLiteral("WebSite/Login")), login);
-    assign(*find(QStringLiteral("WebSite/Password")), password);
+    const QString loginName = QStringLiteral("WebSite/Login");
+    loadSettings({{loginName, login}, {QStringLiteral("WebSite/Password"), password}});
     QTEST(Settings::getHttpAuthorizationBytes(), "header");
-    // Built anew each time.
-    assign(*find(QStringLiteral("WebSite/Login")), QStringLiteral("other"));
+    loadSettings({{loginName, QStringLiteral("other")}}); // the header is made new for each call
     QVERIFY(Settings::getHttpAuthorizationBytes().startsWith("Basic b3RoZXI6"));
 }
 

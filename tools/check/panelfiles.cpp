@@ -12,13 +12,22 @@ namespace VarnelCheck {
 
 namespace {
 
-/// In the order of the alternatives of Settings::Member.
-constexpr Kind kinds[] = {Kind::Text,       Kind::Unsigned64, Kind::Unsigned32,
-                          Kind::Unsigned16, Kind::Signed32,   Kind::Flag};
-
-QVariant defaultOf(const Settings::Entry& entry)
+Kind kindOf(int type)
 {
-    return std::visit([](const auto* member) { return QVariant::fromValue(*member); }, entry.member);
+    switch (type) {
+    case QMetaType::ULongLong:
+        return Kind::Unsigned64;
+    case QMetaType::UInt:
+        return Kind::Unsigned32;
+    case QMetaType::UShort:
+        return Kind::Unsigned16;
+    case QMetaType::Int:
+        return Kind::Signed32;
+    case QMetaType::Bool:
+        return Kind::Flag;
+    default:
+        return Kind::Text;
+    }
 }
 
 } // namespace
@@ -28,8 +37,9 @@ const QVector<Key>& knownKeys()
     static const QVector<Key> keys = [] {
         QVector<Key> table;
         for (const Settings::Entry& entry : Settings::entries()) {
-            table.append({QLatin1String(entry.group), QLatin1String(entry.key), kinds[entry.member.index()],
-                          defaultOf(entry)});
+            const QVariant value = entry.value(); // the default: no settings file is loaded
+            table.append(
+                {QLatin1String(entry.group), QLatin1String(entry.key), kindOf(value.userType()), value});
         }
         return table;
     }();

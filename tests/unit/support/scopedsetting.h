@@ -1,39 +1,28 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <variant>
+#include "settingsaccess.h"
 
-#include <QtGlobal>
-
-#include "settings.h"
-
-/// Gives one setting another value for as long as it lives, as if the settings file had held it.
+/// Gives one setting another value for as long as it lives, through a settings file.
 template<typename T>
 class ScopedSetting
 {
 public:
     ScopedSetting(const char* group, const char* key, const T& value)
-        : member(find(group, key))
-        , old(*member)
+        : name(QLatin1String(group) + QLatin1Char('/') + QLatin1String(key))
+        , old(settingsNow().value(name))
     {
-        *member = value;
+        if (old.userType() != qMetaTypeId<T>()) {
+            qFatal("no such setting: %s/%s", group, key);
+        }
+        loadSettings({{name, QVariant::fromValue(value)}});
     }
 
-    ~ScopedSetting() { *member = old; }
+    ~ScopedSetting() { loadSettings({{name, old}}); }
 
     Q_DISABLE_COPY_MOVE(ScopedSetting)
 
 private:
-    static T* find(const char* group, const char* key)
-    {
-        for (const Varnel::Settings::Entry& entry : Varnel::Settings::entries()) {
-            if (qstrcmp(entry.group, group) == 0 && qstrcmp(entry.key, key) == 0) {
-                return std::get<T*>(entry.member);
-            }
-        }
-        qFatal("no such setting: %s/%s", group, key);
-    }
-
-    T* member = nullptr;
-    T old;
+    QString name;
+    QVariant old;
 };

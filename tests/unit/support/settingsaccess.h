@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QFile>
 #include <QHash>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <QVariant>
 
 #include "settings.h"
@@ -12,29 +15,36 @@ inline QString nameOf(const Varnel::Settings::Entry& entry)
     return QLatin1String(entry.group) + QLatin1Char('/') + QLatin1String(entry.key);
 }
 
-/// What the settings hold for the key now.
-inline QVariant valueOf(const Varnel::Settings::Entry& entry)
+/// What the settings hold, by the name of the key.
+inline QHash<QString, QVariant> settingsNow()
 {
-    return std::visit([](const auto* member) { return QVariant::fromValue(*member); }, entry.member);
-}
-
-/// Gives the key another value, of the same type.
-inline void assign(const Varnel::Settings::Entry& entry, const QVariant& value)
-{
-    std::visit(
-        [&value](auto* member) { *member = value.value<std::remove_reference_t<decltype(*member)>>(); },
-        entry.member);
-}
-
-/// The key of that name, or null.
-inline const Varnel::Settings::Entry* find(const QString& name)
-{
+    QHash<QString, QVariant> values;
     for (const Varnel::Settings::Entry& entry : Varnel::Settings::entries()) {
-        if (nameOf(entry) == name) {
-            return &entry;
-        }
+        values.insert(nameOf(entry), entry.value());
     }
-    return nullptr;
+    return values;
+}
+
+/// Writes a settings file with these values, by the names of their keys.
+inline void writeSettings(const QString& path, const QHash<QString, QVariant>& values)
+{
+    QSettings file(path, QSettings::IniFormat);
+    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+        file.setValue(value.key(), value->toString()); // of other types it would write the octets of a stream
+    }
+}
+
+/// Loads a settings file with these values.
+inline void loadSettings(const QHash<QString, QVariant>& values)
+{
+    static const QTemporaryDir directory;
+    static int files = 0; // QSettings remembers a file by its name
+    const QString path = directory.filePath(QString::number(++files));
+    writeSettings(path, values);
+    if (!Varnel::Settings::load(path)) {
+        qFatal("cannot write a settings file");
+    }
+    QFile::remove(path);
 }
 
 /// What every key's getter says, by the name of the key.
