@@ -20,7 +20,7 @@
 using namespace Varnel;
 
 /// What the Modbus server is told: its start-up description, the scripts and their arguments, the commands.
-class TestModbusControl : public QObject
+class tst_ModbusControl : public QObject
 {
     Q_OBJECT
 
@@ -81,7 +81,7 @@ const char* const group = "ModbusServer";
 
 } // namespace
 
-void TestModbusControl::initFile_data()
+void tst_ModbusControl::initFile_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("setting");
@@ -106,7 +106,7 @@ void TestModbusControl::initFile_data()
         R"({"devid": 0, "port": "p", "baud": 0, "mode": "8N1"})");
 }
 
-void TestModbusControl::initFile()
+void tst_ModbusControl::initFile()
 {
     QFETCH(QString, mode);
     QFETCH(QString, setting);
@@ -128,7 +128,7 @@ void TestModbusControl::initFile()
                           {QStringLiteral("tables"), QJsonArray()}}));
 }
 
-void TestModbusControl::badInterface_data()
+void tst_ModbusControl::badInterface_data()
 {
     QTest::addColumn<QString>("mode");
     QTest::addColumn<QString>("setting");
@@ -151,7 +151,7 @@ void TestModbusControl::badInterface_data()
     row("blank behind the mode: refused", "tcp ", "0.0.0.0:502:10", unknown);
 }
 
-void TestModbusControl::badInterface()
+void tst_ModbusControl::badInterface()
 {
     QFETCH(QString, mode);
     QFETCH(QString, setting);
@@ -168,7 +168,7 @@ void TestModbusControl::badInterface()
     QVERIFY(!QFile::exists(path(directory, "new"))); // nothing is written, not even the directory
 }
 
-void TestModbusControl::tableLength_data()
+void tst_ModbusControl::tableLength_data()
 {
     QTest::addColumn<QByteArray>("ids");
     QTest::addColumn<double>("length");
@@ -186,7 +186,7 @@ void TestModbusControl::tableLength_data()
     QTest::newRow("smallest number there is: its size") << QByteArray("-2147483648") << 2147483648.0;
 }
 
-void TestModbusControl::tableLength()
+void tst_ModbusControl::tableLength()
 {
     QFETCH(QByteArray, ids);
     QFETCH(double, length);
@@ -207,7 +207,7 @@ void TestModbusControl::tableLength()
     QCOMPARE(bridge.GetRegisterList().contains(99), ids.contains("99")); // looking it up enters it
 }
 
-void TestModbusControl::tablesInAscendingOrder()
+void tst_ModbusControl::tablesInAscendingOrder()
 {
     const QTemporaryDir directory;
     ModbusInterface bridge;
@@ -228,7 +228,7 @@ void TestModbusControl::tablesInAscendingOrder()
     QCOMPARE(summary, QStringLiteral("-7 0 r;100 2 r;300 3 r;70000 1 r;"));
 }
 
-void TestModbusControl::textIsIndented()
+void tst_ModbusControl::textIsIndented()
 {
     const ScopedSetting<QString> modeSetting(group, "ModbusMode", QStringLiteral("tcp"));
     const ScopedSetting<QString> interfaceSetting(group, "ModbusInterface", QStringLiteral("0.0.0.0:502:10"));
@@ -259,7 +259,7 @@ void TestModbusControl::textIsIndented()
 )"));
 }
 
-void TestModbusControl::missingDirectoryIsCreated()
+void tst_ModbusControl::missingDirectoryIsCreated()
 {
     const QTemporaryDir directory;
     ModbusInterface bridge;
@@ -269,7 +269,7 @@ void TestModbusControl::missingDirectoryIsCreated()
     QVERIFY(log.lines().isEmpty());
 }
 
-void TestModbusControl::olderFileIsReplaced()
+void tst_ModbusControl::olderFileIsReplaced()
 {
     const QTemporaryDir directory;
     QFile file(path(directory, "mbserver_init.dbus"));
@@ -281,7 +281,7 @@ void TestModbusControl::olderFileIsReplaced()
     QCOMPARE(readObject(file.fileName()).value(QStringLiteral("delay")).toInt(), 500);
 }
 
-void TestModbusControl::unwritableFileIsNoFailure_data()
+void tst_ModbusControl::unwritableFileIsNoFailure_data()
 {
     QTest::addColumn<bool>("full");
     QTest::addColumn<QString>("reason");
@@ -290,7 +290,7 @@ void TestModbusControl::unwritableFileIsNoFailure_data()
     QTest::newRow("disk full: said") << true << QStringLiteral("No space left on device");
 }
 
-void TestModbusControl::unwritableFileIsNoFailure()
+void tst_ModbusControl::unwritableFileIsNoFailure()
 {
     QFETCH(bool, full);
     QFETCH(QString, reason);
@@ -305,7 +305,7 @@ void TestModbusControl::unwritableFileIsNoFailure()
              QStringList(QStringLiteral("Cannot write \"%1\" : \"%2\"").arg(file, reason)));
 }
 
-void TestModbusControl::startMonitor()
+void tst_ModbusControl::startMonitor()
 {
     const ScopedSetting<QString> directory("Files", "ScriptDir", scripts.path());
     const RecordingScript script(scripts.path(), QStringLiteral("mbserverstart.sh"));
@@ -318,14 +318,14 @@ void TestModbusControl::startMonitor()
     QCOMPARE(script.runs(), QList<QStringList>({{argument}}));
 }
 
-void TestModbusControl::startMonitorWithoutScript_data()
+void tst_ModbusControl::startMonitorWithoutScript_data()
 {
     QTest::addColumn<bool>("exists");
     QTest::newRow("missing: logged") << false;
     QTest::newRow("not executable: logged") << true;
 }
 
-void TestModbusControl::startMonitorWithoutScript()
+void tst_ModbusControl::startMonitorWithoutScript()
 {
     QFETCH(bool, exists);
     const QTemporaryDir empty;
@@ -343,7 +343,7 @@ void TestModbusControl::startMonitorWithoutScript()
                           QStringLiteral("\"/tmp/etc/mbserver_init.dbus\""), QString(), notFound(script)}));
 }
 
-void TestModbusControl::stopMonitor()
+void tst_ModbusControl::stopMonitor()
 {
     const ScopedSetting<QString> directory("Files", "ScriptDir", scripts.path());
     const RecordingScript script(scripts.path(), QStringLiteral("mbserverstop.sh"));
@@ -354,7 +354,7 @@ void TestModbusControl::stopMonitor()
     QCOMPARE(script.runs(), QList<QStringList>({QStringList()}));
 }
 
-void TestModbusControl::stopMonitorWithoutScript()
+void tst_ModbusControl::stopMonitorWithoutScript()
 {
     const QTemporaryDir empty;
     const ScopedSetting<QString> directory("Files", "ScriptDir", empty.path());
@@ -365,7 +365,7 @@ void TestModbusControl::stopMonitorWithoutScript()
              QStringList({QStringLiteral("Stop modbus monitor"), notFound(path(empty, "mbserverstop.sh"))}));
 }
 
-void TestModbusControl::pathsAreCleaned()
+void tst_ModbusControl::pathsAreCleaned()
 {
     const ScopedSetting<QString> directory("Files", "ScriptDir", QStringLiteral("/nowhere//x/../scripts/"));
     ModbusInterface bridge;
@@ -377,7 +377,7 @@ void TestModbusControl::pathsAreCleaned()
                                        notFound(QStringLiteral("/nowhere/scripts/mbserverstart.sh"))}));
 }
 
-void TestModbusControl::updateCommand()
+void tst_ModbusControl::updateCommand()
 {
     QCOMPARE(ModbusInterface::GenerateDbusUpdateQuery({}),
              QStringLiteral(R"({"cmd":"setconfig","data":[]})"));
@@ -388,7 +388,7 @@ void TestModbusControl::updateCommand()
                             R"({"address":-5,"values":[]},{"address":7,"values":[10,9]}]})"));
 }
 
-void TestModbusControl::updateCommandIsTheJsonWriters()
+void tst_ModbusControl::updateCommandIsTheJsonWriters()
 {
     QRandomGenerator random(20240513);
     const auto below = [&random](int limit) { return int(random() % unsigned(limit)); };
@@ -416,7 +416,7 @@ void TestModbusControl::updateCommandIsTheJsonWriters()
     }
 }
 
-void TestModbusControl::updateRegisters()
+void tst_ModbusControl::updateRegisters()
 {
     const ScopedSetting<QString> directory("Files", "ScriptDir", scripts.path());
     const RecordingScript script(scripts.path(), QStringLiteral("mbserverupdate.sh"));
@@ -429,7 +429,7 @@ void TestModbusControl::updateRegisters()
     QVERIFY(log.lines().isEmpty());
 }
 
-void TestModbusControl::updateRegistersWithoutScript()
+void tst_ModbusControl::updateRegistersWithoutScript()
 {
     const QTemporaryDir empty;
     const ScopedSetting<QString> directory("Files", "ScriptDir", empty.path());
@@ -440,7 +440,7 @@ void TestModbusControl::updateRegistersWithoutScript()
     QVERIFY(log.lines().isEmpty());
 }
 
-void TestModbusControl::tooLongCommand()
+void tst_ModbusControl::tooLongCommand()
 {
     const QTemporaryDir own;
     const ScopedSetting<QString> directory("Files", "ScriptDir", own.path());
@@ -473,6 +473,6 @@ void TestModbusControl::tooLongCommand()
     QCOMPARE(reports(), 2); // until it begins anew
 }
 
-QTEST_GUILESS_MAIN(TestModbusControl)
+QTEST_GUILESS_MAIN(tst_ModbusControl)
 
 #include "tst_modbuscontrol.moc"

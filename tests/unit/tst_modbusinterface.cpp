@@ -11,7 +11,7 @@ Q_DECLARE_METATYPE(Varnel::core_tmp)
 using namespace Varnel;
 
 /// The road of a controller value: from a Core item to the value of a register, and from there to words.
-class TestModbusInterface : public QObject
+class tst_ModbusInterface : public QObject
 {
     Q_OBJECT
 
@@ -72,7 +72,7 @@ void load(ModbusInterface* bridge, const QByteArray& registers, const QByteArray
 
 } // namespace
 
-void TestModbusInterface::decoding_data()
+void tst_ModbusInterface::decoding_data()
 {
     QTest::addColumn<int>("type");
     QTest::addColumn<QByteArray>("payload");
@@ -125,7 +125,7 @@ void TestModbusInterface::decoding_data()
     row("code without type: 0", typeMissing, octets("0102"), 0);
 }
 
-void TestModbusInterface::decoding()
+void tst_ModbusInterface::decoding()
 {
     QFETCH(int, type);
     QFETCH(QByteArray, payload);
@@ -139,7 +139,7 @@ void TestModbusInterface::decoding()
     QCOMPARE(stored.userType(), value.userType());
 }
 
-void TestModbusInterface::unknownTypeIsEntered()
+void tst_ModbusInterface::unknownTypeIsEntered()
 {
     ModbusInterface bridge;
     load(&bridge, registerText(10, "u16", "u16"), "");
@@ -149,7 +149,7 @@ void TestModbusInterface::unknownTypeIsEntered()
     QCOMPARE(bridge.GetCiTypeList().value(typeMissing).name, QString());
 }
 
-void TestModbusInterface::unknownRegisterIsCreated()
+void tst_ModbusInterface::unknownRegisterIsCreated()
 {
     ModbusInterface bridge;
     load(&bridge, registerText(10, "u16", "u16"), "");
@@ -159,7 +159,7 @@ void TestModbusInterface::unknownRegisterIsCreated()
     QCOMPARE(bridge.GetRegisterList().value(77).mbtype, 0);
 }
 
-void TestModbusInterface::tablesToUpdate()
+void tst_ModbusInterface::tablesToUpdate()
 {
     ModbusInterface bridge;
     load(&bridge,
@@ -186,7 +186,7 @@ void TestModbusInterface::tablesToUpdate()
     QCOMPARE(bridge.GetRegisterList().value(12).value, QVariant(7));
 }
 
-void TestModbusInterface::untabledRegistersStay()
+void tst_ModbusInterface::untabledRegistersStay()
 {
     ModbusInterface bridge;
     load(&bridge, registerText(10, "u16", "u16", 0) + "," + registerText(11, "u16", "u16", 1),
@@ -195,7 +195,7 @@ void TestModbusInterface::untabledRegistersStay()
     QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(0));
 }
 
-void TestModbusInterface::coordinateDecides_data()
+void tst_ModbusInterface::coordinateDecides_data()
 {
     QTest::addColumn<core_tmp>("item");
     QTest::addColumn<bool>("mapped");
@@ -208,7 +208,7 @@ void TestModbusInterface::coordinateDecides_data()
         << core_tmp{7, 3, 44, 4, 1, "\x05"} << false;
 }
 
-void TestModbusInterface::coordinateDecides()
+void tst_ModbusInterface::coordinateDecides()
 {
     QFETCH(core_tmp, item);
     QFETCH(bool, mapped);
@@ -219,7 +219,7 @@ void TestModbusInterface::coordinateDecides()
     QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(mapped ? 5 : 0));
 }
 
-void TestModbusInterface::itemsNeedNoTable()
+void tst_ModbusInterface::itemsNeedNoTable()
 {
     ModbusInterface bridge; // nothing loaded at all
     QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, typeU16, octets("0001"))}), QVector<int>());
@@ -228,7 +228,7 @@ void TestModbusInterface::itemsNeedNoTable()
     QCOMPARE(bridge.ComputeRawData({}).size(), 0);
 }
 
-void TestModbusInterface::rendering_data()
+void tst_ModbusInterface::rendering_data()
 {
     QTest::addColumn<QByteArray>("mbType");
     QTest::addColumn<QByteArray>("ciType");
@@ -279,7 +279,7 @@ void TestModbusInterface::rendering_data()
     row("as an unknown name: no word", "UINT16", "u16", typeU16, octets("0001"), {});
 }
 
-void TestModbusInterface::rendering()
+void tst_ModbusInterface::rendering()
 {
     QFETCH(QByteArray, mbType);
     QFETCH(QByteArray, ciType);
@@ -295,7 +295,7 @@ void TestModbusInterface::rendering()
     QTEST(tables[0].values, "words");
 }
 
-void TestModbusInterface::convertedValues_data()
+void tst_ModbusInterface::convertedValues_data()
 {
     QTest::addColumn<QByteArray>("mbType");
     QTest::addColumn<Words>("words");
@@ -304,7 +304,7 @@ void TestModbusInterface::convertedValues_data()
     QTest::newRow("bool: 1") << QByteArray("bool") << Words{1};
 }
 
-void TestModbusInterface::convertedValues()
+void tst_ModbusInterface::convertedValues()
 {
     QFETCH(QByteArray, mbType);
     ModbusInterface bridge;
@@ -313,7 +313,7 @@ void TestModbusInterface::convertedValues()
     QTEST(bridge.ComputeRawData({100}).at(0).values, "words");
 }
 
-void TestModbusInterface::tableLayout_data()
+void tst_ModbusInterface::tableLayout_data()
 {
     QTest::addColumn<QByteArray>("ids");
     QTest::addColumn<Words>("words");
@@ -332,7 +332,7 @@ void TestModbusInterface::tableLayout_data()
         << QByteArray("12, 13, 99, 10, 11") << Words{0x0C0C, 0x0D0D, 0x0A0A, 0x0B0B};
 }
 
-void TestModbusInterface::tableLayout()
+void tst_ModbusInterface::tableLayout()
 {
     QFETCH(QByteArray, ids);
     ModbusInterface bridge;
@@ -349,7 +349,7 @@ void TestModbusInterface::tableLayout()
     QTEST(bridge.ComputeRawData({100}).at(0).values, "words");
 }
 
-void TestModbusInterface::severalTables()
+void tst_ModbusInterface::severalTables()
 {
     ModbusInterface bridge;
     load(&bridge, registerText(10, "u16", "u16"), tableText(300, "10, -1") + "," + tableText(100, "-1, 10"));
@@ -364,7 +364,7 @@ void TestModbusInterface::severalTables()
     QCOMPARE(tables[2].values, Words({9, 0}));
 }
 
-void TestModbusInterface::unknownTableIsEntered()
+void tst_ModbusInterface::unknownTableIsEntered()
 {
     ModbusInterface bridge;
     const QVector<MbRawData_s> tables = bridge.ComputeRawData({55});
@@ -375,7 +375,7 @@ void TestModbusInterface::unknownTableIsEntered()
     QCOMPARE(bridge.GetTableList().value(55).mode, ACCESS_NO);
 }
 
-void TestModbusInterface::unknownRegisterInTableIsEntered()
+void tst_ModbusInterface::unknownRegisterInTableIsEntered()
 {
     ModbusInterface bridge;
     load(&bridge, registerText(10, "u16", "u16"), tableText(100, "99, 10"));
@@ -384,7 +384,7 @@ void TestModbusInterface::unknownRegisterInTableIsEntered()
     QVERIFY(bridge.GetCiTypeList().contains(0)); // the type code of a register that nothing defines
 }
 
-void TestModbusInterface::hugeGapsAreCut_data()
+void tst_ModbusInterface::hugeGapsAreCut_data()
 {
     QTest::addColumn<QByteArray>("ids");
     QTest::addColumn<int>("words");
@@ -398,7 +398,7 @@ void TestModbusInterface::hugeGapsAreCut_data()
     QTest::newRow("behind the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
 }
 
-void TestModbusInterface::hugeGapsAreCut()
+void tst_ModbusInterface::hugeGapsAreCut()
 {
     QFETCH(QByteArray, ids);
     QFETCH(bool, reported);
@@ -422,7 +422,7 @@ void TestModbusInterface::hugeGapsAreCut()
     QCOMPARE(log.texts(), QStringList());
 }
 
-void TestModbusInterface::repeatedAddressSpaceIsCut()
+void tst_ModbusInterface::repeatedAddressSpaceIsCut()
 {
     ModbusInterface bridge;
     QByteArray tables;
@@ -443,6 +443,6 @@ void TestModbusInterface::repeatedAddressSpaceIsCut()
     QCOMPARE(rendered.last().values, Words());
 }
 
-QTEST_GUILESS_MAIN(TestModbusInterface)
+QTEST_GUILESS_MAIN(tst_ModbusInterface)
 
 #include "tst_modbusinterface.moc"

@@ -9,7 +9,7 @@
 using namespace Varnel;
 
 /// Reading the mapping file: the model it gives and the lines it logs.
-class TestModbusLoad : public QObject
+class tst_ModbusLoad : public QObject
 {
     Q_OBJECT
 
@@ -51,7 +51,7 @@ QStringList infoLines(const QString& mapping, const QString& date, const QString
 
 } // namespace
 
-void TestModbusLoad::logLines_data()
+void tst_ModbusLoad::logLines_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("info");
@@ -89,7 +89,7 @@ void TestModbusLoad::logLines_data()
         << QByteArray(R"({"ci": {}, "registers": [], "tables": {}})") << none << tables;
 }
 
-void TestModbusLoad::logLines()
+void tst_ModbusLoad::logLines()
 {
     QFETCH(QByteArray, text);
     QFETCH(QStringList, info);
@@ -114,7 +114,7 @@ void TestModbusLoad::logLines()
     }
 }
 
-void TestModbusLoad::missingFile()
+void tst_ModbusLoad::missingFile()
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("no such.map"));
@@ -133,7 +133,7 @@ void TestModbusLoad::missingFile()
     QCOMPARE(bridge.GetRegisterList().keys(), QList<int>({10}));
 }
 
-void TestModbusLoad::wholeDocumentIsLoggedAsOneString()
+void tst_ModbusLoad::wholeDocumentIsLoggedAsOneString()
 {
     // Keys come sorted, blanks go, and the log's own quoting is that of any string: a JSON quote is escaped.
     ModbusInterface bridge;
@@ -144,7 +144,7 @@ void TestModbusLoad::wholeDocumentIsLoggedAsOneString()
                                                   "\\\"x\\\":\\\"a\\\\\\\"b\\\\\\\\ \xC3\xA9 \\\\t\\\"}\""));
 }
 
-void TestModbusLoad::badDocuments_data()
+void tst_ModbusLoad::badDocuments_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QString>("message");
@@ -160,7 +160,7 @@ void TestModbusLoad::badDocuments_data()
         << QStringLiteral("too deeply nested document");
 }
 
-void TestModbusLoad::badDocuments()
+void tst_ModbusLoad::badDocuments()
 {
     QFETCH(QByteArray, text);
     QFETCH(QString, message);
@@ -175,7 +175,7 @@ void TestModbusLoad::badDocuments()
     QVERIFY(bridge.GetJsonCfg().isEmpty());
 }
 
-void TestModbusLoad::structureChecksLeaveTheModel()
+void tst_ModbusLoad::structureChecksLeaveTheModel()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -186,7 +186,7 @@ void TestModbusLoad::structureChecksLeaveTheModel()
     QCOMPARE(bridge.GetJsonCfg().value(QStringLiteral("kept")).toInt(), 1);
 }
 
-void TestModbusLoad::incompleteRegisters_data()
+void tst_ModbusLoad::incompleteRegisters_data()
 {
     QTest::addColumn<QByteArray>("definition");
     QTest::addColumn<bool>("used");
@@ -216,7 +216,7 @@ void TestModbusLoad::incompleteRegisters_data()
     QTest::newRow("an array: skipped") << QByteArray("[]") << false;
 }
 
-void TestModbusLoad::incompleteRegisters()
+void tst_ModbusLoad::incompleteRegisters()
 {
     QFETCH(QByteArray, definition);
     QFETCH(bool, used);
@@ -229,7 +229,7 @@ void TestModbusLoad::incompleteRegisters()
     QCOMPARE(log.lines().size(), 6); // nothing is said about it
 }
 
-void TestModbusLoad::sideEffectsOfSkippedRegisters_data()
+void tst_ModbusLoad::sideEffectsOfSkippedRegisters_data()
 {
     QTest::addColumn<QByteArray>("definition");
     QTest::addColumn<bool>("mbTypeEntered");
@@ -244,7 +244,7 @@ void TestModbusLoad::sideEffectsOfSkippedRegisters_data()
     QTest::newRow("field unknown: both names") << QByteArray(base).replace("\"f\"", "\"x\"") << true << true;
 }
 
-void TestModbusLoad::sideEffectsOfSkippedRegisters()
+void tst_ModbusLoad::sideEffectsOfSkippedRegisters()
 {
     QFETCH(QByteArray, definition);
     QFETCH(bool, mbTypeEntered);
@@ -259,7 +259,7 @@ void TestModbusLoad::sideEffectsOfSkippedRegisters()
     QCOMPARE(bridge.GetCiTypeLookup().contains(QStringLiteral("uint16")), mbTypeEntered);
 }
 
-void TestModbusLoad::registerFields()
+void tst_ModbusLoad::registerFields()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -274,7 +274,7 @@ void TestModbusLoad::registerFields()
     QCOMPARE(reg.value.userType(), int(QMetaType::Int));
 }
 
-void TestModbusLoad::startValue_data()
+void tst_ModbusLoad::startValue_data()
 {
     QTest::addColumn<QByteArray>("start");
     QTest::newRow("5: 0") << QByteArray("5");
@@ -283,7 +283,7 @@ void TestModbusLoad::startValue_data()
     QTest::newRow("an object: 0") << QByteArray("{\"x\": 5}");
 }
 
-void TestModbusLoad::startValue()
+void tst_ModbusLoad::startValue()
 {
     QFETCH(QByteArray, start);
     ModbusInterface bridge;
@@ -295,7 +295,7 @@ void TestModbusLoad::startValue()
     QCOMPARE(bridge.GetRegisterList().value(10).value.userType(), int(QMetaType::Int));
 }
 
-void TestModbusLoad::integers_data()
+void tst_ModbusLoad::integers_data()
 {
     QTest::addColumn<QByteArray>("number");
     QTest::addColumn<int>("id");
@@ -309,7 +309,7 @@ void TestModbusLoad::integers_data()
     QTest::newRow("1e300: 0") << QByteArray("1e300") << 0;
 }
 
-void TestModbusLoad::integers()
+void tst_ModbusLoad::integers()
 {
     QFETCH(QByteArray, number);
     QFETCH(int, id);
@@ -320,7 +320,7 @@ void TestModbusLoad::integers()
     QCOMPARE(bridge.GetRegisterList().keys(), QList<int>({id}));
 }
 
-void TestModbusLoad::laterEntriesReplace()
+void tst_ModbusLoad::laterEntriesReplace()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -332,7 +332,7 @@ void TestModbusLoad::laterEntriesReplace()
     QCOMPARE(bridge.GetTableList().value(5).registers, QVector<int>({10}));
 }
 
-void TestModbusLoad::fiftyMegabytes()
+void tst_ModbusLoad::fiftyMegabytes()
 {
     constexpr int count = 100000;
     const QByteArray padding = "\"note\": \"" + QByteArray(400, 'x') + "\", \"id\"";
@@ -353,6 +353,6 @@ void TestModbusLoad::fiftyMegabytes()
     QCOMPARE(log.texts().size(), 6);
 }
 
-QTEST_GUILESS_MAIN(TestModbusLoad)
+QTEST_GUILESS_MAIN(tst_ModbusLoad)
 
 #include "tst_modbusload.moc"

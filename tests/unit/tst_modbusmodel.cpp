@@ -8,7 +8,7 @@
 using namespace Varnel;
 
 /// The model of the mapping: types and their names, tables, coordinates and the reverse index.
-class TestModbusModel : public QObject
+class tst_ModbusModel : public QObject
 {
     Q_OBJECT
 
@@ -36,7 +36,7 @@ const QString undef = QStringLiteral("undef");
 
 } // namespace
 
-void TestModbusModel::types_data()
+void tst_ModbusModel::types_data()
 {
     QTest::addColumn<QString>("member");
     QTest::addColumn<QString>("name");
@@ -67,7 +67,7 @@ void TestModbusModel::types_data()
     }
 }
 
-void TestModbusModel::types()
+void tst_ModbusModel::types()
 {
     QFETCH(QString, member);
     ModbusInterface bridge;
@@ -84,7 +84,7 @@ void TestModbusModel::types()
     }
 }
 
-void TestModbusModel::lastUnknownTypeNamesUndef()
+void tst_ModbusModel::lastUnknownTypeNamesUndef()
 {
     ModbusInterface bridge;
     bridge.LoadType(
@@ -99,7 +99,7 @@ void TestModbusModel::lastUnknownTypeNamesUndef()
     QCOMPARE(bridge.GetCiTypeLookup().value(undef), 3);
 }
 
-void TestModbusModel::typesStayUnloadedWithoutRegister()
+void tst_ModbusModel::typesStayUnloadedWithoutRegister()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -110,7 +110,7 @@ void TestModbusModel::typesStayUnloadedWithoutRegister()
     QCOMPARE(bridge.GetCiTypeList().size(), 11);
 }
 
-void TestModbusModel::unknownTypeName()
+void tst_ModbusModel::unknownTypeName()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -124,7 +124,7 @@ void TestModbusModel::unknownTypeName()
     QVERIFY(!bridge.GetCiTypeList().contains(0)); // the name alone was looked up, not its type
 }
 
-void TestModbusModel::typeInfo()
+void tst_ModbusModel::typeInfo()
 {
     ModbusInterface bridge;
     bridge.LoadType({{QStringLiteral("s32"), 7}});
@@ -138,7 +138,7 @@ void TestModbusModel::typeInfo()
     QVERIFY(bridge.GetCiTypeList().contains(0));
 }
 
-void TestModbusModel::accessMode_data()
+void tst_ModbusModel::accessMode_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("mode");
@@ -151,13 +151,13 @@ void TestModbusModel::accessMode_data()
     QTest::newRow("empty: none") << QString() << 0;
 }
 
-void TestModbusModel::accessMode()
+void tst_ModbusModel::accessMode()
 {
     QFETCH(QString, text);
     QTEST(int(ModbusInterface::AccessModefromString(text)), "mode");
 }
 
-void TestModbusModel::tables_data()
+void tst_ModbusModel::tables_data()
 {
     QTest::addColumn<QByteArray>("definition");
     QTest::addColumn<int>("address");
@@ -187,7 +187,7 @@ void TestModbusModel::tables_data()
         << QByteArray(R"({"name": "t", "address": 1, "registers": 7})") << 1 << t << 0 << QVector<int>{};
 }
 
-void TestModbusModel::tables()
+void tst_ModbusModel::tables()
 {
     QFETCH(QByteArray, definition);
     QFETCH(int, address);
@@ -201,7 +201,7 @@ void TestModbusModel::tables()
     QTEST(table.registers, "ids");
 }
 
-void TestModbusModel::lookupSharesCoordinates()
+void tst_ModbusModel::lookupSharesCoordinates()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -214,7 +214,7 @@ void TestModbusModel::lookupSharesCoordinates()
     QCOMPARE(lookup.tables, QVector<int>({100, 200}));
 }
 
-void TestModbusModel::lookupIgnoresUnknownIds()
+void tst_ModbusModel::lookupIgnoresUnknownIds()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -227,7 +227,7 @@ void TestModbusModel::lookupIgnoresUnknownIds()
     QCOMPARE(bridge.GetCiLookup().value({7, 3, 0, 2}).reg, 10);
 }
 
-void TestModbusModel::secondLoadAdds()
+void tst_ModbusModel::secondLoadAdds()
 {
     ModbusInterface bridge;
     const LogRecorder log;
@@ -240,7 +240,7 @@ void TestModbusModel::secondLoadAdds()
     QCOMPARE(lookup.tables, QVector<int>({100, 50})); // the table already known is not entered twice
 }
 
-void TestModbusModel::coordinates()
+void tst_ModbusModel::coordinates()
 {
     const CiCoord_s base{1, 2, 3, 4};
     QVERIFY(base == (CiCoord_s{1, 2, 3, 4}));
@@ -254,7 +254,7 @@ void TestModbusModel::coordinates()
     QCOMPARE(qHash(CiCoord_s{0, 0, 0x40000001, 0x20000001}), 12U);
 }
 
-void TestModbusModel::construction()
+void tst_ModbusModel::construction()
 {
     QObject parent;
     const auto* bridge = new ModbusInterface(&parent);
@@ -265,6 +265,6 @@ void TestModbusModel::construction()
     QVERIFY(bridge->GetCiTypeLookup().isEmpty() && bridge->GetJsonCfg().isEmpty());
 }
 
-QTEST_GUILESS_MAIN(TestModbusModel)
+QTEST_GUILESS_MAIN(tst_ModbusModel)
 
 #include "tst_modbusmodel.moc"

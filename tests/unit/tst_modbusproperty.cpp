@@ -15,7 +15,7 @@
 using namespace Varnel;
 
 /// Random mappings and Core items, through the bridge and through an independent oracle.
-class TestModbusProperty : public QObject
+class tst_ModbusProperty : public QObject
 {
     Q_OBJECT
 
@@ -246,7 +246,7 @@ std::string command(const oracle::Bridge& expected, const std::vector<long>& add
 
 } // namespace
 
-void TestModbusProperty::randomMappings_data()
+void tst_ModbusProperty::randomMappings_data()
 {
     QTest::addColumn<quint32>("seed");
     for (const quint32 seed : {1U, 4711U, 20240513U, 0xC0FFEEU}) {
@@ -254,7 +254,7 @@ void TestModbusProperty::randomMappings_data()
     }
 }
 
-void TestModbusProperty::randomMappings()
+void tst_ModbusProperty::randomMappings()
 {
     QFETCH(quint32, seed);
     const QTemporaryDir directory;
@@ -293,6 +293,6 @@ void TestModbusProperty::randomMappings()
     QVERIFY(words > 1000); // the chances are such that there is something to compare
 }
 
-QTEST_GUILESS_MAIN(TestModbusProperty)
+QTEST_GUILESS_MAIN(tst_ModbusProperty)
 
 #include "tst_modbusproperty.moc"
