@@ -10,7 +10,7 @@ namespace {
 
 constexpr quint16 kermitPoly = 0x1021;
 constexpr quint16 kermitPolyReflected = 0x8408;
-/// Octets that are looked up at once, each in a table of its own.
+/// Octets in a block; each of them has a table of its own.
 constexpr int slices = 16;
 
 using Tables = std::array<std::array<quint16, 256>, slices>;
@@ -37,8 +37,8 @@ constexpr Tables makeTables()
 
 constexpr Tables tables = makeTables();
 
-/// What the octets behind the first two of a block contribute. They do not depend on the remainder so far, so
-/// the processor looks them up while it still waits for that.
+/// The contribution of the octets after the first two of a block. It does not depend on the remainder, so the
+/// processor can compute it while it still waits for the remainder.
 template<std::size_t size, std::size_t... At>
 constexpr quint32 foldRest(const uchar* data, std::index_sequence<At...> /*positions*/)
 {

@@ -7,8 +7,8 @@
 
 namespace Varnel {
 
-/// Little-endian fields of one datagram or section. It owns all bounds: a read past the end yields 0 and
-/// clears ok(). It keeps a reference: the octets must outlive it and stay as they are.
+/// Little-endian fields of one datagram or section. It checks all bounds: a read past the end gives 0 and
+/// clears ok(). It keeps a reference: the octets must outlive it and must not change.
 class FieldReader
 {
 public:
@@ -25,8 +25,8 @@ public:
     /// Four octets in network order, as an IPv4 address in host order.
     [[nodiscard]] quint32 ipv4(int offset) { return qbswap(read<quint32>(offset)); }
 
-    /// A text of at most `width` octets, up to its first NUL octet, read as Latin-1. Empty when the field is
-    /// not there as a whole.
+    /// A text of at most `width` octets, up to its first NUL octet, read as Latin-1. Empty when a part of the
+    /// field is missing.
     [[nodiscard]] QString latin1(int offset, int width)
     {
         if (offset < 0 || width < 0 || offset > octets.size() - width) {
@@ -37,7 +37,7 @@ public:
         return QString::fromLatin1(field, int(qstrnlen(field, uint(width))));
     }
 
-    /// False once something was asked for that is not there.
+    /// False after a read past the end.
     [[nodiscard]] bool ok() const { return inside; }
 
 private:

@@ -31,13 +31,13 @@ bool Helpers::echo(const QString& path, int value)
 
 QString Helpers::now()
 {
-    // QDateTime::toString() would take the digits of the system's locale, which a Latin-1 line cannot hold.
+    // QDateTime::toString() would use the digits of the system's locale, which a Latin-1 line cannot hold.
     return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
 }
 
 void Helpers::sleep(int milliseconds)
 {
-    // Nobody ever signals the condition: the wait ends by its time-out alone.
+    // Nobody signals the condition, so the wait ends with its time-out.
     QMutex mutex;
     QWaitCondition never;
     mutex.lock();

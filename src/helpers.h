@@ -22,14 +22,14 @@ public:
     /// digits are ASCII in every locale.
     static QString now();
 
-    /// Blocks the calling thread, its event loop included, for `milliseconds`.
+    /// Blocks the calling thread, its event loop included, for `milliseconds`. Unused, kept.
     static void sleep(int milliseconds);
 
-    /// The MD5 digest (RFC 1321) of `data`: 16 raw octets.
+    /// The MD5 digest (RFC 1321) of `data`: 16 raw octets. Unused, kept.
     static QByteArray calculateHash(const QByteArray& data);
 
     /// The MD5 digest of the file's contents, which are read into memory at once; empty when the file cannot
-    /// be opened, so two unreadable files compare equal.
+    /// be opened, so two unreadable files compare equal. Unused, kept.
     static QByteArray calculateFileHash(const QString& path);
 };
 

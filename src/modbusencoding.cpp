@@ -20,7 +20,7 @@ quint32 maskOf(int byteSize)
 MbEncoding_s::Raw rawOf(const QString& name)
 {
     using Raw = MbEncoding_s::Raw;
-    // "uint" stands before "int": every unsigned name also contains "int".
+    // "uint" is tested before "int": every unsigned name also contains "int".
     static const struct
     {
         QLatin1String part;
@@ -47,14 +47,14 @@ quint32 floatBits(float value)
     return bits;
 }
 
-/// True for a decimal number, infinities and NaN among them, whose whole part 64 bits do not hold.
+/// True for a floating-point number, infinity and NaN included, whose integer part does not fit 64 bits.
 bool isBeyondWholeNumbers(const QVariant& value)
 {
     const int type = value.userType();
     return (type == QMetaType::Float || type == QMetaType::Double) && !(std::abs(value.toDouble()) < 0x1p63);
 }
 
-/// Such a number's value. The language leaves its conversion open, and processors differ: 1E30 became 0 on
+/// The raw value of such a number. C++ does not define its conversion, and processors differ: 1E30 gives 0 on
 /// x86 and 0xFFFFFFFF on ARM.
 quint32 rawValueBeyond(const QVariant& value, MbEncoding_s::Raw raw)
 {
@@ -94,7 +94,7 @@ quint32 unsignedNumber(const QByteArray& payload)
     return number;
 }
 
-/// The same read as a signed number, which has no room for a set sign bit: 0 then.
+/// The same as a signed number; 0 when the sign bit is set.
 qint32 signedNumber(const QByteArray& payload)
 {
     const quint32 number = unsignedNumber(payload);

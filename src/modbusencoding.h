@@ -11,7 +11,7 @@ namespace Varnel {
 /// How the values of one Modbus type become register words.
 struct MbEncoding_s
 {
-    /// What of the value is taken as the raw 32-bit number.
+    /// How the value becomes the raw 32-bit number.
     enum class Raw
     {
         Zero,
@@ -35,9 +35,9 @@ void appendWords(QVector<quint16>* words, const QVariant& value, const MbEncodin
 
 /// The value that the controller sent as `payload` (most significant octet first) under the type with the
 /// canonical name `typeName`: a bool, an int, an unsigned int, a float or a string, and the int 0 for any
-/// other type. An integer payload that is empty or longer than four octets counts as 0; so does, for the
-/// signed types, one above 7fffffff, and the controller's negative 32-bit values therefore arrive as 0. A
-/// float travels as decimal text, never as IEEE 754 octets; text that is no number counts as 0.
+/// other type. An integer payload that is empty or longer than four octets counts as 0. For the signed types
+/// a payload above 7fffffff counts as 0 too, so the controller's negative 32-bit values arrive as 0. A float
+/// travels as decimal text, never as IEEE 754 octets; text that is no number counts as 0.
 [[nodiscard]] QVariant decodePayload(const QString& typeName, const QByteArray& payload);
 
 } // namespace Varnel

@@ -24,12 +24,11 @@ namespace {
 
 Q_LOGGING_CATEGORY(lcModbus, "varnel.modbus", QtWarningMsg)
 
-/// Registers that a Modbus address can name. Nothing behind them can be read, so no table is made longer,
-/// whatever gaps its mapping asks for.
+/// Limit, in registers, for one table: the number of Modbus addresses. A client cannot read beyond them.
 constexpr int addressSpace = 65536;
 
-/// Registers rendered for one update, all tables together. Overlapping tables may repeat the address space; a
-/// damaged mapping must not fill the memory with it.
+/// Limit, in registers, for all tables of one update. The tables of a damaged mapping can overlap, each as
+/// long as the address space, and must not exhaust the memory.
 constexpr int updateSpace = 16 * addressSpace;
 
 constexpr QLatin1String key(const char* name)
@@ -186,7 +185,7 @@ void ModbusInterface::ReportCut(int address)
     }
 }
 
-/// The registers that the table takes in the server. Unlike in rendering, 0 is a register id like any other.
+/// The number of registers of the table in the server. Here 0 is a register id, unlike in RenderTable().
 qint64 ModbusInterface::TableLength(const MbTable_s& table)
 {
     qint64 length = 0;
@@ -219,8 +218,8 @@ bool ModbusInterface::GenerateDbusInit(const QString& initpath)
     QFile file(initFilePath(initpath));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
         file.write(QJsonDocument(root).toJson()) < 0 || !file.flush()) {
-        // The server is started all the same and reports what it finds. A full disk is worth a line here,
-        // too.
+        // The server is started in any case and reports a bad file. This line gives the cause, such as a full
+        // disk.
         qCWarning(lcModbus) << "Cannot write" << file.fileName() << ":" << file.errorString();
     }
     return true;
@@ -236,7 +235,7 @@ bool ModbusInterface::DbusStartMonitor(const QString& initfilepath)
         qDebug() << argument;
     }
     qDebug() << "";
-    std::ignore = runScriptOrLog(script, arguments); // what became of it is the server's to report
+    std::ignore = runScriptOrLog(script, arguments); // the server logs its own failures
     return true;
 }
 
@@ -244,7 +243,7 @@ bool ModbusInterface::DbusStopMonitor()
 {
     const QString script = bridgeScript("mbserverstop.sh");
     qDebug() << "Stop modbus monitor";
-    std::ignore = runScriptOrLog(script, {}); // no server to stop is no failure
+    std::ignore = runScriptOrLog(script, {}); // that no server runs is not a failure
     return true;
 }
 
@@ -256,7 +255,7 @@ QString ModbusInterface::GenerateDbusUpdateQuery(const QVector<MbRawData_s>& raw
 bool ModbusInterface::DbusUpdateRegisters(const QString& data)
 {
     const ScriptResult result = runScript(bridgeScript("mbserverupdate.sh"), {data});
-    // One argument may have 32 pages, its final NUL included; the kernel starts nothing with a longer one.
+    // The kernel's limit for one argument: 32 pages, with the final NUL.
     const long limit = 32 * ::sysconf(_SC_PAGESIZE) - 1;
     const bool tooLong = result == ScriptResult::FailedToStart && data.toLocal8Bit().size() > limit;
     if (tooLong && !commandTooLong) {

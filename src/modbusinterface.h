@@ -30,8 +30,8 @@ struct CiCoord_s
 
 bool operator==(const CiCoord_s& left, const CiCoord_s& right);
 uint qHash(const CiCoord_s& coord);
-/// What containers use. In the plain hash the fields of neighbouring registers cancel each other out: 100 000
-/// coordinates would share a thousand values.
+/// The hash that containers use. The plain one gives only a thousand different values for 100 000
+/// neighbouring coordinates.
 uint qHash(const CiCoord_s& coord, uint seed);
 
 /// One register definition of the mapping file.
@@ -91,6 +91,7 @@ public:
     int GetCiTypeIndex(const QString& type);
 
     /// The type with this name or alias. An unknown name gives a default record, which is entered as well.
+    /// Unused, kept.
     MbType_s GetTypeInfo(const QString& type);
 
     /// "r", "w" and "rw" in lower case; anything else is ACCESS_NO.
@@ -101,14 +102,14 @@ public:
     QVector<int> CheckTableToUpdate(const QList<core_tmp>& coreupdate);
 
     /// Decodes `qbData` by the controller's type in `coord` and stores the result as the value of the
-    /// register `regid`, which is created if need be. Always true.
+    /// register `regid`, which is created if necessary. Always true.
     bool SetRegisterValue(int regid, const CiCoord_s& coord, const QByteArray& qbData);
 
     /// Renders the tables with these base addresses from the current values. An unknown address gives a table
     /// without words. A table ends at 65536 words, the whole Modbus address space.
     QVector<MbRawData_s> ComputeRawData(const QVector<int>& tableupdate);
 
-    /// Writes the server's start-up description into the directory `initpath`, which is created if need be.
+    /// Writes the server's start-up description into the directory `initpath`, which is created if necessary.
     /// False, with one log line and no file, when the configured mode or interface is unusable.
     bool GenerateDbusInit(const QString& initpath);
 
@@ -122,8 +123,7 @@ public:
     static QString GenerateDbusUpdateQuery(const QVector<MbRawData_s>& rawdata);
 
     /// Runs the update script with the command `data`; without the script nothing happens. Always true. A
-    /// command that the kernel refuses as too long for one argument is dropped, which is logged when it
-    /// begins.
+    /// command that is too long for one argument is dropped, and the first one of a row is logged.
     bool DbusUpdateRegisters(const QString& data);
 
     const QMap<int, MbRegister_s>& GetRegisterList() const { return registerList; }

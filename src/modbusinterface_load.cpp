@@ -124,8 +124,7 @@ void ModbusInterface::LoadRegisters(const QJsonArray& definitions, const QJsonOb
             continue;
         }
         if (!typesLoaded) {
-            // Once is enough: the lookups in between only add names that the type table does not define, so
-            // loading it again for every register would change nothing.
+            // Once is enough: the lookups in between only add names that the type table does not define.
             LoadType(ci.value(key("types")).toObject());
             typesLoaded = true;
         }
@@ -174,8 +173,8 @@ void ModbusInterface::LoadTables(const QJsonArray& definitions)
 
 void ModbusInterface::BuildLookup()
 {
-    // Tables come in ascending order, so in a fresh index only the last address can be the present one. That
-    // keeps a value which thousands of tables show from costing the square of their number.
+    // Tables come in ascending order, so in a fresh index only the last address of a value can be the present
+    // one. A search through all of them would take quadratic time for a value that thousands of tables show.
     const bool isFresh = ciLookup.isEmpty();
     ciLookup.reserve(registerList.size());
     auto reg = registerList.constBegin();

@@ -12,12 +12,12 @@ struct MbType_s
 {
     QString name;     ///< canonical name
     int byteSize = 0; ///< octets of a value, 0 for types of variable size
-    int ciSize = 0;   ///< 1 for every known type; nothing reads it
+    int ciSize = 0;   ///< 1 for every known type; unused, kept
     int mbSize = 0;   ///< 16-bit registers of a value, 0 for types of variable size
 };
 
 /// One row of the table of types: the member name that defines the type, the type, and the names that refer
-/// to it. Only the short names define; "uint16" as a member name is not known.
+/// to it. Only the short names define a type: "uint16" as a member name is unknown.
 struct MbTypeRow
 {
     QString member;

@@ -113,7 +113,7 @@ bool checkSequence(quint32 seqno, quint32 lastSeqno)
         return false;
     }
     if (lastSeqno > seqno) {
-        // A rebooted controller counts from the start again; its frames are welcome.
+        // A rebooted controller counts from the start again; its frames are accepted.
         qDebug() << "Back in the sequence, probable reboot of the RxM"
                  << "(" << seqno << " < " << lastSeqno << ")";
     }
@@ -125,13 +125,13 @@ struct Section
 {
     quint16 type = 0;
     quint16 length = 0;
-    quint16 advance = 0; ///< octets to hand to the decoder, and to go on by; wraps like the controller's own
+    quint16 advance = 0; ///< octets for the decoder and up to the next section; wraps as in the controller
     const SectionKind* kind = nullptr;
     bool skip = false;
     bool wrongLength = false;
 };
 
-/// Reads the section header at `position`, which is inside `data`, and decides what becomes of the section.
+/// Reads the section header at `position`, which is inside `data`, and decides how to treat the section.
 Section readSection(const QByteArray& data, quint16 position, quint16 budget)
 {
     FieldReader reader(data);
@@ -158,8 +158,8 @@ Section readSection(const QByteArray& data, quint16 position, quint16 budget)
     return section;
 }
 
-/// The octets for the section's decoder. A section of the wrong length is handed four more than it claims, so
-/// that its decoder refuses it, at the very end of a frame too.
+/// The octets for the section's decoder. A section of the wrong length gets four more than its header says,
+/// so that its decoder refuses it even at the end of a frame.
 QByteArray cutOut(const QByteArray& data, quint16 position, const Section& section)
 {
     const QByteArray octets = data.mid(position, section.advance);
@@ -193,7 +193,7 @@ bool RlpDecoder::checkFrame(QByteArray* data, const QHostAddress& sender, Header
     if (!checkCrc(*data)) {
         return false;
     }
-    data->chop(crcSize); // all later sizes are meant without the checksum
+    data->chop(crcSize); // all later sizes exclude the checksum
     if (!checkVersion(*data)) {
         return false;
     }
@@ -234,7 +234,7 @@ void RlpDecoder::walkSections(const QByteArray& data, const Header& header, RlpF
             if (decoded) {
                 lastConsumed = consumed;
             }
-            // A decoder that failed has consumed nothing: the count of the one before it stands.
+            // A decoder that failed leaves the count of the last one that succeeded.
             section.advance = static_cast<quint16>(lastConsumed.value_or(section.length + sectionHeaderSize));
         }
         if (section.kind == nullptr || !(frame->*section.kind->decoded)) {

@@ -24,7 +24,7 @@ enum class SectionType : quint16
 
 /// What one accepted frame said: a record of each kind, valid only where its flag is set. The items of a Core
 /// section are in the decoder's item list. The two large records, which few frames carry, are made when their
-/// section is met: their addresses would cost every frame ten allocations.
+/// section is found: their addresses would cost every frame ten allocations.
 struct RlpFrame
 {
     quint32 seqno = 0;

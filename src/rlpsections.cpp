@@ -246,7 +246,7 @@ bool RlpDecoder::handleSectionCore(quint16 type, quint16 length, QByteArray* pay
     auto& itemList = *static_cast<QList<core_tmp>*>(record);
     itemList.clear();
 
-    // An item whose value or header runs past the section's end ends the list: half a value is no value.
+    // An item that runs past the section's end is dropped and ends the list.
     int position = itemsAt;
     while (end - position >= itemHeaderSize) {
         core_tmp item;

@@ -27,12 +27,12 @@ namespace Varnel {
 
 namespace {
 
-// Silent unless asked for: a script that fails or hangs is no event in the panel's log.
+// Off by default: the panel's log does not report a script that fails or hangs.
 Q_LOGGING_CATEGORY(lcScript, "varnel.script", QtWarningMsg)
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// Text as the kernel takes it.
+/// The text in the encoding of file names and arguments.
 QByteArray nativeText(const QString& text)
 {
     return QFile::encodeName(text);
@@ -49,8 +49,7 @@ public:
     explicit SpawnOptions(bool showErrors)
     {
         ::posix_spawn_file_actions_init(&actions);
-        // Pipes would fill our memory with what nobody reads, and would break under a background child that
-        // outlives the script.
+        // Nobody reads the output, and a pipe would break when a background child outlives the script.
         ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, nullDevice, O_RDONLY, 0);
         ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, nullDevice, O_WRONLY, 0);
         if (!showErrors) {
@@ -79,8 +78,8 @@ private:
     static constexpr auto nullDevice = "/dev/null";
 };
 
-/// Starts `path`; returns 0 and the process in `pid`, or the error number. The process is not forked: copying
-/// the page tables of a panel with its page on the screen takes longer than most scripts.
+/// Starts `path`; returns 0 and the process in `pid`, or the error number. posix_spawn is used because fork
+/// would copy the page tables of the whole panel, which takes longer than most scripts.
 int spawn(const QString& path, const QStringList& arguments, pid_t* pid)
 {
     QVector<QByteArray> texts{nativeText(path)};
@@ -97,8 +96,8 @@ int spawn(const QString& path, const QStringList& arguments, pid_t* pid)
                          environmentForPrograms().data());
 }
 
-/// Reaps the child if it has ended, or, with `options` 0, when it ends. A child that somebody else has reaped
-/// has ended as well.
+/// Reaps the child if it has ended; with `options` 0 waits for its end. True as well when the child has
+/// already been reaped.
 bool reap(pid_t pid, int options)
 {
     pid_t result = 0;
@@ -108,7 +107,7 @@ bool reap(pid_t pid, int options)
     return result != 0;
 }
 
-/// Waits on a descriptor of the child, as kernels from 5.3 on give it. False at the deadline.
+/// Waits on a descriptor of the child, which Linux has since 5.3. False at the deadline.
 bool awaitDescriptor(int descriptor, SteadyClock::time_point deadline)
 {
     for (;;) {
@@ -121,7 +120,7 @@ bool awaitDescriptor(int descriptor, SteadyClock::time_point deadline)
     }
 }
 
-/// Waits where the kernel has no such descriptor: looks at the child from time to time.
+/// Waits where the kernel has no such descriptor: polls the child.
 bool awaitByLooking(pid_t pid, SteadyClock::time_point deadline)
 {
     constexpr std::chrono::milliseconds longestPause{16};
@@ -150,7 +149,7 @@ bool awaitEnd(pid_t pid, std::chrono::milliseconds limit)
 void killGroup(pid_t pid)
 {
     ::kill(-pid, SIGKILL);
-    reap(pid, 0); // no zombie stays behind
+    reap(pid, 0); // leaves no zombie
 }
 
 } // namespace
@@ -171,7 +170,7 @@ ScriptResult runScript(const QString& path, const QStringList& arguments, std::c
     if (!isRunnableScript(path)) {
         return ScriptResult::Missing;
     }
-    feedWatchdog(); // nothing else does while the script runs
+    feedWatchdog(); // nothing else feeds it while the script runs
     pid_t pid = 0;
     if (const int error = spawn(path, arguments, &pid); error != 0) {
         qCDebug(lcScript) << "Cannot start" << path << ":" << qt_error_string(error);

@@ -8,7 +8,7 @@
 
 namespace Varnel {
 
-/// How a script run ended. Today's callers go on whatever it says; it is there for logs and tests.
+/// How a script run ended. The panel continues in every case.
 enum class ScriptResult
 {
     Missing,       ///< no such file, or not executable: nothing was started
@@ -28,12 +28,12 @@ constexpr std::chrono::milliseconds scriptTimeLimit{30000};
 
 /// Starts `path` directly, without a shell, with the argument list `arguments`, and blocks the calling thread
 /// until it has finished, at most `limit`. Its input and output are the null device; `QT_LOGGING_RULES`
-/// "varnel.script.debug=true" shows its standard error, and what went wrong with it, in the log. A script
-/// that starts a service in the background does not hold the caller up.
+/// "varnel.script.debug=true" shows its standard error and its failures in the log. A script that starts a
+/// service in the background does not delay the caller.
 ScriptResult runScript(const QString& path, const QStringList& arguments,
                        std::chrono::milliseconds limit = scriptTimeLimit);
 
-/// The same, but a script that is not there or not executable is logged as
+/// The same, but a script that is missing or not executable is logged as
 /// "Script '" path "' not found, do nothing".
 ScriptResult runScriptOrLog(const QString& path, const QStringList& arguments);
 

@@ -18,11 +18,11 @@ namespace Varnel {
 
 namespace {
 
-/// What a 16-bit length field can say, headers included: no UDP datagram is longer.
+/// Limit, in octets, for one UDP datagram.
 constexpr int largestDatagram = 65535;
 
-/// How long datagrams are handled without a turn for the others. A sender that is quicker than the scripts
-/// which its frames start would keep touches, timers and the signal to end waiting for as long as it sends.
+/// How long datagrams are handled before other events get their turn. Without a limit, a sender that is
+/// faster than the scripts which its frames start would block touches, timers and SIGTERM.
 constexpr std::chrono::milliseconds longestTurn{30};
 
 constexpr quint16 defaultSnmpPort = 161;
@@ -48,7 +48,7 @@ void UdpHandler::init()
     packetTimer = new QTimer(this);
     blinkFastTimer = new QTimer(this);
     blinkSlowTimer = new QTimer(this);
-    // Coarse timers, the usual ones, stray by a twentieth: a loss would be reported before its time.
+    // A coarse timer, Qt's default, may fire 5 % early: a loss would be reported too soon.
     for (QTimer* timer : {packetTimer, blinkFastTimer, blinkSlowTimer}) {
         timer->setTimerType(Qt::PreciseTimer);
     }
@@ -104,7 +104,7 @@ void UdpHandler::bindSocket()
 void UdpHandler::processDatagrams()
 {
     if (udpSocket->state() != QAbstractSocket::BoundState) {
-        return; // the last turn may come after the end
+        return; // a posted turn can arrive after stop()
     }
     // The loop reads until nothing is left. To ask first whether a datagram waits, and how long it is, would
     // cost two more system calls for each. The reserved memory stays when the array is cut to a frame's size.
@@ -113,7 +113,7 @@ void UdpHandler::processDatagrams()
     const QDeadlineTimer turn(longestTurn);
     while (!turn.hasExpired()) {
         if (SignalWatcher::isEndRequested()) {
-            return; // the scripts of each further frame could put the end off by 30 s
+            return; // the scripts of each further frame could delay the end by 30 s
         }
         datagram.resize(largestDatagram);
         const qint64 received = udpSocket->readDatagram(datagram.data(), datagram.size(), &sender);
@@ -126,7 +126,7 @@ void UdpHandler::processDatagrams()
     postNextTurn();
 }
 
-/// The socket would report what still waits by itself, but with posted events alone do timers run beside it.
+/// The socket would report the remaining datagrams by itself, but timers would then not run in between.
 void UdpHandler::postNextTurn()
 {
     if (nextTurnPosted) {
@@ -216,8 +216,8 @@ void UdpHandler::packetTimeout()
     outputs.showLoss();
 }
 
-/// A script may have held the panel up for longer than the window: the controller has spoken, but its frames
-/// wait in the socket. Handles what waits; true when it has restarted the supervision.
+/// A script may have blocked the panel for longer than the window, while frames of the controller arrived in
+/// the socket. Handles them; true when one of them has restarted the supervision.
 bool UdpHandler::waitingFrameIsAccepted()
 {
     packetTimer->stop();
@@ -232,7 +232,7 @@ void UdpHandler::stop()
     packetTimer->stop();
     qDebug() << "UDP stop";
     disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams);
-    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams); // twice on purpose
+    disconnect(udpSocket, &QUdpSocket::readyRead, this, &UdpHandler::processDatagrams); // documented: twice
     udpSocket->close();
     emit finished();
 }

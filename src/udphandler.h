@@ -33,7 +33,8 @@ public:
     ~UdpHandler() override;
 
     /// Loads the Modbus mapping, restarts the Modbus server, binds the socket, sets the LEDs to slow blink.
-    /// To be called once, right after construction. A failed bind is not noticed: nothing is received then.
+    /// Call it once, right after construction. A failed bind is not detected; the handler then receives
+    /// nothing.
     void init();
 
     /// Checks, decodes, records and applies one datagram. `data` is changed.
@@ -61,7 +62,7 @@ signals:
     void finished();
 
 public slots:
-    /// Handles what waits in the socket, for a moment at most; the rest has its turn after other events.
+    /// Handles the datagrams in the socket for 30 ms at most; the rest follows after other events.
     void processDatagrams();
     /// Stops the timers, closes the socket and emits finished(), on which the handler deletes itself later.
     void stop();
@@ -86,12 +87,12 @@ private:
     void welcome(const QHostAddress& sender);
 
     QUdpSocket* udpSocket = nullptr;
-    QByteArray datagram; ///< the one being handled, in memory kept from one to the next
+    QByteArray datagram; ///< the current one; its memory is reused
     bool nextTurnPosted = false;
     QString listenAddr;
-    quint16 listenPort;
-    [[maybe_unused]] WebBrowser* webBrowser = nullptr;
-    MainWindow* main_window;
+    quint16 listenPort = 0;
+    [[maybe_unused]] WebBrowser* webBrowser = nullptr; ///< unused, kept
+    MainWindow* main_window = nullptr;
     QTimer* packetTimer = nullptr;
     QTimer* blinkFastTimer = nullptr;
     QTimer* blinkSlowTimer = nullptr;
@@ -99,8 +100,8 @@ private:
     netcfg_s last_netcfg;
     modbuscfg_s last_modbuscfg;
     snmpcfg_s last_snmpcfg;
-    Outputs outputs; ///< with their commands and phases
-    [[maybe_unused]] quint16 receivedFrame = 0;
+    Outputs outputs;                            ///< with their commands and phases
+    [[maybe_unused]] quint16 receivedFrame = 0; ///< unused, kept
     ModbusInterface modbusInterface;
 };
 

@@ -90,7 +90,7 @@ bool UdpHandler::applyNetCfg(const netcfg_s& cfg)
         return false;
     }
     qDebug() << "Apply new network config";
-    removeR7M(); // the panel's own address may change: whoever knows the controller by it has to let go first
+    removeR7M(); // the panel's own address may change, so the controller is registered again afterwards
     runScriptOrLog(scriptPath(netCfgScript), netCfgArguments(cfg));
     addR7M();
     return true;
