@@ -6,8 +6,6 @@
 #include <functional>
 #include <tuple>
 
-#include <csignal>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -21,6 +19,7 @@
 #include <QUdpSocket>
 
 #include "hextext.h"
+#include "signalwatcher.h"
 
 namespace {
 
@@ -68,19 +67,11 @@ private:
 /// Runs the event loop until a signal to end. Lets the panel's clock run meanwhile.
 void waitForEnd(CheckRun* run)
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGTERM);
-    sigaddset(&ending, SIGINT);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    const int descriptor = signalfd(-1, &ending, SFD_CLOEXEC);
-    QSocketNotifier ended(descriptor, QSocketNotifier::Read);
-    QObject::connect(&ended, &QSocketNotifier::activated, qApp, &QCoreApplication::quit);
+    const Varnel::SignalWatcher signalWatcher;
     QTimer clock;
     QObject::connect(&clock, &QTimer::timeout, qApp, [run] { run->advance(nowUs()); });
     clock.start(std::chrono::milliseconds(200));
     QCoreApplication::exec();
-    ::close(descriptor);
 }
 
 } // namespace
