@@ -70,23 +70,49 @@ Invocation<ServerOptions> usage(const QString& problem)
     return {std::nullopt, problem + QLatin1String("\nTry 'varnel-modbus-server --help'.\n"), usageError};
 }
 
-/// Reads the options that are seconds; returns the problem, or an empty text.
-QString readSeconds(const QCommandLineParser& parser, ServiceOptions& service)
+const QCommandLineOption& statusOption()
+{
+    static const QCommandLineOption option(
+        QStringLiteral("status-block"),
+        QStringLiteral(
+            "Serve four registers from this address on: the age of the data in seconds, the number of "
+            "updates in two, and 1 while they come. Default: none."),
+        QStringLiteral("address"));
+    return option;
+}
+
+/// Reads a whole number; returns the problem, or an empty text.
+QString readNumber(const QCommandLineParser& parser, const QCommandLineOption& option, int highest,
+                   int* number)
+{
+    bool isNumber = false;
+    *number = parser.value(option).toInt(&isNumber);
+    if (isNumber && *number >= 0 && *number <= highest) {
+        return {};
+    }
+    return QStringLiteral("--%1: must be a whole number from 0 to %2")
+        .arg(option.names().constFirst())
+        .arg(highest);
+}
+
+/// Reads the options that are numbers; returns the problem, or an empty text.
+QString readNumbers(const QCommandLineParser& parser, ServiceOptions& service)
 {
     for (const SecondsOption& entry : secondsOptions()) {
         if (!parser.isSet(entry.option)) {
             continue;
         }
-        bool isNumber = false;
-        const int seconds = parser.value(entry.option).toInt(&isNumber);
-        if (!isNumber || seconds < 0 || seconds > maxSeconds) {
-            return QStringLiteral("--%1: must be a whole number from 0 to %2")
-                .arg(entry.option.names().constFirst())
-                .arg(maxSeconds);
+        int seconds = 0;
+        const QString problem = readNumber(parser, entry.option, maxSeconds, &seconds);
+        if (!problem.isEmpty()) {
+            return problem;
         }
         service.*entry.target = std::chrono::seconds(seconds);
     }
-    return {};
+    return parser.isSet(statusOption())
+               ? readNumber(parser, statusOption(), addressSpace - RegisterStore::statusLength,
+                            &service.statusBlock)
+               : QString();
 }
 
 } // namespace
@@ -100,7 +126,7 @@ Invocation<ServerOptions> parseCommandLine(const QStringList& arguments)
                                   QStringLiteral("Displays this help."));
     parser.addOption(help);
     const QCommandLineOption version = parser.addVersionOption();
-    parser.addOptions({busOption(), stateOption(), verboseOption()});
+    parser.addOptions({busOption(), stateOption(), statusOption(), verboseOption()});
     for (const SecondsOption& entry : secondsOptions()) {
         parser.addOption(entry.option);
     }
@@ -121,7 +147,7 @@ Invocation<ServerOptions> parseCommandLine(const QStringList& arguments)
     options.bus = parser.value(busOption());
     options.verbose = parser.isSet(verboseOption());
     options.service.stateFile = parser.value(stateOption());
-    const QString problem = readSeconds(parser, options.service);
+    const QString problem = readNumbers(parser, options.service);
     if (!problem.isEmpty()) {
         return usage(problem);
     }

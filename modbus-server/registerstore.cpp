@@ -7,12 +7,17 @@ namespace Varnel {
 
 void RegisterStore::configure(const std::vector<RegisterRange>& tables)
 {
-    present.reset();
+    inTable.reset();
+    lastUpdate = Clock::time_point::min();
     std::fill(cells.begin(), cells.end(), Cell());
     for (const RegisterRange& table : tables) {
         for (int address = table.address; address < table.address + table.length; ++address) {
-            present.set(static_cast<size_t>(address));
+            inTable.set(static_cast<size_t>(address));
         }
+    }
+    present = inTable;
+    for (int at = 0; statusAddress && at < statusLength; ++at) {
+        present.set(static_cast<size_t>(*statusAddress + at));
     }
 }
 
@@ -20,7 +25,7 @@ Outcome<> RegisterStore::publish(const RegisterUpdate& update, Clock::time_point
 {
     // All checks before the first write: an update is seen whole or not at all.
     for (const RegisterRun& run : update) {
-        if (!covers(run.address, static_cast<int>(run.words.size()))) {
+        if (!haveAll(inTable, run.address, static_cast<int>(run.words.size()))) {
             return Refusal{QStringLiteral("BadUpdate"),
                            QStringLiteral("%1 words from address %2 are not all in a table")
                                .arg(run.words.size())
@@ -33,16 +38,38 @@ Outcome<> RegisterStore::publish(const RegisterUpdate& update, Clock::time_point
             *cell++ = Cell{now, value};
         }
     }
+    lastUpdate = now;
+    ++updates;
     return {};
 }
 
-bool RegisterStore::covers(int address, int count) const
+void RegisterStore::refreshStatus(Clock::time_point now)
+{
+    if (!statusAddress) {
+        return;
+    }
+    constexpr qint64 longestAge = 0xFFFF;
+    constexpr std::chrono::seconds usualLimit{10};
+    const bool hasCome = lastUpdate != Clock::time_point::min();
+    const auto age = hasCome ? now - lastUpdate : Clock::duration::max();
+    const qint64 seconds = std::chrono::duration_cast<std::chrono::seconds>(age).count();
+    const bool isUp = age < (staleAfter.count() == 0 ? usualLimit : staleAfter);
+    const quint16 words[statusLength] = {static_cast<quint16>(std::min(seconds, longestAge)),
+                                         static_cast<quint16>(updates >> 16U), static_cast<quint16>(updates),
+                                         static_cast<quint16>(isUp ? 1 : 0)};
+    auto cell = cells.begin() + *statusAddress;
+    for (const quint16 word : words) {
+        *cell++ = Cell{now, word};
+    }
+}
+
+bool RegisterStore::haveAll(const Registers& registers, int address, int count)
 {
     if (address < 0 || count < 0 || address + count > addressSpace) {
         return false;
     }
     for (int at = address; at < address + count; ++at) {
-        if (!present.test(static_cast<size_t>(at))) {
+        if (!registers.test(static_cast<size_t>(at))) {
             return false;
         }
     }

@@ -3,6 +3,7 @@
 
 #include <bitset>
 #include <chrono>
+#include <optional>
 #include <vector>
 
 #include "jsoncommand.h"
@@ -21,6 +22,21 @@ public:
     /// Age from which a register is stale; 0 (the default) means never.
     void setStaleAfter(std::chrono::milliseconds age) { staleAfter = age; }
 
+    /// Number of registers in the status block.
+    static constexpr int statusLength = 4;
+
+    /// Puts the status block at `address`: seconds since the last update (65535: none yet, or as many), the
+    /// number of updates (high word first), and 1 while they come, else 0. Beginning with the next
+    /// configure(). No update can write there. The last one counts as come for as long as registers are
+    /// fresh, 10 s where they never get stale.
+    void setStatusBlock(int address) { statusAddress = address; }
+
+    /// Where the status block is, if there is one.
+    [[nodiscard]] std::optional<int> statusBlock() const { return statusAddress; }
+
+    /// Brings the status block up to date, before it is read.
+    void refreshStatus(Clock::time_point now);
+
     /// Replaces all tables. Every register starts as 0 and as never refreshed.
     void configure(const std::vector<RegisterRange>& tables);
 
@@ -32,7 +48,7 @@ public:
     Outcome<> publish(const RegisterUpdate& update, Clock::time_point now);
 
     /// True when `count` registers from `address` on all exist.
-    [[nodiscard]] bool covers(int address, int count) const;
+    [[nodiscard]] bool covers(int address, int count) const { return haveAll(present, address, count); }
 
     /// True when none of them is stale. A register that was never refreshed is stale as soon as ages count.
     [[nodiscard]] bool isFresh(int address, int count, Clock::time_point now) const;
@@ -40,8 +56,8 @@ public:
     /// The word of a register that exists.
     [[nodiscard]] quint16 word(int address) const { return cells.at(static_cast<size_t>(address)).word; }
 
-    /// Number of registers that exist.
-    [[nodiscard]] int size() const { return static_cast<int>(present.count()); }
+    /// Number of registers in tables.
+    [[nodiscard]] int size() const { return static_cast<int>(inTable.count()); }
 
 private:
     struct Cell
@@ -50,9 +66,16 @@ private:
         quint16 word = 0;
     };
 
-    std::bitset<addressSpace> present;
+    using Registers = std::bitset<addressSpace>;
+    static bool haveAll(const Registers& registers, int address, int count);
+
+    Registers inTable;
+    Registers present; ///< in a table, or of the status block
     std::vector<Cell> cells = std::vector<Cell>(addressSpace);
     std::chrono::milliseconds staleAfter{0};
+    std::optional<int> statusAddress;
+    Clock::time_point lastUpdate = Clock::time_point::min();
+    quint32 updates = 0;
 };
 
 } // namespace Varnel

@@ -38,6 +38,9 @@ Service::Service(const ServiceOptions& options, QObject* parent)
     , options(options)
 {
     store.setStaleAfter(options.staleAfter);
+    if (options.statusBlock >= 0) {
+        store.setStatusBlock(options.statusBlock);
+    }
     retry.setSingleShot(true);
     connect(&retry, &QTimer::timeout, this, &Service::retryInterface);
 }
@@ -91,6 +94,14 @@ Outcome<> Service::apply(const QByteArray& initText)
     if (!parsed) {
         return Refusal{parsed.refusal.kind, QStringLiteral("init file: ") + parsed.refusal.text};
     }
+    for (const RegisterRange& table : parsed.value->tables) {
+        if (overlapsStatusBlock(table)) {
+            return Refusal{QStringLiteral("BadInit"),
+                           QStringLiteral("init file: the table at %1 covers the status block at %2")
+                               .arg(table.address)
+                               .arg(options.statusBlock)};
+        }
+    }
     stop();
     config = *parsed.value;
     store.configure(config->tables);
@@ -102,6 +113,13 @@ Outcome<> Service::apply(const QByteArray& initText)
             QStringLiteral("; trying again every %1 ms").arg(config->retryInterval.count());
     }
     return opened;
+}
+
+bool Service::overlapsStatusBlock(const RegisterRange& table) const
+{
+    return options.statusBlock >= 0 && table.length > 0 &&
+           table.address < options.statusBlock + RegisterStore::statusLength &&
+           options.statusBlock < table.address + table.length;
 }
 
 void Service::stop()
@@ -124,7 +142,9 @@ void Service::stop()
 std::unique_ptr<Transport> Service::makeTransport()
 {
     const auto answer = [this](const QByteArray& pdu) {
-        return answerRequest(pdu, store, RegisterStore::Clock::now());
+        const auto now = RegisterStore::Clock::now();
+        store.refreshStatus(now);
+        return answerRequest(pdu, store, now);
     };
     if (const auto* tcp = std::get_if<TcpEndpoint>(&config->endpoint)) {
         return std::make_unique<TcpTransport>(*tcp, options.idleLimit, answer);

@@ -21,6 +21,8 @@ struct ServiceOptions
     std::chrono::milliseconds staleAfter{0};
     /// See TcpTransport.
     std::chrono::milliseconds idleLimit{60000};
+    /// First register of the status block, see RegisterStore; -1 for none.
+    int statusBlock = -1;
     /// Where the init text is kept from start() to stop(), so that a server that was killed or restarted in
     /// between serves the same tables when it comes back; empty keeps none.
     QString stateFile;
@@ -65,6 +67,7 @@ public:
 private:
     Outcome<> apply(const QByteArray& initText);
     Outcome<> openInterface();
+    [[nodiscard]] bool overlapsStatusBlock(const RegisterRange& table) const;
     void retryInterface();
     void interfaceFailed(const QString& reason);
     std::unique_ptr<Transport> makeTransport();

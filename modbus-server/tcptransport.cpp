@@ -20,6 +20,8 @@ namespace {
 constexpr qint64 readBufferSize = 4096;
 // Answers that a client has not taken. Beyond this its requests are left unread until it reads.
 constexpr qint64 writeBacklog = 16384;
+// A client that has connected asks at once; one that does not may be there to take a place.
+constexpr std::chrono::milliseconds firstRequest{1000};
 // Out of file descriptors: trying again at once would spin.
 constexpr std::chrono::seconds acceptPause{1};
 
@@ -70,7 +72,7 @@ Outcome<> TcpTransport::open()
 void TcpTransport::acceptClients()
 {
     while (QTcpSocket* socket = server.nextPendingConnection()) {
-        if (clientCount() < endpoint.clients || makeRoom()) {
+        if (clientCount() < endpoint.clients || makeRoom(socket->peerAddress())) {
             welcome(socket);
             continue;
         }
@@ -100,8 +102,28 @@ void TcpTransport::welcome(QTcpSocket* socket)
     serve(client); // octets that came with the connection have been signalled already
 }
 
-/// Frees the place of a client that has left, or of the one that asked longest ago, if that is long enough.
-bool TcpTransport::makeRoom()
+int TcpTransport::placesOf(const QHostAddress& address) const
+{
+    return static_cast<int>(std::count_if(clients.begin(), clients.end(), [&address](const Client& client) {
+        return client.socket->peerAddress() == address;
+    }));
+}
+
+/// The client that asked longest ago, or connected, of those that `among` takes.
+TcpTransport::Clients::iterator TcpTransport::longestSilent(const std::function<bool(const Client&)>& among)
+{
+    auto found = clients.end();
+    for (auto client = clients.begin(); client != clients.end(); ++client) {
+        if (among(*client) &&
+            (found == clients.end() || client->lastRequest.elapsed() > found->lastRequest.elapsed())) {
+            found = client;
+        }
+    }
+    return found;
+}
+
+/// Frees the place of a client that has left, or of the one that has the least right to it.
+bool TcpTransport::makeRoom(const QHostAddress& newcomer)
 {
     // A client that closes and connects again at once may be seen in the other order.
     const auto gone = std::find_if(clients.begin(), clients.end(),
@@ -110,17 +132,34 @@ bool TcpTransport::makeRoom()
         drop(gone->socket);
         return true;
     }
-    const auto idlest =
-        std::max_element(clients.begin(), clients.end(), [](const Client& a, const Client& b) {
-            return a.lastRequest.elapsed() < b.lastRequest.elapsed();
-        });
-    if (idleLimit.count() == 0 || idlest == clients.end() ||
-        idlest->lastRequest.elapsed() < idleLimit.count()) {
+    if (idleLimit.count() == 0) {
         return false;
     }
-    qCInfo(lcServer).noquote() << "dropped the silent client" << peer(idlest->socket) << "for a new one";
-    drop(idlest->socket);
-    return true;
+    const qint64 share = placesOf(newcomer) + 1;
+    const struct
+    {
+        const char* what;
+        std::function<bool(const Client&)> applies;
+    } rules[] = {
+        {"silent",
+         [this](const Client& client) {
+             return !client.hasAsked && client.lastRequest.elapsed() >= qMin(firstRequest, idleLimit).count();
+         }},
+        {"silent",
+         [this](const Client& client) { return client.lastRequest.elapsed() >= idleLimit.count(); }},
+        {"greedy",
+         [this, share](const Client& client) { return placesOf(client.socket->peerAddress()) > share; }},
+    };
+    for (const auto& rule : rules) {
+        const auto loser = longestSilent(rule.applies);
+        if (loser != clients.end()) {
+            qCInfo(lcServer).noquote()
+                << "dropped the" << rule.what << "client" << peer(loser->socket) << "for a new one";
+            drop(loser->socket);
+            return true;
+        }
+    }
+    return false;
 }
 
 void TcpTransport::drop(QTcpSocket* socket)
@@ -156,6 +195,7 @@ void TcpTransport::answerPending(Client& client)
 {
     while (const std::optional<MbapRequest> request = client.decoder.next()) {
         client.lastRequest.restart();
+        client.hasAsked = true;
         client.socket->write(mbapResponse(*request, answer(request->pdu)));
     }
 }

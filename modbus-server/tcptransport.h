@@ -23,9 +23,10 @@ class TcpTransport : public Transport
     Q_DISABLE_COPY_MOVE(TcpTransport)
 
 public:
-    /// `idleLimit`: when all places are taken, a new client gets the place of the one whose last request is
-    /// longest ago, if that is at least this long; 0 keeps every place. A controller that lost its power
-    /// never closes its connection, so without this a few such losses would lock everybody out.
+    /// `idleLimit`: when all places are taken, a new client gets that of a client that has asked nothing for
+    /// a second since it connected, or whose last request is at least this long ago, or whose address has two
+    /// places more than the new one's; 0 keeps every place. A PLC that lost its power never closes its
+    /// connection, so without this a few such losses, or one host, would lock everybody out.
     TcpTransport(const TcpEndpoint& endpoint, std::chrono::milliseconds idleLimit, AnswerFunction answer,
                  QObject* parent = nullptr);
     ~TcpTransport() override;
@@ -41,13 +42,16 @@ private:
     {
         QTcpSocket* socket = nullptr;
         MbapDecoder decoder;
-        QElapsedTimer lastRequest;
+        QElapsedTimer lastRequest; ///< or connection, before the first
+        bool hasAsked = false;
     };
     using Clients = std::list<Client>;
 
     void acceptClients();
     void welcome(QTcpSocket* socket);
-    bool makeRoom();
+    bool makeRoom(const QHostAddress& newcomer);
+    Clients::iterator longestSilent(const std::function<bool(const Client&)>& among);
+    [[nodiscard]] int placesOf(const QHostAddress& address) const;
     void drop(QTcpSocket* socket);
     void serve(Client& client);
     void answerPending(Client& client);

@@ -130,8 +130,8 @@ int main(int argc, char* argv[])
         return 0;
     }
     if (argc != 2) {
-        say(name + ": one argument expected, " + std::to_string(argc - 1) + " given");
-        std::ignore = std::fputs(usageOf(name).c_str(), stderr);
+        say(name + ": one argument expected, " + std::to_string(argc - 1) + " given (" + name +
+            " --help shows the usage)");
         return 2;
     }
     const Descriptor connection = isOnAnotherBus() ? Descriptor() : connectToServer();

@@ -35,6 +35,7 @@ void tst_Options::defaults()
     QCOMPARE(line.options->service.staleAfter.count(), 0);
     QCOMPARE(line.options->service.idleLimit.count(), 60000);
     QCOMPARE(line.options->service.stateFile, QString());
+    QCOMPARE(line.options->service.statusBlock, -1);
 }
 
 void tst_Options::all()
@@ -42,10 +43,11 @@ void tst_Options::all()
     const Invocation<ServerOptions> line =
         parse({QStringLiteral("-b"), QStringLiteral("unix:path=/x"), QStringLiteral("--stale-after=30"),
                QStringLiteral("--idle-limit"), QStringLiteral("0"), QStringLiteral("--state=/run/s"),
-               QStringLiteral("--verbose")});
+               QStringLiteral("--status-block=65532"), QStringLiteral("--verbose")});
     QVERIFY(line.options);
     QCOMPARE(line.options->bus, QStringLiteral("unix:path=/x"));
     QVERIFY(line.options->verbose);
+    QCOMPARE(line.options->service.statusBlock, 65532);
     QCOMPARE(line.options->service.staleAfter.count(), 30000);
     QCOMPARE(line.options->service.idleLimit.count(), 0);
     QCOMPARE(line.options->service.stateFile, QStringLiteral("/run/s"));
@@ -61,6 +63,10 @@ void tst_Options::wrong_data()
     QTest::newRow("no number") << QStringLiteral("--stale-after=x") << seconds;
     QTest::newRow("negative") << QStringLiteral("--stale-after=-1") << seconds;
     QTest::newRow("huge") << QStringLiteral("--stale-after=99999999999") << seconds;
+    const QString block = QStringLiteral("--status-block: must be a whole number from 0 to 65532");
+    QTest::newRow("block at no number") << QStringLiteral("--status-block=x") << block;
+    QTest::newRow("block beyond the end") << QStringLiteral("--status-block=65533") << block;
+    QTest::newRow("block before the start") << QStringLiteral("--status-block=-1") << block;
     QTest::newRow("value missing") << QStringLiteral("--state")
                                    << QStringLiteral("Missing value after '--state'.");
 }

@@ -33,6 +33,7 @@ private slots:
     void laterRunsAndOverlappingTablesShareRegisters();
     void newTablesStartAtZero();
     void oldRegistersAnswerException04();
+    void statusBlockTellsTheAge();
     void keepsLastValueByDefault();
 
 private:
@@ -180,6 +181,37 @@ void tst_RequestHandler::oldRegistersAnswerException04()
     // Never refreshed at all; and what does not exist stays exception 02.
     QCOMPARE(answerRequest(hex("03 0069 0001"), store, start), hex("83 04"));
     QCOMPARE(answerRequest(hex("03 0068 0001"), store, start), hex("83 02"));
+}
+
+void tst_RequestHandler::statusBlockTellsTheAge()
+{
+    store = RegisterStore();
+    store.setStatusBlock(200);
+    store.configure({{100, 4}, {204, 1}});
+    const auto status = [this](RegisterStore::Clock::time_point now) {
+        store.refreshStatus(now);
+        return answerRequest(hex("04 00C8 0004"), store, now);
+    };
+    QCOMPARE(status(start), hex("04 08 FFFF 0000 0000 0000")); // nothing has come
+    QVERIFY(store.publish({{100, {7}}}, start));
+    QCOMPARE(status(start), hex("04 08 0000 0000 0001 0001"));
+    QCOMPARE(status(start + 9999ms), hex("04 08 0009 0000 0001 0001"));
+    QCOMPARE(status(start + 10s), hex("04 08 000A 0000 0001 0000"));
+    QCOMPARE(status(start + 100h), hex("04 08 FFFF 0000 0001 0000"));
+    for (int i = 0; i < 0xFFFF; ++i) {
+        QVERIFY(store.publish({}, start + 1s)); // the counter's low word passes its end
+    }
+    QCOMPARE(status(start + 1s), hex("04 08 0000 0001 0000 0001"));
+    // The limit is that of the other registers, and the block is there when they are too old.
+    store.setStaleAfter(3s);
+    QCOMPARE(status(start + 3s), hex("04 08 0002 0001 0000 0001"));
+    QCOMPARE(status(start + 4s), hex("04 08 0003 0001 0000 0000"));
+    QCOMPARE(answerRequest(hex("03 0064 0001"), store, start + 4s), hex("83 04"));
+    // No update writes there; new tables know no update; the count goes on.
+    QCOMPARE(store.publish({{203, {1, 1}}}, start).refusal.kind, QStringLiteral("BadUpdate"));
+    QCOMPARE(store.size(), 5);
+    store.configure({{100, 1}});
+    QCOMPARE(status(start), hex("04 08 FFFF 0001 0000 0000"));
 }
 
 void tst_RequestHandler::keepsLastValueByDefault()

@@ -34,6 +34,7 @@ private slots:
     void startsFeedsAndStops();
     void badInitFileChangesNothing_data();
     void badInitFileChangesNothing();
+    void statusBlockIsServedBesideTheTables();
     void badUpdatesAreReportedOnce();
     void waitsForAPortInUse();
     void stopEndsTheWaiting();
@@ -161,6 +162,22 @@ void tst_Service::badInitFileChangesNothing()
              (Refusal{QStringLiteral("BadInit"), message}));
     QCOMPARE(service.state(), QStringLiteral("serving"));
     QCOMPARE(read(100, 2), QByteArray::fromHex("03 04 0001 0002"));
+}
+
+void tst_Service::statusBlockIsServedBesideTheTables()
+{
+    ServiceOptions options;
+    options.statusBlock = 96; // up to the table at 100
+    Service service{options};
+    QCOMPARE(service.start(goodInit()).refusal, none());
+    QCOMPARE(service.registerCount(), 2);
+    QCOMPARE(read(96, 6), QByteArray::fromHex("03 0C FFFF 0000 0000 0000 0000 0000"));
+    QCOMPARE(service.update(update).refusal, none());
+    QCOMPARE(read(97, 3), QByteArray::fromHex("03 06 0000 0001 0001"));
+    options.statusBlock = 97;
+    Service second{options};
+    QTest::ignoreMessage(QtWarningMsg, "start: init file: the table at 100 covers the status block at 97");
+    QCOMPARE(second.start(goodInit()).refusal.kind, QStringLiteral("BadInit"));
 }
 
 void tst_Service::badUpdatesAreReportedOnce()

@@ -37,6 +37,8 @@ private slots:
     void refusesClientsBeyondTheLimit();
     void placeIsFreeAgainAfterDisconnect();
     void silentClientGivesItsPlaceUp();
+    void whoNeverAskedGoesFirst();
+    void oneAddressCannotTakeAllPlaces();
     void closesBrokenStreams();
     void clientThatDoesNotReadIsNotReadEither();
     void reportsAPortInUse();
@@ -44,7 +46,7 @@ private slots:
 
 private:
     void open(int clientLimit, std::chrono::milliseconds idleLimit = 0ms);
-    QTcpSocket* connectClient();
+    QTcpSocket* connectClient(const QHostAddress& from = QHostAddress(QHostAddress::LocalHost));
     static bool exchange(QTcpSocket* socket);
 
     std::unique_ptr<TcpTransport> transport;
@@ -75,10 +77,11 @@ void tst_TcpTransport::open(int clientLimit, std::chrono::milliseconds idleLimit
     QVERIFY2(opened, qPrintable(opened.refusal.text));
 }
 
-QTcpSocket* tst_TcpTransport::connectClient()
+QTcpSocket* tst_TcpTransport::connectClient(const QHostAddress& from)
 {
     sockets.push_back(std::make_unique<QTcpSocket>());
     QTcpSocket* socket = sockets.back().get();
+    socket->bind(from);
     socket->connectToHost(QHostAddress(QHostAddress::LocalHost), transport->port());
     return QTest::qWaitFor([socket] { return socket->state() == QAbstractSocket::ConnectedState; }) ? socket
                                                                                                     : nullptr;
@@ -168,6 +171,48 @@ void tst_TcpTransport::silentClientGivesItsPlaceUp()
     QVERIFY(exchange(connectClient()));
     QTRY_COMPARE(silent->state(), QAbstractSocket::UnconnectedState);
     QVERIFY(exchange(active));
+}
+
+void tst_TcpTransport::whoNeverAskedGoesFirst()
+{
+    open(2, 1h);
+    QTcpSocket* active = connectClient();
+    QVERIFY(exchange(active));
+    QTcpSocket* silent = connectClient();
+    QTRY_COMPARE(transport->clientCount(), 2);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^refused .* the limit of 2")));
+    QTcpSocket* early = connectClient(); // the silent one still has time for its first request
+    QTRY_COMPARE(early->state(), QAbstractSocket::UnconnectedState);
+    QTest::ignoreMessage(
+        QtInfoMsg,
+        QRegularExpression(QStringLiteral("^dropped the silent client .*:%1 ").arg(silent->localPort())));
+    QTest::qWait(1000); // what is tested is a time
+    QVERIFY(exchange(connectClient()));
+    QTRY_COMPARE(silent->state(), QAbstractSocket::UnconnectedState);
+    QVERIFY(exchange(active));
+}
+
+void tst_TcpTransport::oneAddressCannotTakeAllPlaces()
+{
+    open(3, 1h);
+    QTcpSocket* greedy[] = {connectClient(), connectClient(), connectClient()};
+    for (QTcpSocket* socket : greedy) {
+        QVERIFY(exchange(socket));
+    }
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^refused .* the limit of 3")));
+    QTcpSocket* fourth = connectClient();
+    QTRY_COMPARE(fourth->state(), QAbstractSocket::UnconnectedState);
+    QTest::ignoreMessage(
+        QtInfoMsg,
+        QRegularExpression(QStringLiteral("^dropped the greedy client .*:%1 ").arg(greedy[0]->localPort())));
+    QTcpSocket* plc = connectClient(QHostAddress(QStringLiteral("127.0.0.2")));
+    QVERIFY(exchange(plc));
+    QTRY_COMPARE(greedy[0]->state(), QAbstractSocket::UnconnectedState);
+    // Two and one: nobody gives a place up to one more of either.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^refused .* the limit of 3")));
+    QTcpSocket* another = connectClient(QHostAddress(QStringLiteral("127.0.0.2")));
+    QTRY_COMPARE(another->state(), QAbstractSocket::UnconnectedState);
+    QVERIFY(exchange(greedy[1]) && exchange(greedy[2]) && exchange(plc));
 }
 
 void tst_TcpTransport::closesBrokenStreams()

@@ -370,7 +370,8 @@ void tst_ModbusServer::scriptsReportWhatIsWrong_data()
                         const char* message) {
         QTest::newRow(name) << script << arguments << status << QString::fromLatin1(message);
     };
-    row("start without file", startScript, {}, 2, "mbserverstart.sh: one argument expected, 0 given");
+    row("start without file", startScript, {}, 2,
+        "mbserverstart.sh: one argument expected, 0 given (mbserverstart.sh --help shows the usage)");
     row("start with a missing file", startScript, {QStringLiteral("/no/file")}, 1,
         "mbserverstart.sh: cannot read /no/file");
     row("start with a file that is no init file", startScript, {QStringLiteral("/etc/passwd")}, 1,
@@ -378,9 +379,9 @@ void tst_ModbusServer::scriptsReportWhatIsWrong_data()
     row("start with a device", startScript, {QStringLiteral("/dev/zero")}, 1,
         "mbserverstart.sh: init file '/dev/zero': no such file");
     row("stop with an argument", stopScript, {QStringLiteral("now")}, 2,
-        "mbserverstop.sh: no argument expected, 1 given");
+        "mbserverstop.sh: no argument expected, 1 given (mbserverstop.sh --help shows the usage)");
     row("update with two arguments", updateScript, {QStringLiteral("a"), QStringLiteral("b")}, 2,
-        "mbserverupdate.sh: one argument expected, 2 given");
+        "mbserverupdate.sh: one argument expected, 2 given (mbserverupdate.sh --help shows the usage)");
     row("update with an empty argument", updateScript, {QString()}, 1,
         "mbserverupdate.sh: update command: not JSON: illegal value at octet 0");
     row("update like an option", updateScript, {QStringLiteral("--no-pager")}, 1,
