@@ -22,7 +22,6 @@
 #include "udphandler.h"
 
 using namespace VarnelBench;
-using VarnelTest::Frame;
 
 namespace {
 
@@ -203,7 +202,7 @@ QByteArray coreItems(int count)
 {
     QByteArray body;
     for (int i = 0; i < count; ++i) {
-        body += VarnelTest::hex("0100 0200") + static_cast<char>(i) + VarnelTest::hex("04 0200 1f40");
+        body += hex("0100 0200") + static_cast<char>(i) + hex("04 0200 1f40");
     }
     return body;
 }
@@ -226,8 +225,8 @@ const Kind kinds[] = {
     {"DevInfo, GpioState", [](Frame* frame) { frame->devInfo("en").gpioState(2, 3, 2, 3); }, 1.3},
     {"DevInfo", [](Frame* frame) { frame->devInfo("en"); }},
     {"GpioState", [](Frame* frame) { frame->gpioState(2, 3, 2, 3); }},
-    {"NetCfg, unchanged", [](Frame* frame) { frame->section(VarnelTest::NetCfg, QByteArray(22, '\0')); }},
-    {"SnmpCfg, unchanged", [](Frame* frame) { frame->section(VarnelTest::SnmpCfg, QByteArray(576, '\0')); }},
+    {"NetCfg, unchanged", [](Frame* frame) { frame->section(NetCfg, QByteArray(22, '\0')); }},
+    {"SnmpCfg, unchanged", [](Frame* frame) { frame->section(SnmpCfg, QByteArray(576, '\0')); }},
     {"ModbusCfg, unchanged", [](Frame* frame) { frame->modbusCfg(1, 502); }},
 };
 
@@ -260,7 +259,7 @@ void benchAccepted(Bench* bench)
     }
     for (const int items : {3, 67, 137}) {
         bench->figure("accepted: Core", [items](quint32 sequence) {
-            return Frame(sequence).section(VarnelTest::Core, coreItems(items)).octets();
+            return Frame(sequence).section(Core, coreItems(items)).octets();
         });
     }
     for (const int size : {640, 1340}) {

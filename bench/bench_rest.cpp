@@ -94,7 +94,7 @@ void benchIdle(Stage* stage, const QString& program, int rounds, const Rest& res
     std::vector<Series> wakeUps{{rest.connected ? "documented timers and frames" : "documented timers"},
                                 {"panel", {}, (own + 1) / own}};
     std::vector<Series> cpu{{"panel"}};
-    if (!VarnelTest::SettingsFile().set("UI/ScreenSaverInterval", rest.blankAfterMs).write()) {
+    if (!SettingsFile().set("UI/ScreenSaverInterval", rest.blankAfterMs).write()) {
         qFatal("cannot write the settings");
     }
     stage->awaitEmptyScreen();
@@ -120,7 +120,7 @@ void benchIdle(Stage* stage, const QString& program, int rounds, const Rest& res
     }
     printFigure("wake-ups when idle: " + name, "a second", wakeUps);
     printFigure("CPU time when idle: " + name, "ms a second", cpu, Floor::None);
-    VarnelTest::SettingsFile::remove();
+    SettingsFile::remove();
 }
 
 /// Datagrams that wait in, and that were lost before, the socket of the panel's port.

@@ -87,7 +87,7 @@ Subject Stage::tunedFloor(const QString& name, const QStringList& options) const
 
 void Stage::sendFrame()
 {
-    const auto usual = VarnelTest::Frame(++sequence).devInfo("en").gpioState(2, 3, 2, 3);
+    const auto usual = Frame(++sequence).devInfo("en").gpioState(2, 3, 2, 3);
     if (!controller.send(usual)) {
         qFatal("the controller cannot send");
     }

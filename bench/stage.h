@@ -5,11 +5,11 @@
 
 #include <QTemporaryDir>
 
-#include "frame.h"
 #include "framebuffer.h"
-#include "httpstub.h"
+#include "rawcontroller.h"
 #include "subject.h"
 #include "virtualscreen.h"
+#include "webserver.h"
 
 namespace VarnelBench {
 
@@ -52,9 +52,9 @@ public:
 private:
     void turn();
 
-    VarnelTest::VirtualScreen screen;
-    VarnelTest::HttpStub server;
-    VarnelTest::RawController controller;
+    VirtualScreen screen;
+    WebServer server{QHostAddress()};
+    RawController controller;
     QTemporaryDir directory;
     FrameBuffer frame;
     quint32 sequence = 0;

@@ -82,7 +82,7 @@ private:
     QString request(const QString& name)
     {
         QString path = requests.filePath(name);
-        QFile::link(QStringLiteral(REQUEST_PROGRAM), path);
+        QFile::link(QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-script-request"), path);
         return path;
     }
     void stopService()
@@ -105,7 +105,8 @@ void tst_ScriptService::init()
 {
     service.setProcessChannelMode(QProcess::MergedChannels);
     service.start(QStringLiteral("systemd-socket-activate"),
-                  {QStringLiteral("--listen=") + socketPath, QStringLiteral(SERVICE_PROGRAM),
+                  {QStringLiteral("--listen=") + socketPath,
+                   QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-script-service"),
                    QStringLiteral("/usr/local/bin")});
     QVERIFY(service.waitForReadyRead(patienceMs)); // "Listening on ..."
     QVERIFY(QFile::exists(socketPath));
@@ -402,9 +403,13 @@ void tst_ScriptService::noService()
 
 void tst_ScriptService::noSocketFromSystemd()
 {
-    QCOMPARE(QProcess::execute(QStringLiteral(SERVICE_PROGRAM), {QStringLiteral("/usr/local/bin")}), 1);
-    QCOMPARE(QProcess::execute(QStringLiteral(SERVICE_PROGRAM), {QStringLiteral("bin")}), 2);
-    QCOMPARE(QProcess::execute(QStringLiteral(SERVICE_PROGRAM), {}), 2);
+    QCOMPARE(QProcess::execute(QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-script-service"),
+                               {QStringLiteral("/usr/local/bin")}),
+             1);
+    QCOMPARE(QProcess::execute(QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-script-service"),
+                               {QStringLiteral("bin")}),
+             2);
+    QCOMPARE(QProcess::execute(QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-script-service"), {}), 2);
 }
 
 QTEST_GUILESS_MAIN(tst_ScriptService)

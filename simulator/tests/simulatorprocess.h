@@ -24,7 +24,7 @@ public:
     {
         QStringList all{QStringLiteral("--http"), QStringLiteral("127.0.0.1:0"), QStringLiteral("--log"),
                         QStringLiteral("--stdin")};
-        process.start(QStringLiteral(SIMULATOR), all + arguments);
+        process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), all + arguments);
         QElapsedTimer clock;
         clock.start();
         while (clock.elapsed() < 10000 && ready.isEmpty() && process.state() != QProcess::NotRunning) {

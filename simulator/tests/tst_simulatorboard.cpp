@@ -72,9 +72,9 @@ void SimulatorBoardTest::init()
 {
     uploads = std::make_unique<QTemporaryDir>();
     simulator = std::make_unique<SimulatorProcess>();
-    QVERIFY(
-        simulator->start({QStringLiteral("--map"), QStringLiteral(SAMPLE_MAP), QStringLiteral("--upload-dir"),
-                          uploads->path(), QStringLiteral("--sections"), QStringLiteral("none")}));
+    QVERIFY(simulator->start({QStringLiteral("--map"), QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"),
+                              QStringLiteral("--upload-dir"), uploads->path(), QStringLiteral("--sections"),
+                              QStringLiteral("none")}));
     failures.clear();
     view = std::make_unique<QWebView>();
     page = std::make_unique<WatchedPage>();

@@ -99,7 +99,8 @@ void SimulatorCoreTest::refusedValue()
 
 void SimulatorCoreTest::sampleMapping()
 {
-    const Varnel::Outcome<QList<CorePoint>> read = readCoreMap(QStringLiteral(SAMPLE_MAP));
+    const Varnel::Outcome<QList<CorePoint>> read =
+        readCoreMap(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
     QVERIFY2(read, qPrintable(read.refusal.text));
     const QList<CorePoint>& points = *read.value;
     QVERIFY(points.size() > 20);

@@ -155,7 +155,7 @@ void SimulatorFramesTest::everyFaultIsCovered()
     for (const FrameFault& fault : frameFaults()) {
         untested.append(QLatin1String(fault.name));
     }
-    QFile source(QStringLiteral(SOURCES "/simulator/tests/tst_simulatorframes.cpp"));
+    QFile source(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/tests/tst_simulatorframes.cpp"));
     QVERIFY(source.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(source.readAll());
     for (const QString& name : qAsConst(untested)) {

@@ -351,8 +351,9 @@ void SimulatorProgramTest::refusesToStart_data()
         "--http: \"nowhere.invalid\" has no IPv4 address");
     row("replay of nothing", words("--replay /nowhere.pcap"),
         "--replay: /nowhere.pcap: /nowhere.pcap: No such file or directory");
-    row("replay of no capture", {QStringLiteral("--replay"), QStringLiteral(SAMPLE_MAP)},
-        "--replay: " SAMPLE_MAP ": unknown file format");
+    row("replay of no capture",
+        {QStringLiteral("--replay"), QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map")},
+        "--replay: " VARNEL_SOURCE_DIR "/device/modbus.map: unknown file format");
     row("replay and frames of its own", words("--replay a --count 3"),
         "--replay and --count exclude each other");
     row("speed", words("--speed 0"), "--speed: \"0\" is not a number in range");
@@ -382,7 +383,7 @@ void SimulatorProgramTest::refusesToStart()
     if (!arguments.contains(QStringLiteral("--http"))) {
         arguments = QStringList{QStringLiteral("--http"), QStringLiteral("127.0.0.1:0")} + arguments;
     }
-    process.start(QStringLiteral(SIMULATOR), arguments);
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), arguments);
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 1);
     QCOMPARE(process.readAllStandardError(), "r7m-simulator: " + message + "\n");
@@ -395,7 +396,8 @@ void SimulatorProgramTest::refusesPortInUse()
     QVERIFY(other.listen(QHostAddress(QHostAddress::LocalHost), 0));
     const QByteArray endpoint = "127.0.0.1:" + QByteArray::number(other.serverPort());
     QProcess process;
-    process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--http"), QString::fromLatin1(endpoint)});
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"),
+                  {QStringLiteral("--http"), QString::fromLatin1(endpoint)});
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 1);
     QCOMPARE(process.readAllStandardError(),
@@ -405,14 +407,14 @@ void SimulatorProgramTest::refusesPortInUse()
 void SimulatorProgramTest::explainsItself()
 {
     QProcess process;
-    process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--help")});
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), {QStringLiteral("--help")});
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.exitCode(), 0);
     const QByteArray help = process.readAllStandardOutput();
     for (const QByteArray& word : documentedWords()) {
         QVERIFY2(help.contains(word), word.constData());
     }
-    process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--version")});
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), {QStringLiteral("--version")});
     QVERIFY(process.waitForFinished(5000));
     QCOMPARE(process.readAllStandardOutput(), QByteArray("r7m-simulator " VARNEL_VERSION "\n"));
 }
@@ -420,8 +422,8 @@ void SimulatorProgramTest::explainsItself()
 void SimulatorProgramTest::isDocumented_data()
 {
     QTest::addColumn<QString>("path");
-    QTest::newRow("README") << QStringLiteral(SOURCES "/simulator/README.md");
-    QTest::newRow("manual page") << QStringLiteral(SOURCES "/docs/man/r7m-simulator.1");
+    QTest::newRow("README") << QStringLiteral(VARNEL_SOURCE_DIR "/simulator/README.md");
+    QTest::newRow("manual page") << QStringLiteral(VARNEL_SOURCE_DIR "/docs/man/r7m-simulator.1");
 }
 
 void SimulatorProgramTest::isDocumented()

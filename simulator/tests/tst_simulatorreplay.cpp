@@ -271,8 +271,9 @@ void SimulatorReplayTest::tellsOtherPorts()
     CaptureWriter writer(capture());
     writer.packet(0, packet(frame(1), "10.1.1.1", 9999));
     QProcess process;
-    process.start(QStringLiteral(SIMULATOR), {QStringLiteral("--http"), QStringLiteral("127.0.0.1:0"),
-                                              QStringLiteral("--replay"), capture()});
+    process.start(
+        QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"),
+        {QStringLiteral("--http"), QStringLiteral("127.0.0.1:0"), QStringLiteral("--replay"), capture()});
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 1);
     QCOMPARE(process.readAllStandardError(),
@@ -431,8 +432,8 @@ void SimulatorReplayTest::findsScenariosThatCameWithIt()
     QVERIFY(root.mkpath(QStringLiteral("bin")) &&
             root.mkpath(QStringLiteral("share/varnel-tools/scenarios")));
     const QString program = root.filePath(QStringLiteral("bin/r7m-simulator"));
-    QVERIFY(QFile::copy(QStringLiteral(SIMULATOR), program));
-    QVERIFY(QFile::copy(QStringLiteral(SCENARIOS "/link-loss.json"),
+    QVERIFY(QFile::copy(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), program));
+    QVERIFY(QFile::copy(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/scenarios/link-loss.json"),
                         root.filePath(QStringLiteral("share/varnel-tools/scenarios/link-loss.json"))));
     for (const char* name : {"link-loss", "link-loss.json"}) {
         QProcess process;

@@ -105,7 +105,8 @@ void SimulatorScenarioTest::repeats()
 void SimulatorScenarioTest::samplesDoWhatTheySay_data()
 {
     QTest::addColumn<QString>("path");
-    const QFileInfoList files = QDir(QStringLiteral(SCENARIOS)).entryInfoList({QStringLiteral("*.json")});
+    const QFileInfoList files = QDir(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/scenarios"))
+                                    .entryInfoList({QStringLiteral("*.json")});
     QVERIFY(!files.isEmpty());
     for (const QFileInfo& file : files) {
         QTest::newRow(qPrintable(file.fileName())) << file.filePath();
@@ -126,7 +127,7 @@ void SimulatorScenarioTest::samplesDoWhatTheySay()
     SimulatorOptions options;
     options.httpAddress = QHostAddress(QHostAddress::LocalHost);
     options.httpPort = 0;
-    options.map = QStringLiteral(SAMPLE_MAP);
+    options.map = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
     options.targetPort = 9; // discard
     options.startSilent = true;
     Simulation simulation(options);

@@ -85,7 +85,7 @@ void SimulatorWebTest::init()
     simulator = std::make_unique<SimulatorProcess>();
     QVERIFY(simulator->start({QStringLiteral("--login"), QStringLiteral("user"), QStringLiteral("--password"),
                               QStringLiteral("secret"), QStringLiteral("--upload-dir"), uploads->path(),
-                              QStringLiteral("--map"), QStringLiteral(SAMPLE_MAP),
+                              QStringLiteral("--map"), QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"),
                               QStringLiteral("--sections"), QStringLiteral("none")}));
     client.clearConnectionCache();
 }

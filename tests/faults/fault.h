@@ -6,8 +6,6 @@
 
 #include "faultbench.h"
 
-namespace VarnelTest {
-
 /// One thing that may go wrong around the panel, and what it may cost.
 struct Fault
 {
@@ -45,5 +43,3 @@ Faults networkFaults();
 Faults scriptFaults();
 Faults storageFaults();
 Faults clockFaults();
-
-} // namespace VarnelTest

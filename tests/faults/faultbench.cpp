@@ -7,8 +7,6 @@
 #include <QFile>
 #include <QTest>
 
-namespace VarnelTest {
-
 namespace {
 
 constexpr QRgb pageColor = qRgb(0, 0xc0, 0);
@@ -217,9 +215,10 @@ bool FaultBench::answersTouch(std::chrono::milliseconds limit)
 
 QByteArray FaultBench::lastHeader(const QByteArray& name) const
 {
-    const QList<HttpRequest>& requests = server.requests();
-    const auto found = std::find_if(requests.crbegin(), requests.crend(),
-                                    [](const HttpRequest& request) { return request.path == "/tick"; });
+    const QList<WebServer::Request>& requests = server.requests();
+    const auto found =
+        std::find_if(requests.crbegin(), requests.crend(),
+                     [](const WebServer::Request& request) { return request.path == "/tick"; });
     return found == requests.crend() ? QByteArray() : found->headers.value(name);
 }
 
@@ -230,5 +229,3 @@ qint64 FaultBench::panelMemory() const
         file.open(QIODevice::ReadOnly) ? file.readAll().split(' ') : QList<QByteArray>();
     return numbers.value(1).toLongLong() * ::sysconf(_SC_PAGESIZE);
 }
-
-} // namespace VarnelTest

@@ -6,7 +6,6 @@
 #include <QElapsedTimer>
 
 #include "framesource.h"
-#include "httpstub.h"
 #include "modbusbench.h"
 #include "panel.h"
 #include "plcreader.h"
@@ -14,8 +13,7 @@
 #include "settingsfile.h"
 #include "standinsys.h"
 #include "virtualscreen.h"
-
-namespace VarnelTest {
+#include "webserver.h"
 
 /// What the screen shows.
 enum class Shown
@@ -87,8 +85,8 @@ public:
     StandInSys sys;
     RecordingScripts scripts;
     ModbusBench bus;
-    HttpStub server;
-    HttpStub otherServer;
+    WebServer server{QHostAddress()};
+    WebServer otherServer{QHostAddress()};
     FrameSource frames{QStringLiteral("192.168.7.2")};
     FrameSource otherFrames{QStringLiteral("192.168.7.3")};
     Panel panel;
@@ -104,5 +102,3 @@ private:
     int ticksAtMark = 0;
     quint32 valueAtMark = 0;
 };
-
-} // namespace VarnelTest

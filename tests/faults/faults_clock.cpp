@@ -10,8 +10,6 @@
 
 #include "fault.h"
 
-namespace VarnelTest {
-
 namespace {
 
 const QString offsetFile = "/tmp/clock-offset"_s;
@@ -87,5 +85,3 @@ Faults clockFaults()
 {
     return {step("clock a day forward", day), step("clock a day back", -day)};
 }
-
-} // namespace VarnelTest

@@ -5,8 +5,6 @@
 
 #include "fault.h"
 
-namespace VarnelTest {
-
 namespace {
 
 constexpr int floodRate = 10000;
@@ -63,7 +61,7 @@ bool touchIsAnswered(FaultBench& bench)
     return answered && bench.awaitShown(Shown::ControllerPage);
 }
 
-bool swap(FaultBench& bench)
+bool swapControllers(FaultBench& bench)
 {
     bench.frames.setRate(0);
     bench.otherFrames.setRate(FaultBench::usualRate);
@@ -178,7 +176,7 @@ Faults controllerFaults()
         reboot(),
         quickReboot(),
         {"controller replaced", "error page, then the other controller's page",
-         "frames of the new one until the old one counts as lost", lossLine, swap,
+         "frames of the new one until the old one counts as lost", lossLine, swapControllers,
          [](FaultBench& bench) { return bench.awaitShown(Shown::OtherControllersPage); }, swapBack},
         {"two controllers at once", "nothing: the first one's page stays", "the second one's frames",
          strangerLine,
@@ -196,5 +194,3 @@ Faults controllerFaults()
         controllersFlood(),
     };
 }
-
-} // namespace VarnelTest

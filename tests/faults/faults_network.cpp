@@ -8,8 +8,6 @@
 
 #include "fault.h"
 
-namespace VarnelTest {
-
 namespace {
 
 constexpr auto lossLine = "^No packet received within the  3 s window, unregister";
@@ -99,5 +97,3 @@ Faults networkFaults()
          errorPage, plugInterfaceIn},
     };
 }
-
-} // namespace VarnelTest

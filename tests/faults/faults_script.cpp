@@ -7,8 +7,6 @@
 
 #include "fault.h"
 
-namespace VarnelTest {
-
 namespace {
 
 const QString registration = "r7m.sh"_s;
@@ -137,5 +135,3 @@ Faults scriptFaults()
     faults.back().endLimit = std::chrono::seconds(32);
     return faults;
 }
-
-} // namespace VarnelTest

@@ -5,8 +5,6 @@
 
 #include "fault.h"
 
-namespace VarnelTest {
-
 namespace {
 
 const QByteArray page = "/index.html";
@@ -19,13 +17,13 @@ bool errorPage(FaultBench& bench)
     return bench.awaitShown(Shown::ErrorPage);
 }
 
-bool close(FaultBench& bench)
+bool closeServer(FaultBench& bench)
 {
     bench.server.close();
     return true;
 }
 
-bool listen(FaultBench& bench)
+bool listenAgain(FaultBench& bench)
 {
     return bench.server.listen();
 }
@@ -41,7 +39,7 @@ bool serveAgain(FaultBench& bench)
 bool restartServer(FaultBench& bench)
 {
     bench.server.close();
-    return serveAgain(bench) && listen(bench);
+    return serveAgain(bench) && listenAgain(bench);
 }
 
 /// The error page is there, and the panel has tried twice in vain.
@@ -135,15 +133,15 @@ bool endlessPage(FaultBench& bench)
 Faults serverFaults()
 {
     return {
-        {"page server refuses, short", "error page until the next try", nothingIsLost, httpError, close,
-         errorPage, listen},
+        {"page server refuses, short", "error page until the next try", nothingIsLost, httpError, closeServer,
+         errorPage, listenAgain},
         {"page server refuses, long",
          "error page until the controller's link is lost and back",
          nothingIsLost,
          httpError,
-         close,
+         closeServer,
          errorPageForGood,
-         listen,
+         listenAgain,
          {},
          tryInVainAndLoseLink},
         {"page server refuses, long, with ProbeAgain", "error page until one of the next tries",
@@ -179,5 +177,3 @@ Faults serverFaults()
          loseLink},
     };
 }
-
-} // namespace VarnelTest

@@ -9,8 +9,6 @@
 #include "simulator.h"
 #include "transferscene.h"
 
-namespace VarnelTest {
-
 namespace {
 
 const QString smallDisk = "/run/small-disk"_s;
@@ -199,5 +197,3 @@ Faults storageFaults()
         pulledDrive(),
     };
 }
-
-} // namespace VarnelTest

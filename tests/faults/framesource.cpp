@@ -10,8 +10,6 @@
 
 #include "frame.h"
 
-namespace VarnelTest {
-
 namespace {
 
 constexpr std::chrono::milliseconds step{1};
@@ -117,5 +115,3 @@ void FrameSource::sendOne()
                                 reinterpret_cast<const sockaddr*>(&panel), sizeof panel);
     ++(taken == datagram.size() ? total : failures);
 }
-
-} // namespace VarnelTest

@@ -9,8 +9,6 @@
 #include <QByteArray>
 #include <QString>
 
-namespace VarnelTest {
-
 /// A controller that sends frames at a steady rate from a thread of its own, whatever the test waits for
 /// meanwhile. Each frame carries the number of frames sent so far in the Core item that the sample mapping
 /// puts at register 102.
@@ -59,5 +57,3 @@ private:
     int currentRate = 0;
     std::thread thread;
 };
-
-} // namespace VarnelTest

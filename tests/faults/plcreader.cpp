@@ -5,8 +5,6 @@
 
 #include "modbusbench.h"
 
-namespace VarnelTest {
-
 namespace {
 
 constexpr std::chrono::milliseconds period{100};
@@ -51,5 +49,3 @@ void PlcReader::readOnce()
     }
     last = static_cast<quint32>(words.at(0)) << 16U | words.at(1);
 }
-
-} // namespace VarnelTest

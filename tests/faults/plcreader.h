@@ -7,8 +7,6 @@
 
 #include <QtGlobal>
 
-namespace VarnelTest {
-
 class ModbusClient;
 
 /// A PLC that reads the number at register 102 ten times a second, in a thread of its own, and connects again
@@ -36,5 +34,3 @@ private:
     std::atomic<bool> ending{false};
     std::thread thread;
 };
-
-} // namespace VarnelTest

@@ -9,8 +9,6 @@
 
 #include "fault.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 Faults allFaults()

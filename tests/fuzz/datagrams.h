@@ -6,7 +6,7 @@
 
 #include <QByteArray>
 
-#include "framebuilder.h"
+#include "frame.h"
 #include "harness.h"
 
 namespace fuzz {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "datagrams.h"
-#include "sections.h"
+#include "frame.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
 
@@ -23,7 +23,7 @@ public:
     void mutate(Events* events)
     {
         if (events->empty()) {
-            events->push_back({Event::FromFirst, FrameBuilder().add(anySection()).octets()});
+            events->push_back({Event::FromFirst, Frame().add(anySection()).octets()});
         }
         switch (below(8)) {
         case 0:
@@ -115,7 +115,7 @@ private:
         if (oneIn(5)) {
             return {anyKind(), {}};
         }
-        FrameBuilder frame;
+        Frame frame;
         for (int count = 1 + below(4); count > 0; --count) {
             frame.add(anySection());
         }
@@ -139,7 +139,7 @@ private:
     void changeSections(QByteArray* datagram)
     {
         if (datagram->size() < 18) {
-            *datagram = FrameBuilder().octets();
+            *datagram = Frame().octets();
         }
         QByteArray octets = datagram->chopped(2);
         QVector<int> starts{16};

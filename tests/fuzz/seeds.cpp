@@ -8,12 +8,12 @@
 #include "controllerstate.h"
 #include "corefeed.h"
 #include "datagrams.h"
+#include "frame.h"
 #include "framefaults.h"
 #include "mapinput.h"
 #include "mappingfile.h"
 #include "mbapdecoder.h"
 #include "rtudecoder.h"
-#include "sections.h"
 #include "wirelayout.h"
 
 using fuzz::Event;
@@ -50,7 +50,7 @@ void seed(const QString& name, const Events& events)
 
 QByteArray frame(quint32 sequence, std::initializer_list<QByteArray> sections)
 {
-    FrameBuilder builder;
+    Frame builder;
     for (const QByteArray& octets : sections) {
         builder.add(octets);
     }

@@ -21,7 +21,7 @@ int main(int argc, char** argv)
     if (!isNumber || seconds < 0) {
         parser.showHelp(2);
     }
-    VarnelTest::VirtualScreen screen;
+    VirtualScreen screen;
     if (!screen.start()) {
         return 1;
     }

@@ -13,8 +13,6 @@ namespace VarnelSoak {
 
 namespace {
 
-using namespace VarnelTest;
-
 constexpr std::chrono::seconds samplePeriod{5};
 constexpr QPoint onTheLink{400, 200};
 constexpr QPoint besideTheLink{400, 440}; // as are the chooser's buttons
@@ -101,7 +99,7 @@ Soak::Soak(const QString& directory, VirtualScreen& screen)
     , screen(screen)
     , scene(screen)
 {
-    connect(&scene.server, &HttpStub::requested, this, [this] { ++counts.requests; });
+    connect(&scene.server, &WebServer::requested, this, [this] { ++counts.requests; });
     connect(&pace, &QTimer::timeout, this, &Soak::sample);
 }
 

@@ -22,7 +22,7 @@ class Soak : public QObject
 
 public:
     /// `directory` takes the record and the pictures of failures.
-    Soak(const QString& directory, VarnelTest::VirtualScreen& screen);
+    Soak(const QString& directory, VirtualScreen& screen);
 
     /// Puts a command in front of the panel, which it must become itself: "env" with variables, for example.
     void setLauncher(const QStringList& command) { scene.panel.setLauncher(command); }
@@ -62,11 +62,11 @@ private:
     bool awaitOutputs(const Outputs& outputs);
     void touch(QPoint point);
     bool awaitTrue(const std::function<bool()>& condition) const;
-    VarnelTest::LogReader& log() { return scene.panel.log(); }
+    LogReader& log() { return scene.panel.log(); }
 
     QString directory;
-    VarnelTest::VirtualScreen& screen;
-    VarnelTest::TransferScene scene;
+    VirtualScreen& screen;
+    TransferScene scene;
     Traffic traffic;
     Record record;
     Counts counts;

@@ -9,9 +9,6 @@ namespace VarnelSoak {
 
 namespace {
 
-using VarnelTest::Frame;
-using VarnelTest::hex;
-
 constexpr std::chrono::milliseconds framePeriod{20};
 constexpr qint64 valuesPeriod = 50;
 constexpr qint64 configurationPeriod = 500;
@@ -93,7 +90,7 @@ void Traffic::addValues(Frame* frame) const
     for (int i = 0; i < registers; ++i) {
         items += hex("34 12 02 01") + little(i, 1) + hex("04 02 00") + little(frames + i, 2);
     }
-    frame->section(VarnelTest::Core, items);
+    frame->section(Core, items);
 }
 
 void Traffic::addConfiguration(Frame* frame) const
@@ -101,11 +98,11 @@ void Traffic::addConfiguration(Frame* frame) const
     const qint64 turn = frames / configurationPeriod;
     switch (turn % 3) {
     case 0:
-        frame->section(VarnelTest::NetCfg, hex("01 00 | c0 a8 01") + little(turn % 250, 1) +
-                                               hex("ff ff ff 00 | c0 a8 01 01 | c0 a8 01 02 | c0 a8 01 03"));
+        frame->section(NetCfg, hex("01 00 | c0 a8 01") + little(turn % 250, 1) +
+                                   hex("ff ff ff 00 | c0 a8 01 01 | c0 a8 01 02 | c0 a8 01 03"));
         break;
     case 1:
-        frame->section(VarnelTest::SnmpCfg, snmpBody(turn));
+        frame->section(SnmpCfg, snmpBody(turn));
         break;
     default:
         frame->modbusCfg(1, static_cast<quint16>(1000 + turn % 1000));

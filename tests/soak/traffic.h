@@ -6,7 +6,7 @@
 #include <QByteArray>
 #include <QTimer>
 
-#include "frame.h"
+#include "rawcontroller.h"
 
 namespace VarnelSoak {
 
@@ -43,11 +43,11 @@ public:
 
 private:
     void sendFrame();
-    void addValues(VarnelTest::Frame* frame) const;
-    void addConfiguration(VarnelTest::Frame* frame) const;
+    void addValues(Frame* frame) const;
+    void addConfiguration(Frame* frame) const;
     Outputs outputs() const;
 
-    VarnelTest::RawController controller;
+    RawController controller;
     QTimer pace;
     QByteArray language = "en";
     std::optional<Outputs> held;

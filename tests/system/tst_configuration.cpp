@@ -6,8 +6,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 // Offsets in the bodies, which begin behind the section header of 4 octets.

@@ -13,8 +13,6 @@
 #include "simulator.h"
 #include "virtualscreen.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString demoScript = VARNEL_SOURCE_DIR "/scripts/demo"_s;

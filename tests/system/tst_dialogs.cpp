@@ -7,8 +7,6 @@
 
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 /// The box around the pixels of `area` that are darker than `grey`, that is around its text.

@@ -5,8 +5,6 @@
 
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 class tst_Downloads : public QObject
 {
     Q_OBJECT

@@ -7,8 +7,6 @@
 
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const auto slowFile = "/download/custom/slow.bin?size=61440&pace=200"_s; // 15 pieces, 3 seconds

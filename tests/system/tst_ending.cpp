@@ -5,8 +5,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QByteArray page = "/index.html";

@@ -6,8 +6,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString infoPage = "Load front connection info page"_s;

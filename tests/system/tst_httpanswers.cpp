@@ -5,8 +5,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QByteArray page = "/index.html";
@@ -20,7 +18,7 @@ enum class Outcome
 
 } // namespace
 
-Q_DECLARE_METATYPE(VarnelTest::AfterAnswer)
+Q_DECLARE_METATYPE(AfterAnswer)
 Q_DECLARE_METATYPE(Outcome)
 
 class tst_HttpAnswers : public QObject

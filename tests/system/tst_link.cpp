@@ -8,8 +8,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString loss = "No packet received within the  1 s window, unregister  \"192.168.7.2\""_s;
@@ -59,7 +57,7 @@ void tst_Link::firstFrameRegistersAndOpensThePage()
                                      "MainWindow::openUrlForce  \"http://192.168.7.2/index.html\""_s,
                                      "<now> - Stop buzzer server: http://192.168.7.2/index.html"_s}));
     QCOMPARE(scene.scripts.runLines(), QStringList("r7m.sh add 192.168.7.2 7 161 162 0 502 1234"_s));
-    const HttpRequest request = scene.server.requests().first();
+    const WebServer::Request request = scene.server.requests().first();
     QCOMPARE(request.method, QByteArray("GET"));
     QCOMPARE(request.headers.value("user-agent"), QByteArray("Varnel VarnelBrowser/2.0 WebKit"));
     QVERIFY(!request.headers.contains("authorization"));
@@ -74,7 +72,7 @@ void tst_Link::everyRequestCarriesTheLogin()
     QVERIFY(scene.connectController());
     QVERIFY(scene.server.awaitCount("/s.css", 1));
     QVERIFY(scene.server.awaitCount("/i.png", 1));
-    for (const HttpRequest& request : scene.server.requests()) {
+    for (const WebServer::Request& request : scene.server.requests()) {
         QCOMPARE(request.headers.value("authorization"), QByteArray("Basic dXNlcjpwYXNz"));
     }
 }

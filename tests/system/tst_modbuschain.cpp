@@ -15,8 +15,6 @@
 #include "panel.h"
 #include "settingsfile.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 using Words = QVector<quint16>;

@@ -7,8 +7,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString initFile = "/tmp/etc/mbserver_init.dbus"_s;

@@ -9,8 +9,6 @@
 
 #include "modbusbench.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString tcpInterface = QStringLiteral(R"("clients":3,"listen":"0.0.0.0","port":502)");

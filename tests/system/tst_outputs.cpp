@@ -7,8 +7,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 using std::chrono::milliseconds;

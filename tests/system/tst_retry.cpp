@@ -6,8 +6,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QByteArray page = "/index.html";
@@ -19,12 +17,12 @@ const QByteArray good = "<html><body>controller</body></html>";
 const QByteArray withStyle = "<html><head><link rel=stylesheet href=/s.css></head></html>";
 
 /// A probe is a plain request: without the page's name for itself.
-bool isProbe(const HttpRequest& request)
+bool isProbe(const WebServer::Request& request)
 {
     return !request.headers.value("user-agent").startsWith("Varnel");
 }
 
-int probes(const HttpStub& server)
+int probes(const WebServer& server)
 {
     return static_cast<int>(std::count_if(server.requests().cbegin(), server.requests().cend(), &isProbe));
 }
@@ -66,7 +64,7 @@ void tst_Retry::failedStylesheetPutsUpTheErrorPageAndIsProbed()
     QVERIFY(scene.server.awaitCount("/s.css", 2)); // the page is loaded again, and fails again
     QCOMPARE(probes(scene.server), 1);
     QVERIFY(scene.panel.log().await({fail, tick}));
-    for (const HttpRequest& request : scene.server.requests()) {
+    for (const WebServer::Request& request : scene.server.requests()) {
         QCOMPARE(request.headers.contains("authorization"), !isProbe(request));
     }
 }
@@ -80,7 +78,7 @@ void tst_Retry::burstOfFailuresGivesOneRetry()
         body += "<img src=/missing" + QByteArray::number(i) + ".png>";
     }
     scene.server.serve(page, body);
-    connect(&scene.server, &HttpStub::requested, this, [&scene](const QByteArray& path) {
+    connect(&scene.server, &WebServer::requested, this, [&scene](const QByteArray& path) {
         if (path.startsWith("/missing4")) {
             scene.server.serve(page, good); // once all have failed the page gets well
         }

@@ -10,9 +10,7 @@
 #include "simulator.h"
 #include "virtualscreen.h"
 
-using namespace VarnelTest;
-
-Q_DECLARE_METATYPE(VarnelTest::SettingsFile)
+Q_DECLARE_METATYPE(SettingsFile)
 
 namespace {
 

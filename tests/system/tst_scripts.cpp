@@ -8,8 +8,6 @@
 
 #include "scene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QString notFound = "Script ' \"/usr/local/bin/r7m.sh\" ' not found, do nothing"_s;

@@ -12,8 +12,6 @@
 #include "notifysocket.h"
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const auto ready = "READY=1"_s;

@@ -8,8 +8,6 @@
 
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 // On the control board: the tab of the files, and what its sheet holds.

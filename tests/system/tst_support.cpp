@@ -8,13 +8,11 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "frame.h"
-#include "httpstub.h"
+#include "rawcontroller.h"
 #include "recordingscripts.h"
 #include "standinsys.h"
 #include "virtualscreen.h"
-
-using namespace VarnelTest;
+#include "webserver.h"
 
 class tst_Support : public QObject
 {
@@ -119,7 +117,7 @@ void tst_Support::recorderSeesWritesInOrder()
 
 void tst_Support::stubAnswersAndCounts()
 {
-    HttpStub server;
+    WebServer server{QHostAddress()};
     QVERIFY(server.listen());
     server.serve("/index.html", "<html>here</html>");
     QNetworkAccessManager manager;

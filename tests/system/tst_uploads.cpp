@@ -8,8 +8,6 @@
 
 #include "transferscene.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 /// The upper half of the page is the file input, the lower half sends the form to the file server.

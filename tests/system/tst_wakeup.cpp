@@ -7,8 +7,6 @@
 #include "scene.h"
 #include "virtualscreen.h"
 
-using namespace VarnelTest;
-
 namespace {
 
 const QByteArrayList domEvents{"mousedown", "mouseup", "click", "dblclick", "mousemove"};
@@ -136,7 +134,7 @@ void tst_WakeUp::expectOneClickNext()
 QByteArrayList tst_WakeUp::events() const
 {
     QByteArrayList result;
-    for (const HttpRequest& request : scene->server.requests()) {
+    for (const WebServer::Request& request : scene->server.requests()) {
         if (request.path.startsWith("/event/")) {
             result += request.path.mid(7);
         }

@@ -3,7 +3,7 @@
 #include <QTest>
 
 #include "crc16.h"
-#include "framebuilder.h"
+#include "frame.h"
 
 using Varnel::crc16;
 
@@ -85,14 +85,14 @@ void tst_Crc16::everyLengthAgreesWithTheBitwiseForm()
 {
     const QByteArray octets = noise(300);
     for (int length = 0; length <= octets.size(); ++length) {
-        QCOMPARE(frameCrc(octets.left(length)), bitwiseKermit(octets.left(length)));
+        QCOMPARE(frameCrc(octets.left(length)), kermit(octets.left(length)));
     }
 }
 
 void tst_Crc16::everyAlignmentGivesTheSame()
 {
     const QByteArray octets = noise(64);
-    const quint16 wanted = bitwiseKermit(octets);
+    const quint16 wanted = kermit(octets);
     for (int shift = 0; shift < 9; ++shift) {
         const QByteArray shifted = QByteArray(shift, 'x') + octets;
         QCOMPARE(crc16(0x1021, 0, reinterpret_cast<const uchar*>(shifted.constData()) + shift,
@@ -104,7 +104,7 @@ void tst_Crc16::everyAlignmentGivesTheSame()
 void tst_Crc16::longestLength()
 {
     const QByteArray octets = noise(65535);
-    QCOMPARE(frameCrc(octets), bitwiseKermit(octets));
+    QCOMPARE(frameCrc(octets), kermit(octets));
 }
 
 void tst_Crc16::everySingleBitCounts()

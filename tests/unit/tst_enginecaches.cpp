@@ -12,8 +12,8 @@
 #include <QWebSettings>
 
 #include "enginecaches.h"
-#include "httpserver.h"
 #include "panelview.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -32,7 +32,7 @@ private slots:
     void scriptThatWaitsForItsUserGoesOn();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
@@ -43,7 +43,7 @@ const QString picturePath = QStringLiteral("/picture.png");
 const QString noisePath = QStringLiteral("/noise.png");
 
 /// A picture that cannot be packed: 300 KiB, packed and unpacked.
-HttpServer::Answer keepablePicture()
+WebServer::Answer keepablePicture()
 {
     QImage picture(277, 277, QImage::Format_RGB32);
     QRandomGenerator generator(1);
@@ -52,7 +52,7 @@ HttpServer::Answer keepablePicture()
             picture.setPixel(x, y, generator.generate());
         }
     }
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.headers = "Content-Type: image/png\r\nCache-Control: max-age=3600\r\n";
     QBuffer buffer(&answer.body);
     buffer.open(QIODevice::WriteOnly);
@@ -65,7 +65,7 @@ HttpServer::Answer keepablePicture()
 void tst_EngineCaches::init()
 {
     QWebSettings::clearMemoryCaches();
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(pagePath, QByteArray("<html><body><img src='/picture.png'></body></html>"));
     // Each of its addresses has a picture of its own.
     server->serve(otherPath, QByteArray("<html><body><script>"

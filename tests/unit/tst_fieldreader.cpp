@@ -2,7 +2,7 @@
 #include <QTest>
 
 #include "fieldreader.h"
-#include "hex.h"
+#include "frame.h"
 
 using Varnel::FieldReader;
 

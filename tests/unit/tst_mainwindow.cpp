@@ -7,10 +7,10 @@
 #include <QTest>
 #include <QVBoxLayout>
 
-#include "httpserver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
 #include "screensaver.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -41,15 +41,15 @@ private slots:
     void keysAreSwallowed();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
 
 /// A page that comes only when the test lets it, so that nothing that is shown before can be missed.
-HttpServer::Answer onRelease(const QByteArray& html)
+WebServer::Answer onRelease(const QByteArray& html)
 {
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.silent = true;
     answer.headers = "Content-Type: text/html\r\n";
     answer.body = html;
@@ -92,7 +92,7 @@ QString buzzerLine(const QString& url)
 
 void tst_MainWindow::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(pagePath, QByteArray("<p>page</p>"));
     server->serve(QStringLiteral("/other.html"), QByteArray("<p>other</p>"));
 }
@@ -228,7 +228,7 @@ void tst_MainWindow::addressIsLoggedAsItIs()
     QTRY_VERIFY(panel.log().contains(QStringLiteral("Downloading ") + url));
     QVERIFY(panel.log().contains(buzzerLine(url)));
     QTRY_COMPARE(server->requests().size(), 1);
-    QCOMPARE(server->requests().constFirst().target, QStringLiteral("/a%2Fb?c=%251&d=%25s"));
+    QCOMPARE(server->requests().constFirst().path, QByteArray("/a%2Fb?c=%251&d=%25s"));
 }
 
 void tst_MainWindow::reloadUrl()
@@ -304,7 +304,7 @@ void tst_MainWindow::openUrlForceChoosesTheAddress()
     panel.window.openUrlForce(page, true);
     QTRY_COMPARE(panel.text(), QStringLiteral("page"));
     panel.clear();
-    server->clearRequests();
+    server->clear();
 
     QString url = server->url(path).toString();
     if (path == QLatin1String("-")) {
@@ -316,7 +316,7 @@ void tst_MainWindow::openUrlForceChoosesTheAddress()
     if (loads) {
         const QString loaded = url.isEmpty() ? page : url;
         QTRY_COMPARE(server->requests().size(), 1);
-        QCOMPARE(server->url(server->requests().constFirst().target).toString(), loaded);
+        QCOMPARE(server->url(server->requests().constFirst().path).toString(), loaded);
         QCOMPARE(panel.log(), (QStringList{forceLine(url), buzzerLine(loaded)}));
     } else {
         panel.waitForQuiet();

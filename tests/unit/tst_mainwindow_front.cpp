@@ -5,8 +5,8 @@
 #include <QFile>
 #include <QTest>
 
-#include "httpserver.h"
 #include "panelview.h"
+#include "webserver.h"
 #include "withoutfileoverride.h"
 
 using namespace Varnel;
@@ -25,7 +25,7 @@ private slots:
     void isPolled();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
@@ -52,7 +52,7 @@ void poll(PanelView& panel)
 
 void tst_MainWindowFront::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(pagePath, QByteArray("<p>page</p>"));
     write(stateFile, "down\n");
 }

@@ -7,11 +7,11 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "httpserver.h"
 #include "logrecorder.h"
 #include "logstamps.h"
 #include "networkaccessmanager.h"
 #include "scopedsetting.h"
+#include "webserver.h"
 
 using Varnel::NetworkAccessManager;
 using Varnel::Settings;
@@ -69,7 +69,7 @@ private:
         return QLatin1Char('\'') + server->url(path).toString() + QLatin1Char('\'');
     }
 
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
     std::unique_ptr<NetworkAccessManager> manager;
     std::unique_ptr<QSignalSpy> first;
 };
@@ -84,9 +84,9 @@ const QString slow = QStringLiteral("/slow");
 
 void tst_NetworkAccessManager::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(page, QByteArray("<p>page</p>"));
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     server->serve(slow, silent);
     manager = std::make_unique<NetworkAccessManager>(nullptr);
@@ -348,7 +348,7 @@ void tst_NetworkAccessManager::unansweredPageFails()
 void tst_NetworkAccessManager::beginningOfAnAnswerIsEnough()
 {
     const ScopedSetting<quint16> setting("Network", "PageTimeout", quint16(1));
-    HttpServer::Answer half;
+    WebServer::Answer half;
     half.body = "half and half";
     half.firstPart = 4;
     server->serve(slow, half);
@@ -363,7 +363,7 @@ void tst_NetworkAccessManager::beginningOfAnAnswerIsEnough()
 
 void tst_NetworkAccessManager::asksNobodyForCredentials()
 {
-    HttpServer::Answer refusal;
+    WebServer::Answer refusal;
     refusal.status = "401 Unauthorized";
     refusal.headers = "WWW-Authenticate: Basic realm=\"controller\"\r\n";
     refusal.body = "no";
@@ -378,7 +378,7 @@ void tst_NetworkAccessManager::asksNobodyForCredentials()
 void tst_NetworkAccessManager::cookiesLiveAsLongAsTheManager()
 {
     QVERIFY(manager->cookieJar() != nullptr);
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.headers = "Set-Cookie: session=42; Path=/; Max-Age=100000\r\n";
     server->serve(QStringLiteral("/login"), answer);
     get(page);
@@ -395,7 +395,7 @@ void tst_NetworkAccessManager::cookiesLiveAsLongAsTheManager()
 void tst_NetworkAccessManager::nothingIsCached()
 {
     QCOMPARE(manager->cache(), nullptr);
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.headers = "Cache-Control: max-age=100000\r\n";
     answer.body = "x";
     server->serve(page, answer);
@@ -423,7 +423,7 @@ void tst_NetworkAccessManager::brokenAnswers()
     QFETCH(QByteArray, status);
     QFETCH(QByteArray, headers);
     QFETCH(bool, error);
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.status = status;
     answer.headers = headers;
     answer.withLength = !headers.contains("Content-Length");

@@ -5,7 +5,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "httpserver.h"
+#include "webserver.h"
 
 using Varnel::ReplyKeeper;
 
@@ -30,7 +30,7 @@ private:
 
     static void deliverDeletions() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
-    HttpServer server;
+    WebServer server;
     std::unique_ptr<QNetworkAccessManager> manager = std::make_unique<QNetworkAccessManager>();
 };
 

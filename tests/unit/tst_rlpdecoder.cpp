@@ -3,8 +3,7 @@
 #include <QTest>
 
 #include "exposeddecoder.h"
-#include "framebuilder.h"
-#include "hex.h"
+#include "frame.h"
 
 using namespace Varnel;
 
@@ -91,11 +90,10 @@ void tst_RlpDecoder::walk_data()
     QTest::addColumn<QByteArray>("datagram");
     QTest::addColumn<QString>("decoded");
     QTest::addColumn<QStringList>("log");
-    const auto row = [](const char* name, const FrameBuilder& frame, const char* decoded,
-                        const QStringList& log) {
+    const auto row = [](const char* name, const Frame& frame, const char* decoded, const QStringList& log) {
         QTest::newRow(name) << frame.octets() << QString::fromLatin1(decoded) << log;
     };
-    using F = FrameBuilder;
+    using F = Frame;
 
     row("all kinds: all decode",
         F().add(devInfo()).add(gpioState()).add(netCfg()).add(snmpCfg()).add(modbusCfg()).add(core()),
@@ -244,7 +242,7 @@ void tst_RlpDecoder::lastRecordOfAKindCounts()
 {
     ExposedDecoder decoder;
     const Outcome outcome =
-        receive(decoder, FrameBuilder().add(gpioState("01 01 01 01")).add(gpioState("02 03 00 01")).octets());
+        receive(decoder, Frame().add(gpioState("01 01 01 01")).add(gpioState("02 03 00 01")).octets());
     QVERIFY(outcome.frame.hasGpioState);
     QCOMPARE(outcome.frame.gpiostate.good, quint8(2));
     QCOMPARE(outcome.frame.gpiostate.warning, quint8(3));
@@ -255,10 +253,9 @@ void tst_RlpDecoder::lastRecordOfAKindCounts()
 void tst_RlpDecoder::coreNotLastLeavesTheItems()
 {
     ExposedDecoder decoder;
-    QVERIFY(receive(decoder, FrameBuilder().add(core()).octets()).frame.hasCore);
+    QVERIFY(receive(decoder, Frame().add(core()).octets()).frame.hasCore);
     QCOMPARE(decoder.items().size(), 2);
-    const Outcome outcome =
-        receive(decoder, FrameBuilder().sequence(2).add(core()).add(gpioState()).octets());
+    const Outcome outcome = receive(decoder, Frame(2).add(core()).add(gpioState()).octets());
     QVERIFY(!outcome.frame.hasCore);
     QCOMPARE(decoder.items().size(), 2);
     // The refused list is a warning, not a debug line.
@@ -272,15 +269,13 @@ void tst_RlpDecoder::coreNotLastLeavesTheItems()
 void tst_RlpDecoder::oneFramesRecordsDoNotReachTheNext()
 {
     ExposedDecoder decoder;
-    QCOMPARE(receive(decoder, FrameBuilder().add(devInfo()).add(netCfg()).octets()).decoded().size(), 2);
-    const Outcome next = receive(decoder, FrameBuilder().sequence(2).add(gpioState()).octets());
+    QCOMPARE(receive(decoder, Frame().add(devInfo()).add(netCfg()).octets()).decoded().size(), 2);
+    const Outcome next = receive(decoder, Frame(2).add(gpioState()).octets());
     QCOMPARE(next.decoded(), QStringList{QStringLiteral("GpioState")});
     // Nor does the count of octets consumed: the failed section goes on by its own length.
-    const Outcome failed = receive(decoder, FrameBuilder()
-                                                .sequence(3)
-                                                .add(section(0x20, hex("01 02")) + hex("de ad be ef"))
-                                                .add(modbusCfg())
-                                                .octets());
+    const Outcome failed = receive(
+        decoder,
+        Frame().sequence(3).add(section(0x20, hex("01 02")) + hex("de ad be ef")).add(modbusCfg()).octets());
     QCOMPARE(failed.decoded(), QStringList{QStringLiteral("ModbusCfg")});
 }
 
@@ -297,7 +292,7 @@ void tst_RlpDecoder::endlessLookingFramesEnd()
     ExposedDecoder decoder;
     QElapsedTimer clock;
     clock.start();
-    const Outcome outcome = receive(decoder, FrameBuilder().add(sections).sectionCount(65535).octets());
+    const Outcome outcome = receive(decoder, Frame().add(sections).sectionCount(65535).octets());
     QVERIFY(outcome.accepted);
     QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
     QVERIFY(outcome.log.size() <= 3 * 65535);

@@ -2,8 +2,7 @@
 #include <QTest>
 
 #include "exposeddecoder.h"
-#include "framebuilder.h"
-#include "hex.h"
+#include "frame.h"
 
 using namespace Varnel;
 
@@ -61,7 +60,7 @@ QString badChecksum(const QByteArray& octets)
 {
     const quint16 received =
         octets.size() < 2 ? quint16(0) : qFromLittleEndian<quint16>(octets.right(2).constData());
-    const quint16 computed = bitwiseKermit(octets.size() < 2 ? octets : octets.left(octets.size() - 2));
+    const quint16 computed = kermit(octets.size() < 2 ? octets : octets.left(octets.size() - 2));
     return QStringLiteral("Invalid checksum (0x \"%1\"  != 0x \"%2\" ). Drop frame")
         .arg(QString::number(received, 16), QString::number(computed, 16));
 }
@@ -73,14 +72,14 @@ void tst_RlpFrame::builderAgreesWithACapture()
     // Put down by hand: every field, the checksum from a published CRC-16/KERMIT calculator's algorithm.
     const QByteArray head = hex("ce | 01 | 16 00 | 0e 00 | 01 00 | 07 00 00 00 | 01 00 00 00"
                                 "| 20 00 08 00 01 00 02 03");
-    QCOMPARE(FrameBuilder().sequence(7).add(gpio()).unsealed(), head);
-    QCOMPARE(FrameBuilder().sequence(7).add(gpio()).octets().size(), head.size() + 2);
+    QCOMPARE(Frame(7).add(gpio()).unsealed(), head);
+    QCOMPARE(Frame(7).add(gpio()).octets().size(), head.size() + 2);
 }
 
 void tst_RlpFrame::acceptedFrame()
 {
     ExposedDecoder decoder;
-    const QByteArray datagram = FrameBuilder().sequence(0x01020304).add(gpio()).octets();
+    const QByteArray datagram = Frame(0x01020304).add(gpio()).octets();
     const Outcome outcome = receive(decoder, datagram);
     QVERIFY(outcome.accepted);
     QCOMPARE(outcome.log, QStringList());
@@ -100,7 +99,7 @@ void tst_RlpFrame::drops_data()
 {
     QTest::addColumn<QByteArray>("datagram");
     QTest::addColumn<QStringList>("reasons");
-    const auto frame = [] { return FrameBuilder().add(gpio()); };
+    const auto frame = [] { return Frame().add(gpio()); };
     const auto row = [](const char* name, const QByteArray& datagram, const QStringList& reasons) {
         QTest::newRow(name) << datagram << reasons;
     };
@@ -115,8 +114,7 @@ void tst_RlpFrame::drops_data()
     std::swap(bigEndian.data()[bigEndian.size() - 1], bigEndian.data()[bigEndian.size() - 2]);
     row("checksum in network order: dropped", bigEndian, {badChecksum(bigEndian)});
     // The sender computed it over the whole datagram, its own two octets (still zero) included.
-    const QByteArray whole =
-        frame().unsealed() + littleEndian16(bitwiseKermit(frame().unsealed() + hex("00 00")));
+    const QByteArray whole = frame().unsealed() + littleEndian16(kermit(frame().unsealed() + hex("00 00")));
     row("checksum over its own octets too: dropped", whole, {badChecksum(whole)});
     row("version 0: dropped", frame().version(0).octets(), lines({"Unknown RLP version"}));
     row("version 2: dropped", frame().version(2).octets(), lines({"Unknown RLP version"}));
@@ -234,7 +232,7 @@ void tst_RlpFrame::sequence()
     QFETCH(quint32, sequence);
     ExposedDecoder decoder;
     decoder.lastSeqno = last;
-    const Outcome outcome = receive(decoder, FrameBuilder().sequence(sequence).add(gpio()).octets());
+    const Outcome outcome = receive(decoder, Frame(sequence).add(gpio()).octets());
     QTEST(outcome.accepted, "accepted");
     QTEST(outcome.log, "log");
     QCOMPARE(decoder.lastSeqno, last);
@@ -260,7 +258,7 @@ void tst_RlpFrame::sender()
     ExposedDecoder decoder;
     decoder.hasPacketSender = registered;
     decoder.packetSender = controller;
-    const Outcome outcome = receive(decoder, FrameBuilder().add(gpio()).octets(), sender);
+    const Outcome outcome = receive(decoder, Frame().add(gpio()).octets(), sender);
     QTEST(outcome.accepted, "accepted");
     QTEST(outcome.log, "log");
     QCOMPARE(decoder.hasPacketSender, registered);
@@ -272,7 +270,7 @@ void tst_RlpFrame::checksOfTwoDefectsReportTheFirst_data()
     QTest::addColumn<QByteArray>("datagram");
     QTest::addColumn<bool>("fromStranger");
     QTest::addColumn<QString>("first");
-    const auto frame = [] { return FrameBuilder().add(gpio()); };
+    const auto frame = [] { return Frame().add(gpio()); };
     const auto row = [](const char* name, const QByteArray& datagram, bool fromStranger, const char* first) {
         QTest::newRow(name) << datagram << fromStranger << line(first);
     };
@@ -309,7 +307,7 @@ void tst_RlpFrame::largestDatagram()
     // The largest UDP datagram over IPv4: 65507 octets.
     ExposedDecoder decoder;
     const QByteArray body(65507 - 16 - 4 - 2, '\x5a');
-    const QByteArray datagram = FrameBuilder().add(section(0x50, body)).octets();
+    const QByteArray datagram = Frame().add(section(0x50, body)).octets();
     QCOMPARE(datagram.size(), 65507);
     const Outcome outcome = receive(decoder, datagram);
     QVERIFY(outcome.accepted);

@@ -3,8 +3,7 @@
 #include <QTest>
 
 #include "exposeddecoder.h"
-#include "framebuilder.h"
-#include "hex.h"
+#include "frame.h"
 
 using namespace Varnel;
 
@@ -66,7 +65,7 @@ void tst_RlpMutations::initTestCase()
 void tst_RlpMutations::frames()
 {
     QTest::addColumn<QByteArray>("datagram");
-    const auto frame = [] { return FrameBuilder().sequence(42).continuity(0x11223344); };
+    const auto frame = [] { return Frame(42).continuity(0x11223344); };
     QTest::newRow("DevInfo") << frame().add(section(0x10, filled(24))).octets();
     QTest::newRow("GpioState") << frame().add(section(0x20, filled(4))).octets();
     QTest::newRow("NetCfg") << frame().add(section(0x30, filled(22))).octets();
@@ -207,7 +206,7 @@ void tst_RlpMutations::noise()
     constexpr quint16 lengths[] = {0, 3, 4, 8, 9, 26, 28, 580, 65535, 65532};
     int accepted = 0;
     for (int round = 0; round < 3000; ++round) {
-        FrameBuilder frame;
+        Frame frame;
         const int sections = generator.bounded(1, 6);
         for (int i = 0; i < sections; ++i) {
             QByteArray body(generator.bounded(64), '\0');

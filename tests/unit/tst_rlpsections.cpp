@@ -2,8 +2,7 @@
 #include <QTest>
 
 #include "exposeddecoder.h"
-#include "framebuilder.h"
-#include "hex.h"
+#include "frame.h"
 
 using namespace Varnel;
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <QTest>
 
+#include "frame.h"
 #include "registeredlink.h"
-#include "sections.h"
 
 using namespace Varnel;
 

@@ -4,9 +4,9 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "httpserver.h"
+#include "frame.h"
 #include "panellink.h"
-#include "sections.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -44,8 +44,8 @@ private slots:
 
 private:
     /// The web servers of the two controllers.
-    std::unique_ptr<HttpServer> web;
-    std::unique_ptr<HttpServer> otherWeb;
+    std::unique_ptr<WebServer> web;
+    std::unique_ptr<WebServer> otherWeb;
 };
 
 namespace {
@@ -67,8 +67,8 @@ using Lines = QList<QByteArray>;
 
 void tst_UdpHandlerLink::init()
 {
-    web = std::make_unique<HttpServer>(QHostAddress(controller), 80);
-    otherWeb = std::make_unique<HttpServer>(QHostAddress(stranger), 80);
+    web = std::make_unique<WebServer>(QHostAddress(controller), 80);
+    otherWeb = std::make_unique<WebServer>(QHostAddress(stranger), 80);
     web->serve(QStringLiteral("/index.html"), QByteArray("<p>controller</p>"));
     otherWeb->serve(QStringLiteral("/index.html"), QByteArray("<p>another controller</p>"));
 }
@@ -158,7 +158,7 @@ void tst_UdpHandlerLink::bindAddresses()
     QUdpSocket witness;
     const QString witnessAddress = QStringLiteral("192.168.7.2");
     QVERIFY(witness.bind(QHostAddress(witnessAddress), PanelLink::port + 1));
-    PanelLink::send(FrameBuilder().add(gpioSection(1, 1, 1, 0)).octets(), controller, sentTo);
+    PanelLink::send(Frame().add(gpioSection(1, 1, 1, 0)).octets(), controller, sentTo);
     PanelLink::send("done", controller, witnessAddress, PanelLink::port + 1);
     QTRY_VERIFY(witness.hasPendingDatagrams());
     if (arrives) {
@@ -188,7 +188,7 @@ void tst_UdpHandlerLink::firstFrame()
 {
     const ScriptDirectory scripts;
     PanelLink link;
-    PanelLink::send(FrameBuilder().add(gpioSection(1, 1, 1, 0)).octets());
+    PanelLink::send(Frame().add(gpioSection(1, 1, 1, 0)).octets());
     QTRY_COMPARE(link.text(), QStringLiteral("controller"));
     QCOMPARE(link.log(), firstFrameLines());
     QCOMPARE(scripts.callLines(), Lines{"r7m.sh add 192.168.7.2 0 161 162 0 502 0"});
@@ -199,7 +199,7 @@ void tst_UdpHandlerLink::firstFrame()
 
     // The second frame is no first one.
     link.clear();
-    PanelLink::send(FrameBuilder().sequence(2).add(gpioSection(1, 1, 1, 0)).octets());
+    PanelLink::send(Frame(2).add(gpioSection(1, 1, 1, 0)).octets());
     PanelLink::send(hex("00"));
     QTRY_COMPARE(link.log(), QStringList{QStringLiteral("Not a RLP magic number. Drop frame")});
     QCOMPARE(scripts.callLines().size(), 1);
@@ -234,7 +234,7 @@ void tst_UdpHandlerLink::registrationUsesTheFirstFrame()
     QFETCH(int, count);
     const ScriptDirectory scripts({"r7m.sh"});
     const PanelLink link;
-    link.receive(FrameBuilder().add(sections).sectionCount(count).octets());
+    link.receive(Frame().add(sections).sectionCount(count).octets());
     QCOMPARE(scripts.callLines().size(), 1);
     QTEST(scripts.callLines().constFirst(), "call");
 }
@@ -254,7 +254,7 @@ void tst_UdpHandlerLink::missingRegistrationScript()
         scripts.put("r7m.sh", false);
     }
     PanelLink link;
-    link.receive(FrameBuilder().add(gpioSection(1, 1, 1, 0)).octets());
+    link.receive(Frame().add(gpioSection(1, 1, 1, 0)).octets());
     QStringList wanted = firstFrameLines();
     wanted.insert(2, QStringLiteral("Script ' \"%1\" ' not found, do nothing").arg(scripts.path("r7m.sh")));
     QCOMPARE(link.log(), wanted);
@@ -270,11 +270,11 @@ void tst_UdpHandlerLink::datagramsAreHandledInOrder()
 {
     const ScriptDirectory scripts;
     PanelLink link;
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(1, 1, 1, 0)).octets());
+    link.receive(Frame(1).add(gpioSection(1, 1, 1, 0)).octets());
     link.clear();
     // All wait in the socket before the first is read.
     for (const quint32 sequence : {5U, 5U, 6U, 2U, 2U}) {
-        PanelLink::send(FrameBuilder().sequence(sequence).add(gpioSection(1, 1, 1, 0)).octets());
+        PanelLink::send(Frame(sequence).add(gpioSection(1, 1, 1, 0)).octets());
     }
     QTRY_COMPARE(link.log(),
                  (QStringList{QStringLiteral("Repeated packet. Drop frame ( 5  =  5 )"),
@@ -295,7 +295,7 @@ void tst_UdpHandlerLink::oddDatagrams_data()
     QTest::newRow("the largest, unsealed")
         << QByteArray(65507, '\xce')
         << QStringLiteral("Invalid checksum (0x \"cece\"  != 0x \"%1\" ). Drop frame")
-               .arg(QString::number(bitwiseKermit(QByteArray(65505, '\xce')), 16));
+               .arg(QString::number(kermit(QByteArray(65505, '\xce')), 16));
 }
 
 void tst_UdpHandlerLink::oddDatagrams()
@@ -307,7 +307,7 @@ void tst_UdpHandlerLink::oddDatagrams()
     PanelLink::send(datagram);
     QTRY_COMPARE(link.log(), QStringList{line});
     // The link goes on.
-    PanelLink::send(FrameBuilder().add(gpioSection(1, 1, 1, 0)).octets());
+    PanelLink::send(Frame().add(gpioSection(1, 1, 1, 0)).octets());
     QTRY_COMPARE(link.log().mid(1, 4), firstFrameLines());
 }
 
@@ -315,10 +315,10 @@ void tst_UdpHandlerLink::strangersAreDropped()
 {
     const ScriptDirectory scripts;
     PanelLink link;
-    PanelLink::send(FrameBuilder().add(gpioSection(1, 1, 1, 0)).octets());
+    PanelLink::send(Frame().add(gpioSection(1, 1, 1, 0)).octets());
     QTRY_COMPARE(link.log().mid(0, 4), firstFrameLines());
     link.clear();
-    PanelLink::send(FrameBuilder().sequence(9).add(devInfoSection(1, 1, "fr")).octets(), stranger);
+    PanelLink::send(Frame(9).add(devInfoSection(1, 1, "fr")).octets(), stranger);
     QTRY_COMPARE(
         link.log(),
         QStringList{QStringLiteral(
@@ -326,7 +326,7 @@ void tst_UdpHandlerLink::strangersAreDropped()
     QCOMPARE(link.window.getLanguage(), QStringLiteral("default"));
     // Nor does its sequence number count.
     link.clear();
-    link.receive(FrameBuilder().sequence(9).add(gpioSection(1, 1, 1, 0)).octets());
+    link.receive(Frame(9).add(gpioSection(1, 1, 1, 0)).octets());
     QCOMPARE(link.log(), QStringList());
 }
 
@@ -334,7 +334,7 @@ void tst_UdpHandlerLink::droppedFramesLeaveNoTrace_data()
 {
     QTest::addColumn<QByteArray>("datagram");
     const auto frame = [] {
-        return FrameBuilder()
+        return Frame()
             .sequence(50)
             .add(devInfoSection(1, 2, "fr"))
             .add(snmpCfgSection())
@@ -362,7 +362,7 @@ void tst_UdpHandlerLink::droppedFramesLeaveNoTrace()
     QCOMPARE(link.window.getLanguage(), QStringLiteral("default"));
     // The next good one is the first, from whomever, with any sequence number.
     link.clear();
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(1, 1, 1, 0)).octets(), stranger);
+    link.receive(Frame(1).add(gpioSection(1, 1, 1, 0)).octets(), stranger);
     QCOMPARE(link.log(), firstFrameLines(stranger));
     QCOMPARE(scripts.callLines(), Lines{"r7m.sh add 192.168.7.3 0 161 162 0 502 0"});
 }
@@ -373,7 +373,7 @@ void tst_UdpHandlerLink::lossAndReturn()
     const ScriptDirectory scripts;
     PanelLink link;
     link.window.setLanguage(QStringLiteral("fr"));
-    const QByteArray datagram = FrameBuilder()
+    const QByteArray datagram = Frame()
                                     .add(devInfoSection(7, 42))
                                     .add(gpioSection(1, 1, 1, 1))
                                     .add(snmpCfgSection())
@@ -417,7 +417,7 @@ void tst_UdpHandlerLink::everyFrameRestartsTheSupervision()
         link.receive(datagram, sender);
         return link.packetTimer()->interval() == 10000;
     };
-    const auto frame = [] { return FrameBuilder().sequence(1000); };
+    const auto frame = [] { return Frame(1000); };
     QVERIFY(restartedBy(frame().add(gpioSection(1, 1, 1, 0)).octets(), controller));
     // Neither a repetition nor a stranger nor a bad frame does.
     QVERIFY(!restartedBy(frame().add(gpioSection(1, 1, 1, 0)).octets(), controller));
@@ -454,11 +454,11 @@ void tst_UdpHandlerLink::anotherControllerAfterTheLoss()
     link.handler->packetTimeout();
     scripts.clear();
     link.clear();
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(1, 1, 1, 0)).octets(), stranger);
+    link.receive(Frame(1).add(gpioSection(1, 1, 1, 0)).octets(), stranger);
     QCOMPARE(link.log(), firstFrameLines(stranger));
     QCOMPARE(scripts.callLines(), Lines{"r7m.sh add 192.168.7.3 0 161 162 0 502 0"});
     link.clear();
-    link.receive(FrameBuilder().sequence(500).add(gpioSection(1, 1, 1, 0)).octets(), controller);
+    link.receive(Frame(500).add(gpioSection(1, 1, 1, 0)).octets(), controller);
     QCOMPARE(link.log(),
              QStringList{QStringLiteral(
                  "Packet received from an unknown sender ( \"192.168.7.2\" , attended  \"192.168.7.3\" )")});

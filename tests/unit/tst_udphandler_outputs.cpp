@@ -3,9 +3,9 @@
 
 #include <QTest>
 
+#include "frame.h"
 #include "outputlines.h"
 #include "panellink.h"
-#include "sections.h"
 
 using namespace Varnel;
 
@@ -66,8 +66,7 @@ public:
     {
         timerOf(250)->stop();
         timerOf(1000)->stop();
-        receive(
-            FrameBuilder().sequence(1).add(modbusCfgSection()).octets()); // the first frame, over and done
+        receive(Frame(1).add(modbusCfgSection()).octets()); // the first frame, over and done
         lines.clear();
         clear();
     }
@@ -310,7 +309,7 @@ void tst_UdpHandlerOutputs::realTimers()
     PanelLink link;
     QVERIFY(link.timerOf(250)->isActive() && !link.timerOf(250)->isSingleShot());
     QVERIFY(link.timerOf(1000)->isActive() && !link.timerOf(1000)->isSingleShot());
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(3, 2, 1, 0)).octets());
+    link.receive(Frame(1).add(gpioSection(3, 2, 1, 0)).octets());
     // The page is not there. While the one in its place is built, no timer fires, and on a slow processor
     // that is long.
     QTRY_VERIFY_WITH_TIMEOUT(link.showsErrorPage(), 30000);
@@ -427,7 +426,7 @@ void tst_UdpHandlerOutputs::badSectionChangesNothing()
 void tst_UdpHandlerOutputs::stopLeavesTheOutputs()
 {
     PanelLink link;
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(3, 2, 1, 1)).octets());
+    link.receive(Frame(1).add(gpioSection(3, 2, 1, 1)).octets());
     QTimer* const fast = link.timerOf(250);
     QTimer* const slow = link.timerOf(1000);
     lines->clear();

@@ -2,8 +2,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include "frame.h"
 #include "panellink.h"
-#include "sections.h"
 #include "signalwatcher.h"
 
 using Varnel::SignalWatcher;
@@ -48,7 +48,7 @@ void tst_UdpHandlerTurns::putScript(const ScriptDirectory& scripts, const QByteA
 /// Two such frames with successive numbers differ in their configuration.
 QByteArray tst_UdpHandlerTurns::frameThatRunsTheScript(quint32 sequence)
 {
-    return FrameBuilder().sequence(sequence).add(netCfgSection(true, sequence % 2 == 1)).octets();
+    return Frame(sequence).add(netCfgSection(true, sequence % 2 == 1)).octets();
 }
 
 void tst_UdpHandlerTurns::timersRunBesideDatagrams()
@@ -73,7 +73,7 @@ void tst_UdpHandlerTurns::frameThatWaitedIsNoLoss()
     putScript(scripts, "sleep 1.5");
     PanelLink link;
     PanelLink::send(frameThatRunsTheScript(9));
-    PanelLink::send(FrameBuilder().sequence(5).add(gpioSection(1, 1, 1, 0)).octets());
+    PanelLink::send(Frame(5).add(gpioSection(1, 1, 1, 0)).octets());
     QTRY_VERIFY(link.log().contains(back));
     QCOMPARE(losses(link), QStringList());
     QTRY_COMPARE(losses(link).size(), 1); // and then there was silence
@@ -85,10 +85,9 @@ void tst_UdpHandlerTurns::strangersFrameThatWaitedDoesNotCount()
     const ScriptDirectory scripts;
     putScript(scripts, "sleep 1.5");
     PanelLink link;
-    link.receive(FrameBuilder().sequence(1).add(gpioSection(1, 1, 1, 0)).octets());
+    link.receive(Frame(1).add(gpioSection(1, 1, 1, 0)).octets());
     PanelLink::send(frameThatRunsTheScript(9));
-    PanelLink::send(FrameBuilder().sequence(5).add(gpioSection(1, 1, 1, 0)).octets(),
-                    QStringLiteral("192.168.7.3"));
+    PanelLink::send(Frame(5).add(gpioSection(1, 1, 1, 0)).octets(), QStringLiteral("192.168.7.3"));
     QTRY_COMPARE(losses(link).size(), 1);
     const QStringList log = link.log();
     const int dropped = log.indexOf(QStringLiteral(
@@ -103,7 +102,7 @@ void tst_UdpHandlerTurns::noFurtherScriptOnceTheEndIsAskedFor()
     const ScriptDirectory scripts;
     putScript(scripts, "kill -TERM $PPID; sleep 1.5");
     PanelLink link;
-    link.receive(FrameBuilder().sequence(100).add(gpioSection(1, 1, 1, 0)).octets());
+    link.receive(Frame(100).add(gpioSection(1, 1, 1, 0)).octets());
     const SignalWatcher watcher;
     for (const quint32 sequence : {1U, 2U, 3U}) {
         PanelLink::send(frameThatRunsTheScript(sequence));

@@ -11,7 +11,6 @@
 #include "scriptrunner.h"
 
 using namespace Varnel;
-using namespace VarnelTest;
 using namespace std::chrono_literals;
 
 namespace {

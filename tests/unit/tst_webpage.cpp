@@ -10,10 +10,10 @@
 #include <QWebSettings>
 
 #include "dialogdriver.h"
-#include "httpserver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
 #include "usbstick.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -47,7 +47,7 @@ private slots:
 private:
     QNetworkReply* failedReply(PanelView& panel, const QString& path);
 
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
@@ -60,7 +60,7 @@ const QString httpError = QStringLiteral("HTTP ERROR");
 
 void tst_WebPage::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(pagePath, QByteArray("<p>page</p>"));
     server->serve(QStringLiteral("/style.css"), QByteArray("body {color: red}"), "text/css");
     server->serve(QStringLiteral("/script.js"), QByteArray("var ran = true;"), "text/javascript");
@@ -93,7 +93,7 @@ void tst_WebPage::everyRequestCarriesNameAndCredentials()
     PanelView panel;
     panel.load(server->url(QStringLiteral("/parts.html")));
     QTRY_COMPARE(server->requests().size(), 5);
-    for (const HttpServer::Request& request : server->requests()) {
+    for (const WebServer::Request& request : server->requests()) {
         QCOMPARE(request.headers.value("user-agent"), QByteArray("Varnel VarnelBrowser/2.0 WebKit"));
         QCOMPARE(request.headers.value("authorization"), QByteArray("Basic dXNlcjpwYXNz"));
     }
@@ -216,7 +216,7 @@ void tst_WebPage::unansweredPageFails()
     QFETCH(QString, script);
     QFETCH(bool, fails);
     const ScopedSetting<quint16> limit("Network", "PageTimeout", quint16(1));
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     server->serve(QStringLiteral("/slow"), silent);
     PanelView panel;
@@ -309,7 +309,7 @@ void tst_WebPage::failedUnsupportedContent()
 void tst_WebPage::failedDownloadLink()
 {
     // A file that is gone is a failure of the page, whatever the download made of its first octets.
-    HttpServer::Answer gone;
+    WebServer::Answer gone;
     gone.status = "404 Not Found";
     gone.headers = "Content-Type: application/octet-stream\r\n";
     gone.body = "gone";

@@ -4,10 +4,10 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "httpserver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
 #include "screensaver.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -37,7 +37,7 @@ private slots:
     void darkScreenTakesNoInput();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
@@ -54,7 +54,7 @@ QString loadLine(const char* what, const QUrl& url)
 
 void tst_WebView::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(pagePath, QByteArray("<p>page</p>"));
     server->serve(QStringLiteral("/other.html"), QByteArray("<p>other</p>"));
 }
@@ -133,7 +133,7 @@ void tst_WebView::reloadUrl()
 
 void tst_WebView::addressOnScreen()
 {
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     silent.headers = "Content-Type: text/html\r\n";
     silent.body = "<p>late</p>";
@@ -279,7 +279,7 @@ void tst_WebView::brokenPages()
 {
     QFETCH(QByteArray, headers);
     QFETCH(bool, errorPage);
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.headers = headers;
     answer.body = "<p>half a page";
     answer.withLength = !headers.contains("Content-Length");

@@ -3,12 +3,12 @@
 
 #include <QTest>
 
-#include "httpserver.h"
 #include "panelview.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
-using Act = std::function<void(PanelView&, const HttpServer&)>;
+using Act = std::function<void(PanelView&, const WebServer&)>;
 Q_DECLARE_METATYPE(Act)
 
 /// Pages whose parts are still on their way when another page takes their place. Cancelling a part reports a
@@ -30,7 +30,7 @@ private:
     /// A page with `parts` pictures that are never answered.
     void servePendingPage(int parts, const QByteArray& more = QByteArray());
 
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 namespace {
@@ -43,7 +43,7 @@ const QString loadErrorPage = QStringLiteral("wv: Load error page ( \"default\" 
 
 void tst_WebViewBursts::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
 }
 
 void tst_WebViewBursts::cleanup()
@@ -53,7 +53,7 @@ void tst_WebViewBursts::cleanup()
 
 void tst_WebViewBursts::servePendingPage(int parts, const QByteArray& more)
 {
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     QByteArray html = "<html><body><a id='next' href='/next'>next</a>" + more;
     for (int i = 0; i < parts; ++i) {
@@ -67,7 +67,7 @@ void tst_WebViewBursts::servePendingPage(int parts, const QByteArray& more)
 
 void tst_WebViewBursts::oneFailureAmongManyPendingParts()
 {
-    HttpServer::Answer late;
+    WebServer::Answer late;
     late.silent = true;
     late.status = "404 Not Found";
     server->serve(QStringLiteral("/late"), late);
@@ -100,32 +100,32 @@ void tst_WebViewBursts::outermostPageWins_data()
     };
     row(
         "another page: it is shown",
-        [](PanelView& panel, const HttpServer& server) {
+        [](PanelView& panel, const WebServer& server) {
             panel.view->loadUrl(server.url(QStringLiteral("/next")));
         },
         "the next page");
     row(
         "another page by request: it is shown",
-        [](PanelView& panel, const HttpServer& server) {
+        [](PanelView& panel, const WebServer& server) {
             panel.view->loadRequest(QNetworkRequest(server.url(QStringLiteral("/next"))));
         },
         "the next page");
     row(
         "forced by the window: it is shown",
-        [](PanelView& panel, const HttpServer& server) {
+        [](PanelView& panel, const WebServer& server) {
             panel.window.openUrlForce(server.url(QStringLiteral("/next")).toString(), true);
         },
         "the next page");
     row(
         "info page: it is shown",
-        [](PanelView& panel, const HttpServer&) { panel.view->displayInfoFront(QString()); },
+        [](PanelView& panel, const WebServer&) { panel.view->displayInfoFront(QString()); },
         "Can't find the info page");
     row(
         "error page: it is shown",
-        [](PanelView& panel, const HttpServer&) { panel.view->displayError(QString()); },
+        [](PanelView& panel, const WebServer&) { panel.view->displayError(QString()); },
         "Can't find the error page");
     QTest::newRow("parts pending, a link is followed: it is shown")
-        << false << Act([](PanelView& panel, const HttpServer&) {
+        << false << Act([](PanelView& panel, const WebServer&) {
                panel.frame()->evaluateJavaScript(QStringLiteral("document.getElementById('next').click()"));
            })
         << QStringLiteral("the next page");
@@ -138,7 +138,7 @@ void tst_WebViewBursts::outermostPageWins()
     QFETCH(QString, text);
     servePendingPage(3);
     if (mainPending) {
-        HttpServer::Answer silent;
+        WebServer::Answer silent;
         silent.silent = true;
         server->serve(indexPath, silent);
     }

@@ -8,13 +8,13 @@
 #include <QTest>
 #include <QTimer>
 
-#include "httpserver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
-using Act = std::function<void(PanelView&, const HttpServer&)>;
+using Act = std::function<void(PanelView&, const WebServer&)>;
 Q_DECLARE_METATYPE(Act)
 
 namespace {
@@ -83,12 +83,12 @@ private slots:
     void userIsAskedBeforeLeaving();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
 };
 
 void tst_WebViewDialogs::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(QStringLiteral("/next"), QByteArray("<p>the next page</p>"));
 }
 
@@ -131,7 +131,7 @@ void tst_WebViewDialogs::replyOutlivesDialog()
     QFETCH(QByteArray, contentType);
     const QByteArray head = "<html xmlns='http://www.w3.org/1999/xhtml'><script>alert('A');"
                             "document.documentElement.setAttribute('id', 'done');</script>";
-    HttpServer::Answer answer;
+    WebServer::Answer answer;
     answer.headers = "Content-Type: " + contentType + "\r\n";
     answer.body = head + "<body></body></html>";
     answer.firstPart = head.size();
@@ -158,16 +158,16 @@ void tst_WebViewDialogs::changeClosesDialogs_data()
     QTest::addColumn<QByteArray>("script");
     QTest::addColumn<Act>("change");
     QTest::addColumn<QString>("text");
-    const Act lose = [](PanelView& panel, const HttpServer&) { panel.window.displayError(QString()); };
-    const Act fail = [](PanelView& panel, const HttpServer&) { panel.view->handleLoadFinished(false); };
-    const Act plugIn = [](PanelView& panel, const HttpServer&) { panel.view->displayInfoFront(QString()); };
-    const Act open = [](PanelView& panel, const HttpServer& server) {
+    const Act lose = [](PanelView& panel, const WebServer&) { panel.window.displayError(QString()); };
+    const Act fail = [](PanelView& panel, const WebServer&) { panel.view->handleLoadFinished(false); };
+    const Act plugIn = [](PanelView& panel, const WebServer&) { panel.view->displayInfoFront(QString()); };
+    const Act open = [](PanelView& panel, const WebServer& server) {
         panel.window.openUrlForce(server.url(QStringLiteral("/next")).toString(), true);
     };
-    const Act retry = [](PanelView& panel, const HttpServer& server) {
+    const Act retry = [](PanelView& panel, const WebServer& server) {
         panel.view->loadUrl(server.url(QStringLiteral("/next")));
     };
-    const Act request = [](PanelView& panel, const HttpServer& server) {
+    const Act request = [](PanelView& panel, const WebServer& server) {
         panel.view->loadRequest(QNetworkRequest(server.url(QStringLiteral("/next"))));
     };
     const QString error = QStringLiteral("Can't find the error page");

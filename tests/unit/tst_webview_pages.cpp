@@ -7,8 +7,8 @@
 #include <QTest>
 #include <QWebPage>
 
-#include "httpserver.h"
 #include "panelview.h"
+#include "webserver.h"
 
 using namespace Varnel;
 
@@ -281,7 +281,7 @@ void tst_WebViewPages::deviceAndReleaseAreReadAnew()
 
 void tst_WebViewPages::failedPageIsReplaced()
 {
-    HttpServer server;
+    WebServer server;
     const QUrl url = server.url(QStringLiteral("/"));
     server.close();
     putPicture(QStringLiteral("fr/error.png"));

@@ -4,8 +4,8 @@
 
 #include <QTest>
 
-#include "httpserver.h"
 #include "panelview.h"
+#include "webserver.h"
 
 using Varnel::WebView;
 using ShowPage = std::function<void(WebView*, const QUrl&)>;
@@ -41,7 +41,7 @@ private slots:
     void repeatedProbeHasALimit();
 
 private:
-    std::unique_ptr<HttpServer> server;
+    std::unique_ptr<WebServer> server;
     QUrl home;
     QUrl missing;
 };
@@ -64,7 +64,7 @@ void fire(PanelView& panel)
 
 void tst_WebViewRetry::init()
 {
-    server = std::make_unique<HttpServer>();
+    server = std::make_unique<WebServer>();
     server->serve(homePath, QByteArray("<p>home</p>"));
     server->serve(QStringLiteral("/good"), QByteArray("<p>good</p>"));
     home = server->url(homePath);
@@ -154,8 +154,8 @@ void tst_WebViewRetry::probeCarriesNothing()
     panel.view->tryload(missing); // the argument is not used
     QTRY_COMPARE(server->count(homePath), 2);
     Varnel::Settings::setLogVerbose(false);
-    const HttpServer::Request probe = server->requests().at(0);
-    const HttpServer::Request load = server->requests().at(1);
+    const WebServer::Request probe = server->requests().at(0);
+    const WebServer::Request load = server->requests().at(1);
     QCOMPARE(probe.method, QByteArray("GET"));
     QVERIFY(!probe.headers.contains("authorization"));
     QVERIFY(!probe.headers.value("user-agent").startsWith("Varnel"));
@@ -169,7 +169,7 @@ void tst_WebViewRetry::probeCarriesNothing()
 
 void tst_WebViewRetry::probeIsNotRepeatedWhileItIsOut()
 {
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     silent.headers = "Content-Type: text/html\r\n";
     silent.body = "<p>home</p>";
@@ -238,7 +238,7 @@ void tst_WebViewRetry::forgottenProbe()
 {
     // A page that fails while a probe is out allows a second one; when both are answered, the page is loaded
     // once.
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     silent.headers = "Content-Type: text/html\r\n";
     silent.body = "<p>home</p>";
@@ -258,7 +258,7 @@ void tst_WebViewRetry::forgottenProbe()
 
 void tst_WebViewRetry::probedAddressAsAnswered()
 {
-    HttpServer::Answer redirect;
+    WebServer::Answer redirect;
     redirect.status = "302 Found";
     redirect.headers = "Location: /good\r\n";
     server->serve(homePath, redirect);
@@ -367,7 +367,7 @@ void tst_WebViewRetry::anotherPageEndsRepeatedProbes()
     const ScopedSetting<bool> again("Network", "ProbeAgain", true);
     PanelView panel;
     panel.load(server->url(QStringLiteral("/good"))); // what reloadUrl() asks for
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     server->serve(homePath, silent);
     panel.view->setDefaultUrl(home.toString());
@@ -391,7 +391,7 @@ void tst_WebViewRetry::repeatedProbeHasALimit()
 {
     const ScopedSetting<bool> again("Network", "ProbeAgain", true);
     const ScopedSetting<quint16> limit("Network", "PageTimeout", quint16(1));
-    HttpServer::Answer silent;
+    WebServer::Answer silent;
     silent.silent = true;
     server->serve(homePath, silent);
     PanelView panel;

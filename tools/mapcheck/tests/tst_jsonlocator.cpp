@@ -178,7 +178,7 @@ void compareAll(const JsonLocator& locator, const QList<QByteArray>& lines, cons
 
 void TestJsonLocator::everyValueOfTheSample()
 {
-    QFile file(QStringLiteral(SAMPLE_MAP));
+    QFile file(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QByteArray text = file.readAll();
     int compared = 0;

@@ -36,7 +36,7 @@ struct Run
 Run run(const QStringList& arguments)
 {
     QProcess process;
-    process.start(QStringLiteral(MAP_CHECK), arguments);
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/modbus-map-check"), arguments);
     if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
         return {};
     }
@@ -49,7 +49,7 @@ QString data(const char* name)
     return QStringLiteral(MAP_DATA) + QLatin1Char('/') + QLatin1String(name);
 }
 
-const QString sample = QStringLiteral(SAMPLE_MAP);
+const QString sample = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
 
 } // namespace
 
@@ -123,7 +123,7 @@ void TestModbusMapCheck::readsStandardInput()
 {
     QProcess process;
     process.setStandardInputFile(data("unknown-class.map"));
-    process.start(QStringLiteral(MAP_CHECK), {QStringLiteral("-")});
+    process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/modbus-map-check"), {QStringLiteral("-")});
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 1);
     QVERIFY(process.readAllStandardError().startsWith("standard input:12: error: register 101 "));

@@ -102,7 +102,7 @@ void TestRegisterList::rowsAreWhereThePanelRendersThem()
     ModbusInterface bridge;
     {
         const LogRecorder log;
-        QVERIFY(bridge.LoadConfig(QStringLiteral(SAMPLE_MAP)));
+        QVERIFY(bridge.LoadConfig(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map")));
     }
     int number = 1;
     int compared = 0;

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include <QObject>
+#include <QRegularExpression>
+#include <QStringList>
+
+/// How long a test waits for an event before it gives up: generous, since a loaded machine is slow and a
+/// passing test never waits it out.
+constexpr std::chrono::milliseconds patience{20000};
+
+/// "text"_s: the QString that QStringLiteral("text") makes, easier on the eye where tests are full of them.
+inline QString operator""_s(const char* text, std::size_t size)
+{
+    return QString::fromUtf8(text, static_cast<int>(size));
+}
+
+/// The lines that a program has written, kept whole and in order, with a reading position: each successful
+/// await moves the position behind the line it found, so successive awaits prove an order. A time stamp
+/// "yyyy-MM-dd hh:mm:ss.zzz" in front of a line is kept as "<now>".
+class LogReader : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(LogReader)
+
+public:
+    using Condition = std::function<bool(const QString&)>;
+
+    explicit LogReader(QObject* parent = nullptr);
+
+    /// Adds octets as the program wrote them; an unfinished line is kept until its end arrives.
+    void feed(const QByteArray& octets);
+    /// Adds what is left of an unfinished line, once the program has ended.
+    void finish();
+
+    /// All lines so far.
+    const QStringList& lines() const { return received; }
+    /// The lines behind the reading position.
+    QStringList unread() const { return received.mid(position); }
+    /// How often exactly `line` was written so far, wherever the reading position is.
+    int count(const QString& line) const { return received.count(line); }
+    /// Moves the reading position behind the last line.
+    void skip() { position = received.size(); }
+    /// Moves the reading position back to the first line.
+    void rewind() { position = 0; }
+    /// Lets go of all lines so far, for a program that runs for hours.
+    void forget();
+
+    /// How many lines and octets came so far, forgotten ones included.
+    qint64 lineCount() const { return allLines; }
+    qint64 octetCount() const { return allOctets; }
+
+    /// Waits, with the event loop running, for exactly `line` behind the reading position. On failure prints
+    /// what is missing and the last lines there are.
+    [[nodiscard]] bool await(const QString& line, std::chrono::milliseconds limit = patience);
+    /// The same for several lines in this order; others may stand between them.
+    [[nodiscard]] bool await(const QStringList& wanted, std::chrono::milliseconds limit = patience);
+    /// The same for a line that matches `pattern` somewhere; its captures are in lastMatch().
+    [[nodiscard]] bool await(const QRegularExpression& pattern, std::chrono::milliseconds limit = patience);
+    const QRegularExpressionMatch& lastMatch() const { return match; }
+
+signals:
+    void added();
+
+private:
+    void addLine(const QByteArray& line);
+    bool awaitCondition(const Condition& condition, const QString& wanted, std::chrono::milliseconds limit);
+    bool advance(const Condition& condition);
+
+    QStringList received;
+    QByteArray unfinished;
+    int position = 0;
+    qint64 allLines = 0;
+    qint64 allOctets = 0;
+    QRegularExpressionMatch match;
+};

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <csignal>
+
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include "logreader.h"
+
+/// One of the project's programs as a child process, its standard error read line by line as its log. Killed,
+/// if it still runs, when the object goes.
+class Program : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Program)
+
+public:
+    /// `name` is a file of the build's program directory, or an absolute path.
+    explicit Program(const QString& name, QObject* parent = nullptr);
+    ~Program() override;
+
+    /// Sets or, with a null string, removes a variable of the environment that start() will use.
+    void setEnvironment(const QString& name, const QString& value);
+    /// Puts a command, such as "setpriv" with its options, in front of the program.
+    void setLauncher(const QStringList& command) { launcher = command; }
+
+    /// Starts the program; false, with a warning, when the kernel refuses.
+    [[nodiscard]] bool start(const QStringList& arguments = {});
+    /// Writes to the program's standard input.
+    void write(const QByteArray& octets) { process.write(octets); }
+    /// Sends `signalNumber` to the program.
+    void signal(int signalNumber) const;
+    /// Waits until the program has ended, its last output read.
+    [[nodiscard]] bool awaitEnd(std::chrono::milliseconds limit = patience);
+    /// Asks the program to end and waits for it; returns its exit status, or -1 if it had to be killed or
+    /// was ended by a signal.
+    int stop(int signalNumber = SIGTERM);
+
+    bool isRunning() const { return process.state() != QProcess::NotRunning; }
+    /// The exit status; -1 while it runs and when a signal ended it.
+    int exitStatus() const;
+    qint64 pid() const { return process.processId(); }
+    LogReader& log() { return reader; }
+    /// What the program wrote to its standard output so far.
+    QByteArray output() const { return standardOutput; }
+
+signals:
+    void outputAdded();
+
+private:
+    QString path;
+    QStringList launcher;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    LogReader reader;
+    QByteArray standardOutput;
+    QProcess process;
+};

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "panel.h"
+#include "rawcontroller.h"
+#include "recordingscripts.h"
+#include "settingsfile.h"
+#include "standinsys.h"
+#include "webserver.h"
+
+/// The panel and all that surrounds it, fresh for one test: stand-in files, recording scripts, a controller
+/// at 192.168.7.2 that sends frames by hand, and its web server.
+class Scene
+{
+public:
+    /// Removes the settings file; nothing runs yet. The web server serves a short "/index.html".
+    Scene();
+
+    /// Writes the settings, puts all scripts in place and starts the panel; true once it listens.
+    [[nodiscard]] bool start(const SettingsFile& settings = {}, const QStringList& arguments = {});
+    /// Sends a frame with the next sequence number, a DevInfo and a GpioState section.
+    [[nodiscard]] bool sendFrame(const char* language = "en", quint8 good = 1);
+    /// Starts the web server if it does not listen yet, sends a first frame, and waits until the page has
+    /// been asked for.
+    [[nodiscard]] bool connectController(const char* language = "en");
+    /// Proves that the panel still serves: sends a frame that switches the green LED off and on again and
+    /// waits until it is.
+    [[nodiscard]] bool isAlive();
+
+    StandInSys sys;
+    RecordingScripts scripts;
+    WebServer server{QHostAddress()};
+    RawController controller;
+    Panel panel;
+    quint32 sequence = 0;
+};

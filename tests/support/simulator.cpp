@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include "simulator.h"
+
+#include <QJsonDocument>
+#include <QPainter>
+#include <QTest>
+
+Simulator::Simulator(QObject* parent)
+    : Program("r7m-simulator"_s, parent)
+{
+}
+
+QImage Simulator::plainPage()
+{
+    // Two coloured halves of 400 x 400 with a lamp in each, and a dark band below.
+    QImage page(800, 480, QImage::Format_RGB32);
+    QPainter painter(&page);
+    painter.fillRect(0, 0, 400, 400, QColor("#d7efe0"_s));
+    painter.fillRect(400, 0, 400, 400, QColor("#f6dcd7"_s));
+    painter.fillRect(0, 400, 800, 80, QColor("#12181f"_s));
+    painter.drawImage(QRect(152, 152, 96, 96), QImage(VARNEL_SOURCE_DIR "/simulator/web/images/green.png"_s));
+    painter.drawImage(QRect(552, 152, 96, 96), QImage(VARNEL_SOURCE_DIR "/simulator/web/images/red.png"_s));
+    return page;
+}
+
+bool Simulator::startAndListen(const QStringList& options)
+{
+    const QStringList usual{"--http"_s, "192.168.7.2:80"_s, "--broadcast"_s, "--stdin"_s, "--log"_s};
+    const bool listening = start(usual + options) &&
+                           QTest::qWaitFor([this] { return output().contains("listening"); },
+                                           static_cast<int>(std::chrono::milliseconds(patience).count()));
+    if (!listening) {
+        qWarning() << "The simulator does not listen:" << log().lines();
+    }
+    return listening;
+}
+
+void Simulator::act(const QString& action)
+{
+    write(action.toUtf8() + '\n');
+}
+
+QList<QJsonObject> Simulator::events() const
+{
+    QList<QJsonObject> result;
+    const QList<QByteArray> lines = output().split('\n');
+    for (const QByteArray& line : lines) {
+        if (line.startsWith('{')) {
+            result += QJsonDocument::fromJson(line).object();
+        }
+    }
+    return result;
+}
