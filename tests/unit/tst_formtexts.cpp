@@ -83,7 +83,10 @@ private slots:
 
 void tst_FormTexts::fontOfTheUnit()
 {
-    QCOMPARE(QFontInfo(QApplication::font()).family(), QStringLiteral("Liberation Sans"));
+    const QString expected = QStringLiteral("Liberation Sans");
+    QCOMPARE(QFontInfo(QApplication::font()).family(), expected);
+    QCOMPARE(QFontInfo(QFont(QStringLiteral("Sans Serif"))).family(), expected); // the default on a desktop
+    QVERIFY(QFontInfo(QFont(QStringLiteral("sans-serif"))).family() != expected); // a page's is the system's
 }
 
 void tst_FormTexts::chooser()
