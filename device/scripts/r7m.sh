@@ -67,7 +67,8 @@ add() {
     result=0
     # A controller that takes over from another may bring the same SNMP configuration, which the panel then does not
     # apply again; the agent has to be pointed at the new address from here.
-    if [ -x "$SCRIPT_DIR/snmpctl.sh" ]; then
+    snmp_wish
+    if [ -n "$wish" ] && [ "$wish_controller" != "$1" ] && [ -x "$SCRIPT_DIR/snmpctl.sh" ]; then
         "$SCRIPT_DIR/snmpctl.sh" follow || result=1
     fi
     run_dropins add "$@" || result=1

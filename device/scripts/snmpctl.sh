@@ -36,32 +36,13 @@ apply() {
     hand_over snmp "$SNMP_STAGE/lines"
 }
 
-# wish_controller FILE: sets controller, the address that the described agent asks.
-wish_controller() {
-    while IFS= read -r line; do
-        case $line in
-            "controller "*)
-                controller=${line#controller }
-                return
-                ;;
-        esac
-    done <"$1"
-}
-
-# A description moves from the wish to its place on the disk, and is looked for in this order.
 follow() {
     registered_controller
-    [ -n "$registered" ] || return 0
-    for wish in "$STATE_DIR/wanted/snmp" "$STATE_DIR/taken/snmp" "$KEEP_DIR/wanted/snmp" "$KEEP_DIR/effective/snmp"; do
-        controller=
-        if [ -e "$wish" ] && wish_controller "$wish" 2>/dev/null; then
-            if [ "$controller" != "$registered" ]; then
-                text=$(sed "s/^controller .*/controller $registered/" "$wish")
-                write_wish snmp "$text"
-            fi
-            return
-        fi
-    done
+    snmp_wish
+    if [ -n "$registered" ] && [ -n "$wish" ] && [ "$registered" != "$wish_controller" ]; then
+        text=$(sed "s/^controller .*/controller $registered/" "$wish")
+        write_wish snmp "$text"
+    fi
 }
 
 [ $# -eq 1 ] || bad_usage "one verb is needed, not $#"

@@ -16,6 +16,8 @@ export PATH
 umask 022
 
 SCRIPT_NAME=${0##*/}
+SCRIPT_DIR=${0%/*}
+[ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
 
 # A line end, for patterns and lists.
 NEWLINE='
@@ -282,6 +284,25 @@ registered_controller() {
         registered=${registered#ADDRESS=}
         is_host_address "$registered" || registered=
     fi
+}
+
+# snmp_wish: sets wish, the file of the last SNMP description, or nothing, and wish_controller, the address in it. A
+# description moves from the wish to its place on the disk, and is looked for in this order.
+snmp_wish() {
+    wish_controller=
+    for wish in "$STATE_DIR/wanted/snmp" "$STATE_DIR/taken/snmp" "$KEEP_DIR/wanted/snmp" "$KEEP_DIR/effective/snmp"; do
+        if [ -e "$wish" ]; then
+            while IFS= read -r wish_line; do
+                case $wish_line in
+                    "controller "*)
+                        wish_controller=${wish_line#controller }
+                        return
+                        ;;
+                esac
+            done <"$wish"
+        fi
+    done
+    wish=
 }
 
 have() {
