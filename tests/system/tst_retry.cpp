@@ -45,11 +45,8 @@ class tst_Retry : public QObject
 private slots:
     void failedStylesheetPutsUpTheErrorPageAndIsProbed();
     void burstOfFailuresGivesOneRetry();
-    void probeThatSucceedsLoadsTheDefaultAddress();
-    void outstandingProbeIsNotRepeated();
     void failedProbeLocksIn();
     void failedPageReleasesTheLock();
-    void absentServerIsProbedOnce();
 };
 
 void tst_Retry::failedStylesheetPutsUpTheErrorPageAndIsProbed()
@@ -91,36 +88,6 @@ void tst_Retry::burstOfFailuresGivesOneRetry()
     QVERIFY(scene.server.awaitCount(page, 3)); // the page, the probe, the page
 }
 
-void tst_Retry::probeThatSucceedsLoadsTheDefaultAddress()
-{
-    Scene scene;
-    QVERIFY(scene.start(quickRetry()));
-    scene.server.serve(page, "<html><script>location.href = '/elsewhere.html'</script></html>");
-    QVERIFY(scene.connectController());
-    QVERIFY(scene.server.awaitCount("/elsewhere.html", 1)); // does not exist
-    scene.server.serve(page, good);
-    QVERIFY(scene.panel.log().await({fail, tick, loadProbed}));
-    QVERIFY(scene.server.awaitCount(page, 3));
-    QCOMPARE(scene.server.count("/elsewhere.html"), 1);
-}
-
-void tst_Retry::outstandingProbeIsNotRepeated()
-{
-    Scene scene;
-    QVERIFY(scene.start(quickRetry()));
-    scene.server.refuse(page, "503 Service Unavailable");
-    QVERIFY(scene.connectController());
-    scene.server.answer(page, QByteArray(), AfterAnswer::KeepOpen);
-    QVERIFY(scene.panel.log().await({fail, tick}));
-    QVERIFY(scene.server.awaitCount(page, 2));
-    QTest::qWait(1500); // longer than the retry time: there is nothing to await when nothing is to happen
-    QCOMPARE(scene.panel.log().count(tick), 1);
-    QCOMPARE(probes(scene.server), 1);
-    scene.server.close(); // now the probe fails
-    QVERIFY(scene.panel.log().await({tick, lockedIn, tick, lockedIn}));
-    QCOMPARE(probes(scene.server), 1);
-}
-
 void tst_Retry::failedProbeLocksIn()
 {
     Scene scene;
@@ -159,20 +126,6 @@ void tst_Retry::failedPageReleasesTheLock()
     scene.server.serve(page, good);
     QVERIFY(scene.panel.log().await({tick, loadProbed}));
     QCOMPARE(probes(scene.server), 2);
-}
-
-void tst_Retry::absentServerIsProbedOnce()
-{
-    Scene scene;
-    QVERIFY(scene.start(quickRetry()));
-    QVERIFY(scene.sendFrame()); // nobody listens on the controller's port 80
-    QVERIFY(scene.panel.log().await(
-        {"<now> - Request 'http://192.168.7.2/index.html' failed: Connection refused"_s, "HTTP ERROR"_s, fail,
-         tick, tick, lockedIn}));
-    QVERIFY(scene.server.listen());
-    QVERIFY(scene.panel.log().await({tick, lockedIn}));
-    QCOMPARE(scene.server.requests().size(), 0);
-    QVERIFY(scene.isAlive());
 }
 
 QTEST_GUILESS_MAIN(tst_Retry)

@@ -6,7 +6,7 @@
 #include "downloadscene.h"
 
 /// What a download does when all goes well, and how it is refused.
-class TestDownloadHandler : public DownloadScene
+class tst_DownloadHandler : public DownloadScene
 {
     Q_OBJECT
 
@@ -39,17 +39,17 @@ private slots:
     void remountNeedsExecutableScript();
 };
 
-void TestDownloadHandler::init()
+void tst_DownloadHandler::init()
 {
     setUp();
 }
 
-void TestDownloadHandler::cleanup()
+void tst_DownloadHandler::cleanup()
 {
     tearDown();
 }
 
-void TestDownloadHandler::savesFinishedReplyAtOnce()
+void tst_DownloadHandler::savesFinishedReplyAtOnce()
 {
     server->serve(logPath, {{}, "octets\0of the log\n", -1, true});
     const QPointer<QNetworkReply> reply = request(logPath);
@@ -66,7 +66,7 @@ void TestDownloadHandler::savesFinishedReplyAtOnce()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::savesRunningReplyWhenItFinishes()
+void tst_DownloadHandler::savesRunningReplyWhenItFinishes()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -87,7 +87,7 @@ void TestDownloadHandler::savesRunningReplyWhenItFinishes()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::savesBody_data()
+void tst_DownloadHandler::savesBody_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("withLength");
@@ -104,7 +104,7 @@ void TestDownloadHandler::savesBody_data()
     QTest::newRow("8 MiB: whole") << all.repeated(32768) << true;
 }
 
-void TestDownloadHandler::savesBody()
+void tst_DownloadHandler::savesBody()
 {
     QFETCH(QByteArray, body);
     QFETCH(bool, withLength);
@@ -115,7 +115,7 @@ void TestDownloadHandler::savesBody()
     QCOMPARE(lines(), savedLines(logPath, "log.txt"));
 }
 
-void TestDownloadHandler::refusesWithoutDrive_data()
+void tst_DownloadHandler::refusesWithoutDrive_data()
 {
     QTest::addColumn<bool>("marker");
     QTest::addColumn<bool>("directory");
@@ -125,7 +125,7 @@ void TestDownloadHandler::refusesWithoutDrive_data()
     QTest::newRow("neither") << false << false;
 }
 
-void TestDownloadHandler::refusesWithoutDrive()
+void tst_DownloadHandler::refusesWithoutDrive()
 {
     QFETCH(bool, marker);
     QFETCH(bool, directory);
@@ -146,7 +146,7 @@ void TestDownloadHandler::refusesWithoutDrive()
     QTRY_VERIFY(!reply); // the deletion that its page wanted
 }
 
-void TestDownloadHandler::letsUserCancel()
+void tst_DownloadHandler::letsUserCancel()
 {
     answerChooser(QDialogButtonBox::Cancel);
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "the log", 3, true});
@@ -160,7 +160,7 @@ void TestDownloadHandler::letsUserCancel()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::numbersTakenName()
+void tst_DownloadHandler::numbersTakenName()
 {
     users->put(QStringLiteral("log.txt"), "old");
     users->put(QStringLiteral("log-1.txt"), "older");
@@ -171,7 +171,7 @@ void TestDownloadHandler::numbersTakenName()
     QCOMPARE(users->content(QStringLiteral("log-2.txt")), QByteArray("new"));
 }
 
-void TestDownloadHandler::namesByHeader_data()
+void tst_DownloadHandler::namesByHeader_data()
 {
     QTest::addColumn<QByteArray>("name");
 
@@ -179,7 +179,7 @@ void TestDownloadHandler::namesByHeader_data()
     QTest::newRow("a colon in front") << QByteArray(":a.txt");
 }
 
-void TestDownloadHandler::namesByHeader()
+void tst_DownloadHandler::namesByHeader()
 {
     QFETCH(QByteArray, name);
     offer(logPath, {"Content-Disposition: attachment; filename=" + name + "\r\n", "the log", -1, true});
@@ -187,7 +187,7 @@ void TestDownloadHandler::namesByHeader()
     QCOMPARE(users->content(QString::fromLatin1(name)), QByteArray("the log"));
 }
 
-void TestDownloadHandler::namesByDateAndTime()
+void tst_DownloadHandler::namesByDateAndTime()
 {
     const auto path = QStringLiteral("/logs/");
     offer(path, {{}, "the log", -1, true});
@@ -200,7 +200,7 @@ void TestDownloadHandler::namesByDateAndTime()
     QCOMPARE(lines(), expected);
 }
 
-void TestDownloadHandler::refusesName_data()
+void tst_DownloadHandler::refusesName_data()
 {
     QTest::addColumn<QByteArray>("name");
     QTest::addColumn<QString>("path");
@@ -215,7 +215,7 @@ void TestDownloadHandler::refusesName_data()
     row("300 characters", QByteArray(300, 'n'), QStringLiteral("%1/") + QString(300, QLatin1Char('n')));
 }
 
-void TestDownloadHandler::refusesName()
+void tst_DownloadHandler::refusesName()
 {
     QFETCH(QByteArray, name);
     QFETCH(QString, path);
@@ -245,7 +245,7 @@ void TestDownloadHandler::refusesName()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::showsTheNameAndTheFiles()
+void tst_DownloadHandler::showsTheNameAndTheFiles()
 {
     users->put(QStringLiteral("log.txt"), "old");
     QString title;
@@ -262,7 +262,7 @@ void TestDownloadHandler::showsTheNameAndTheFiles()
     QCOMPARE(name, QStringLiteral("log-1.txt"));
 }
 
-void TestDownloadHandler::movesProgressBar_data()
+void tst_DownloadHandler::movesProgressBar_data()
 {
     QTest::addColumn<qint64>("read");
     QTest::addColumn<qint64>("total");
@@ -281,7 +281,7 @@ void TestDownloadHandler::movesProgressBar_data()
     QTest::newRow("more than all: ignored") << qint64(3) << qint64(2) << 77;
 }
 
-void TestDownloadHandler::movesProgressBar()
+void tst_DownloadHandler::movesProgressBar()
 {
     QFETCH(qint64, read);
     QFETCH(qint64, total);
@@ -298,7 +298,7 @@ void TestDownloadHandler::movesProgressBar()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::barFollowsReply()
+void tst_DownloadHandler::barFollowsReply()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, QByteArray(1000, 'x'), 500, true});
     QTRY_VERIFY(findPopup(QStringLiteral("ProgressPopup")));
@@ -312,7 +312,7 @@ void TestDownloadHandler::barFollowsReply()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandler::leavesBarWithoutTotal()
+void tst_DownloadHandler::leavesBarWithoutTotal()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "1234567890", 5, false});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -325,7 +325,7 @@ void TestDownloadHandler::leavesBarWithoutTotal()
     handler->downloadProgress(1, 2); // without a popup there is no bar to move
 }
 
-void TestDownloadHandler::finishedWithoutDownload()
+void tst_DownloadHandler::finishedWithoutDownload()
 {
     handler->downloadFinished();
     QCOMPARE(lines(),
@@ -335,7 +335,7 @@ void TestDownloadHandler::finishedWithoutDownload()
     QVERIFY(users->entries().isEmpty());
 }
 
-void TestDownloadHandler::remounts_data()
+void tst_DownloadHandler::remounts_data()
 {
     QTest::addColumn<bool>("readWrite");
     QTest::addColumn<QString>("argument");
@@ -344,7 +344,7 @@ void TestDownloadHandler::remounts_data()
     QTest::newRow("read-only: ro") << false << QStringLiteral("ro");
 }
 
-void TestDownloadHandler::remounts()
+void tst_DownloadHandler::remounts()
 {
     QFETCH(bool, readWrite);
     QFETCH(QString, argument);
@@ -353,7 +353,7 @@ void TestDownloadHandler::remounts()
     QCOMPARE(lines(), QStringList(QStringLiteral("RemountUSB \"%1\"").arg(argument)));
 }
 
-void TestDownloadHandler::remountNeedsExecutableScript_data()
+void tst_DownloadHandler::remountNeedsExecutableScript_data()
 {
     QTest::addColumn<bool>("there");
 
@@ -361,7 +361,7 @@ void TestDownloadHandler::remountNeedsExecutableScript_data()
     QTest::newRow("missing: skipped") << false;
 }
 
-void TestDownloadHandler::remountNeedsExecutableScript()
+void tst_DownloadHandler::remountNeedsExecutableScript()
 {
     QFETCH(bool, there);
     if (there) {
@@ -375,5 +375,5 @@ void TestDownloadHandler::remountNeedsExecutableScript()
     QCOMPARE(users->content(QStringLiteral("log.txt")), QByteArray("the log"));
 }
 
-QTEST_MAIN(TestDownloadHandler)
+QTEST_MAIN(tst_DownloadHandler)
 #include "tst_downloadhandler.moc"

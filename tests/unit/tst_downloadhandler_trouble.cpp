@@ -38,7 +38,7 @@ private:
 
 /// What may come in between while a file is saved. Nothing crashes, the log says what is missing, and the
 /// drive is read-only at the end.
-class TestDownloadHandlerTrouble : public DownloadScene
+class tst_DownloadHandlerTrouble : public DownloadScene
 {
     Q_OBJECT
 
@@ -65,17 +65,17 @@ private slots:
     void applicationQuits();
 };
 
-void TestDownloadHandlerTrouble::init()
+void tst_DownloadHandlerTrouble::init()
 {
     setUp();
 }
 
-void TestDownloadHandlerTrouble::cleanup()
+void tst_DownloadHandlerTrouble::cleanup()
 {
     tearDown();
 }
 
-void TestDownloadHandlerTrouble::savesWhatArrivedOfBrokenReply()
+void tst_DownloadHandlerTrouble::savesWhatArrivedOfBrokenReply()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -89,7 +89,7 @@ void TestDownloadHandlerTrouble::savesWhatArrivedOfBrokenReply()
 }
 
 // A controller that is switched off says no farewell: without a limit the popup would stand there for hours.
-void TestDownloadHandlerTrouble::givesUpOnSilentServer()
+void tst_DownloadHandlerTrouble::givesUpOnSilentServer()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -114,7 +114,7 @@ void TestDownloadHandlerTrouble::givesUpOnSilentServer()
     QTRY_VERIFY(!reply);
 }
 
-void TestDownloadHandlerTrouble::reportsFullDrive()
+void tst_DownloadHandlerTrouble::reportsFullDrive()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, QByteArray(5000, 'x'), 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -133,7 +133,7 @@ void TestDownloadHandlerTrouble::reportsFullDrive()
     QCOMPARE(messages, QStringList(QStringLiteral("Download complete")));
 }
 
-void TestDownloadHandlerTrouble::reportsFailedSynchronization_data()
+void tst_DownloadHandlerTrouble::reportsFailedSynchronization_data()
 {
     QTest::addColumn<QString>("device");
     QTest::addColumn<QString>("writeError");
@@ -144,7 +144,7 @@ void TestDownloadHandlerTrouble::reportsFailedSynchronization_data()
         << QStringLiteral("NOW - Error writing file '%1': 0 of 7 octets written: No space left on device");
 }
 
-void TestDownloadHandlerTrouble::reportsFailedSynchronization()
+void tst_DownloadHandlerTrouble::reportsFailedSynchronization()
 {
     QFETCH(QString, device);
     QFETCH(QString, writeError);
@@ -163,7 +163,7 @@ void TestDownloadHandlerTrouble::reportsFailedSynchronization()
     QCOMPARE(messages, QStringList(QStringLiteral("Download complete")));
 }
 
-void TestDownloadHandlerTrouble::reportsDrivePulledWhileRunning()
+void tst_DownloadHandlerTrouble::reportsDrivePulledWhileRunning()
 {
     offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -175,7 +175,7 @@ void TestDownloadHandlerTrouble::reportsDrivePulledWhileRunning()
                  QStringLiteral("NOW - USB drive removed while '%1' was being saved").arg(stick("log.txt"))));
 }
 
-void TestDownloadHandlerTrouble::refusesDriveThatWasPulledMeanwhile()
+void tst_DownloadHandlerTrouble::refusesDriveThatWasPulledMeanwhile()
 {
     answerChooser(QDialogButtonBox::Ok, [this] { users->pull(); });
     offer(logPath, {{}, "the log", -1, true});
@@ -188,7 +188,7 @@ void TestDownloadHandlerTrouble::refusesDriveThatWasPulledMeanwhile()
     QCOMPARE(users->remounts(), QStringList({QStringLiteral("rw"), QStringLiteral("ro")}));
 }
 
-void TestDownloadHandlerTrouble::survivesReplyDeletedWhileAsking()
+void tst_DownloadHandlerTrouble::survivesReplyDeletedWhileAsking()
 {
     answerChooser(QDialogButtonBox::Ok, [this] { manager.reset(); });
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "the log", 3, true});
@@ -199,7 +199,7 @@ void TestDownloadHandlerTrouble::survivesReplyDeletedWhileAsking()
     QVERIFY(users->remounts().isEmpty());
 }
 
-void TestDownloadHandlerTrouble::survivesReplyDeletedWhileRunning()
+void tst_DownloadHandlerTrouble::survivesReplyDeletedWhileRunning()
 {
     offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -212,7 +212,7 @@ void TestDownloadHandlerTrouble::survivesReplyDeletedWhileRunning()
     QVERIFY(!findPopup(QStringLiteral("ProgressPopup")));
 }
 
-void TestDownloadHandlerTrouble::secondDownloadReplacesFirst()
+void tst_DownloadHandlerTrouble::secondDownloadReplacesFirst()
 {
     const auto other = QStringLiteral("/other.csv");
     const QPointer<QNetworkReply> first = offer(logPath, {{}, "first part, second part", 10, true});
@@ -239,7 +239,7 @@ void TestDownloadHandlerTrouble::secondDownloadReplacesFirst()
     QTRY_VERIFY(!second);
 }
 
-void TestDownloadHandlerTrouble::refusedSecondDownloadLeavesFirst_data()
+void tst_DownloadHandlerTrouble::refusedSecondDownloadLeavesFirst_data()
 {
     QTest::addColumn<bool>("plugged");
 
@@ -247,7 +247,7 @@ void TestDownloadHandlerTrouble::refusedSecondDownloadLeavesFirst_data()
     QTest::newRow("drive pulled") << false;
 }
 
-void TestDownloadHandlerTrouble::refusedSecondDownloadLeavesFirst()
+void tst_DownloadHandlerTrouble::refusedSecondDownloadLeavesFirst()
 {
     QFETCH(bool, plugged);
     offer(logPath, {{}, "first part, second part", 10, true});
@@ -268,7 +268,7 @@ void TestDownloadHandlerTrouble::refusedSecondDownloadLeavesFirst()
     QTRY_VERIFY(!second);
 }
 
-void TestDownloadHandlerTrouble::downloadWhileAnotherIsAsked()
+void tst_DownloadHandlerTrouble::downloadWhileAnotherIsAsked()
 {
     // The page starts a second download of the same name while the first waits for a yes; the user says yes
     // to both, the upper one first.
@@ -291,7 +291,7 @@ void TestDownloadHandlerTrouble::downloadWhileAnotherIsAsked()
     QVERIFY(criticalLines().isEmpty());
 }
 
-void TestDownloadHandlerTrouble::downloadWhileCompletionIsShown()
+void tst_DownloadHandlerTrouble::downloadWhileCompletionIsShown()
 {
     const auto other = QStringLiteral("/other.csv");
     QPointer<QDialog> completion;
@@ -322,7 +322,7 @@ void TestDownloadHandlerTrouble::downloadWhileCompletionIsShown()
     QVERIFY(criticalLines().isEmpty());
 }
 
-void TestDownloadHandlerTrouble::handlerDeletedWhileRunning()
+void tst_DownloadHandlerTrouble::handlerDeletedWhileRunning()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
     QTRY_COMPARE(started, QVector<bool>{true});
@@ -338,7 +338,7 @@ void TestDownloadHandlerTrouble::handlerDeletedWhileRunning()
     QVERIFY(!findPopup(QStringLiteral("ProgressPopup")));
 }
 
-void TestDownloadHandlerTrouble::applicationQuits_data()
+void tst_DownloadHandlerTrouble::applicationQuits_data()
 {
     QTest::addColumn<QString>("during");
     QTest::addColumn<QStringList>("remounts");
@@ -353,7 +353,7 @@ void TestDownloadHandlerTrouble::applicationQuits_data()
         << QStringLiteral("TimedPopup") << both << QByteArray("first part, second part");
 }
 
-void TestDownloadHandlerTrouble::applicationQuits()
+void tst_DownloadHandlerTrouble::applicationQuits()
 {
     QFETCH(QString, during);
     const QPointer<QNetworkReply> reply = request(logPath);
@@ -379,5 +379,5 @@ void TestDownloadHandlerTrouble::applicationQuits()
     QTRY_VERIFY(!reply);
 }
 
-QTEST_MAIN(TestDownloadHandlerTrouble)
+QTEST_MAIN(tst_DownloadHandlerTrouble)
 #include "tst_downloadhandler_trouble.moc"

@@ -10,7 +10,7 @@
 
 using namespace Varnel;
 
-class TestDownloadName : public QObject
+class tst_DownloadName : public QObject
 {
     Q_OBJECT
 
@@ -30,7 +30,7 @@ private slots:
     void freeName();
 };
 
-void TestDownloadName::header_data()
+void tst_DownloadName::header_data()
 {
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<QString>("name");
@@ -71,13 +71,13 @@ void TestDownloadName::header_data()
     row("300 characters: taken whole", "filename=" + QByteArray(300, 'n'), QString(300, QLatin1Char('n')));
 }
 
-void TestDownloadName::header()
+void tst_DownloadName::header()
 {
     QFETCH(QByteArray, value);
     QTEST(headerFileName(value), "name");
 }
 
-void TestDownloadName::urlPath_data()
+void tst_DownloadName::urlPath_data()
 {
     QTest::addColumn<QString>("url");
     QTest::addColumn<QString>("name");
@@ -93,7 +93,7 @@ void TestDownloadName::urlPath_data()
     row("coded way up: kept for the check", "http://r7m/a%2F%2E%2E", "..");
 }
 
-void TestDownloadName::urlPath()
+void tst_DownloadName::urlPath()
 {
     QFETCH(QString, url);
     const LogRecorder log;
@@ -101,7 +101,7 @@ void TestDownloadName::urlPath()
     QVERIFY(log.lines().isEmpty());
 }
 
-void TestDownloadName::headerGoesBeforeUrl()
+void tst_DownloadName::headerGoesBeforeUrl()
 {
     QCOMPARE(downloadFileName("filename=a.txt", QUrl(QStringLiteral("http://r7m/b.txt"))),
              QStringLiteral("a.txt"));
@@ -109,7 +109,7 @@ void TestDownloadName::headerGoesBeforeUrl()
              QStringLiteral("b.txt"));
 }
 
-void TestDownloadName::dateAndTime_data()
+void tst_DownloadName::dateAndTime_data()
 {
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<QString>("url");
@@ -119,7 +119,7 @@ void TestDownloadName::dateAndTime_data()
     QTest::newRow("header name of blanks") << QByteArray("filename= ") << QStringLiteral("http://r7m/logs/");
 }
 
-void TestDownloadName::dateAndTime()
+void tst_DownloadName::dateAndTime()
 {
     QFETCH(QByteArray, value);
     QFETCH(QString, url);
@@ -137,7 +137,7 @@ void TestDownloadName::dateAndTime()
     QVERIFY2(line.match(log.texts().first()).hasMatch(), qPrintable(log.texts().first()));
 }
 
-void TestDownloadName::staysOnDrive_data()
+void tst_DownloadName::staysOnDrive_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("stays");
@@ -160,13 +160,13 @@ void TestDownloadName::staysOnDrive_data()
     QTest::newRow("NUL within: leads away") << QString::fromUtf8("a\0b", 3) << false;
 }
 
-void TestDownloadName::staysOnDrive()
+void tst_DownloadName::staysOnDrive()
 {
     QFETCH(QString, name);
     QTEST(Varnel::staysOnDrive(name), "stays");
 }
 
-void TestDownloadName::pathOnDrive_data()
+void tst_DownloadName::pathOnDrive_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("path");
@@ -182,13 +182,13 @@ void TestDownloadName::pathOnDrive_data()
     row("way up: leads away", "../log.txt", "/usbmnt/../log.txt");
 }
 
-void TestDownloadName::pathOnDrive()
+void tst_DownloadName::pathOnDrive()
 {
     QFETCH(QString, name);
     QTEST(Varnel::pathOnDrive(QDir(QStringLiteral("/usbmnt")), name), "path");
 }
 
-void TestDownloadName::freeName_data()
+void tst_DownloadName::freeName_data()
 {
     QTest::addColumn<QStringList>("taken");
     QTest::addColumn<QString>("name");
@@ -219,7 +219,7 @@ void TestDownloadName::freeName_data()
     row("a colon in front, taken: numbered", files(":log.txt :log-1.txt"), ":log.txt", ":log-2.txt");
 }
 
-void TestDownloadName::freeName()
+void tst_DownloadName::freeName()
 {
     QFETCH(QStringList, taken);
     QFETCH(QString, name);
@@ -238,5 +238,5 @@ void TestDownloadName::freeName()
     QTEST(freeFileName(drive, name), "free");
 }
 
-QTEST_GUILESS_MAIN(TestDownloadName)
+QTEST_GUILESS_MAIN(tst_DownloadName)
 #include "tst_downloadname.moc"

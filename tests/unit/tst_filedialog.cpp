@@ -18,7 +18,7 @@ Q_DECLARE_METATYPE(QDialogButtonBox::StandardButton)
 using Varnel::FileDialog;
 using Varnel::ScreenSaver;
 
-class TestFileDialog : public QObject
+class tst_FileDialog : public QObject
 {
     Q_OBJECT
 
@@ -71,17 +71,17 @@ private:
     std::unique_ptr<UsbStick> users;
 };
 
-void TestFileDialog::init()
+void tst_FileDialog::init()
 {
     users = std::make_unique<UsbStick>();
 }
 
-void TestFileDialog::cleanup()
+void tst_FileDialog::cleanup()
 {
     users.reset();
 }
 
-void TestFileDialog::form()
+void tst_FileDialog::form()
 {
     const FileDialog dialog(false, {}, nullptr);
     QCOMPARE(dialog.objectName(), QStringLiteral("FileDialog"));
@@ -107,7 +107,7 @@ void TestFileDialog::form()
     QCOMPARE(buttons->sizePolicy().verticalStretch(), 1);
 }
 
-void TestFileDialog::window_data()
+void tst_FileDialog::window_data()
 {
     QTest::addColumn<bool>("download");
     QTest::addColumn<QString>("title");
@@ -117,7 +117,7 @@ void TestFileDialog::window_data()
     QTest::newRow("upload") << false << QStringLiteral("Upload") << QAbstractItemView::SingleSelection;
 }
 
-void TestFileDialog::window()
+void tst_FileDialog::window()
 {
     QFETCH(bool, download);
     QWidget parent;
@@ -132,7 +132,7 @@ void TestFileDialog::window()
     QVERIFY(dialog.hasMouseTracking());
 }
 
-void TestFileDialog::textsFromSettings()
+void tst_FileDialog::textsFromSettings()
 {
     const ScopedSetting<QString> file("UI", "TextFilename", QStringLiteral("Datei:"));
     const ScopedSetting<QString> upload("UI", "TextUpload", QStringLiteral("Hochladen"));
@@ -146,7 +146,7 @@ void TestFileDialog::textsFromSettings()
     QCOMPARE(buttons->button(QDialogButtonBox::Cancel)->text(), QStringLiteral("Abbrechen"));
 }
 
-void TestFileDialog::listsRegularFilesByName()
+void tst_FileDialog::listsRegularFilesByName()
 {
     for (const char* const name : {"b.txt", "C.txt", "a.txt", ".hidden", "10.txt", "9.txt"}) {
         users->put(QString::fromLatin1(name), {});
@@ -160,7 +160,7 @@ void TestFileDialog::listsRegularFilesByName()
     QCOMPARE(listed(FileDialog(true, QStringLiteral("new"), nullptr)), expected);
 }
 
-void TestFileDialog::listsThousandsOfFiles()
+void tst_FileDialog::listsThousandsOfFiles()
 {
     for (int n = 0; n < 3000; ++n) {
         users->put(QStringLiteral("log-%1.txt").arg(n, 4, 10, QLatin1Char('0')), {});
@@ -173,7 +173,7 @@ void TestFileDialog::listsThousandsOfFiles()
     QCOMPARE(dialog.getFilename(), QStringLiteral("log-2999.txt"));
 }
 
-void TestFileDialog::listsOddNames()
+void tst_FileDialog::listsOddNames()
 {
     const QStringList names{
         QStringLiteral("%1%s.txt"),
@@ -197,14 +197,14 @@ void TestFileDialog::listsOddNames()
     }
 }
 
-void TestFileDialog::listsNothingWithoutDirectory()
+void tst_FileDialog::listsNothingWithoutDirectory()
 {
     QVERIFY(QDir().rmdir(users->path()));
     const FileDialog dialog(false, {}, nullptr);
     QCOMPARE(list(dialog)->count(), 0);
 }
 
-void TestFileDialog::scrollBarsFitFingers()
+void tst_FileDialog::scrollBarsFitFingers()
 {
     for (int n = 0; n < 50; ++n) {
         users->put(QStringLiteral("%1").arg(n) + QString(100, QLatin1Char('n')), {});
@@ -223,7 +223,7 @@ void TestFileDialog::scrollBarsFitFingers()
     QCOMPARE(list(dialog)->horizontalScrollBar()->height(), 32);
 }
 
-void TestFileDialog::downloadShowsItsName_data()
+void tst_FileDialog::downloadShowsItsName_data()
 {
     QTest::addColumn<QString>("name");
 
@@ -233,7 +233,7 @@ void TestFileDialog::downloadShowsItsName_data()
     QTest::newRow("300 characters: not shortened") << QString(300, QLatin1Char('n'));
 }
 
-void TestFileDialog::downloadShowsItsName()
+void tst_FileDialog::downloadShowsItsName()
 {
     QFETCH(QString, name);
     const FileDialog dialog(true, name, nullptr);
@@ -242,7 +242,7 @@ void TestFileDialog::downloadShowsItsName()
     QCOMPARE(dialog.size(), QSize(512, 328));
 }
 
-void TestFileDialog::downloadSelectsNothing()
+void tst_FileDialog::downloadSelectsNothing()
 {
     users->put(QStringLiteral("old.txt"), {});
     FileDialog dialog(true, QStringLiteral("new.txt"), nullptr);
@@ -259,7 +259,7 @@ void TestFileDialog::downloadSelectsNothing()
     QCOMPARE(dialog.getFilename(), QStringLiteral("new.txt"));
 }
 
-void TestFileDialog::uploadPicksTouchedFile()
+void tst_FileDialog::uploadPicksTouchedFile()
 {
     users->put(QStringLiteral("a.txt"), {});
     users->put(QStringLiteral("b.txt"), {});
@@ -271,7 +271,7 @@ void TestFileDialog::uploadPicksTouchedFile()
     QCOMPARE(label(dialog, "lblFileValue")->text(), QStringLiteral("b.txt"));
 }
 
-void TestFileDialog::uploadPicksLastTouchedFile()
+void tst_FileDialog::uploadPicksLastTouchedFile()
 {
     users->put(QStringLiteral("a.txt"), {});
     users->put(QStringLiteral("b.txt"), {});
@@ -285,7 +285,7 @@ void TestFileDialog::uploadPicksLastTouchedFile()
     QCOMPARE(dialog.getFilename(), QStringLiteral("a.txt"));
 }
 
-void TestFileDialog::uploadWithoutTouchPicksNothing()
+void tst_FileDialog::uploadWithoutTouchPicksNothing()
 {
     users->put(QStringLiteral("a.txt"), {});
     FileDialog dialog(false, {}, nullptr);
@@ -295,7 +295,7 @@ void TestFileDialog::uploadWithoutTouchPicksNothing()
     QCOMPARE(dialog.getFilename(), QString());
 }
 
-void TestFileDialog::buttonsAnswer_data()
+void tst_FileDialog::buttonsAnswer_data()
 {
     QTest::addColumn<QDialogButtonBox::StandardButton>("button");
     QTest::addColumn<int>("result");
@@ -304,7 +304,7 @@ void TestFileDialog::buttonsAnswer_data()
     QTest::newRow("Cancel: rejected") << QDialogButtonBox::Cancel << int(QDialog::Rejected);
 }
 
-void TestFileDialog::buttonsAnswer()
+void tst_FileDialog::buttonsAnswer()
 {
     QFETCH(QDialogButtonBox::StandardButton, button);
     FileDialog dialog(true, QStringLiteral("log.txt"), nullptr);
@@ -316,7 +316,7 @@ void TestFileDialog::buttonsAnswer()
     QVERIFY(!dialog.isVisible());
 }
 
-void TestFileDialog::touchesKeepScreenAwake()
+void tst_FileDialog::touchesKeepScreenAwake()
 {
     FileDialog dialog(true, QStringLiteral("log.txt"), nullptr);
     dialog.show();
@@ -330,5 +330,5 @@ void TestFileDialog::touchesKeepScreenAwake()
     QTRY_VERIFY(ScreenSaver::instance()->active());
 }
 
-QTEST_MAIN(TestFileDialog)
+QTEST_MAIN(tst_FileDialog)
 #include "tst_filedialog.moc"

@@ -8,7 +8,7 @@
 
 using Varnel::ProgressPopup;
 
-class TestProgressPopup : public QObject
+class tst_ProgressPopup : public QObject
 {
     Q_OBJECT
 
@@ -37,7 +37,7 @@ private:
     }
 };
 
-void TestProgressPopup::form()
+void tst_ProgressPopup::form()
 {
     const ProgressPopup popup(QStringLiteral("Download in progress"), nullptr);
     QCOMPARE(popup.objectName(), QStringLiteral("ProgressPopup"));
@@ -58,7 +58,7 @@ void TestProgressPopup::form()
     QCOMPARE(bar(popup)->maximum(), 100);
 }
 
-void TestProgressPopup::window()
+void tst_ProgressPopup::window()
 {
     QWidget parent;
     const ProgressPopup popup(QStringLiteral("title"), &parent);
@@ -69,7 +69,7 @@ void TestProgressPopup::window()
     QVERIFY(popup.windowFlags().testFlag(Qt::FramelessWindowHint));
 }
 
-void TestProgressPopup::setProgress_data()
+void tst_ProgressPopup::setProgress_data()
 {
     QTest::addColumn<int>("percent");
     QTest::addColumn<int>("value");
@@ -81,7 +81,7 @@ void TestProgressPopup::setProgress_data()
     QTest::newRow("above 100: ignored") << 101 << 42;
 }
 
-void TestProgressPopup::setProgress()
+void tst_ProgressPopup::setProgress()
 {
     QFETCH(int, percent);
     ProgressPopup popup(QStringLiteral("title"), nullptr);
@@ -90,7 +90,7 @@ void TestProgressPopup::setProgress()
     QTEST(bar(popup)->value(), "value");
 }
 
-void TestProgressPopup::barFillsWithoutText()
+void tst_ProgressPopup::barFillsWithoutText()
 {
     ProgressPopup popup(QStringLiteral("title"), nullptr);
     popup.show();
@@ -112,5 +112,5 @@ void TestProgressPopup::barFillsWithoutText()
     }
 }
 
-QTEST_MAIN(TestProgressPopup)
+QTEST_MAIN(tst_ProgressPopup)
 #include "tst_progresspopup.moc"

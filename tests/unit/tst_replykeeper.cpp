@@ -9,7 +9,7 @@
 
 using Varnel::ReplyKeeper;
 
-class TestReplyKeeper : public QObject
+class tst_ReplyKeeper : public QObject
 {
     Q_OBJECT
 
@@ -34,7 +34,7 @@ private:
     std::unique_ptr<QNetworkAccessManager> manager = std::make_unique<QNetworkAccessManager>();
 };
 
-void TestReplyKeeper::keepsReplyThroughDeferredDeletion()
+void tst_ReplyKeeper::keepsReplyThroughDeferredDeletion()
 {
     const QPointer<QNetworkReply> reply = get();
     QVERIFY(reply);
@@ -48,7 +48,7 @@ void TestReplyKeeper::keepsReplyThroughDeferredDeletion()
     QCOMPARE(reply->readAll(), QByteArray("the log"));
 }
 
-void TestReplyKeeper::schedulesDeletionThatWasPutOff()
+void tst_ReplyKeeper::schedulesDeletionThatWasPutOff()
 {
     const QPointer<QNetworkReply> reply = get();
     QVERIFY(reply);
@@ -62,7 +62,7 @@ void TestReplyKeeper::schedulesDeletionThatWasPutOff()
     QVERIFY(!reply);
 }
 
-void TestReplyKeeper::leavesReplyThatNobodyScheduled()
+void tst_ReplyKeeper::leavesReplyThatNobodyScheduled()
 {
     const QPointer<QNetworkReply> reply = get();
     QVERIFY(reply);
@@ -74,7 +74,7 @@ void TestReplyKeeper::leavesReplyThatNobodyScheduled()
     QVERIFY(reply);
 }
 
-void TestReplyKeeper::survivesOutrightDeletion()
+void tst_ReplyKeeper::survivesOutrightDeletion()
 {
     const QPointer<QNetworkReply> reply = get();
     QVERIFY(reply);
@@ -84,5 +84,5 @@ void TestReplyKeeper::survivesOutrightDeletion()
     QVERIFY(!keeper.get());
 }
 
-QTEST_GUILESS_MAIN(TestReplyKeeper)
+QTEST_GUILESS_MAIN(tst_ReplyKeeper)
 #include "tst_replykeeper.moc"

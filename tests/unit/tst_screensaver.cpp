@@ -53,7 +53,7 @@ protected:
 
 /// The panel's display files do not exist where this runs, which every change of state says in the log; the
 /// system tests look into the files themselves.
-class TestScreenSaver : public QObject
+class tst_ScreenSaver : public QObject
 {
     Q_OBJECT
 
@@ -93,7 +93,7 @@ private:
     bool litByConstruction = false;
 };
 
-void TestScreenSaver::initTestCase()
+void tst_ScreenSaver::initTestCase()
 {
     // Without display files: each write to them is then a line in the log. A real display is left alone.
     QVERIFY2(!QFile::exists(QStringLiteral("/sys/kernel")),
@@ -106,7 +106,7 @@ void TestScreenSaver::initTestCase()
     litByConstruction = saver->active();
 }
 
-void TestScreenSaver::init()
+void tst_ScreenSaver::init()
 {
     page = std::make_unique<Page>();
     page->setMouseTracking(true); // without it Qt keeps moves without a pressed button to itself
@@ -114,7 +114,7 @@ void TestScreenSaver::init()
     saver->handleMouseMove(page.get());
 }
 
-void TestScreenSaver::cleanup()
+void tst_ScreenSaver::cleanup()
 {
     const LogRecorder log;
     page.reset();
@@ -125,7 +125,7 @@ void TestScreenSaver::cleanup()
 
 /// Sends a mouse or other event to the page; true when the page or Qt has taken it or the filter swallowed
 /// it.
-bool TestScreenSaver::send(QEvent::Type type)
+bool tst_ScreenSaver::send(QEvent::Type type)
 {
     if (type == QEvent::MouseTrackingChange || type == QEvent::User) {
         QEvent event(type);
@@ -136,7 +136,7 @@ bool TestScreenSaver::send(QEvent::Type type)
     return QCoreApplication::sendEvent(page.get(), &event);
 }
 
-void TestScreenSaver::isOneObject()
+void tst_ScreenSaver::isOneObject()
 {
     QCOMPARE(ScreenSaver::instance(), saver);
     QVERIFY(!saver->parent());
@@ -144,7 +144,7 @@ void TestScreenSaver::isOneObject()
     QCOMPARE(timer()->timerType(), Qt::PreciseTimer); // not dark before the time is over
 }
 
-void TestScreenSaver::metaObject()
+void tst_ScreenSaver::metaObject()
 {
     QStringList signalNames;
     QStringList slotNames;
@@ -160,13 +160,13 @@ void TestScreenSaver::metaObject()
     QCOMPARE(int(ScreenSaver::ScreenActive), 1);
 }
 
-void TestScreenSaver::startsLit()
+void tst_ScreenSaver::startsLit()
 {
     QVERIFY(litByConstruction);
     QCOMPARE(constructionLog, QStringList({lit, stopBuzzer, blankFailed}));
 }
 
-void TestScreenSaver::activate_data()
+void tst_ScreenSaver::activate_data()
 {
     QTest::addColumn<bool>("before");
     QTest::addColumn<bool>("on");
@@ -180,7 +180,7 @@ void TestScreenSaver::activate_data()
     QTest::newRow("dark, on: lit") << false << true << true << QStringList{lit, stopBuzzer, blankFailed};
 }
 
-void TestScreenSaver::activate()
+void tst_ScreenSaver::activate()
 {
     QFETCH(bool, before);
     QFETCH(bool, on);
@@ -198,7 +198,7 @@ void TestScreenSaver::activate()
     }
 }
 
-void TestScreenSaver::setScreenState()
+void tst_ScreenSaver::setScreenState()
 {
     const LogRecorder log;
     QSignalSpy activated(saver, &ScreenSaver::activated);
@@ -214,7 +214,7 @@ void TestScreenSaver::setScreenState()
     QCOMPARE(log.lines().size(), 2);
 }
 
-void TestScreenSaver::saveAndRestore()
+void tst_ScreenSaver::saveAndRestore()
 {
     const LogRecorder log;
     QVERIFY(!saver->save(7));
@@ -225,7 +225,7 @@ void TestScreenSaver::saveAndRestore()
     QCOMPARE(log.texts(), QStringList({dark, blankFailed, lit, stopBuzzer, blankFailed}));
 }
 
-void TestScreenSaver::goSleep()
+void tst_ScreenSaver::goSleep()
 {
     const LogRecorder log;
     saver->goSleep();
@@ -235,7 +235,7 @@ void TestScreenSaver::goSleep()
              QStringList({QStringLiteral("goSleep"), dark, blankFailed, QStringLiteral("goSleep")}));
 }
 
-void TestScreenSaver::hooksOnlyLog()
+void tst_ScreenSaver::hooksOnlyLog()
 {
     const LogRecorder log;
     saver->stopBuzzer();
@@ -247,7 +247,7 @@ void TestScreenSaver::hooksOnlyLog()
     QVERIFY2(line.match(log.texts().constLast()).hasMatch(), qPrintable(log.texts().constLast()));
 }
 
-void TestScreenSaver::installStartsPeriod()
+void tst_ScreenSaver::installStartsPeriod()
 {
     const ScopedSetting<qint32> interval("UI", "ScreenSaverInterval", 60000);
     const LogRecorder log;
@@ -259,7 +259,7 @@ void TestScreenSaver::installStartsPeriod()
     QVERIFY(saver->active());
 }
 
-void TestScreenSaver::intervalZeroDarkensAtOnce()
+void tst_ScreenSaver::intervalZeroDarkensAtOnce()
 {
     const ScopedSetting<qint32> interval("UI", "ScreenSaverInterval", 0);
     const LogRecorder log;
@@ -281,7 +281,7 @@ void TestScreenSaver::intervalZeroDarkensAtOnce()
     QVERIFY(!saver->active());
 }
 
-void TestScreenSaver::pressBeginsNewPeriod()
+void tst_ScreenSaver::pressBeginsNewPeriod()
 {
     const ScopedSetting<qint32> interval("UI", "ScreenSaverInterval", 60000);
     const LogRecorder log;
@@ -293,7 +293,7 @@ void TestScreenSaver::pressBeginsNewPeriod()
     QCOMPARE(log.texts().mid(2), QStringList({stopBuzzer, resetTimer}));
 }
 
-void TestScreenSaver::uninstallDoesNothing()
+void tst_ScreenSaver::uninstallDoesNothing()
 {
     const LogRecorder log;
     saver->install();
@@ -303,7 +303,7 @@ void TestScreenSaver::uninstallDoesNothing()
     QCOMPARE(log.lines().size(), 2);
 }
 
-void TestScreenSaver::litSwallowsNothing_data()
+void tst_ScreenSaver::litSwallowsNothing_data()
 {
     QTest::addColumn<QEvent::Type>("type");
     QTest::addColumn<QStringList>("lines");
@@ -317,7 +317,7 @@ void TestScreenSaver::litSwallowsNothing_data()
     QTest::newRow("other event: no new period") << QEvent::User << QStringList();
 }
 
-void TestScreenSaver::litSwallowsNothing()
+void tst_ScreenSaver::litSwallowsNothing()
 {
     QFETCH(QEvent::Type, type);
     const LogRecorder log;
@@ -326,7 +326,7 @@ void TestScreenSaver::litSwallowsNothing()
     QTEST(log.texts(), "lines");
 }
 
-void TestScreenSaver::darkSwallows_data()
+void tst_ScreenSaver::darkSwallows_data()
 {
     QTest::addColumn<QEvent::Type>("type");
     QTest::addColumn<bool>("swallowed");
@@ -338,7 +338,7 @@ void TestScreenSaver::darkSwallows_data()
     QTest::newRow("other event: delivered") << QEvent::User << false;
 }
 
-void TestScreenSaver::darkSwallows()
+void tst_ScreenSaver::darkSwallows()
 {
     QFETCH(QEvent::Type, type);
     QFETCH(bool, swallowed);
@@ -354,7 +354,7 @@ void TestScreenSaver::darkSwallows()
     QVERIFY(log.lines().isEmpty());
 }
 
-void TestScreenSaver::moveWakesAndIsSwallowed()
+void tst_ScreenSaver::moveWakesAndIsSwallowed()
 {
     saver->activate(false);
     const LogRecorder log;
@@ -367,7 +367,7 @@ void TestScreenSaver::moveWakesAndIsSwallowed()
     QCOMPARE(log.texts(), QStringList({lit, stopBuzzer, blankFailed}));
 }
 
-void TestScreenSaver::pressAfterWakingMoveIsDelivered()
+void tst_ScreenSaver::pressAfterWakingMoveIsDelivered()
 {
     saver->activate(false);
     const LogRecorder log;
@@ -379,7 +379,7 @@ void TestScreenSaver::pressAfterWakingMoveIsDelivered()
     QVERIFY(timer()->isActive());
 }
 
-void TestScreenSaver::wakingStartsNoPeriod()
+void tst_ScreenSaver::wakingStartsNoPeriod()
 {
     const ScopedSetting<qint32> interval("UI", "ScreenSaverInterval", 0);
     const LogRecorder log;
@@ -393,5 +393,5 @@ void TestScreenSaver::wakingStartsNoPeriod()
     QCOMPARE(page->reached, QVector<QEvent::Type>{QEvent::MouseMove});
 }
 
-QTEST_MAIN(TestScreenSaver)
+QTEST_MAIN(tst_ScreenSaver)
 #include "tst_screensaver.moc"

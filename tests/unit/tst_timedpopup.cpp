@@ -13,7 +13,7 @@
 
 using Varnel::TimedPopup;
 
-class TestTimedPopup : public QObject
+class tst_TimedPopup : public QObject
 {
     Q_OBJECT
 
@@ -34,7 +34,7 @@ private:
     static QLabel* label(const QWidget& popup) { return popup.findChild<QLabel*>(QStringLiteral("lblMsg")); }
 };
 
-void TestTimedPopup::form()
+void tst_TimedPopup::form()
 {
     const TimedPopup popup(QStringLiteral("USB drive not detected."), nullptr);
     QCOMPARE(popup.objectName(), QStringLiteral("TimedPopup"));
@@ -52,7 +52,7 @@ void TestTimedPopup::form()
     QCOMPARE(message->text(), QStringLiteral("USB drive not detected."));
 }
 
-void TestTimedPopup::window()
+void tst_TimedPopup::window()
 {
     QWidget parent;
     const TimedPopup popup(QStringLiteral("text"), &parent);
@@ -63,7 +63,7 @@ void TestTimedPopup::window()
     QVERIFY(popup.windowFlags().testFlag(Qt::FramelessWindowHint));
 }
 
-void TestTimedPopup::closesAfterThreeSeconds()
+void tst_TimedPopup::closesAfterThreeSeconds()
 {
     QCOMPARE(int(TimedPopup::DefaultDuration), 3000);
     QElapsedTimer time;
@@ -76,7 +76,7 @@ void TestTimedPopup::closesAfterThreeSeconds()
     QVERIFY(!popup.isVisible());
 }
 
-void TestTimedPopup::closesAfterGivenDuration()
+void tst_TimedPopup::closesAfterGivenDuration()
 {
     QElapsedTimer time;
     time.start();
@@ -88,7 +88,7 @@ void TestTimedPopup::closesAfterGivenDuration()
     QVERIFY(!popup.isVisible());
 }
 
-void TestTimedPopup::timeRunsFromConstruction()
+void tst_TimedPopup::timeRunsFromConstruction()
 {
     QElapsedTimer sinceBuilt;
     sinceBuilt.start();
@@ -105,7 +105,7 @@ void TestTimedPopup::timeRunsFromConstruction()
     QVERIFY(sinceShown.elapsed() < 950); // seen for less time than its duration
 }
 
-void TestTimedPopup::closingDoesNotDelete()
+void tst_TimedPopup::closingDoesNotDelete()
 {
     const QPointer<TimedPopup> popup = new TimedPopup(1, QStringLiteral("text"), nullptr);
     popup->show();
@@ -116,7 +116,7 @@ void TestTimedPopup::closingDoesNotDelete()
     QTRY_VERIFY(!popup);
 }
 
-void TestTimedPopup::longMessageStaysInside_data()
+void tst_TimedPopup::longMessageStaysInside_data()
 {
     QTest::addColumn<QString>("message");
     QTest::addColumn<bool>("wraps");
@@ -125,7 +125,7 @@ void TestTimedPopup::longMessageStaysInside_data()
     QTest::newRow("long: two lines") << QStringLiteral("The file could not be saved on the drive") << true;
 }
 
-void TestTimedPopup::longMessageStaysInside()
+void tst_TimedPopup::longMessageStaysInside()
 {
     QFETCH(QString, message);
     const TimedPopup popup(message, nullptr);
@@ -150,7 +150,7 @@ void TestTimedPopup::longMessageStaysInside()
     QVERIFY(qAbs(ink.center().y() - picture.rect().center().y()) <= lineHeight / 4);
 }
 
-void TestTimedPopup::runReturnsWhenClosed()
+void tst_TimedPopup::runReturnsWhenClosed()
 {
     QWidget parent;
     DialogDriver user;
@@ -166,7 +166,7 @@ void TestTimedPopup::runReturnsWhenClosed()
     QVERIFY(!parent.findChild<TimedPopup*>());
 }
 
-void TestTimedPopup::runReturnsWhenClosedWhileBeingShown()
+void tst_TimedPopup::runReturnsWhenClosedWhileBeingShown()
 {
     DialogDriver user;
     user.onShown(QStringLiteral("TimedPopup"), [](QDialog* popup) { popup->close(); });
@@ -174,7 +174,7 @@ void TestTimedPopup::runReturnsWhenClosedWhileBeingShown()
     QCOMPARE(user.seen(), QStringList(QStringLiteral("TimedPopup")));
 }
 
-void TestTimedPopup::runReturnsWhenParentDies()
+void tst_TimedPopup::runReturnsWhenParentDies()
 {
     auto parent = std::make_unique<QWidget>();
     DialogDriver user;
@@ -183,5 +183,5 @@ void TestTimedPopup::runReturnsWhenParentDies()
     QVERIFY(!parent);
 }
 
-QTEST_MAIN(TestTimedPopup)
+QTEST_MAIN(tst_TimedPopup)
 #include "tst_timedpopup.moc"

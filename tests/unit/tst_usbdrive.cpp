@@ -12,7 +12,7 @@
 
 using namespace Varnel;
 
-class TestUsbDrive : public QObject
+class tst_UsbDrive : public QObject
 {
     Q_OBJECT
 
@@ -44,7 +44,7 @@ private:
     QStringList messages;
 };
 
-void TestUsbDrive::init()
+void tst_UsbDrive::init()
 {
     users = std::make_unique<UsbStick>();
     user = std::make_unique<DialogDriver>();
@@ -57,7 +57,7 @@ void TestUsbDrive::init()
     });
 }
 
-void TestUsbDrive::cleanup()
+void tst_UsbDrive::cleanup()
 {
     QVERIFY(users->remounts().isEmpty()); // an upload only reads
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -67,7 +67,7 @@ void TestUsbDrive::cleanup()
     users.reset();
 }
 
-void TestUsbDrive::mounted_data()
+void tst_UsbDrive::mounted_data()
 {
     QTest::addColumn<bool>("directory");
     QTest::addColumn<bool>("marker");
@@ -79,7 +79,7 @@ void TestUsbDrive::mounted_data()
     QTest::newRow("neither: not mounted") << false << false << false;
 }
 
-void TestUsbDrive::mounted()
+void tst_UsbDrive::mounted()
 {
     QFETCH(bool, directory);
     QFETCH(bool, marker);
@@ -92,7 +92,7 @@ void TestUsbDrive::mounted()
     QTEST(isUsbDriveMounted(), "mounted");
 }
 
-void TestUsbDrive::chooseWithoutDrive()
+void tst_UsbDrive::chooseWithoutDrive()
 {
     users->pull();
     QCOMPARE(chooseUploadFile(window.get()), QString());
@@ -100,7 +100,7 @@ void TestUsbDrive::chooseWithoutDrive()
     QCOMPARE(messages, QStringList(QStringLiteral("USB drive not detected.")));
 }
 
-void TestUsbDrive::chooseFile_data()
+void tst_UsbDrive::chooseFile_data()
 {
     QTest::addColumn<QString>("name");
 
@@ -111,7 +111,7 @@ void TestUsbDrive::chooseFile_data()
     QTest::newRow("right to left") << QString(QChar(0x202e) + QStringLiteral("gpj.exe"));
 }
 
-void TestUsbDrive::chooseFile()
+void tst_UsbDrive::chooseFile()
 {
     QFETCH(QString, name);
     users->put(name, "octets");
@@ -129,7 +129,7 @@ void TestUsbDrive::chooseFile()
     QVERIFY(messages.isEmpty());
 }
 
-void TestUsbDrive::chooseCancelled()
+void tst_UsbDrive::chooseCancelled()
 {
     users->put(QStringLiteral("a.txt"), {});
     user->onWaiting(QStringLiteral("FileDialog"), [](QDialog* dialog) {
@@ -140,7 +140,7 @@ void TestUsbDrive::chooseCancelled()
     QVERIFY(messages.isEmpty());
 }
 
-void TestUsbDrive::chooseNothing()
+void tst_UsbDrive::chooseNothing()
 {
     users->put(QStringLiteral("a.txt"), {});
     user->onWaiting(QStringLiteral("FileDialog"),
@@ -149,7 +149,7 @@ void TestUsbDrive::chooseNothing()
     QCOMPARE(messages, QStringList(QStringLiteral("No file has been selected.")));
 }
 
-void TestUsbDrive::chooseOnEmptyDrive()
+void tst_UsbDrive::chooseOnEmptyDrive()
 {
     user->onWaiting(QStringLiteral("FileDialog"), [](QDialog* dialog) {
         QCOMPARE(dialog->findChild<QListWidget*>()->count(), 0);
@@ -160,7 +160,7 @@ void TestUsbDrive::chooseOnEmptyDrive()
     QCOMPARE(messages, QStringList(QStringLiteral("No file has been selected.")));
 }
 
-void TestUsbDrive::choosePulledMeanwhile()
+void tst_UsbDrive::choosePulledMeanwhile()
 {
     users->put(QStringLiteral("a.txt"), {});
     user->onWaiting(QStringLiteral("FileDialog"), [this](QDialog* dialog) {
@@ -173,14 +173,14 @@ void TestUsbDrive::choosePulledMeanwhile()
     QCOMPARE(chooseUploadFile(window.get()), users->path(QStringLiteral("a.txt")));
 }
 
-void TestUsbDrive::chooseWhileParentDies()
+void tst_UsbDrive::chooseWhileParentDies()
 {
     user->onWaiting(QStringLiteral("FileDialog"), [this](QDialog*) { window.reset(); });
     QCOMPARE(chooseUploadFile(window.get()), QString());
     QVERIFY(!window);
 }
 
-void TestUsbDrive::chooseWhileApplicationQuits()
+void tst_UsbDrive::chooseWhileApplicationQuits()
 {
     users->put(QStringLiteral("a.txt"), {});
     user->onWaiting(QStringLiteral("FileDialog"), [](QDialog* dialog) {
@@ -193,5 +193,5 @@ void TestUsbDrive::chooseWhileApplicationQuits()
     QCOMPARE(path, QString());
 }
 
-QTEST_MAIN(TestUsbDrive)
+QTEST_MAIN(tst_UsbDrive)
 #include "tst_usbdrive.moc"
