@@ -129,12 +129,10 @@ await_pace() {
 
 keep_pace() {
     read_pace
-    if [ $((now - last)) -gt $((2 * pause)) ]; then
-        pause=$APPLY_PAUSE_SECONDS
-    else
-        pause=$((pause * 2))
-        [ "$pause" -le 300 ] || pause=300
-    fi
+    [ $((now - last)) -le $((2 * pause)) ] || pause=0
+    pause=$((pause * 2))
+    [ "$pause" -ge "$APPLY_PAUSE_SECONDS" ] || pause=$APPLY_PAUSE_SECONDS
+    [ "$pause" -le 300 ] || pause=300
     printf '%s %s\n' "$now" "$pause" >"$STATE_DIR/state/$kind.pace"
 }
 

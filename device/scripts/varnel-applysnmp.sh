@@ -191,11 +191,24 @@ restart_agent() {
     start_daemon snmpd "$1"
 }
 
+# Debian's socket unit would keep port 162 and start the daemon, whatever the configuration says.
+# trap_socket VERB
+trap_socket() {
+    if [ -d /run/systemd/system ]; then
+        systemctl --no-ask-password "$1" snmptrapd.socket 2>/dev/null || :
+    fi
+}
+
+stop_trap_daemon() {
+    trap_socket stop
+    control_service stop snmptrapd || :
+}
+
 # Without a destination the controller's traps are of no use to anyone, and nothing listens.
 # restart_trap_daemon PORT DESTINATIONS
 restart_trap_daemon() {
     have snmptrapd || return 0
-    control_service stop snmptrapd || :
+    stop_trap_daemon
     forget_users snmptrapd
     if [ -n "$2" ]; then
         start_daemon snmptrapd "${1:-162}"
@@ -223,6 +236,7 @@ snmp_restore() {
     former_port=$(agent_port)
     restart_agent "${former_port:-161}" || say "the former agent does not start: $why"
     restart_trap_daemon "$(trap_port)" "$(destinations)" || say "the former trap daemon does not start: $why"
+    grep -qs "$MADE_BY_MARK" "$SNMPTRAPD_CONF" || trap_socket start
     why=$failure
 }
 
@@ -259,9 +273,12 @@ snmp_holds() {
     fi
 }
 
-# A port of another program is no reason to stop what runs.
+# A port of another program is no reason to stop what runs. Which ports the distribution's own configuration has is not
+# looked for.
 snmp_ports_are_free() {
-    if [ "$snmp_port" != "$(agent_port)" ] && [ "$snmp_port" != "$(trap_port)" ] && udp_port_is_bound "$snmp_port"; then
+    former_port=$(agent_port)
+    if [ -n "$former_port" ] && [ "$snmp_port" != "$former_port" ] && [ "$snmp_port" != "$(trap_port)" ] &&
+        udp_port_is_bound "$snmp_port"; then
         why="another program has UDP port $snmp_port"
         return 1
     fi
@@ -279,7 +296,7 @@ snmp_activate() {
     replace_file 0600 "$SNMPTRAPD_CONF" "$traps_text" "$owner" || why="cannot write $SNMPTRAPD_CONF"
     [ -z "$why" ] || return 1
     if [ "$stale_traps" = yes ] && have snmptrapd; then
-        control_service stop snmptrapd || :
+        stop_trap_daemon
     fi
     if [ "$stale_agent" = yes ]; then
         restart_agent "$snmp_port" || return 1

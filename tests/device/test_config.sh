@@ -111,6 +111,26 @@ nft delete table ip varnel_modbus
 apply
 check "what was in effect before the power cut" rules_are 1505
 
+# A wish that cannot come true does not keep what was in effect from coming back.
+python3 -c '
+import socket, time
+held = socket.create_server(("0.0.0.0", 1800))
+time.sleep(600)' &
+holder=$!
+port_held() { ss -H -l -t -n "sport = :1800" | grep -q .; }
+check "a port is held" within_a_minute port_held
+echo "open 1800" >/run/keep/wanted/modbus
+rm -r /run/varnel
+nft delete table ip varnel_modbus
+apply &
+applier=$!
+unsettled modbus "another program listens on port 1800"
+check "after a power cut: the former configuration is back" within_a_minute rules_are 1505
+check "the status names it" grep -q "meanwhile  open on TCP port 1505" "$WORK/status"
+kill "$holder"
+wait "$applier"
+check "the port is free: the wish comes true" rules_are 1800
+
 # --- the pace ---
 
 # A controller that changes its mind with each frame.

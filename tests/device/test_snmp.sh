@@ -75,6 +75,13 @@ mount -t tmpfs -o mode=0755 tmpfs /usr/local/sbin
 cat >/usr/local/sbin/systemctl <<'END'
 #!/bin/sh
 for word in "$@"; do name=${word%.service}; done
+case $* in
+    "--no-ask-password start snmptrapd.socket") touch /run/test/socket-unit ;;
+    "--no-ask-password stop snmptrapd.socket") rm -f /run/test/socket-unit ;;
+esac
+case $name in
+    *.socket) exit 0 ;;
+esac
 pid=$(cat "/run/test/$name.pid" 2>/dev/null)
 runs() { [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null; }
 case $* in
@@ -87,6 +94,7 @@ case $* in
         ;;
     *start*)
         . /run/test/before-start
+        [ "$name" = snmpd ] || [ ! -e /run/test/socket-unit ] || exit 1
         runs && exit 0
         "/usr/sbin/$name" -Lf /dev/null -u Debian-snmp -I -smux,mteTrigger,mteTriggerConf -p "/run/test/$name.pid"
         ;;
@@ -94,6 +102,10 @@ esac
 END
 chmod 0755 /usr/local/sbin/systemctl
 : >"$WORK/before-start"
+
+# As Debian leaves them: the agent of the distribution's configuration on port 161, a socket unit on the trap port.
+/usr/local/sbin/systemctl start snmpd.service
+touch "$WORK/socket-unit"
 
 stand_in_controller "$CONTROLLER" comm 161
 stand_in_controller 192.168.7.21 comm 161
