@@ -28,21 +28,25 @@ as_root()
     fi
 }
 
+# packages_complete PROFILES: whether all is there that debian/control names for these build profiles.
 packages_complete()
 {
-    command -v dpkg-checkbuilddeps > /dev/null && dpkg-checkbuilddeps "$root/debian/control" 2> /dev/null
+    command -v dpkg-checkbuilddeps > /dev/null && dpkg-checkbuilddeps -P "$1" "$root/debian/control" 2> /dev/null
 }
 
-# Installs what debian/control names, unless it is all there.
+# install_packages [PROFILES]: installs what debian/control names, unless it is all there, and says before how much that is.
 install_packages()
 {
-    packages_complete && return
-    say "installing the packages that debian/control names (once; a few minutes)"
+    local profiles=${1-} command size
+    packages_complete "$profiles" && return
     export DEBIAN_FRONTEND=noninteractive
+    command=(apt-get -q -y --no-install-recommends -P "$profiles" build-dep "$root/")
     as_root apt-get -q -q update
-    (cd "$root" && as_root apt-get -q -y --no-install-recommends build-dep ./ > /dev/null) ||
-        fail "apt-get could not install the packages"
-    packages_complete || fail "$(dpkg-checkbuilddeps "$root/debian/control" 2>&1)"
+    size=$(LC_ALL=C as_root "${command[@]}" --assume-no 2> /dev/null |
+        sed -n -e 's/^[0-9]* upgraded, \([0-9]*\) newly.*/\1 packages./p' -e '/^Need to get/p' -e '/^After this/p' | tr '\n' ' ' || true)
+    say "installing what debian/control names, once; a few minutes. $size"
+    as_root "${command[@]}" > /dev/null || fail "apt-get could not install the packages"
+    packages_complete "$profiles" || fail "$(dpkg-checkbuilddeps -P "$profiles" "$root/debian/control" 2>&1)"
 }
 
 # build PRESET [TARGET]...: configures and builds in the preset's directory, which becomes $build.
@@ -58,14 +62,17 @@ build()
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache
     fi
     say "building in $build (the first time takes minutes)"
-    (cd "$root" && cmake --preset "$preset" > "$build.log" 2>&1) || { cat "$build.log" >&2; fail "cmake failed"; }
+    # A directory that was configured by hand keeps its generator.
+    local generator
+    generator=$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "$build/CMakeCache.txt" 2> /dev/null || :)
+    (cd "$root" && cmake --preset "$preset" ${generator:+-G "$generator"} > "$build.log" 2>&1) || { cat "$build.log" >&2; fail "cmake failed"; }
     rm -f "$build.log"
     local targets=()
     if [ $# -gt 0 ]; then
         targets=(--target "$@")
     fi
     # Keeps the standard output for the command: ninja would print there that it has nothing to do.
-    cmake --build "$build" "${targets[@]}" -- --quiet >&2 || fail "the build failed"
+    cmake --build "$build" --parallel "$(nproc)" "${targets[@]}" -- --quiet >&2 || fail "the build failed"
 }
 
 # --- packages and other processors ---

@@ -173,7 +173,7 @@ void tst_Demo::windowAndBoardOnADisplay()
     QVERIFY(desk.start({1400, 700}));
     const auto demo = makeDemo();
     demo->setEnvironment("DISPLAY"_s, desk.display());
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--page"_s, "plain"_s, "--set"_s,
+    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--log"_s, "--page"_s, "plain"_s, "--set"_s,
                          "gpiostate.critical=on"_s}));
     // The right half of the page, and the board's red lamp.
     QTRY_VERIFY_WITH_TIMEOUT(count(desk.grab(), qRgb(0xf6, 0xdc, 0xd7)) > 50000, 60000);
@@ -187,7 +187,7 @@ void tst_Demo::windowAndBoardOnADisplay()
 void tst_Demo::withoutDisplayItRunsUntilInterrupted()
 {
     const auto demo = makeDemo();
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+    QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
     QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("First frame, try to connect"), 60000);
     demo->stop(SIGTERM);
     QCOMPARE(demo->exitStatus(), 143);
@@ -212,6 +212,7 @@ void tst_Demo::registersChangeInAnotherTerminal()
     QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
     const QString command = awaitReadingCommand(demo.get());
     QVERIFY(!command.isEmpty());
+    QVERIFY(demo->output().isEmpty()); // the panel's log would push the command off the terminal
 
     // As pasted, and nothing else: it polls until it is interrupted.
     Program terminal("/bin/sh"_s);
