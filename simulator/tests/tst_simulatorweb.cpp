@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "simulatorprocess.h"
-
 #include "httpmessages.h"
+#include "logreader.h"
+#include "simulatorprocess.h"
 
 #include <QCryptographicHash>
 #include <QHttpMultiPart>
@@ -17,8 +17,7 @@
 
 namespace {
 
-constexpr qint64 kibi = 1024;
-constexpr qint64 mebi = 1024 * kibi;
+constexpr qint64 mebi = 1024 * 1024;
 
 using Reply = std::unique_ptr<QNetworkReply>;
 
@@ -48,12 +47,6 @@ private slots:
     void pages();
     void frontPageIsComplete_data();
     void frontPageIsComplete();
-    void downloads_data();
-    void downloads();
-    void generatedBody();
-    void brokenDownload();
-    void customDownload();
-    void hugeDownload();
     void upload_data();
     void upload();
     void uploadNeedsLogin();
@@ -67,9 +60,12 @@ private slots:
     void portClosesAndOpens();
 
 private:
+    bool startBehindLogin(const QStringList& arguments);
     [[nodiscard]] QNetworkRequest request(const QString& path,
                                           const QByteArray& credentials = "user:secret") const;
     Reply get(const QString& path);
+    Reply finished(const QString& path);
+    Reply upload(const QByteArray& name, const QByteArray& content, const QNetworkRequest& to);
     static bool finish(const Reply& reply);
     static int status(const Reply& reply);
     QJsonObject control(const QString& query);
@@ -82,17 +78,21 @@ private:
 void SimulatorWebTest::init()
 {
     uploads = std::make_unique<QTemporaryDir>();
-    simulator = std::make_unique<SimulatorProcess>();
-    QVERIFY(simulator->start({QStringLiteral("--login"), QStringLiteral("user"), QStringLiteral("--password"),
-                              QStringLiteral("secret"), QStringLiteral("--upload-dir"), uploads->path(),
-                              QStringLiteral("--map"), QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"),
-                              QStringLiteral("--sections"), QStringLiteral("none")}));
+    QVERIFY(startBehindLogin({"--upload-dir"_s, uploads->path(), "--map"_s,
+                              VARNEL_SOURCE_DIR "/device/modbus.map"_s, "--sections"_s, "none"_s}));
     client.clearConnectionCache();
 }
 
 void SimulatorWebTest::cleanup()
 {
     simulator.reset();
+}
+
+bool SimulatorWebTest::startBehindLogin(const QStringList& arguments)
+{
+    simulator = std::make_unique<SimulatorProcess>();
+    const QStringList login{"--login"_s, "user"_s, "--password"_s, "secret"_s};
+    return simulator->start(login + arguments);
 }
 
 QNetworkRequest SimulatorWebTest::request(const QString& path, const QByteArray& credentials) const
@@ -109,6 +109,31 @@ Reply SimulatorWebTest::get(const QString& path)
     return Reply(client.get(request(path)));
 }
 
+/// The answer once it is whole.
+Reply SimulatorWebTest::finished(const QString& path)
+{
+    Reply reply = get(path);
+    if (!finish(reply)) {
+        qWarning() << "No answer to" << path;
+    }
+    return reply;
+}
+
+/// The answer to a form with one file.
+Reply SimulatorWebTest::upload(const QByteArray& name, const QByteArray& content, const QNetworkRequest& to)
+{
+    QHttpMultiPart form(QHttpMultiPart::FormDataType);
+    QHttpPart file;
+    file.setRawHeader("Content-Disposition", R"(form-data; name="file"; filename=")" + name + "\"");
+    file.setBody(content);
+    form.append(file);
+    Reply reply(client.post(to, &form));
+    if (!finish(reply)) {
+        qWarning() << "No answer to" << name;
+    }
+    return reply;
+}
+
 bool SimulatorWebTest::finish(const Reply& reply)
 {
     return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
@@ -121,8 +146,8 @@ int SimulatorWebTest::status(const Reply& reply)
 
 QJsonObject SimulatorWebTest::control(const QString& query)
 {
-    QNetworkRequest asked = request(QStringLiteral("/control?") + query);
-    asked.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("text/plain"));
+    QNetworkRequest asked = request("/control?"_s + query);
+    asked.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_s);
     const Reply reply(client.post(asked, QByteArray()));
     return finish(reply) ? QJsonDocument::fromJson(reply->readAll()).object() : QJsonObject();
 }
@@ -133,21 +158,20 @@ void SimulatorWebTest::login_data()
     QTest::addColumn<int>("expected");
     QTest::addColumn<QString>("word");
 
-    QTest::newRow("right") << QByteArray("user:secret") << 200 << QStringLiteral("right");
-    QTest::newRow("none") << QByteArray() << 401 << QStringLiteral("none");
-    QTest::newRow("wrong password") << QByteArray("user:Secret") << 401 << QStringLiteral("wrong");
-    QTest::newRow("wrong login") << QByteArray("admin:secret") << 401 << QStringLiteral("wrong");
-    QTest::newRow("no colon") << QByteArray("user") << 401 << QStringLiteral("wrong");
+    QTest::newRow("right") << QByteArray("user:secret") << 200 << "right"_s;
+    QTest::newRow("none") << QByteArray() << 401 << "none"_s;
+    QTest::newRow("wrong password") << QByteArray("user:Secret") << 401 << "wrong"_s;
+    QTest::newRow("wrong login") << QByteArray("admin:secret") << 401 << "wrong"_s;
+    QTest::newRow("no colon") << QByteArray("user") << 401 << "wrong"_s;
 }
 
 void SimulatorWebTest::login()
 {
     QFETCH(QByteArray, credentials);
-    const QStringList paths{QStringLiteral("/index.html"), QStringLiteral("/style.css"),
-                            QStringLiteral("/control")};
+    const QStringList paths{"/index.html"_s, "/style.css"_s, "/control"_s};
     for (const QString& path : paths) {
         QNetworkRequest asked = request(path, credentials);
-        asked.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral("Test/1"));
+        asked.setHeader(QNetworkRequest::UserAgentHeader, "Test/1"_s);
         const Reply reply(client.get(asked));
         QVERIFY(finish(reply));
         QTEST(status(reply), "expected");
@@ -155,10 +179,10 @@ void SimulatorWebTest::login()
             QCOMPARE(reply->rawHeader("WWW-Authenticate"), QByteArray("Basic realm=\"R7M\""));
         }
     }
-    QTRY_VERIFY(simulator->events(QStringLiteral("request")).size() >= 3);
-    const QJsonObject logged = simulator->events(QStringLiteral("request")).at(0);
-    QCOMPARE(logged.value(QLatin1String("path")).toString(), QStringLiteral("/index.html"));
-    QCOMPARE(logged.value(QLatin1String("agent")).toString(), QStringLiteral("Test/1"));
+    QTRY_VERIFY(simulator->events("request"_s).size() >= 3);
+    const QJsonObject logged = simulator->events("request"_s).at(0);
+    QCOMPARE(logged.value(QLatin1String("path")).toString(), "/index.html"_s);
+    QCOMPARE(logged.value(QLatin1String("agent")).toString(), "Test/1"_s);
     QTEST(logged.value(QLatin1String("auth")).toString(), "word");
     QTEST(logged.value(QLatin1String("status")).toInt(), "expected");
 }
@@ -166,8 +190,8 @@ void SimulatorWebTest::login()
 void SimulatorWebTest::withoutLoginNothingIsAsked()
 {
     simulator = std::make_unique<SimulatorProcess>();
-    QVERIFY(simulator->start({QStringLiteral("--login"), QString()}));
-    const Reply reply(client.get(request(QStringLiteral("/index.html"), QByteArray())));
+    QVERIFY(simulator->start({"--login"_s, QString()}));
+    const Reply reply(client.get(request("/index.html"_s, QByteArray())));
     QVERIFY(finish(reply));
     QCOMPARE(status(reply), 200);
 }
@@ -200,8 +224,7 @@ void SimulatorWebTest::pages_data()
 void SimulatorWebTest::pages()
 {
     QFETCH(QString, path);
-    const Reply reply = get(path);
-    QVERIFY(finish(reply));
+    const Reply reply = finished(path);
     QTEST(status(reply), "expected");
     QTEST(reply->rawHeader("Content-Type"), "type");
     QVERIFY(reply->bytesAvailable() > 0);
@@ -210,131 +233,26 @@ void SimulatorWebTest::pages()
 void SimulatorWebTest::frontPageIsComplete_data()
 {
     QTest::addColumn<QString>("page");
-    QTest::newRow("board") << QStringLiteral("board");
-    QTest::newRow("plain") << QStringLiteral("plain");
+    QTest::newRow("board") << "board"_s;
+    QTest::newRow("plain") << "plain"_s;
 }
 
 void SimulatorWebTest::frontPageIsComplete()
 {
     QFETCH(QString, page);
-    simulator = std::make_unique<SimulatorProcess>();
-    QVERIFY(simulator->start({QStringLiteral("--login"), QStringLiteral("user"), QStringLiteral("--password"),
-                              QStringLiteral("secret"), QStringLiteral("--page"), page}));
-    const Reply front = get(QStringLiteral("/index.html"));
-    QVERIFY(finish(front));
+    QVERIFY(startBehindLogin({"--page"_s, page}));
+    const Reply front = finished("/index.html"_s);
     const QString html = QString::fromUtf8(front->readAll());
     QRegularExpressionMatchIterator parts =
-        QRegularExpression(QStringLiteral("(?:src|href)=\"([^\"]+)\"")).globalMatch(html);
+        QRegularExpression("(?:src|href)=\"([^\"]+)\""_s).globalMatch(html);
     int count = 0;
     for (; parts.hasNext(); ++count) {
         const QString path = parts.next().captured(1);
         QVERIFY2(path.startsWith(QLatin1Char('/')), qPrintable(path)); // nothing from elsewhere
-        const Reply part = get(path);
-        QVERIFY(finish(part));
+        const Reply part = finished(path);
         QCOMPARE(status(part), 200);
     }
     QVERIFY(count >= 2);
-}
-
-void SimulatorWebTest::downloads_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QByteArray>("disposition");
-    QTest::addColumn<int>("size");
-
-    const auto row = [](const char* path, const QByteArray& disposition, int size = 2048) {
-        QTest::newRow(path) << QString(QLatin1String(path)) << disposition << size;
-    };
-    row("plain", "attachment; filename=report.txt");
-    row("quoted", "attachment; filename=\"report.txt\"");
-    row("twice", "attachment;filename=log.txt; filename=b.txt");
-    row("upper", "attachment; FILENAME=x");
-    row("extended", "attachment; filename*=UTF-8''x.txt");
-    row("nameless", "attachment");
-    row("blanks", "attachment; filename=   ; size=2048");
-    row("dot", "attachment; filename=.");
-    row("dotdot", "attachment; filename=..");
-    row("climb", "attachment; filename=../escaped.txt");
-    row("subdirectory", "attachment; filename=logs/today.txt");
-    row("latin1", "attachment; filename=r\xE9sum\xE9.txt");
-    row("utf8", "attachment; filename=\xD0\xBE\xD1\x82\xD1\x87\xD1\x91\xD1\x82.txt");
-    row("long", "attachment; filename=" + QByteArray(296, 'n') + ".txt");
-    row("percent", "attachment; filename=100%25-%s-%1.txt");
-    row("hidden", "attachment; filename=.hidden");
-    row("no-suffix", "attachment; filename=data");
-    row("no-header/data.bin", QByteArray());
-    row("slash/", QByteArray());
-    row("empty", "attachment; filename=empty.bin", 0);
-    row("large", "attachment; filename=large.bin", 5 * 1024 * 1024);
-}
-
-void SimulatorWebTest::downloads()
-{
-    QFETCH(QString, path);
-    QFETCH(int, size);
-    const Reply reply = get(QStringLiteral("/download/") + path);
-    QVERIFY(finish(reply));
-    QCOMPARE(status(reply), 200);
-    QFETCH(QByteArray, disposition);
-    QCOMPARE(reply->rawHeader("Content-Disposition"), disposition);
-    QCOMPARE(reply->hasRawHeader("Content-Disposition"), !disposition.isNull());
-    QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/octet-stream"));
-    QCOMPARE(reply->rawHeader("Content-Length").toInt(), size);
-    QVERIFY(reply->readAll() == pattern(size));
-}
-
-void SimulatorWebTest::generatedBody()
-{
-    // octet i is i xor (i >> 8) xor (i >> 16): neighbouring blocks of 256 differ
-    QCOMPARE(pattern(4).toHex(), QByteArray("00010203"));
-    QCOMPARE(pattern(260).mid(256).toHex(), QByteArray("01000302"));
-    QCOMPARE(int(uchar(Simulator::patternOctet(0x12345))), 0x45 ^ 0x23 ^ 0x01);
-}
-
-void SimulatorWebTest::brokenDownload()
-{
-    const Reply reply = get(QStringLiteral("/download/break"));
-    QVERIFY(finish(reply));
-    QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
-    QVERIFY(reply->readAll() == pattern(32 * kibi));
-
-    const Reply stalled = get(QStringLiteral("/download/stall"));
-    QTRY_COMPARE(stalled->bytesAvailable(), 32 * kibi);
-    QVERIFY(!stalled->isFinished());
-}
-
-void SimulatorWebTest::customDownload()
-{
-    const Reply reply =
-        get(QStringLiteral("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
-                           "&type=application/x-odd&size=10000&pace=20"));
-    QElapsedTimer clock;
-    clock.start();
-    QVERIFY(finish(reply));
-    QVERIFY(clock.elapsed() >= 50); // three paces of 4096 octets
-    QCOMPARE(reply->rawHeader("Content-Disposition"), QByteArray("attachment; filename=a b.txt"));
-    QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/x-odd"));
-    QVERIFY(reply->readAll() == pattern(10000));
-}
-
-void SimulatorWebTest::hugeDownload()
-{
-    const Reply reply = get(QStringLiteral("/download/huge"));
-    reply->setReadBufferSize(mebi);
-    qint64 received = 0;
-    bool intact = true;
-    const auto drain = [&] {
-        const QByteArray block = reply->readAll();
-        if (!block.isEmpty()) {
-            intact = intact && block.at(0) == Simulator::patternOctet(received);
-        }
-        received += block.size();
-    };
-    connect(reply.get(), &QNetworkReply::readyRead, this, drain);
-    QVERIFY(QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000));
-    drain();
-    QCOMPARE(received, 200 * mebi);
-    QVERIFY(intact);
 }
 
 void SimulatorWebTest::upload_data()
@@ -343,13 +261,15 @@ void SimulatorWebTest::upload_data()
     QTest::addColumn<QString>("stored");
     QTest::addColumn<int>("size");
 
-    QTest::newRow("plain name") << QStringLiteral("log.txt") << QStringLiteral("log.txt") << 1000;
-    QTest::newRow("empty file") << QStringLiteral("empty.bin") << QStringLiteral("empty.bin") << 0;
-    QTest::newRow("large file") << QStringLiteral("large.bin") << QStringLiteral("large.bin") << 3000000;
-    QTest::newRow("blanks and umlaut")
-        << QStringLiteral("Mein L\u00f6g.txt") << QStringLiteral("Mein L\u00f6g.txt") << 10;
-    QTest::newRow("path outside") << QStringLiteral("../../x") << QStringLiteral("x") << 10;
-    QTest::newRow("dots") << QStringLiteral("..") << QStringLiteral("unnamed") << 10;
+    const auto row = [](const char* name, const QString& file, const QString& stored, int size) {
+        QTest::newRow(name) << file << stored << size;
+    };
+    row("plain name", "log.txt"_s, "log.txt"_s, 1000);
+    row("empty file", "empty.bin"_s, "empty.bin"_s, 0);
+    row("large file", "large.bin"_s, "large.bin"_s, 3000000);
+    row("blanks and umlaut", QStringLiteral("Mein L\u00f6g.txt"), QStringLiteral("Mein L\u00f6g.txt"), 10);
+    row("path outside", "../../x"_s, "x"_s, 10);
+    row("dots", ".."_s, "unnamed"_s, 10);
 }
 
 void SimulatorWebTest::upload()
@@ -358,13 +278,7 @@ void SimulatorWebTest::upload()
     QFETCH(QString, stored);
     QFETCH(int, size);
     const QByteArray content = pattern(size);
-    QHttpMultiPart form(QHttpMultiPart::FormDataType);
-    QHttpPart file;
-    file.setRawHeader("Content-Disposition", R"(form-data; name="file"; filename=")" + name.toUtf8() + "\"");
-    file.setBody(content);
-    form.append(file);
-    const Reply reply(client.post(request(QStringLiteral("/upload?format=json")), &form));
-    QVERIFY(finish(reply));
+    const Reply reply = upload(name.toUtf8(), content, request("/upload?format=json"_s));
     QCOMPARE(status(reply), 200);
 
     const QJsonArray list = QJsonDocument::fromJson(reply->readAll()).array();
@@ -372,7 +286,7 @@ void SimulatorWebTest::upload()
     const QJsonObject received = list.first().toObject();
     const QString md5 =
         QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
-    QCOMPARE(received.value(QLatin1String("field")).toString(), QStringLiteral("file"));
+    QCOMPARE(received.value(QLatin1String("field")).toString(), "file"_s);
     QCOMPARE(received.value(QLatin1String("name")).toString(), name);
     QCOMPARE(received.value(QLatin1String("size")).toInt(), size);
     QCOMPARE(received.value(QLatin1String("md5")).toString(), md5);
@@ -380,20 +294,13 @@ void SimulatorWebTest::upload()
     QVERIFY(copy.open(QIODevice::ReadOnly));
     QVERIFY(copy.readAll() == content);
 
-    const Reply overview = get(QStringLiteral("/uploads"));
-    QVERIFY(finish(overview));
+    const Reply overview = finished("/uploads"_s);
     QCOMPARE(QJsonDocument::fromJson(overview->readAll()).array(), list);
 }
 
 void SimulatorWebTest::uploadNeedsLogin()
 {
-    QHttpMultiPart form(QHttpMultiPart::FormDataType);
-    QHttpPart file;
-    file.setRawHeader("Content-Disposition", R"(form-data; name="file"; filename="a.txt")");
-    file.setBody("text");
-    form.append(file);
-    const Reply reply(client.post(request(QStringLiteral("/upload"), "user:wrong"), &form));
-    QVERIFY(finish(reply));
+    const Reply reply = upload("a.txt", "text", request("/upload"_s, "user:wrong"));
     QCOMPARE(status(reply), 401);
     QVERIFY(QDir(uploads->path()).isEmpty());
 }
@@ -420,30 +327,27 @@ void SimulatorWebTest::oddAnswers_data()
 void SimulatorWebTest::oddAnswers()
 {
     QFETCH(QString, path);
-    const Reply reply = get(path);
-    QVERIFY(finish(reply));
+    const Reply reply = finished(path);
     QTEST(status(reply), "expectedStatus");
     QTEST(int(reply->error()), "expectedError");
     if (path == QLatin1String("/odd/short")) {
-        const Reply whole = get(QStringLiteral("/plain.html"));
-        QVERIFY(finish(whole));
+        const Reply whole = finished("/plain.html"_s);
         QCOMPARE(reply->rawHeader("Content-Length").toLongLong(), whole->bytesAvailable() / 2);
     }
 }
 
 void SimulatorWebTest::lateAndEndlessAnswers()
 {
-    const Reply hung = get(QStringLiteral("/odd/hang"));
-    QTRY_COMPARE(simulator->events(QStringLiteral("request")).size(), 1);
-    const Reply half = get(QStringLiteral("/odd/stall"));
+    const Reply hung = get("/odd/hang"_s);
+    QTRY_COMPARE(simulator->events("request"_s).size(), 1);
+    const Reply half = get("/odd/stall"_s);
     QTRY_VERIFY(half->bytesAvailable() > 0);
     qint64 received = 0;
-    const Reply endless = get(QStringLiteral("/odd/endless"));
+    const Reply endless = get("/odd/endless"_s);
     connect(endless.get(), &QNetworkReply::readyRead, this, [&] { received += endless->readAll().size(); });
     QTRY_VERIFY_WITH_TIMEOUT(received > 10 * mebi, 60000);
     endless->abort();
-    const Reply meanwhile = get(QStringLiteral("/index.html"));
-    QVERIFY(finish(meanwhile));
+    const Reply meanwhile = finished("/index.html"_s);
     QCOMPARE(status(meanwhile), 200); // the others do not block it
     QVERIFY(!hung->isFinished());
     QVERIFY(!half->isFinished());
@@ -456,7 +360,7 @@ void SimulatorWebTest::lateAndEndlessAnswers()
 
 void SimulatorWebTest::redirectsForEver()
 {
-    QNetworkRequest asked = request(QStringLiteral("/odd/redirect-loop"));
+    QNetworkRequest asked = request("/odd/redirect-loop"_s);
     asked.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::SameOriginRedirectPolicy);
     const Reply reply(client.get(asked));
     QVERIFY(finish(reply));
@@ -469,15 +373,15 @@ void SimulatorWebTest::spoilsOnlyTheGivenPath()
         const Reply reply = get(QLatin1String(path));
         return finish(reply) ? status(reply) : 0;
     };
-    control(QStringLiteral("do=http&path=/images/*&fault=status&status=404&count=1"));
+    control("do=http&path=/images/*&fault=status&status=404&count=1"_s);
     QCOMPARE(statusOf("/style.css"), 200);
     QCOMPARE(statusOf("/images/red.png"), 404);
     QCOMPARE(statusOf("/images/red.png"), 200);
-    control(QStringLiteral("do=http&fault=status&status=503"));
+    control("do=http&fault=status&status=503"_s);
     QCOMPARE(statusOf("/index.html"), 503);
     QCOMPARE(statusOf("/style.css"), 503);
     QCOMPARE(statusOf("/control"), 200);
-    control(QStringLiteral("do=http&fault=none"));
+    control("do=http&fault=none"_s);
     QCOMPARE(statusOf("/index.html"), 200);
 }
 
@@ -485,18 +389,12 @@ void SimulatorWebTest::controlChangesFrames()
 {
     QUdpSocket panel;
     QVERIFY(panel.bind(QHostAddress(QHostAddress::LocalHost), 0));
-    simulator = std::make_unique<SimulatorProcess>();
-    QVERIFY(simulator->start({QStringLiteral("--login"), QStringLiteral("user"), QStringLiteral("--password"),
-                              QStringLiteral("secret"), QStringLiteral("--interval"), QStringLiteral("10"),
-                              QStringLiteral("--sections"), QStringLiteral("gpiostate"),
-                              QStringLiteral("--target"),
-                              QStringLiteral("127.0.0.1:%1").arg(panel.localPort())}));
-    const QJsonObject state = control(QStringLiteral("do=set&gpiostate.good=fast&gpiostate.critical=7"));
+    QVERIFY(startBehindLogin({"--interval"_s, "10"_s, "--sections"_s, "gpiostate"_s, "--target"_s,
+                              "127.0.0.1:%1"_s.arg(panel.localPort())}));
+    const QJsonObject state = control("do=set&gpiostate.good=fast&gpiostate.critical=7"_s);
     QCOMPARE(state.value(QLatin1String("gpiostate")).toObject(),
-             (QJsonObject{{QStringLiteral("good"), QStringLiteral("fast")},
-                          {QStringLiteral("warning"), QStringLiteral("off")},
-                          {QStringLiteral("critical"), 7},
-                          {QStringLiteral("buzzer"), QStringLiteral("off")}}));
+             (QJsonObject{
+                 {"good"_s, "fast"_s}, {"warning"_s, "off"_s}, {"critical"_s, 7}, {"buzzer"_s, "off"_s}}));
     QByteArray section;
     QTRY_COMPARE(([&] {
                      while (panel.hasPendingDatagrams())
@@ -508,8 +406,7 @@ void SimulatorWebTest::controlChangesFrames()
 
 void SimulatorWebTest::controlRefusesNonsense()
 {
-    const Reply reply = get(QStringLiteral("/control?do=set&gpiostate.good=purple"));
-    QVERIFY(finish(reply));
+    const Reply reply = finished("/control?do=set&gpiostate.good=purple"_s);
     QCOMPARE(status(reply), 400);
     QCOMPARE(reply->readAll(),
              QByteArray("{\"error\":\"value \\\"purple\\\" does not fit field \\\"gpiostate.good\\\"\"}\n"));
@@ -517,15 +414,14 @@ void SimulatorWebTest::controlRefusesNonsense()
 
 void SimulatorWebTest::portClosesAndOpens()
 {
-    const QJsonObject state =
-        control(QStringLiteral("do=http-down&seconds=2")); // long enough for a slow machine to see it
-    QVERIFY(!state.isEmpty());                             // the answer still comes
+    const QJsonObject state = control("do=http-down&seconds=2"_s); // long enough for a slow machine to see it
+    QVERIFY(!state.isEmpty());                                     // the answer still comes
     QTRY_VERIFY(([this] {
-        const Reply reply = get(QStringLiteral("/index.html"));
+        const Reply reply = get("/index.html"_s);
         return finish(reply) && reply->error() == QNetworkReply::ConnectionRefusedError;
     }()));
     QTRY_VERIFY(([this] {
-        const Reply reply = get(QStringLiteral("/index.html"));
+        const Reply reply = get("/index.html"_s);
         return finish(reply) && status(reply) == 200;
     }()));
     QCOMPARE(simulator->process.state(), QProcess::Running);

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: MIT
+#include "simulatorprocess.h"
+
+#include "httpmessages.h"
+#include "logreader.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+constexpr qint64 kibi = 1024;
+constexpr qint64 mebi = 1024 * kibi;
+
+using Reply = std::unique_ptr<QNetworkReply>;
+
+QByteArray pattern(qint64 size)
+{
+    QByteArray octets;
+    for (qint64 i = 0; i < size; ++i) {
+        octets.append(Simulator::patternOctet(i));
+    }
+    return octets;
+}
+
+} // namespace
+
+/// The downloads of the real program, as seen through Qt's own HTTP client.
+class TestSimulatorDownloads : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void downloads_data();
+    void downloads();
+    void generatedBody();
+    void brokenDownload();
+    void customDownload();
+    void hugeDownload();
+
+private:
+    Reply get(const QString& path) { return Reply(client.get(QNetworkRequest(simulator->url(path)))); }
+    static bool finish(const Reply& reply)
+    {
+        return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
+    }
+    Reply finished(const QString& path)
+    {
+        Reply reply = get(path);
+        std::ignore = finish(reply);
+        return reply;
+    }
+
+    std::unique_ptr<SimulatorProcess> simulator;
+    QNetworkAccessManager client;
+};
+
+void TestSimulatorDownloads::init()
+{
+    simulator = std::make_unique<SimulatorProcess>();
+    QVERIFY(simulator->start({"--login"_s, QString(), "--sections"_s, "none"_s}));
+    client.clearConnectionCache();
+}
+
+void TestSimulatorDownloads::downloads_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QByteArray>("disposition");
+    QTest::addColumn<int>("size");
+
+    const auto row = [](const char* path, const QByteArray& disposition, int size = 2048) {
+        QTest::newRow(path) << QString(QLatin1String(path)) << disposition << size;
+    };
+    row("plain", "attachment; filename=report.txt");
+    row("quoted", "attachment; filename=\"report.txt\"");
+    row("twice", "attachment;filename=log.txt; filename=b.txt");
+    row("upper", "attachment; FILENAME=x");
+    row("extended", "attachment; filename*=UTF-8''x.txt");
+    row("nameless", "attachment");
+    row("blanks", "attachment; filename=   ; size=2048");
+    row("dot", "attachment; filename=.");
+    row("dotdot", "attachment; filename=..");
+    row("climb", "attachment; filename=../escaped.txt");
+    row("subdirectory", "attachment; filename=logs/today.txt");
+    row("latin1", "attachment; filename=r\xE9sum\xE9.txt");
+    row("utf8", "attachment; filename=\xD0\xBE\xD1\x82\xD1\x87\xD1\x91\xD1\x82.txt");
+    row("long", "attachment; filename=" + QByteArray(296, 'n') + ".txt");
+    row("percent", "attachment; filename=100%25-%s-%1.txt");
+    row("hidden", "attachment; filename=.hidden");
+    row("no-suffix", "attachment; filename=data");
+    row("no-header/data.bin", QByteArray());
+    row("slash/", QByteArray());
+    row("empty", "attachment; filename=empty.bin", 0);
+    row("large", "attachment; filename=large.bin", 5 * 1024 * 1024);
+}
+
+void TestSimulatorDownloads::downloads()
+{
+    QFETCH(QString, path);
+    QFETCH(int, size);
+    const Reply reply = finished("/download/"_s + path);
+    QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
+    QFETCH(QByteArray, disposition);
+    QCOMPARE(reply->rawHeader("Content-Disposition"), disposition);
+    QCOMPARE(reply->hasRawHeader("Content-Disposition"), !disposition.isNull());
+    QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/octet-stream"));
+    QCOMPARE(reply->rawHeader("Content-Length").toInt(), size);
+    QVERIFY(reply->readAll() == pattern(size));
+}
+
+void TestSimulatorDownloads::generatedBody()
+{
+    // octet i is i xor (i >> 8) xor (i >> 16): neighbouring blocks of 256 differ
+    QCOMPARE(pattern(4).toHex(), QByteArray("00010203"));
+    QCOMPARE(pattern(260).mid(256).toHex(), QByteArray("01000302"));
+    QCOMPARE(int(uchar(Simulator::patternOctet(0x12345))), 0x45 ^ 0x23 ^ 0x01);
+}
+
+void TestSimulatorDownloads::brokenDownload()
+{
+    const Reply reply = finished("/download/break"_s);
+    QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
+    QVERIFY(reply->readAll() == pattern(32 * kibi));
+
+    const Reply stalled = get("/download/stall"_s);
+    QTRY_COMPARE(stalled->bytesAvailable(), 32 * kibi);
+    QVERIFY(!stalled->isFinished());
+}
+
+void TestSimulatorDownloads::customDownload()
+{
+    const Reply reply = get("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
+                            "&type=application/x-odd&size=10000&pace=20"_s);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(finish(reply));
+    QVERIFY(clock.elapsed() >= 50); // three paces of 4096 octets
+    QCOMPARE(reply->rawHeader("Content-Disposition"), QByteArray("attachment; filename=a b.txt"));
+    QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/x-odd"));
+    QVERIFY(reply->readAll() == pattern(10000));
+}
+
+void TestSimulatorDownloads::hugeDownload()
+{
+    const Reply reply = get("/download/huge"_s);
+    reply->setReadBufferSize(mebi);
+    qint64 received = 0;
+    bool intact = true;
+    const auto drain = [&] {
+        const QByteArray block = reply->readAll();
+        if (!block.isEmpty()) {
+            intact = intact && block.at(0) == Simulator::patternOctet(received);
+        }
+        received += block.size();
+    };
+    connect(reply.get(), &QNetworkReply::readyRead, this, drain);
+    QVERIFY(QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000));
+    drain();
+    QCOMPARE(received, 200 * mebi);
+    QVERIFY(intact);
+}
+
+QTEST_GUILESS_MAIN(TestSimulatorDownloads)
+#include "tst_simulatordownloads.moc"
