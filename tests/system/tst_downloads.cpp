@@ -14,12 +14,6 @@ private slots:
     void cleanupTestCase();
     void savesUnderTheName_data();
     void savesUnderTheName();
-    void savesUnderDateAndTime();
-    void refusesName_data();
-    void refusesName();
-    void numbersTakenNames();
-    void userCancels();
-    void withoutDrive();
 
 private:
     void touchLink(const QString& path);
@@ -97,100 +91,6 @@ void tst_Downloads::savesUnderTheName()
     QVERIFY(TransferScene::readDrive(name) == generatedBody(size));
     QVERIFY(QFile::remove(TransferScene::drive(name)));
     QCOMPARE(TransferScene::driveEntries(), QStringList());
-}
-
-void tst_Downloads::savesUnderDateAndTime()
-{
-    QVERIFY(scene->awaitPage());
-    touchLink("/download/slash/"_s);
-    QVERIFY(scene->panel.log().await(
-        QRegularExpression("^<now> - No filename specified, using '(\\d{8}-\\d{6})'$"_s)));
-    const QString name = scene->panel.log().lastMatch().captured(1);
-    QVERIFY(scene->awaitChooser());
-    screen.tap(TransferScene::okButton);
-    QVERIFY(scene->panel.log().await("RemountUSB \"ro\""_s));
-    QCOMPARE(TransferScene::driveEntries(), QStringList(name));
-    QVERIFY(TransferScene::readDrive(name) == generatedBody(2048));
-    QVERIFY(QFile::remove(TransferScene::drive(name)));
-}
-
-void tst_Downloads::refusesName_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("target");
-
-    QTest::newRow("..") << "/download/dotdot"_s
-                        << "/usbmnt/.."_s;
-    QTest::newRow("../ in front") << "/download/climb"_s
-                                  << "/usbmnt/../escaped.txt"_s;
-    QTest::newRow("a directory in front") << "/download/subdirectory"_s
-                                          << "/usbmnt/logs/today.txt"_s;
-    QTest::newRow("300 characters") << "/download/long"_s
-                                    << "/usbmnt/"_s + QString(296, QLatin1Char('n')) + ".txt"_s;
-}
-
-void tst_Downloads::refusesName()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, target);
-    QVERIFY(QDir("/usbmnt"_s).mkdir("logs"_s));
-    QVERIFY(scene->awaitPage());
-    touchLink(path);
-    QVERIFY(scene->awaitChooser());
-    screen.tap(TransferScene::okButton);
-    QVERIFY(
-        scene->panel.log().await({"RemountUSB \"rw\""_s, "<now> - File will be saved to '%1'"_s.arg(target),
-                                  "<now> - Error opening file '%1' for writing."_s.arg(target)}));
-    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QVERIFY(scene->panel.log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
-    QTRY_COMPARE(scene->remounts(), QStringList({"rw"_s, "ro"_s}));
-    QVERIFY(!QFile::exists("/escaped.txt"_s));
-    QCOMPARE(TransferScene::driveEntries(), QStringList("logs"_s));
-    QVERIFY(QDir("/usbmnt"_s).rmdir("logs"_s)); // it is empty still
-}
-
-void tst_Downloads::numbersTakenNames()
-{
-    QVERIFY(TransferScene::writeDrive("report.txt"_s, "old"));
-    QVERIFY(TransferScene::writeDrive("report-1.txt"_s, "older"));
-    QVERIFY(scene->awaitPage());
-    touchLink("/download/plain"_s);
-    QVERIFY(scene->awaitChooser());
-    screen.tap(TransferScene::okButton);
-    QVERIFY(scene->panel.log().await("RemountUSB \"ro\""_s));
-    QCOMPARE(TransferScene::readDrive("report.txt"_s), QByteArray("old"));
-    QCOMPARE(TransferScene::readDrive("report-1.txt"_s), QByteArray("older"));
-    QVERIFY(TransferScene::readDrive("report-2.txt"_s) == generatedBody(2048));
-    for (const char* const name : {"report.txt", "report-1.txt", "report-2.txt"}) {
-        QVERIFY(QFile::remove(TransferScene::drive(QString::fromLatin1(name))));
-    }
-}
-
-void tst_Downloads::userCancels()
-{
-    QVERIFY(scene->awaitPage());
-    touchLink("/download/plain"_s);
-    QVERIFY(scene->awaitChooser());
-    screen.tap(TransferScene::cancelButton);
-    QVERIFY(scene->panel.log().await("<now> - Download canceled by user"_s));
-    QVERIFY(scene->awaitPage());
-    QVERIFY(scene->isAlive());
-    QVERIFY(scene->remounts().isEmpty());
-    QVERIFY(TransferScene::driveEntries().isEmpty());
-}
-
-void tst_Downloads::withoutDrive()
-{
-    TransferScene::pull();
-    QVERIFY(scene->awaitPage());
-    touchLink("/download/plain"_s);
-    QVERIFY(scene->panel.log().await("<now> - Download canceled: USB drive not mounted"_s));
-    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QVERIFY(scene->awaitPage()); // the message goes by itself
-    TransferScene::plug();
-    QVERIFY(scene->isAlive());
-    QVERIFY(scene->remounts().isEmpty());
-    QVERIFY(TransferScene::driveEntries().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_Downloads)

@@ -89,18 +89,12 @@ private slots:
     void init();
     void cleanup();
     void progressIsShown();
-    void brokenOffBody();
     void linkLossWhileAsking_data();
     void linkLossWhileAsking();
     void pageLeavesWhileAsking_data();
     void pageLeavesWhileAsking();
-    void secondDownloadTakesThePlace();
     void screenGoesDarkWhileAsking();
-    void driveIsPulledWhileAsking();
-    void driveIsPulledWhileSaving();
-    void panelEndsWhileAsking();
     void panelEndsWhileSaving();
-    void panelEndsWhileCompletionIsShown();
     void realDriveIsReadOnlyBeforeAndAfter();
     void realDriveIsFull();
     void hugeBody();
@@ -186,17 +180,6 @@ void tst_DownloadTrouble::progressIsShown()
     QTRY_COMPARE(scene->remounts(), rwThenRo);
 }
 
-void tst_DownloadTrouble::brokenOffBody()
-{
-    open();
-    ask("/download/custom/broken.bin?size=61440&pace=200&break=20480"_s);
-    accept();
-    QVERIFY(log().await(QRegularExpression("^<now> - Request '.*broken\\.bin.*' failed: "_s)));
-    awaitSaved();
-    QTRY_COMPARE(scene->remounts(), rwThenRo);
-    QVERIFY(TransferScene::readDrive("broken.bin"_s) == generatedBody(slowSize).left(20480));
-}
-
 void tst_DownloadTrouble::linkLossWhileAsking_data()
 {
     QTest::addColumn<QString>("path");
@@ -247,31 +230,6 @@ void tst_DownloadTrouble::pageLeavesWhileAsking()
     QVERIFY(screen.awaitPixel({400, 240}, QColor(0, 0, 0xc0)));
 }
 
-void tst_DownloadTrouble::secondDownloadTakesThePlace()
-{
-    scene->server.answer("/second", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\n"
-                                    "Location: http://192.168.7.3/download/plain\r\n\r\n");
-    scene->server.serve("/flag", "wait", "text/plain");
-    open(pageThatLeavesFor("/second"));
-    ask("/download/custom/first.bin?size=614400&pace=200"_s);
-    accept();
-    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
-    scene->server.serve("/flag", "go", "text/plain");
-    QVERIFY(log().await("<now> - Download request for 'http://192.168.7.3/download/plain'"_s));
-    QVERIFY(scene->awaitChooser());
-    screen.tap(TransferScene::okButton);
-    QVERIFY(
-        log().await({"<now> - Download to '/usbmnt/first.bin' broken off: another download takes its place"_s,
-                     "<now> - File will be saved to '/usbmnt/report.txt'"_s}));
-    awaitSaved();
-    QVERIFY(scene->awaitPage());
-    QVERIFY(TransferScene::readDrive("report.txt"_s) == generatedBody(2048));
-    const QByteArray part = TransferScene::readDrive("first.bin"_s);
-    QVERIFY(!part.isEmpty() && part.size() < 614400);
-    QVERIFY(part == generatedBody(part.size()));
-    QTRY_COMPARE(scene->remounts(), QStringList({"rw"_s, "rw"_s, "ro"_s}));
-}
-
 void tst_DownloadTrouble::screenGoesDarkWhileAsking()
 {
     open(TransferScene::linkPage(), TransferScene::quietSettings().set("UI/ScreenSaverInterval", "2000"));
@@ -284,40 +242,6 @@ void tst_DownloadTrouble::screenGoesDarkWhileAsking()
     awaitSaved();
     QVERIFY(TransferScene::readDrive("plain.bin"_s) == generatedBody(2048));
     QTRY_COMPARE(scene->remounts(), rwThenRo);
-}
-
-void tst_DownloadTrouble::driveIsPulledWhileAsking()
-{
-    open();
-    ask(plainFile);
-    TransferScene::pull();
-    accept();
-    QVERIFY(log().await("<now> - Error opening file '/usbmnt/plain.bin' for writing."_s));
-    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QVERIFY(log().await("RemountUSB \"ro\""_s));
-    QVERIFY(TransferScene::driveEntries().isEmpty());
-    QTRY_COMPARE(scene->remounts(), rwThenRo);
-}
-
-void tst_DownloadTrouble::driveIsPulledWhileSaving()
-{
-    open();
-    ask(slowFile);
-    accept();
-    QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
-    TransferScene::pull();
-    QVERIFY(log().await("<now> - USB drive removed while '/usbmnt/slow.bin' was being saved"_s));
-    QVERIFY(log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
-    QTRY_COMPARE(scene->remounts(), rwThenRo);
-}
-
-void tst_DownloadTrouble::panelEndsWhileAsking()
-{
-    open();
-    ask(slowFile);
-    QCOMPARE(scene->panel.stop(), 0);
-    QVERIFY(scene->remounts().isEmpty());
-    QVERIFY(TransferScene::driveEntries().isEmpty());
 }
 
 void tst_DownloadTrouble::panelEndsWhileSaving()
@@ -333,18 +257,6 @@ void tst_DownloadTrouble::panelEndsWhileSaving()
     const QByteArray part = TransferScene::readDrive("slow.bin"_s);
     QVERIFY(part.size() < slowSize);
     QVERIFY(part == generatedBody(part.size()));
-}
-
-void tst_DownloadTrouble::panelEndsWhileCompletionIsShown()
-{
-    open();
-    ask(plainFile);
-    accept();
-    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QCOMPARE(scene->panel.stop(), 0);
-    QVERIFY(log().await({"Ro-remount the usb drive"_s, "RemountUSB \"ro\""_s}));
-    QCOMPARE(scene->remounts(), rwThenRo);
-    QVERIFY(TransferScene::readDrive("plain.bin"_s) == generatedBody(2048));
 }
 
 void tst_DownloadTrouble::realDriveIsReadOnlyBeforeAndAfter()

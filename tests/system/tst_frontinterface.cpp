@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The service link at the panel's front: its info page while it is up, the last page when it goes down.
 
-#include <QDir>
 #include <QTest>
 
 #include "scene.h"
@@ -21,9 +20,6 @@ class tst_FrontInterface : public QObject
 private slots:
     void upShowsTheInfoPageOnceAndDownTheLastPageOnce();
     void downWithoutAnyPageShowsTheErrorPage();
-    void operState_data();
-    void operState();
-    void interfaceIsASetting();
 };
 
 void tst_FrontInterface::upShowsTheInfoPageOnceAndDownTheLastPageOnce()
@@ -56,55 +52,6 @@ void tst_FrontInterface::downWithoutAnyPageShowsTheErrorPage()
     QVERIFY(scene.panel.log().await({lastPage, "MainWindow::openUrlForce  \"\""_s,
                                      "wv: Load error page ( \"default\" )"_s,
                                      "Can't open url ( true ,  \"\" )"_s}));
-}
-
-void tst_FrontInterface::operState_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("up");
-    QTest::newRow("up: up") << "up"_s << true;
-    QTest::newRow("text that holds up: up") << "set-up pending"_s << true;
-    QTest::newRow("up in the second line: down") << "down\nup"_s << false;
-    QTest::newRow("UP: down") << "UP"_s << false;
-    QTest::newRow("empty: down") << QString() << false;
-    QTest::newRow("a directory: down") << "(directory)"_s << false;
-}
-
-void tst_FrontInterface::operState()
-{
-    QFETCH(QString, text);
-    QFETCH(bool, up);
-    Scene scene;
-    if (text == "(directory)"_s) {
-        scene.sys.removeInterface(serviceLink);
-        QVERIFY(QDir().mkpath("/sys/class/net/usb0/operstate"_s));
-    } else {
-        scene.sys.setOperState(serviceLink, text);
-    }
-    QVERIFY(scene.start());
-    if (up) {
-        QVERIFY(scene.panel.log().await(infoPage));
-        return;
-    }
-    // One look at the link; that it was looked at in vain shows in no event.
-    QTest::qWait(2500);
-    QCOMPARE(scene.panel.log().count(infoPage), 0);
-    scene.sys.removeInterface(serviceLink);
-    scene.sys.setOperState(serviceLink, "up"_s);
-    QVERIFY(scene.panel.log().await(infoPage));
-    QCOMPARE(scene.panel.log().count(infoPage), 1);
-}
-
-void tst_FrontInterface::interfaceIsASetting()
-{
-    Scene scene;
-    scene.sys.setOperState(serviceLink, "up"_s); // not the one that is watched
-    scene.sys.setOperState("service7"_s, "down"_s);
-    QVERIFY(scene.start(SettingsFile().set("Network/FrontInterface", "service7")));
-    QTest::qWait(2500);
-    QCOMPARE(scene.panel.log().count(infoPage), 0);
-    scene.sys.setOperState("service7"_s, "up"_s);
-    QVERIFY(scene.panel.log().await(infoPage));
 }
 
 QTEST_GUILESS_MAIN(tst_FrontInterface)

@@ -32,16 +32,11 @@ class tst_Link : public QObject
 
 private slots:
     void firstFrameRegistersAndOpensThePage();
-    void everyRequestCarriesTheLogin();
     void lossIsDeclaredOnce();
     void controllerThatReturnsIsWelcomedAgain();
-    void secondControllerWaitsForTheLoss();
-    void rebootedControllerIsFollowed();
-    void duplicatesAreDropped();
     void droppedFramesDoNotKeepTheLinkUp();
     void linkLossBlinksFast();
     void datagramsOfAnySizeDoNoHarm();
-    void cutFramesLeaveNoTrace();
     void burstIsHandledWhole();
 };
 
@@ -61,20 +56,6 @@ void tst_Link::firstFrameRegistersAndOpensThePage()
     QCOMPARE(request.method, QByteArray("GET"));
     QCOMPARE(request.headers.value("user-agent"), QByteArray("Varnel VarnelBrowser/2.0 WebKit"));
     QVERIFY(!request.headers.contains("authorization"));
-}
-
-void tst_Link::everyRequestCarriesTheLogin()
-{
-    Scene scene;
-    scene.server.serve(page, "<html><link rel=stylesheet href=/s.css><img src=/i.png></html>");
-    scene.server.serve("/s.css", "body { color: red; }", "text/css");
-    QVERIFY(scene.start(SettingsFile().set("WebSite/Login", "user").set("WebSite/Password", "pass")));
-    QVERIFY(scene.connectController());
-    QVERIFY(scene.server.awaitCount("/s.css", 1));
-    QVERIFY(scene.server.awaitCount("/i.png", 1));
-    for (const WebServer::Request& request : scene.server.requests()) {
-        QCOMPARE(request.headers.value("authorization"), QByteArray("Basic dXNlcjpwYXNz"));
-    }
 }
 
 void tst_Link::lossIsDeclaredOnce()
@@ -110,54 +91,6 @@ void tst_Link::controllerThatReturnsIsWelcomedAgain()
     }
     QCOMPARE(scene.panel.log().count("Back in the sequence, probable reboot of the RxM"_s), 0);
     QCOMPARE(scene.server.count(page), 2);
-}
-
-void tst_Link::secondControllerWaitsForTheLoss()
-{
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
-    QVERIFY(scene.connectController());
-    RawController stranger("192.168.7.3"_s);
-    QVERIFY(stranger.send(Frame(1000).devInfo("de").gpioState(0, 0, 0, 1)));
-    QVERIFY(scene.panel.log().await(
-        "Packet received from an unknown sender ( \"192.168.7.3\" , attended  \"192.168.7.2\" )"_s));
-    QCOMPARE(StandInSys::value(StandInSys::buzzer), "0"_s);
-    QVERIFY(scene.panel.log().await("Remove R7M"_s));
-    QVERIFY(stranger.send(Frame(1001).devInfo("de")));
-    QVERIFY(scene.panel.log().await({"Set language to \"de\" (was \"en\" )"_s,
-                                     "First frame, try to connect to the web server at  \"192.168.7.3\""_s,
-                                     "Add R7M"_s,
-                                     "MainWindow::openUrlForce  \"http://192.168.7.3/index.html\""_s}));
-}
-
-void tst_Link::rebootedControllerIsFollowed()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    scene.sequence = 8;
-    QVERIFY(scene.connectController());
-    QVERIFY(scene.controller.send(Frame(5).gpioState(1, 1, 0, 0)));
-    QVERIFY(
-        scene.panel.log().await(QRegularExpression("^Back in the sequence, probable reboot of the RxM"_s)));
-    scene.sequence = 5;
-    QVERIFY(scene.isAlive());
-    QCOMPARE(scene.panel.log().count(welcome), 1);
-}
-
-void tst_Link::duplicatesAreDropped()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.connectController());
-    const QByteArray frame = Frame(7).gpioState(1, 0, 0, 1).octets();
-    const QByteArray otherWithSameNumber = Frame(7).gpioState(0, 0, 0, 0).octets();
-    QVERIFY(scene.controller.send(frame));
-    QVERIFY(scene.controller.send(frame));
-    QVERIFY(scene.controller.send(otherWithSameNumber));
-    for (int i = 0; i < 2; ++i) {
-        QVERIFY(scene.panel.log().await(QRegularExpression("^Repeated packet\\. Drop frame"_s)));
-    }
-    QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
 }
 
 void tst_Link::droppedFramesDoNotKeepTheLinkUp()
@@ -235,23 +168,6 @@ void tst_Link::datagramsOfAnySizeDoNoHarm()
     QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
     QCOMPARE(scene.scripts.runsOf("r7m.sh"_s).size(), 1);
     QCOMPARE(scene.panel.stop(), 0);
-}
-
-void tst_Link::cutFramesLeaveNoTrace()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.connectController());
-    scene.panel.log().skip();
-    const QByteArray whole = Frame(50).devInfo("it").gpioState(0, 0, 0, 1).octets();
-    for (int size = 1; size < whole.size(); ++size) {
-        QVERIFY(scene.controller.send(whole.left(size)));
-        QVERIFY(scene.panel.log().await(QRegularExpression("^Invalid checksum|^Not a RLP magic number"_s)));
-    }
-    QCOMPARE(StandInSys::value(StandInSys::buzzer), "0"_s);
-    QCOMPARE(scene.panel.log().lines().filter("language to \"it\""_s), QStringList());
-    QVERIFY(scene.controller.send(whole));
-    QVERIFY(scene.panel.log().await("Set language to \"it\" (was \"en\" )"_s));
 }
 
 void tst_Link::burstIsHandledWhole()

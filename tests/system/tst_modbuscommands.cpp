@@ -64,13 +64,9 @@ class tst_ModbusCommands : public QObject
 private slots:
     void init();
     void serverIsStoppedAndStarted();
-    void serialLineInTheDescription();
-    void badInterfaceStartsNothing_data();
-    void badInterfaceStartsNothing();
     void everyCoreSectionIsSent_data();
     void everyCoreSectionIsSent();
     void valuesStayFromFrameToFrame();
-    void tooLongCommandIsSaidOnce();
 
 private:
     /// Waits for the next run of the update script and returns its argument.
@@ -121,69 +117,6 @@ void tst_ModbusCommands::serverIsStoppedAndStarted()
 }
 )"));
     QVERIFY(!scene.panel.log().lines().contains("Failed to load modbus map"_s));
-}
-
-void tst_ModbusCommands::serialLineInTheDescription()
-{
-    QVERIFY(writeFile("{}")); // no mapping: the server starts all the same, without tables
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile()
-                            .set("ModbusServer/ModbusMode", "RTU")
-                            .set("ModbusServer/ModbusInterface", "1:/dev/ttyS1:19200:8N1")));
-    QCOMPARE(scene.scripts.runs().size(), 2);
-    QCOMPARE(scene.panel.log().count("Failed to load modbus map"_s), 1);
-    QCOMPARE(readInitFile(), QByteArray(R"({
-    "cmd": "init",
-    "delay": 500,
-    "protocol": "rtu",
-    "rtu": {
-        "baud": 19200,
-        "devid": 1,
-        "mode": "8N1",
-        "port": "/dev/ttyS1"
-    },
-    "tables": [
-    ]
-}
-)"));
-}
-
-void tst_ModbusCommands::badInterfaceStartsNothing_data()
-{
-    QTest::addColumn<QString>("mode");
-    QTest::addColumn<QString>("setting");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("RTU with three parts") << "rtu"_s
-                                          << "1:/dev/ttyS1:19200"_s
-                                          << "Missing info in RTU interface config"_s;
-    QTest::newRow("TCP with two parts") << "tcp"_s
-                                        << "0.0.0.0:502"_s
-                                        << "Missing info in TCP interface config"_s;
-    QTest::newRow("neither of the two") << "ascii"_s
-                                        << "0.0.0.0:502:10"_s
-                                        << "Unrecognized Modbus mode"_s;
-}
-
-void tst_ModbusCommands::badInterfaceStartsNothing()
-{
-    QFETCH(QString, mode);
-    QFETCH(QString, setting);
-    QFETCH(QString, message);
-    Scene scene;
-    QVERIFY(scene.start(
-        SettingsFile().set("ModbusServer/ModbusMode", mode).set("ModbusServer/ModbusInterface", setting)));
-    const QStringList log = scene.panel.log().lines();
-    QCOMPARE(log.at(log.indexOf(message) + 1), "Failed to load modbus map"_s);
-    QCOMPARE(log.count("Failed to load modbus map"_s), 1);
-    QVERIFY(!log.contains("Stop modbus monitor"_s) && !log.contains("Start modbus monitor"_s));
-    QCOMPARE(scene.scripts.runs().size(), 0);
-    QVERIFY(!QFile::exists(initFile));
-
-    // Values are sent all the same.
-    int count = 0;
-    QVERIFY(scene.controller.send(Frame(1).section(Core, item(5, 6, hex("01 00 00 00")))));
-    QCOMPARE(nextCommand(&scene, &count),
-             R"({"cmd":"setconfig","data":[{"address":300,"values":[0,1,0]}]})"_s);
 }
 
 void tst_ModbusCommands::everyCoreSectionIsSent_data()
@@ -237,27 +170,6 @@ void tst_ModbusCommands::valuesStayFromFrameToFrame()
     QCOMPARE(nextCommand(&scene, &count),
              R"({"cmd":"setconfig","data":[{"address":100,"values":[255,0,0,0,0,0,0,0,0]},)"
              R"({"address":300,"values":[1,2,255]}]})"_s);
-}
-
-void tst_ModbusCommands::tooLongCommandIsSaidOnce()
-{
-    QVERIFY(writeFile(QByteArray(mapping).replace("[15, 10]", "[15, 10, -65000, -60000]")));
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(readInitFile().contains("\"length\": 125003"));
-    for (quint32 number = 1; number <= 3; ++number) {
-        QVERIFY(scene.controller.send(Frame(number).section(Core, item(5, 6, hex("01 00 00 00")))));
-    }
-    int count = 0;
-    QVERIFY(scene.controller.send(Frame(4).section(Core, item(1, 5, hex("01 00")))));
-    QCOMPARE(nextCommand(&scene, &count),
-             R"({"cmd":"setconfig","data":[{"address":100,"values":[0,0,0,0,1,0,0,0,0]}]})"_s);
-    // The same frame once more: behind its line the log holds everything that the four have written.
-    QVERIFY(scene.controller.send(Frame(4).section(Core, {})));
-    QVERIFY(scene.panel.log().await("Repeated packet. Drop frame ( 4  =  4 )"_s));
-    const QStringList reports = scene.panel.log().lines().filter("varnel."_s);
-    QCOMPARE(reports.size(), 1);
-    QVERIFY(reports.constFirst().startsWith("varnel.modbus: Update command of "_s));
 }
 
 QTEST_GUILESS_MAIN(tst_ModbusCommands)

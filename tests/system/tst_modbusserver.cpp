@@ -34,13 +34,9 @@ private slots:
     void cleanup();
     void everyTypeOverTcp();
     void everyTypeOverRtu();
-    void refusesWithTheRightException();
     void updateBurstsAreSeenWhole();
     void longestUpdateThatAnArgumentCanHold();
     void updatesTakeTheSocketOrTheBus();
-    void silentClientsBlockNobody();
-    void clientsBeyondTheLimitAreRefused();
-    void oldRegistersAnswerException04();
     void killedServerServesAgain();
     void serialLineThatComesBack();
     void portInUseIsReportedAndAwaited();
@@ -127,25 +123,6 @@ void tst_ModbusServer::everyTypeOverRtu()
     QCOMPARE(client->problem(), QStringLiteral("Illegal data address"));
 }
 
-void tst_ModbusServer::refusesWithTheRightException()
-{
-    QVERIFY(startServer());
-    QVERIFY(serveTcp());
-    const auto client = ModbusClient::tcp(502);
-    QVERIFY2(client->connect(), qPrintable(client->problem()));
-    QVERIFY(!client->write(100, 1));
-    QCOMPARE(client->problem(), QStringLiteral("Illegal function"));
-    QVERIFY(!client->writeMany(100, {1, 2}));
-    QCOMPARE(client->problem(), QStringLiteral("Illegal function"));
-    for (const int address : {0, 99, 111, 65535}) {
-        QCOMPARE(client->holding(address, 1), QVector<quint16>());
-        QCOMPARE(client->problem(), QStringLiteral("Illegal data address"));
-    }
-    QCOMPARE(client->input(100, 12), QVector<quint16>());
-    QCOMPARE(client->problem(), QStringLiteral("Illegal data address"));
-    QCOMPARE(client->holding(100, 11), QVector<quint16>(11, 0));
-}
-
 void tst_ModbusServer::updateBurstsAreSeenWhole()
 {
     QVERIFY(startServer());
@@ -217,73 +194,6 @@ void tst_ModbusServer::updatesTakeTheSocketOrTheBus()
                  run.messages.value(0).contains(QStringLiteral("No such file or directory")),
              qPrintable(run.messages.join(QLatin1Char('\n'))));
     QCOMPARE(client->holding(100, 1), QVector<quint16>{1});
-}
-
-void tst_ModbusServer::silentClientsBlockNobody()
-{
-    QVERIFY(startServer());
-    QVERIFY(serveTcp());
-    QVERIFY(feed(100, {42}));
-    QTcpSocket silent;
-    silent.connectToHost(QStringLiteral("127.0.0.1"), 502);
-    QVERIFY(silent.waitForConnected());
-    QTcpSocket half;
-    half.connectToHost(QStringLiteral("127.0.0.1"), 502);
-    QVERIFY(half.waitForConnected());
-    half.write(QByteArray::fromHex("0001 0000 0006 01 03 00")); // and nothing more
-    QVERIFY(half.waitForBytesWritten());
-    const auto client = ModbusClient::tcp(502);
-    QVERIFY2(client->connect(), qPrintable(client->problem()));
-    QCOMPARE(client->holding(100, 1), QVector<quint16>{42});
-    QVERIFY(feed(100, {43}));
-    QCOMPARE(client->holding(100, 1), QVector<quint16>{43});
-    QCOMPARE(silent.state(), QAbstractSocket::ConnectedState);
-    half.write(QByteArray::fromHex("64 0001"));
-    QTRY_COMPARE(half.bytesAvailable(), qint64(11));
-    QCOMPARE(half.readAll(), QByteArray::fromHex("0001 0000 0005 01 03 02 002B"));
-}
-
-void tst_ModbusServer::clientsBeyondTheLimitAreRefused()
-{
-    QVERIFY(startServer());
-    QVERIFY(serveTcp());
-    std::vector<std::unique_ptr<ModbusClient>> clients;
-    for (int place = 0; place < 3; ++place) {
-        clients.push_back(ModbusClient::tcp(502));
-        QVERIFY(clients.back()->connect());
-        QCOMPARE(clients.back()->holding(100, 1), QVector<quint16>{0});
-    }
-    QTcpSocket fourth;
-    fourth.connectToHost(QStringLiteral("127.0.0.1"), 502);
-    QTRY_COMPARE(fourth.state(), QAbstractSocket::UnconnectedState);
-    QVERIFY(server->log().await(QRegularExpression(
-        QStringLiteral("^varnel-modbus-server: refused 127.* the limit of 3 clients is reached$"))));
-    for (const auto& client : clients) {
-        QCOMPARE(client->holding(100, 1), QVector<quint16>{0});
-    }
-    // A client that leaves can come back at once, again and again.
-    for (int visit = 0; visit < 100; ++visit) {
-        clients.pop_back();
-        clients.push_back(ModbusClient::tcp(502));
-        QVERIFY(clients.back()->connect());
-        QCOMPARE(clients.back()->holding(100, 1), QVector<quint16>{0});
-    }
-}
-
-void tst_ModbusServer::oldRegistersAnswerException04()
-{
-    QVERIFY(startServer({QStringLiteral("--stale-after=2")}));
-    QVERIFY(serveTcp());
-    const auto client = ModbusClient::tcp(502);
-    QVERIFY2(client->connect(), qPrintable(client->problem()));
-    QCOMPARE(client->holding(100, 1), QVector<quint16>());
-    QCOMPARE(client->problem(), QStringLiteral("Slave device or server failure"));
-    QVERIFY(feed(100, {5}));
-    QCOMPARE(client->holding(100, 1), QVector<quint16>{5});
-    QTRY_COMPARE(client->holding(100, 1), QVector<quint16>());
-    QCOMPARE(client->problem(), QStringLiteral("Slave device or server failure"));
-    QVERIFY(feed(100, {6}));
-    QCOMPARE(client->holding(100, 1), QVector<quint16>{6});
 }
 
 void tst_ModbusServer::killedServerServesAgain()

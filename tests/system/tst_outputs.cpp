@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // LEDs and buzzer as the running panel drives them: what is written to which line, in which order and when.
 
-#include <QDir>
-#include <QFile>
 #include <QTest>
 
 #include "scene.h"
@@ -35,13 +33,6 @@ QStringList inWords(const QList<WriteRecorder::Write>& writes)
         words << write.path.section("/gpio"_s, -1) + QLatin1Char('=') + write.text;
     }
     return words;
-}
-
-/// Somebody else writes to the file.
-bool spoil(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write("9") == 1;
 }
 
 bool alternates(const QStringList& texts)
@@ -79,13 +70,6 @@ private slots:
     void slowBlinkUntilTheFirstFrame();
     void phases_data();
     void phases();
-    void steadyOutputsAreRepaired();
-    void sameCommandKeepsThePhase();
-    void changePreparesTheLineAgain();
-    void linkLossLeavesTheBuzzer_data();
-    void linkLossLeavesTheBuzzer();
-    void lineThatCannotBeExported();
-    void filesThatVanishOrRefuse();
 };
 
 void tst_Outputs::startUp()
@@ -174,127 +158,6 @@ void tst_Outputs::phases()
             QCOMPARE(words.at(i + 2), "230"_s + words.at(i).mid(3));
         }
     }
-}
-
-void tst_Outputs::steadyOutputsAreRepaired()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.controller.send(Frame(1).gpioState(1, 0, 4, 1)));
-    QVERIFY(scene.panel.log().await("Add R7M"_s));
-    for (const int line : allLines) {
-        QVERIFY(spoil(StandInSys::valueFile(line)));
-    }
-    QVERIFY(scene.controller.send(Frame(2).gpioState(1, 0, 4, 1)));
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::value(StandInSys::buzzer), "1"_s, 20000);
-    QCOMPARE(StandInSys::value(StandInSys::green), "1"_s);
-    QCOMPARE(StandInSys::value(StandInSys::yellow), "0"_s);
-    QCOMPARE(StandInSys::value(StandInSys::red), "9"_s); // 4 is neither off nor on: written on a change alone
-}
-
-void tst_Outputs::sameCommandKeepsThePhase()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    // Green blinks slowly already: its line is not prepared again, and its phase goes on.
-    const QString direction = lineFile(StandInSys::green, "direction");
-    const WriteRecorder recorder({direction, StandInSys::valueFile(StandInSys::green)});
-    for (quint32 number = 1; number <= 20; ++number) {
-        QVERIFY(scene.controller.send(Frame(number).gpioState(2, 0, 0, static_cast<quint8>(number % 2))));
-        QTRY_COMPARE_WITH_TIMEOUT(StandInSys::value(StandInSys::buzzer), QString::number(number % 2), 20000);
-    }
-    QVERIFY(recorder.awaitWrites(StandInSys::valueFile(StandInSys::green), 3));
-    QCOMPARE(recorder.texts(direction), QStringList());
-    QVERIFY(alternates(recorder.texts(StandInSys::valueFile(StandInSys::green))));
-}
-
-void tst_Outputs::changePreparesTheLineAgain()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.controller.send(Frame(1).gpioState(0, 3, 0, 0)));
-    QVERIFY(scene.panel.log().await("Add R7M"_s));
-    const QString value = StandInSys::valueFile(StandInSys::yellow);
-    const WriteRecorder recorder(
-        {lineFile(StandInSys::yellow, "direction"), lineFile(StandInSys::yellow, "active_low"), value});
-    QVERIFY(recorder.awaitWrites(value, 1));
-    QVERIFY(scene.controller.send(Frame(2).gpioState(0, 1, 0, 0)));
-    const auto sincePrepared = [&recorder] {
-        QStringList words = inWords(recorder.writes());
-        // The two writes of the value follow so closely that the first one's text cannot be told.
-        words.replaceInStrings(QRegularExpression("=.*"_s), QString());
-        return words.mid(qMax(0, words.indexOf("225/direction"_s)));
-    };
-    const QString prepared = "225/direction 225/active_low 225/value 225/value"_s;
-    QTRY_COMPARE_WITH_TIMEOUT(sincePrepared().mid(0, 4).join(QLatin1Char(' ')), prepared, 20000);
-    QCOMPARE(StandInSys::value(StandInSys::yellow), "1"_s);
-    QVERIFY(scene.isAlive()); // which switches yellow off
-    // What follows is that change: nothing toggled it in between.
-    QCOMPARE(sincePrepared().value(4), "225/direction"_s);
-}
-
-void tst_Outputs::linkLossLeavesTheBuzzer_data()
-{
-    QTest::addColumn<int>("command");
-    QTest::newRow("off: stays off") << 0;
-    QTest::newRow("on: goes on") << 1;
-    QTest::newRow("slow blink: goes on slowly") << 2;
-}
-
-void tst_Outputs::linkLossLeavesTheBuzzer()
-{
-    QFETCH(int, command);
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
-    QVERIFY(scene.controller.send(Frame(1).gpioState(0, 1, 2, static_cast<quint8>(command))));
-    QVERIFY(scene.panel.log().await("Add R7M"_s));
-    const WriteRecorder recorder(valueFiles());
-    QVERIFY(scene.panel.log().await("Remove R7M"_s));
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::value(StandInSys::green), "1"_s, 20000);
-    const int before = recorder.texts(StandInSys::valueFile(StandInSys::green)).size();
-    QVERIFY(recorder.awaitWrites(StandInSys::valueFile(StandInSys::green), before + 9));
-    // The first toggle may follow the loss so closely that the texts of both are one; the others do not.
-    QVERIFY(alternates(inWords(recorder.writes()).filter("224/"_s).mid(2)));
-    const int buzzes = recorder.texts(StandInSys::valueFile(StandInSys::buzzer)).size();
-    if (command == 2) {
-        QVERIFY(buzzes >= 1 && buzzes <= 5); // 3 s or so, while the LEDs blink four times as fast
-    } else {
-        QCOMPARE(buzzes, 0);
-        QCOMPARE(StandInSys::value(StandInSys::buzzer), QString::number(command));
-    }
-}
-
-void tst_Outputs::lineThatCannotBeExported()
-{
-    Scene scene;
-    scene.sys.removeLine(StandInSys::red);
-    const WriteRecorder recorder({StandInSys::exportFile()});
-    QVERIFY(scene.start());
-    QVERIFY(recorder.awaitWrites(StandInSys::exportFile(), 1));
-    QCOMPARE(StandInSys::read(StandInSys::exportFile()), "228"_s);
-    QVERIFY(!QFile::exists(StandInSys::valueFile(StandInSys::red)));
-    // A line that comes later is prepared with its next change.
-    QVERIFY(scene.controller.send(Frame(1).gpioState(0, 0, 1, 0)));
-    QVERIFY(recorder.awaitWrites(StandInSys::exportFile(), 2));
-    scene.sys.addLine(StandInSys::red);
-    QVERIFY(scene.controller.send(Frame(2).gpioState(0, 0, 3, 0)));
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::read(lineFile(StandInSys::red, "direction")), "out"_s, 20000);
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::value(StandInSys::red), "1"_s, 20000);
-    scene.sequence = 2;
-    QVERIFY(scene.isAlive());
-}
-
-void tst_Outputs::filesThatVanishOrRefuse()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    scene.sys.removeLine(StandInSys::yellow); // in the middle of its blinking
-    const QString refusing = StandInSys::valueFile(StandInSys::red);
-    QVERIFY(QFile::remove(refusing) && QDir().mkdir(refusing));
-    QVERIFY(scene.panel.log().await("Error opening file '"_s + refusing + QLatin1Char('\'')));
-    QVERIFY(scene.isAlive());
-    QVERIFY(QDir().rmdir(refusing));
-    QCOMPARE(scene.panel.log().lines().filter("gpio225"_s), QStringList());
 }
 
 QTEST_GUILESS_MAIN(tst_Outputs)

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // From the command line and the settings file to the panel that listens.
 
-#include <QDir>
 #include <QFile>
-#include <QRandomGenerator>
 #include <QTest>
 
 #include "scene.h"
@@ -50,16 +48,6 @@ private slots:
     void udpAddress();
     void unusableInterfaceEndsThePanel_data();
     void unusableInterfaceEndsThePanel();
-    void udpPort_data();
-    void udpPort();
-    void ledPolarity_data();
-    void ledPolarity();
-    void gpioLine_data();
-    void gpioLine();
-    void screenSaverInterval();
-    void scriptDirectory();
-    void unreadableSettings_data();
-    void unreadableSettings();
 };
 
 void tst_Startup::commandLine_data()
@@ -74,25 +62,12 @@ void tst_Startup::commandLine_data()
 
     QTest::newRow("no options: built-in values")
         << QStringList() << QString() << "false"_s << noDevice << noRelease;
-    QTest::newRow("-v: verbose") << QStringList("-v"_s) << QString() << "true"_s << noDevice << noRelease;
     QTest::newRow("-D X -R Y -v: all three")
         << QStringList({"-D"_s, "X"_s, "-R"_s, "Y"_s, "-v"_s}) << QString() << "true"_s
         << "X"_s
         << "Y"_s;
-    QTest::newRow("-D with blanks and a percent sign: as it is")
-        << QStringList({"-D"_s, "Panel %1 of 7"_s}) << QString() << "false"_s
-        << "Panel %1 of 7"_s << noRelease;
     QTest::newRow("-x: one line, goes on") << QStringList("-x"_s) << "Unknown argument: -x"_s
                                            << "false"_s << noDevice << noRelease;
-    QTest::newRow("a word without dash: one line, goes on")
-        << QStringList("word"_s) << "Unknown argument: word"_s
-        << "false"_s << noDevice << noRelease;
-    QTest::newRow("long form that does not exist: one line, goes on")
-        << QStringList("--verbose"_s) << "Unknown argument: --verbose"_s
-        << "false"_s << noDevice << noRelease;
-    QTest::newRow("-D without value: one line, goes on")
-        << QStringList("-D"_s) << "Not defined value of the argument: -D"_s
-        << "false"_s << noDevice << noRelease;
     QTest::newRow("-v before a mistake: kept")
         << QStringList({"-v"_s, "-R"_s}) << "Not defined value of the argument: -R"_s
         << "true"_s << noDevice << noRelease;
@@ -292,151 +267,6 @@ void tst_Startup::unusableInterfaceEndsThePanel()
     QVERIFY(scene.panel.exitStatus() != 0);
     QVERIFY(scene.panel.log().await(QRegularExpression("^"_s + QRegularExpression::escape(line))));
     QCOMPARE(scene.panel.log().lines().filter("UDP listen"_s), QStringList());
-}
-
-void tst_Startup::udpPort_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("port");
-    QTest::newRow("5000: 5000") << "5000"_s
-                                << "5000"_s;
-    QTest::newRow("65535: 65535") << "65535"_s
-                                  << "65535"_s;
-    QTest::newRow("70000: cut to 16 bits") << "70000"_s
-                                           << "4464"_s;
-    QTest::newRow("a word: 0") << "many"_s
-                               << "0"_s;
-    QTest::newRow("empty: 0") << QString() << "0"_s;
-}
-
-void tst_Startup::udpPort()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, port);
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile().set("Network/UdpPort", text)));
-    QCOMPARE(scene.panel.log().count("UDP listen  \"192.168.7.255\" : "_s + port), 1);
-    if (port != "0"_s) {
-        scene.panel.log().skip();
-        RawController controller("192.168.7.2"_s, "192.168.7.255"_s, port.toUShort());
-        QVERIFY(controller.send(Frame(1).devInfo("en")));
-        QVERIFY(scene.panel.log().await("Add R7M"_s));
-    }
-}
-
-void tst_Startup::ledPolarity_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("activeLow");
-    QTest::newRow("true: active high") << "true"_s
-                                       << "0"_s;
-    QTest::newRow("1: active high") << "1"_s
-                                    << "0"_s;
-    QTest::newRow("no: text, so active high") << "no"_s
-                                              << "0"_s;
-    QTest::newRow("false: active low") << "false"_s
-                                       << "1"_s;
-    QTest::newRow("FALSE: active low") << "FALSE"_s
-                                       << "1"_s;
-    QTest::newRow("0: active low") << "0"_s
-                                   << "1"_s;
-    QTest::newRow("empty: active low") << QString() << "1"_s;
-}
-
-void tst_Startup::ledPolarity()
-{
-    QFETCH(QString, text);
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile().set("GPIO/LedGreenHigh", text)));
-    QTEST(StandInSys::read("/sys/class/gpio/gpio224/active_low"_s), "activeLow");
-    QCOMPARE(StandInSys::read("/sys/class/gpio/gpio224/direction"_s), "out"_s);
-    // The built-in polarities: LEDs active low, buzzer active high.
-    QCOMPARE(StandInSys::read("/sys/class/gpio/gpio228/active_low"_s), "1"_s);
-    QCOMPARE(StandInSys::read("/sys/class/gpio/gpio230/active_low"_s), "0"_s);
-}
-
-void tst_Startup::gpioLine_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("line");
-    QTest::newRow("10: line 10") << "10"_s << 10;
-    QTest::newRow("266: its low 8 bits") << "266"_s << 10;
-    QTest::newRow("a word: line 0") << "ten"_s << 0;
-}
-
-void tst_Startup::gpioLine()
-{
-    QFETCH(QString, text);
-    QFETCH(int, line);
-    Scene scene;
-    scene.sys.addLine(line);
-    QVERIFY(scene.start(SettingsFile().set("GPIO/LedRedPin", text)));
-    QCOMPARE(StandInSys::value(line), "1"_s);
-    QCOMPARE(StandInSys::read("/sys/class/gpio/gpio%1/direction"_s.arg(line)), "out"_s);
-    QCOMPARE(StandInSys::read("/sys/class/gpio/gpio228/direction"_s), "in"_s);
-}
-
-void tst_Startup::screenSaverInterval()
-{
-    Scene scene;
-    QVERIFY(scene.start(SettingsFile().set("UI/ScreenSaverInterval", "0")));
-    QVERIFY(scene.panel.log().await({"goSleep"_s, "setScreenState 0"_s}));
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::read(StandInSys::backlightFile()), "1"_s, 20000);
-    QCOMPARE(StandInSys::read(StandInSys::blankFile()), "1"_s);
-}
-
-void tst_Startup::scriptDirectory()
-{
-    Scene scene;
-    const QString directory = "/tmp/with blank"_s;
-    QVERIFY(QDir().mkpath(directory));
-    QVERIFY(scene.scripts.install("r7m.sh"_s));
-    QFile::remove(directory + "/r7m.sh"_s);
-    QVERIFY(QFile::copy("/usr/local/bin/r7m.sh"_s, directory + "/r7m.sh"_s));
-    scene.scripts.remove("r7m.sh"_s);
-    QVERIFY(SettingsFile().set("Files/ScriptDir", directory).write());
-    QVERIFY(scene.panel.startAndBind());
-    QVERIFY(scene.connectController());
-    QVERIFY(scene.scripts.awaitRuns(1));
-    QCOMPARE(scene.scripts.runLines(), QStringList("r7m.sh add 192.168.7.2 7 161 162 0 502 1234"_s));
-}
-
-void tst_Startup::unreadableSettings_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<QString>("kind");
-    QByteArray binary(65536, '\0');
-    QRandomGenerator generator(1);
-    for (char& octet : binary) {
-        octet = static_cast<char>(generator.bounded(256));
-    }
-    const QByteArray port = "UdpPort=5000\n";
-    QTest::newRow("a directory: built-in values") << QByteArray() << "directory"_s;
-    QTest::newRow("not readable: built-in values") << "[Network]\n" + port << "forbidden"_s;
-    QTest::newRow("random octets: built-in values") << binary << "file"_s;
-    QTest::newRow("empty: built-in values") << QByteArray() << "file"_s;
-    QTest::newRow("key in the wrong group: ignored") << "[WebSite]\n" + port << "file"_s;
-    QTest::newRow("key in no group: ignored") << port << "file"_s;
-    QTest::newRow("key in the wrong case: ignored") << QByteArray("[Network]\nudpport=5000\n") << "file"_s;
-}
-
-void tst_Startup::unreadableSettings()
-{
-    QFETCH(QByteArray, contents);
-    QFETCH(QString, kind);
-    Scene scene;
-    QVERIFY(kind == "directory"_s ? QDir().mkpath(SettingsFile::path()) : SettingsFile::writeRaw(contents));
-    if (kind == "forbidden"_s) {
-        QVERIFY(QFile::setPermissions(SettingsFile::path(), QFile::Permissions()));
-        // Without its capabilities root is bound by permissions like anybody else.
-        scene.panel.setLauncher(
-            {"/usr/bin/setpriv"_s, "--bounding-set"_s, "-all"_s, "--inh-caps"_s, "-all"_s});
-    }
-    QVERIFY(scene.panel.startAndBind());
-    QCOMPARE(scene.panel.log().count(missingSettings), 0);
-    QCOMPARE(scene.panel.log().count("UDP listen  \"192.168.7.255\" : 9876"_s), 1);
-    QVERIFY(scene.isAlive());
-    SettingsFile::remove();
 }
 
 QTEST_GUILESS_MAIN(tst_Startup)

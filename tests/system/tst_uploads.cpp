@@ -42,14 +42,11 @@ private slots:
     void cleanup();
     void sendsTheFile_data();
     void sendsTheFile();
-    void sendsTheLastOfSeveralTouched();
     void userCancels();
     void nothingPicked();
-    void emptyDrive();
     void withoutDrive();
     void drivePulledAfterPicking();
     void unreadableFile();
-    void manyFiles();
     void pageLeavesWhileAsking();
     void panelEndsWhileAsking();
 
@@ -157,23 +154,6 @@ void tst_Uploads::sendsTheFile()
     QCOMPARE(TransferScene::readDrive(name), octets);
 }
 
-void tst_Uploads::sendsTheLastOfSeveralTouched()
-{
-    for (const auto& name : {"a.txt"_s, "b.txt"_s, "c.txt"_s}) {
-        QVERIFY(TransferScene::writeDrive(name, "octets of " + name.toLatin1()));
-    }
-    QVERIFY(QDir("/usbmnt"_s).mkdir("aa directory"_s)); // not listed, or the rows would not be these
-    QVERIFY(scene->open(formPage()));
-    ask();
-    pick(0);
-    pick(2);
-    pick(1);
-    screen.tap(TransferScene::okButton);
-    QVERIFY(scene->server.awaitCount("/picked", 1));
-    QVERIFY(scene->awaitPage());
-    QCOMPARE(submit().value("name"_s).toString(), "b.txt"_s);
-}
-
 void tst_Uploads::userCancels()
 {
     QVERIFY(TransferScene::writeDrive("a.txt"_s, "a"));
@@ -194,16 +174,6 @@ void tst_Uploads::nothingPicked()
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
     QVERIFY(scene->awaitPage()); // the message goes by itself
-    QCOMPARE(submit().value("name"_s).toString(), QString());
-}
-
-void tst_Uploads::emptyDrive()
-{
-    QVERIFY(scene->open(formPage()));
-    ask();
-    screen.tap(TransferScene::okButton);
-    QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QVERIFY(scene->awaitPage());
     QCOMPARE(submit().value("name"_s).toString(), QString());
 }
 
@@ -245,24 +215,6 @@ void tst_Uploads::unreadableFile()
     QVERIFY(scene->server.awaitCount("/picked", 1));
     QVERIFY(scene->awaitPage());
     QCOMPARE(submit().value("name"_s).toString(), "readable.txt"_s);
-}
-
-void tst_Uploads::manyFiles()
-{
-    for (int n = 0; n < 5000; ++n) {
-        QVERIFY(TransferScene::writeDrive("log-%1.txt"_s.arg(n, 4, 10, QLatin1Char('0')), {}));
-    }
-    QVERIFY(scene->open(formPage()));
-    ask();
-    // A touch low on the scroll bar goes down by a page of the list.
-    screen.tap(TransferScene::chooserPlace.topLeft() + QPoint(10 + 491 - 17, 60 + 150));
-    QVERIFY(screen.awaitStill());
-    pick(0);
-    screen.tap(TransferScene::okButton);
-    QVERIFY(scene->server.awaitCount("/picked", 1));
-    QVERIFY(scene->awaitPage());
-    const QString name = submit().value("name"_s).toString();
-    QVERIFY2(name > "log-0001.txt"_s && name < "log-0010.txt"_s, qPrintable(name));
 }
 
 void tst_Uploads::pageLeavesWhileAsking()

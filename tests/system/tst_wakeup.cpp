@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The screen goes dark and wakes, and the touch that wakes it is none of the page's business.
 
-#include <QDir>
 #include <QTest>
 
 #include "scene.h"
@@ -42,13 +41,10 @@ private slots:
     void cleanup();
     void darkensBothFilesAndLightsThemAgain();
     void pressAloneStaysInTheDark();
-    void doubleClickStaysInTheDark();
     void dragWakesButNeverClicks();
     void moveWakesAndStaysOutside();
     void touchElsewhereWakesByItsMove();
-    void wakingByAMoveStartsNoPeriod();
     void intervalZero();
-    void displayFileThatCannotBeWritten();
 
 private:
     void open(const char* intervalMs, const char* udpTimeout = "3600");
@@ -183,26 +179,6 @@ void tst_WakeUp::pressAloneStaysInTheDark()
     expectOneClickNext();
 }
 
-void tst_WakeUp::doubleClickStaysInTheDark()
-{
-    open("1000");
-    touchAndRest();
-    awaitDark();
-    for (int click = 0; click < 2; ++click) {
-        screen.press();
-        screen.release();
-    }
-    // Frames overtake touches: the second round ends behind the touches that were under way in the first. A
-    // move sent before the panel has seen them would wake it in front of them.
-    QVERIFY(scene->isAlive());
-    QVERIFY(scene->isAlive());
-    QCOMPARE(StandInSys::read(StandInSys::blankFile()), "1"_s);
-    QCOMPARE(events(), QByteArrayList());
-    screen.move(there);
-    awaitLit();
-    expectOneClickNext();
-}
-
 void tst_WakeUp::dragWakesButNeverClicks()
 {
     open("1000");
@@ -246,25 +222,6 @@ void tst_WakeUp::touchElsewhereWakesByItsMove()
     awaitDark(); // a new period began with the press
 }
 
-void tst_WakeUp::wakingByAMoveStartsNoPeriod()
-{
-    open("1000", "5");
-    QVERIFY(scene->sendFrame());
-    touchAndRest();
-    awaitDark();
-    screen.move(there);
-    awaitLit();
-    // The link is lost several periods after the last touch, and the screen is still lit.
-    QVERIFY(scene->sendFrame());
-    const int darkBefore = log().count("goSleep"_s);
-    QVERIFY(log().await("Remove R7M"_s));
-    QCOMPARE(log().count("goSleep"_s), darkBefore);
-    QCOMPARE(StandInSys::read(StandInSys::blankFile()), "0"_s);
-    screen.press();
-    screen.release();
-    QVERIFY(log().await({"resetTimer"_s, "goSleep"_s}));
-}
-
 void tst_WakeUp::intervalZero()
 {
     const WriteRecorder display({StandInSys::backlightFile()});
@@ -278,24 +235,6 @@ void tst_WakeUp::intervalZero()
     awaitDark(); // and right after each press
     QVERIFY(display.awaitWrites(StandInSys::backlightFile(), 4));
     QCOMPARE(display.texts(StandInSys::backlightFile()), QStringList({"0"_s, "1"_s, "0"_s, "1"_s}));
-}
-
-void tst_WakeUp::displayFileThatCannotBeWritten()
-{
-    QVERIFY(QFile::remove(StandInSys::blankFile()));
-    QVERIFY(QDir().mkdir(StandInSys::blankFile()));
-    const WriteRecorder display({StandInSys::backlightFile()});
-    const QString error = "Error opening file '/sys/class/graphics/fb0/blank'"_s;
-    open("1000");
-    touchAndRest();
-    QVERIFY(log().await({"goSleep"_s, "setScreenState 0"_s, error}));
-    screen.press(); // the screen counts as dark all the same
-    screen.release();
-    screen.move(there);
-    QVERIFY(log().await({"setScreenState 1"_s, "stopBuzzer()"_s, error}));
-    scene->server.clear();
-    expectOneClickNext();
-    QVERIFY(display.texts(StandInSys::backlightFile()).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_WakeUp)
