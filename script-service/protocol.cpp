@@ -19,7 +19,7 @@ bool isKnown(std::string_view name)
 
 } // namespace
 
-Request parse(std::string_view octets)
+ScriptRequest parse(std::string_view octets)
 {
     if (octets.empty()) {
         return {{}, "refused a request: it is empty"};
@@ -29,7 +29,7 @@ Request parse(std::string_view octets)
         return {{}, "refused " + Varnel::printable(name, longestName) + ": no script of the panel"};
     }
     const auto refuse = [name](const char* why) {
-        return Request{{}, "refused " + std::string(name) + ": " + why};
+        return ScriptRequest{{}, "refused " + std::string(name) + ": " + why};
     };
     if (octets.size() > longestRequest) {
         return refuse("the request is too long");
@@ -41,7 +41,7 @@ Request parse(std::string_view octets)
     if (words > mostWords) {
         return refuse("it has too many arguments");
     }
-    Request request;
+    ScriptRequest request;
     request.words.reserve(words);
     for (std::size_t at = 0; at < octets.size(); at += request.words.back().size() + 1) {
         request.words.emplace_back(octets.substr(at, octets.find('\0', at) - at));

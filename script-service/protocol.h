@@ -31,7 +31,7 @@ inline constexpr unsigned char notFound = 127;
 inline constexpr unsigned char killed = 137;
 
 /// A request as the service reads it: words, the script's name first, or why it is refused.
-struct Request
+struct ScriptRequest
 {
     std::vector<std::string> words;
     std::string refusal;
@@ -39,6 +39,6 @@ struct Request
 
 /// Reads a request: words that each end with a NUL. Pure; takes any octets. A refusal names the script, if it
 /// is one of ours, but no argument: those of the SNMP scripts are secrets.
-[[nodiscard]] Request parse(std::string_view octets);
+[[nodiscard]] ScriptRequest parse(std::string_view octets);
 
 } // namespace ScriptService

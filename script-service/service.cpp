@@ -70,10 +70,10 @@ int openSignals()
     return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-class Service
+class ScriptServer
 {
 public:
-    Service(int listener, std::string directory)
+    ScriptServer(int listener, std::string directory)
         : listener(listener)
         , directory(std::move(directory))
         , signals(openSignals())
@@ -106,7 +106,7 @@ private:
     bool isBroken = false;
 };
 
-int Service::run()
+int ScriptServer::run()
 {
     while (!isEnding && !isBroken) {
         await();
@@ -127,7 +127,7 @@ int Service::run()
 }
 
 /// Waits for an event, or until the next deadline.
-void Service::await()
+void ScriptServer::await()
 {
     std::vector<pollfd> events = {{listener, POLLIN, 0}, {signals.get(), POLLIN, 0}};
     Clock::time_point next = Clock::time_point::max();
@@ -147,7 +147,7 @@ void Service::await()
     ::poll(events.data(), events.size(), timeout);
 }
 
-void Service::accept()
+void ScriptServer::accept()
 {
     while (true) {
         Descriptor connection(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
@@ -164,7 +164,7 @@ void Service::accept()
 }
 
 /// Lets the connection go that has been sending for longest.
-void Service::makeRoom()
+void ScriptServer::makeRoom()
 {
     if (senders.size() + queue.size() < mostConnections) {
         return;
@@ -175,7 +175,7 @@ void Service::makeRoom()
     from.pop_front();
 }
 
-void Service::receive()
+void ScriptServer::receive()
 {
     for (auto asker = senders.begin(); asker != senders.end();) {
         if (receive(*asker)) {
@@ -187,7 +187,7 @@ void Service::receive()
 }
 
 /// Takes what has arrived. True when the connection sends no more: it is refused, or in the queue.
-bool Service::receive(Asker& asker)
+bool ScriptServer::receive(Asker& asker)
 {
     char buffer[65536];
     ssize_t count = 0;
@@ -203,7 +203,7 @@ bool Service::receive(Asker& asker)
         answer(asker, notRun);
         return true;
     }
-    Request request = parse(asker.octets);
+    ScriptRequest request = parse(asker.octets);
     if (request.words.empty()) {
         say(request.refusal);
         answer(asker, notRun);
@@ -215,7 +215,7 @@ bool Service::receive(Asker& asker)
     return true;
 }
 
-void Service::startNext()
+void ScriptServer::startNext()
 {
     while (!current && !queue.empty()) {
         Asker asker = std::move(queue.front());
@@ -227,7 +227,7 @@ void Service::startNext()
 }
 
 /// Starts a script, or answers why not.
-void Service::start(Asker asker)
+void ScriptServer::start(Asker asker)
 {
     const std::string& name = asker.words.front();
     const std::string path = directory + '/' + name;
@@ -251,7 +251,7 @@ void Service::start(Asker asker)
     current = std::move(asker);
 }
 
-void Service::readSignals()
+void ScriptServer::readSignals()
 {
     signalfd_siginfo signal = {};
     while (::read(signals.get(), &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
@@ -261,7 +261,7 @@ void Service::readSignals()
 }
 
 /// Also reaps what scripts left running, whose ends interest nobody.
-void Service::reap()
+void ScriptServer::reap()
 {
     int status = 0;
     for (pid_t pid = 0; (pid = ::waitpid(-1, &status, WNOHANG)) > 0;) {
@@ -272,7 +272,7 @@ void Service::reap()
     }
 }
 
-void Service::endRun(const char* why)
+void ScriptServer::endRun(const char* why)
 {
     const std::string& name = current->words.front();
     say("killing " + name + " with all it has started: " + why);
@@ -297,5 +297,5 @@ int main(int argc, char* argv[])
     }
     ::fcntl(SD_LISTEN_FDS_START, F_SETFL, O_NONBLOCK);
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    return Service(SD_LISTEN_FDS_START, argv[1]).run();
+    return ScriptServer(SD_LISTEN_FDS_START, argv[1]).run();
 }

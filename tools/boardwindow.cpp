@@ -31,7 +31,7 @@ constexpr Look looks[] = {
     {"buzzer", 0xff40a0ff, 0xff14283c},
 };
 
-QString levelText(const Output& output)
+QString levelText(const BoardLine& output)
 {
     if (!output.exported) {
         return QStringLiteral("not exported");
@@ -42,7 +42,7 @@ QString levelText(const Output& output)
     return output.on != output.activeLow ? QStringLiteral("line high") : QStringLiteral("line low");
 }
 
-void paintOutput(QPainter& painter, const QRect& area, const Look& look, const Output& output)
+void paintOutput(QPainter& painter, const QRect& area, const Look& look, const BoardLine& output)
 {
     const bool lit = output.on && output.driven;
     painter.setPen(QPen(QColor(0x80, 0x80, 0x80), 2));
@@ -62,7 +62,7 @@ OutputPainter::OutputPainter(QWidget* parent)
     setMinimumSize(sizeHint());
 }
 
-void OutputPainter::setOutputs(const QVector<Output>& values)
+void OutputPainter::setOutputs(const QVector<BoardLine>& values)
 {
     outputs = values;
     update();
@@ -83,7 +83,7 @@ void OutputPainter::paintEvent(QPaintEvent* /*event*/)
     }
 }
 
-BoardWindow::BoardWindow(const Outputs& outputs, const ScriptRuns& scripts, QWidget* parent)
+BoardWindow::BoardWindow(const BoardLines& outputs, const ScriptRuns& scripts, QWidget* parent)
     : QWidget(parent)
     , outputs(outputs)
     , scripts(scripts)

@@ -4,7 +4,7 @@
 #include <QTimer>
 #include <QWidget>
 
-#include "outputs.h"
+#include "boardlines.h"
 
 class QListWidget;
 
@@ -20,14 +20,14 @@ public:
     explicit OutputPainter(QWidget* parent = nullptr);
 
     /// Green, yellow and red LED, buzzer.
-    void setOutputs(const QVector<Output>& values);
+    void setOutputs(const QVector<BoardLine>& values);
     QSize sizeHint() const override;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    QVector<Output> outputs;
+    QVector<BoardLine> outputs;
 };
 
 /// The board beside the panel: LEDs and buzzer, and the list of the scripts that the panel ran.
@@ -38,12 +38,12 @@ class BoardWindow : public QWidget
 
 public:
     /// Looks at both sources 20 times a second, five times for each phase of the fastest blinking.
-    BoardWindow(const Outputs& outputs, const ScriptRuns& scripts, QWidget* parent = nullptr);
+    BoardWindow(const BoardLines& outputs, const ScriptRuns& scripts, QWidget* parent = nullptr);
 
 private:
     void refresh();
 
-    Outputs outputs;
+    BoardLines outputs;
     ScriptRuns scripts;
     OutputPainter* painter;
     QListWidget* runs;

@@ -55,7 +55,7 @@ int main(int argc, char* argv[])
         qCritical().noquote() << "--lines needs four numbers, separated by commas";
         return 2;
     }
-    Board::BoardWindow window(Board::Outputs(parser.value(gpio), numbers),
+    Board::BoardWindow window(Board::BoardLines(parser.value(gpio), numbers),
                               Board::ScriptRuns(parser.value(runs)));
     window.show();
     return QApplication::exec();

@@ -5,7 +5,7 @@
 #include "plain.h"
 #include "protocol.h"
 
-using ScriptService::Request;
+using ScriptService::ScriptRequest;
 
 class tst_ScriptProtocol : public QObject
 {
@@ -47,7 +47,7 @@ void tst_ScriptProtocol::accepts()
 {
     QFETCH(QByteArray, octets);
     QFETCH(QByteArrayList, words);
-    const Request request = ScriptService::parse(octets.toStdString());
+    const ScriptRequest request = ScriptService::parse(octets.toStdString());
     QCOMPARE(QByteArray::fromStdString(request.refusal), QByteArray());
     QByteArrayList got;
     for (const std::string& word : request.words) {
@@ -87,7 +87,7 @@ void tst_ScriptProtocol::refuses()
 {
     QFETCH(QByteArray, octets);
     QFETCH(QByteArray, refusal);
-    const Request request = ScriptService::parse(octets.toStdString());
+    const ScriptRequest request = ScriptService::parse(octets.toStdString());
     QVERIFY(request.words.empty());
     QCOMPARE(QByteArray::fromStdString(request.refusal), refusal);
 }

@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string name = octets.substr(0, octets.find('\0'));
     const auto words = static_cast<std::size_t>(std::count(octets.begin(), octets.end(), '\0'));
     const bool isGood = isName(name) && octets.back() == '\0' && words <= ScriptService::mostWords;
-    const ScriptService::Request request = ScriptService::parse(octets);
+    const ScriptService::ScriptRequest request = ScriptService::parse(octets);
     require(request.words.empty() != request.refusal.empty(), "words or a refusal");
     require(!request.words.empty() == isGood, "a script of the panel with few words that end is taken");
     if (isGood) {

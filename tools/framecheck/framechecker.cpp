@@ -188,7 +188,7 @@ FrameReport FrameChecker::check(const QByteArray& octets, const QHostAddress& se
     return report;
 }
 
-FrameFault FrameChecker::frameFault() const
+FrameFinding FrameChecker::frameFault() const
 {
     for (const DropReason& reason : dropReasons) {
         if (lines.first().startsWith(QLatin1String(reason.words))) {

@@ -24,7 +24,7 @@ public:
 
 private:
     void sectionWalked(const Varnel::WalkedSection& section, const Varnel::RlpFrame& frame) override;
-    [[nodiscard]] FrameFault frameFault() const;
+    [[nodiscard]] FrameFinding frameFault() const;
     void addSectionFaults(const Varnel::WalkedSection& section, const QStringList& lines);
 
     const qint64 timeoutUs;

@@ -19,7 +19,7 @@ struct FrameField
 };
 
 /// Where a frame is wrong, and what would be right.
-struct FrameFault
+struct FrameFinding
 {
     int offset = 0;
     int width = 0;
@@ -41,7 +41,7 @@ struct FrameReport
     QHostAddress sender;
     bool isAccepted = false;
     QStringList log; ///< the panel's log lines about it
-    QVector<FrameFault> faults;
+    QVector<FrameFinding> faults;
     QVector<FrameField> fields;
     QVector<SectionReport> sections;
 

@@ -53,7 +53,7 @@ QString markLine(int at, int from, int to)
 QString markedDump(const FrameReport& report)
 {
     QSet<int> wanted;
-    for (const FrameFault& fault : report.faults) {
+    for (const FrameFinding& fault : report.faults) {
         const int last = (fault.offset + std::max(fault.width, 1) - 1) / octetsPerLine;
         for (int line = fault.offset / octetsPerLine - 1; line <= last + 1; ++line) {
             wanted.insert(line);
@@ -69,7 +69,7 @@ QString markedDump(const FrameReport& report)
         }
         isLeftOut = false;
         text += dumpLine(report.octets, at);
-        for (const FrameFault& fault : report.faults) {
+        for (const FrameFinding& fault : report.faults) {
             const int from = std::max(at, fault.offset);
             const int to = std::min(at + octetsPerLine, fault.offset + fault.width);
             text += from < to ? markLine(at, from, to) : QString();
@@ -141,12 +141,12 @@ QString faultText(const FrameReport& report)
         return text;
     }
     const bool isInFrame = std::any_of(report.faults.begin(), report.faults.end(),
-                                       [](const FrameFault& fault) { return fault.width > 0; });
+                                       [](const FrameFinding& fault) { return fault.width > 0; });
     if (isInFrame) {
         text += QLatin1Char('\n') + markedDump(report);
     }
     text += QLatin1Char('\n');
-    for (const FrameFault& fault : report.faults) {
+    for (const FrameFinding& fault : report.faults) {
         text += indent +
                 (fault.width > 0 ? QStringLiteral("at %1: ").arg(hexNumber(fault.offset)) : QString()) +
                 fault.text + QLatin1Char('\n');
@@ -176,7 +176,7 @@ QString fieldText(const FrameReport& report)
 QJsonObject asJson(const FrameOrigin& origin, const FrameReport& report)
 {
     QJsonArray faults;
-    for (const FrameFault& fault : report.faults) {
+    for (const FrameFinding& fault : report.faults) {
         faults.append(QJsonObject{{QStringLiteral("offset"), fault.offset},
                                   {QStringLiteral("width"), fault.width},
                                   {QStringLiteral("text"), fault.text}});

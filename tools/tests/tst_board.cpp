@@ -30,7 +30,7 @@ QByteArray run(const QList<QByteArray>& words)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Board::Output)
+Q_DECLARE_METATYPE(Board::BoardLine)
 
 class tst_Board : public QObject
 {
@@ -52,15 +52,15 @@ void tst_Board::readsLine_data()
     QTest::addColumn<QByteArray>("direction");
     QTest::addColumn<QByteArray>("activeLow");
     QTest::addColumn<QByteArray>("value");
-    QTest::addColumn<Output>("expected");
+    QTest::addColumn<BoardLine>("expected");
     QTest::newRow("kernel's line ends: ignored")
-        << QByteArray("out\n") << QByteArray("0\n") << QByteArray("1\n") << Output{true, true, true, false};
+        << QByteArray("out\n") << QByteArray("0\n") << QByteArray("1\n") << BoardLine{true, true, true, false};
     QTest::newRow("bare values, active low: on")
-        << QByteArray("out") << QByteArray("1") << QByteArray("1") << Output{true, true, true, true};
+        << QByteArray("out") << QByteArray("1") << QByteArray("1") << BoardLine{true, true, true, true};
     QTest::newRow("value 0: off") << QByteArray("out") << QByteArray("1") << QByteArray("0")
-                                  << Output{true, true, false, true};
+                                  << BoardLine{true, true, false, true};
     QTest::newRow("direction in: not driven")
-        << QByteArray("in") << QByteArray("0") << QByteArray("1") << Output{true, false, true, false};
+        << QByteArray("in") << QByteArray("0") << QByteArray("1") << BoardLine{true, false, true, false};
 }
 
 void tst_Board::readsLine()
@@ -72,10 +72,10 @@ void tst_Board::readsLine()
     write(root.filePath(QStringLiteral("gpio7/direction")), direction);
     write(root.filePath(QStringLiteral("gpio7/active_low")), activeLow);
     write(root.filePath(QStringLiteral("gpio7/value")), value);
-    Outputs outputs(root.path(), {7, 8});
+    BoardLines outputs(root.path(), {7, 8});
     outputs.refresh();
     QTEST(outputs.current().at(0), "expected");
-    QCOMPARE(outputs.current().at(1), Output());
+    QCOMPARE(outputs.current().at(1), BoardLine());
 }
 
 void tst_Board::valueBeingWrittenKeepsTheLastOne()
@@ -83,7 +83,7 @@ void tst_Board::valueBeingWrittenKeepsTheLastOne()
     const QTemporaryDir root;
     const QString value = root.filePath(QStringLiteral("gpio7/value"));
     write(value, "1");
-    Outputs outputs(root.path(), {7});
+    BoardLines outputs(root.path(), {7});
     outputs.refresh();
     write(value, "");
     outputs.refresh();
@@ -96,7 +96,7 @@ void tst_Board::valueBeingWrittenKeepsTheLastOne()
 void tst_Board::tellsChanges()
 {
     const QTemporaryDir root;
-    Outputs outputs(root.path(), {7});
+    BoardLines outputs(root.path(), {7});
     QVERIFY(!outputs.refresh());
     write(root.filePath(QStringLiteral("gpio7/value")), "1");
     QVERIFY(outputs.refresh());
@@ -154,7 +154,7 @@ void tst_Board::windowShowsLampsAndRuns()
         write(root.filePath(QStringLiteral("gpio%1/direction").arg(line)), "out");
         write(root.filePath(QStringLiteral("gpio%1/value").arg(line)), "0");
     }
-    BoardWindow window(Outputs(root.path(), {1, 2, 3, 4}), ScriptRuns(record));
+    BoardWindow window(BoardLines(root.path(), {1, 2, 3, 4}), ScriptRuns(record));
     window.show();
     auto* const painter = window.findChild<OutputPainter*>();
     const auto lamp = [painter](int index) {

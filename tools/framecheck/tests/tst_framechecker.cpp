@@ -73,7 +73,7 @@ QList<QByteArray> allSections()
 QString faultsOf(const FrameReport& report)
 {
     QStringList list;
-    for (const FrameFault& fault : report.faults) {
+    for (const FrameFinding& fault : report.faults) {
         list += QStringLiteral("%1+%2").arg(fault.offset).arg(fault.width);
     }
     return list.join(QLatin1Char(' '));
@@ -137,7 +137,7 @@ void TestFrameChecker::everyFaultIsInsideTheFrame()
             octets += Simulator::littleEndian(Simulator::crcKermit(octets), 2);
             FrameChecker checker(10);
             const FrameReport report = checker.check(octets, controller);
-            for (const FrameFault& fault : report.faults) {
+            for (const FrameFinding& fault : report.faults) {
                 QVERIFY(fault.offset >= 0 && fault.width >= 0 && fault.offset + fault.width <= octets.size());
             }
             for (const FrameField& field : report.fields) {

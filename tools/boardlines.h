@@ -8,7 +8,7 @@
 namespace Board {
 
 /// One output line of the panel as the kernel's files show it.
-struct Output
+struct BoardLine
 {
     bool exported = false;  ///< its directory exists
     bool driven = false;    ///< its direction is "out"
@@ -16,34 +16,34 @@ struct Output
     bool activeLow = false; ///< "on" is a low level on the line
 };
 
-inline bool operator==(const Output& left, const Output& right)
+inline bool operator==(const BoardLine& left, const BoardLine& right)
 {
     return left.exported == right.exported && left.driven == right.driven && left.on == right.on &&
            left.activeLow == right.activeLow;
 }
-inline bool operator!=(const Output& left, const Output& right)
+inline bool operator!=(const BoardLine& left, const BoardLine& right)
 {
     return !(left == right);
 }
 
 /// Reads the outputs on GPIO lines from a directory laid out as /sys/class/gpio.
-class Outputs
+class BoardLines
 {
 public:
     /// `directory` holds "gpio224" and its siblings; `lines` are the numbers to look at.
-    Outputs(QString directory, QVector<int> lines);
+    BoardLines(QString directory, QVector<int> lines);
 
     /// Reads all lines anew; true when one of them changed.
     bool refresh();
     /// The lines as they were last read, in the order of their numbers given.
-    const QVector<Output>& current() const { return outputs; }
+    const QVector<BoardLine>& current() const { return outputs; }
 
 private:
-    Output readLine(int line, const Output& before) const;
+    BoardLine readLine(int line, const BoardLine& before) const;
 
     QString directory;
     QVector<int> lines;
-    QVector<Output> outputs;
+    QVector<BoardLine> outputs;
 };
 
 /// Reads a record of script runs: each is the number of its words, then the words, each ended by a NUL.

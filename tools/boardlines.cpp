@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "outputs.h"
+#include "boardlines.h"
 
 #include <QDir>
 #include <QFile>
@@ -44,16 +44,16 @@ QString takeRun(QList<QByteArray>& words)
 
 } // namespace
 
-Outputs::Outputs(QString directory, QVector<int> lines)
+BoardLines::BoardLines(QString directory, QVector<int> lines)
     : directory(std::move(directory))
     , lines(std::move(lines))
     , outputs(this->lines.size())
 {
 }
 
-bool Outputs::refresh()
+bool BoardLines::refresh()
 {
-    QVector<Output> now;
+    QVector<BoardLine> now;
     for (int i = 0; i < lines.size(); ++i) {
         now += readLine(lines.at(i), outputs.at(i));
     }
@@ -62,10 +62,10 @@ bool Outputs::refresh()
     return changed;
 }
 
-Output Outputs::readLine(int line, const Output& before) const
+BoardLine BoardLines::readLine(int line, const BoardLine& before) const
 {
     const QString path = directory + QStringLiteral("/gpio%1/").arg(line);
-    Output output;
+    BoardLine output;
     output.exported = QDir(path).exists();
     output.driven = read(path + QLatin1String("direction")) == "out";
     output.activeLow = read(path + QLatin1String("active_low")) == "1";
