@@ -132,7 +132,21 @@ VALUE="\"value of $CONTROLLER\""
 
 # --- the agent, each security model ---
 
+# What the trial run of snmpd finds around it.
+: >"$WORK/trial"
+chmod 0666 "$WORK/trial"
+cat >/usr/local/sbin/snmpd <<'END'
+#!/bin/sh
+dir=/run/varnel/trial
+echo "as $(id -un)($(id -Gn)), in a directory of $(stat -c '%U %a' $dir)," \
+    "lines $(stat -c '%U %a' $dir/snmpd.conf)," "$([ -w $dir ] || echo not) writable" >/run/test/trial
+exec /usr/sbin/snmpd "$@"
+END
+chmod 0755 /usr/local/sbin/snmpd
 configure "$CONTROLLER" 161 "" comm "$OID" V1
+check_equal "the trial run has no rights" "as Debian-snmp(Debian-snmp), in a directory of root 711, lines Debian-snmp 600, not writable" \
+    "$(cat "$WORK/trial")"
+rm /usr/local/sbin/snmpd
 check_equal "V1: a manager reads the controller's value" "$VALUE" "$(get -v 1 -c comm)"
 check "V1: version 2c is refused" refused -v 2c -c comm
 check "V1: another community is refused" refused -v 1 -c public
