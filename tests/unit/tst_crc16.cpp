@@ -7,7 +7,7 @@
 
 using Varnel::crc16;
 
-/// The checksum of the frames, and the general one behind it.
+/// The checksum of the frames, and the general form of it.
 class tst_Crc16 : public QObject
 {
     Q_OBJECT
@@ -57,7 +57,7 @@ void tst_Crc16::publishedValues_data()
     const QByteArray digits("123456789");
     // Check values of the catalogue of parametrised CRC algorithms. The initial value of the augmented form
     // is not that of the direct form, so only those that start from 0 can be taken over.
-    QTest::newRow("KERMIT, 1 to 9") << 0x1021 << 0 << digits << 0x2189;
+    QTest::newRow("KERMIT, 1 to 9: its check value") << 0x1021 << 0 << digits << 0x2189;
     QTest::newRow("ARC, 1 to 9: another polynomial") << 0x8005 << 0 << digits << 0xBB3D;
     QTest::newRow("DNP, 1 to 9: without its final inversion") << 0x3D65 << 0 << digits << (0xEA82 ^ 0xFFFF);
     // CRC-16/MCRF4XX is KERMIT started from 0xFFFF, which is 0x84CF shifted through 16 zero bits.

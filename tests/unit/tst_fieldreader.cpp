@@ -45,7 +45,7 @@ void tst_FieldReader::readsUpToTheLastOctet_data()
         row("that end with the data: read", 6 - width, true);
         row("one too far: 0", 7 - width, false);
         row("at the end: 0", 6, false);
-        row("far behind the end: 0", 70000, false);
+        row("far past the end: 0", 70000, false);
         row("at the largest offset: 0", std::numeric_limits<int>::max(), false);
         row("before the start: 0", -1, false);
         row("at the smallest offset: 0", std::numeric_limits<int>::min(), false);
@@ -104,10 +104,10 @@ void tst_FieldReader::texts_data()
     QTest::newRow("NUL first: empty") << 2 << 2 << none << true;
     QTest::newRow("no width: empty") << 8 << 0 << none << true;
     QTest::newRow("one octet past the end: nothing of it") << 4 << 5 << none << false;
-    QTest::newRow("behind the end: nothing") << 9 << 1 << none << false;
+    QTest::newRow("past the end: nothing") << 9 << 1 << none << false;
     QTest::newRow("before the start: nothing") << -1 << 2 << none << false;
     QTest::newRow("negative width: nothing") << 0 << -1 << none << false;
-    QTest::newRow("far behind the end: nothing") << std::numeric_limits<int>::max() << 8 << none << false;
+    QTest::newRow("far past the end: nothing") << std::numeric_limits<int>::max() << 8 << none << false;
 }
 
 void tst_FieldReader::texts()

@@ -148,7 +148,7 @@ void tst_ModbusControl::badInterface_data()
     row("tcp with an IPv6 address: refused", "tcp", "::1:502:10", tcp);
     row("ascii: refused", "ascii", "0.0.0.0:502:10", unknown);
     row("no mode: refused", "", "0.0.0.0:502:10", unknown);
-    row("blank behind the mode: refused", "tcp ", "0.0.0.0:502:10", unknown);
+    row("blank after the mode: refused", "tcp ", "0.0.0.0:502:10", unknown);
 }
 
 void tst_ModbusControl::badInterface()
@@ -285,9 +285,9 @@ void tst_ModbusControl::unwritableFileIsNoFailure_data()
 {
     QTest::addColumn<bool>("full");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("a directory: said")
+    QTest::newRow("a directory: logged")
         << false << QStringLiteral("Is a directory"); // not even root writes to it
-    QTest::newRow("disk full: said") << true << QStringLiteral("No space left on device");
+    QTest::newRow("disk full: logged") << true << QStringLiteral("No space left on device");
 }
 
 void tst_ModbusControl::unwritableFileIsNoFailure()
@@ -465,12 +465,12 @@ void tst_ModbusControl::tooLongCommand()
     QCOMPARE(log.texts(), QStringList());
 
     QVERIFY(bridge.DbusUpdateRegisters(longest + QLatin1Char('y')));
-    QCOMPARE(reports(), 1); // said once
+    QCOMPARE(reports(), 1); // logged once
     QCOMPARE(log.lines().size(), 1);
     QVERIFY(bridge.DbusUpdateRegisters(QStringLiteral("{}")));
     QCOMPARE(script.runs().size(), 2); // and the next command that fits goes out
     QVERIFY(bridge.DbusUpdateRegisters(longest + QLatin1Char('x')));
-    QCOMPARE(reports(), 2); // until it begins anew
+    QCOMPARE(reports(), 2); // logged again after a command that fitted
 }
 
 QTEST_GUILESS_MAIN(tst_ModbusControl)

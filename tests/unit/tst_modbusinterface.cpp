@@ -355,7 +355,7 @@ void tst_ModbusInterface::severalTables()
     load(&bridge, registerText(10, "u16", "u16"), tableText(300, "10, -1") + "," + tableText(100, "-1, 10"));
     bridge.SetRegisterValue(10, {7, 3, 0, typeU16}, octets("0009"));
     const QVector<MbRawData_s> tables = bridge.ComputeRawData({300, 100, 300});
-    QCOMPARE(tables.size(), 3); // in the order asked for
+    QCOMPARE(tables.size(), 3); // in the order of the request
     QCOMPARE(tables[0].baseaddr, 300);
     QCOMPARE(tables[0].values, Words({9, 0}));
     QCOMPARE(tables[1].baseaddr, 100);
@@ -395,7 +395,7 @@ void tst_ModbusInterface::hugeGapsAreCut_data()
     QTest::newRow("two billion: cut") << QByteArray("10, -2000000000, 10") << 65536 << true;
     QTest::newRow("smallest number there is: cut")
         << QByteArray("-2147483648, -2147483648, 10") << 65536 << true;
-    QTest::newRow("behind the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
+    QTest::newRow("below the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
 }
 
 void tst_ModbusInterface::hugeGapsAreCut()

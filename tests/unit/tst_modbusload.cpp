@@ -226,7 +226,7 @@ void tst_ModbusLoad::incompleteRegisters()
     QVERIFY(loadMapping(&bridge, mappingText(definition + "," + registerText(20, "u8", "u8"), "")));
     QCOMPARE(bridge.GetRegisterList().contains(10), used);
     QVERIFY(bridge.GetRegisterList().contains(20));
-    QCOMPARE(log.lines().size(), 6); // nothing is said about it
+    QCOMPARE(log.lines().size(), 6); // without a log line
 }
 
 void tst_ModbusLoad::sideEffectsOfSkippedRegisters_data()

@@ -109,8 +109,8 @@ void tst_RlpDecoder::walk_data()
         {tooShort});
     row("count 1, two sections: the second is not read", F().add(gpioState()).add(devInfo()).sectionCount(1),
         "GpioState", {});
-    row("no octet behind the header: too short", F().sectionCount(1), "", {tooShort});
-    row("three octets behind the header: too short", F().add(hex("20 00 08")), "", {tooShort});
+    row("no octet after the header: too short", F().sectionCount(1), "", {tooShort});
+    row("three octets after the header: too short", F().add(hex("20 00 08")), "", {tooShort});
     row("three octets left over: too short", F().add(gpioState()).add(hex("20 00 08")), "GpioState",
         {tooShort});
     row("a header alone: length exceeds", F().add(hex("20 00 08 00")), "", {exceeds, decodeError});
@@ -134,17 +134,17 @@ void tst_RlpDecoder::walk_data()
     row("GpioState of length 7: too short",
         F().add(section(0x20, QByteArray(3, '\1')) + hex("de ad be ef")).add(netCfg()), "NetCfg",
         {mismatch("DevInfo", 8), decoderTooShort, decodeError});
-    row("DevInfo of length 29", F().add(section(0x10, QByteArray(25, 'x'))), "",
+    row("DevInfo of length 29: size mismatch", F().add(section(0x10, QByteArray(25, 'x'))), "",
         {mismatch("DevInfo", 28), sizeMismatch, decodeError});
-    row("NetCfg of length 30", F().add(section(0x30, QByteArray(26, 'x'))), "",
+    row("NetCfg of length 30: size mismatch", F().add(section(0x30, QByteArray(26, 'x'))), "",
         {mismatch("NetCfg", 26), sizeMismatch, decodeError});
-    row("NetCfg of length 20", F().add(section(0x30, QByteArray(16, 'x'))), "",
+    row("NetCfg of length 20: too short", F().add(section(0x30, QByteArray(16, 'x'))), "",
         {mismatch("NetCfg", 26), decoderTooShort, decodeError});
-    row("SnmpCfg of length 579", F().add(section(0x40, QByteArray(575, 'x'))), "",
+    row("SnmpCfg of length 579: too short", F().add(section(0x40, QByteArray(575, 'x'))), "",
         {mismatch("SnmpCfg", 580), decoderTooShort, decodeError});
-    row("SnmpCfg of length 581", F().add(section(0x40, QByteArray(577, 'x'))), "",
+    row("SnmpCfg of length 581: size mismatch", F().add(section(0x40, QByteArray(577, 'x'))), "",
         {mismatch("SnmpCfg", 580), sizeMismatch, decodeError});
-    row("ModbusCfg of length 12", F().add(section(0x60, QByteArray(8, 'x'))), "",
+    row("ModbusCfg of length 12: size mismatch", F().add(section(0x60, QByteArray(8, 'x'))), "",
         {mismatch("ModbusCfg", 8), sizeMismatch, decodeError});
     row("length 0: rejected, goes on by 4", F().add(section(0x60, "", 0)).add(gpioState()), "GpioState",
         {mismatch("ModbusCfg", 8), decoderTooShort, decodeError});
@@ -282,8 +282,8 @@ void tst_RlpDecoder::oneFramesRecordsDoNotReachTheNext()
 void tst_RlpDecoder::endlessLookingFramesEnd_data()
 {
     QTest::addColumn<QByteArray>("sections");
-    QTest::newRow("advance 0") << section(0x50, "", 65532);
-    QTest::newRow("back and forth") << gpioState() + section(0x50, "", 65524);
+    QTest::newRow("advance 0: ends with the count") << section(0x50, "", 65532);
+    QTest::newRow("back and forth: ends with the count") << gpioState() + section(0x50, "", 65524);
 }
 
 void tst_RlpDecoder::endlessLookingFramesEnd()

@@ -130,7 +130,7 @@ void tst_RlpFrame::drops_data()
         lines({"Section offset out of range. Drop frame", "7  <  8", "7  >  22"}));
     row("section offset 0: dropped", frame().sectionOffset(0).octets(),
         lines({"Section offset out of range. Drop frame", "0  <  8", "0  >  22"}));
-    row("section offset behind the payload: dropped", frame().sectionOffset(23).octets(),
+    row("section offset beyond the payload: dropped", frame().sectionOffset(23).octets(),
         lines({"Section offset out of range. Drop frame", "23  <  8", "23  >  22"}));
     row("section offset largest: dropped", frame().sectionOffset(65535).octets(),
         lines({"Section offset out of range. Drop frame", "65535  <  8", "65535  >  22"}));
@@ -177,9 +177,9 @@ void tst_RlpFrame::shortDatagrams_data()
         lines({"Payload length mismatch. Drop frame", "0"}));
     row("length alone, sealed: no offset", sealed(hex("ce 01 | 02 00")),
         lines({"Section offset out of range. Drop frame", "0  <  8", "0  >  2"}));
-    row("up to the offset, sealed: offset behind the payload", sealed(hex("ce 01 | 04 00 | 0e 00")),
+    row("up to the offset, sealed: offset beyond the payload", sealed(hex("ce 01 | 04 00 | 0e 00")),
         lines({"Section offset out of range. Drop frame", "14  <  8", "14  >  4"}));
-    row("up to the count, sealed: offset behind the payload", sealed(hex("ce 01 | 06 00 | 08 00 | 01 00")),
+    row("up to the count, sealed: offset beyond the payload", sealed(hex("ce 01 | 06 00 | 08 00 | 01 00")),
         lines({"Section offset out of range. Drop frame", "8  <  8", "8  >  6"}));
     row("up to half the sequence, sealed: no continuity",
         sealed(hex("ce 01 | 08 00 | 08 00 | 01 00 | 07 00")), lines({"Out of the continuum. Drop frame"}));
@@ -245,7 +245,7 @@ void tst_RlpFrame::sender_data()
     QTest::addColumn<bool>("accepted");
     QTest::addColumn<QStringList>("log");
     QTest::newRow("nobody registered: anybody") << false << stranger << true << QStringList();
-    QTest::newRow("the registered one") << true << controller << true << QStringList();
+    QTest::newRow("the registered one: accepted") << true << controller << true << QStringList();
     QTest::newRow("another: dropped")
         << true << stranger << false
         << lines({"Packet received from an unknown sender ( \"192.168.7.3\" , attended  \"192.168.7.2\" )"});
@@ -274,18 +274,18 @@ void tst_RlpFrame::checksOfTwoDefectsReportTheFirst_data()
     const auto row = [](const char* name, const QByteArray& datagram, bool fromStranger, const char* first) {
         QTest::newRow(name) << datagram << fromStranger << line(first);
     };
-    row("magic before sender", frame().magic(0).octets(), true, badMagic);
-    row("sender before checksum", frame().unsealed() + hex("00 00"), true,
+    row("magic and sender wrong: magic", frame().magic(0).octets(), true, badMagic);
+    row("sender and checksum wrong: sender", frame().unsealed() + hex("00 00"), true,
         "Packet received from an unknown sender ( \"192.168.7.3\" , attended  \"192.168.7.2\" )");
-    row("version before payload length", frame().version(2).payloadLength(1).octets(), false,
+    row("version and payload length wrong: version", frame().version(2).payloadLength(1).octets(), false,
         "Unknown RLP version");
-    row("payload length before section offset", frame().payloadLength(1).sectionOffset(0).octets(), false,
-        "Payload length mismatch. Drop frame");
-    row("section offset before section count", frame().sectionOffset(0).sectionCount(0).octets(), false,
-        "Section offset out of range. Drop frame");
-    row("section count before continuity", frame().sectionCount(0).continuity(0).octets(), false,
-        "Section count mismatch section payload length. Drop frame");
-    row("continuity before sequence", frame().continuity(0).sequence(4).octets(), false,
+    row("payload length and section offset wrong: payload length",
+        frame().payloadLength(1).sectionOffset(0).octets(), false, "Payload length mismatch. Drop frame");
+    row("section offset and count wrong: section offset", frame().sectionOffset(0).sectionCount(0).octets(),
+        false, "Section offset out of range. Drop frame");
+    row("section count and continuity wrong: section count", frame().sectionCount(0).continuity(0).octets(),
+        false, "Section count mismatch section payload length. Drop frame");
+    row("continuity and sequence wrong: continuity", frame().continuity(0).sequence(4).octets(), false,
         "Out of the continuum. Drop frame");
 }
 

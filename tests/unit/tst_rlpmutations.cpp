@@ -8,7 +8,7 @@
 using namespace Varnel;
 
 /// Valid frames, cut at every length and flipped at every octet; then frames that are nothing but noise
-/// behind a right checksum. Meant to be run under the sanitizers as well.
+/// with a right checksum. Meant to be run under the sanitizers as well.
 class tst_RlpMutations : public QObject
 {
     Q_OBJECT
@@ -141,7 +141,7 @@ void tst_RlpMutations::lengthened()
         checkDropped(datagram + octet);
         checkDropped(datagram + octet + octet + octet);
     }
-    // Zeros behind a sealed frame leave its checksum right; the payload length tells.
+    // Zeros after a sealed frame keep its checksum right; the payload length shows them.
     const Outcome outcome = receive(decoder, datagram + '\0' + '\0');
     QVERIFY(!outcome.accepted);
     QCOMPARE(outcome.log, (QStringList{QStringLiteral("Payload length mismatch. Drop frame"),

@@ -199,7 +199,7 @@ void tst_RlpSections::languageText_data()
     row("all NUL: empty", "00 00 00 00 00 00 00 00", QString());
     row("eight letters: all", "64 65 66 61 75 6c 74 21", QStringLiteral("default!"));
     row("NUL first: empty, whatever follows", "00 66 72 00 00 00 00 00", QString());
-    row("letters behind the NUL: dropped", "65 6e 00 66 72 66 72 66", QStringLiteral("en"));
+    row("letters after the NUL: dropped", "65 6e 00 66 72 66 72 66", QStringLiteral("en"));
     row("Latin-1 octet: its letter", "e9 00 00 00 00 00 00 00", QStringLiteral("\u00e9"));
 }
 
@@ -387,7 +387,7 @@ void tst_RlpSections::coreItems_data()
     row("value missing: left out", coreItem(9, 9, 9, 9, "", 1), {});
     row("value to the very end: kept", coreItem(9, 9, 9, 9, QByteArray(5, '\1')),
         {QStringLiteral("9.9.9.9:5=0101010101")});
-    row("a bad item hides those behind it", coreItem(9, 9, 9, 9, "", 200) + two, {});
+    row("a bad item first: none is used", coreItem(9, 9, 9, 9, "", 200) + two, {});
 }
 
 void tst_RlpSections::coreItems()
@@ -414,7 +414,7 @@ void tst_RlpSections::coreLengthField_data()
     QTest::addColumn<int>("consumedOctets");
     QTest::addColumn<int>("itemCount");
     QTest::newRow("whole: both items") << hex("1a 00") << 26 << 2;
-    QTest::newRow("ends behind the first item: that one") << hex("0e 00") << 14 << 1;
+    QTest::newRow("ends after the first item: one item") << hex("0e 00") << 14 << 1;
     QTest::newRow("ends within the second item: the first") << hex("19 00") << 25 << 1;
     QTest::newRow("past the octets there are: both items") << hex("ff ff") << 65535 << 2;
     QTest::newRow("shorter than the section header: none") << hex("03 00") << 3 << 0;

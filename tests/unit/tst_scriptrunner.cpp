@@ -109,7 +109,7 @@ void tst_ScriptRunner::initTestCase()
 
 void tst_ScriptRunner::cleanup()
 {
-    // Neither a zombie nor a running child is left behind.
+    // No zombie and no running child is left.
     errno = 0;
     while (::waitpid(-1, nullptr, WNOHANG) > 0) {
         QFAIL("a child was left unreaped");

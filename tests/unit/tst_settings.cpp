@@ -190,8 +190,8 @@ void tst_Settings::valuesOfTheCommandLine()
 void tst_Settings::missingFile_data()
 {
     QTest::addColumn<bool>("dangling");
-    QTest::newRow("no file") << false;
-    QTest::newRow("a link to nowhere") << true;
+    QTest::newRow("no file: defaults") << false;
+    QTest::newRow("a link to nowhere: defaults") << true;
 }
 
 void tst_Settings::missingFile()
@@ -382,7 +382,7 @@ void tst_Settings::keysAreFoundByTheirExactName_data()
     QTest::newRow("Windows line ends") << QByteArray("[Network]\r\nUdpPort=1\r\n") << 1;
     QTest::newRow("UTF-8 mark in front") << QByteArray("\xef\xbb\xbf[Network]\nUdpPort=1\n") << 1;
     QTest::newRow("no line end at the end") << QByteArray("[Network]\nUdpPort=1") << 1;
-    QTest::newRow("behind a broken line") << QByteArray("[Network]\nnonsense\nUdpPort=1\n") << 1;
+    QTest::newRow("after a broken line: read") << QByteArray("[Network]\nnonsense\nUdpPort=1\n") << 1;
 }
 
 void tst_Settings::keysAreFoundByTheirExactName()

@@ -161,7 +161,7 @@ void tst_UdpHandlerConfig::netCfg()
 void tst_UdpHandlerConfig::netCfgFieldByField_data()
 {
     QTest::addColumn<int>("offset"); ///< of the octet that changes, from the start of the section
-    QTest::newRow("dhcp") << 5;
+    QTest::newRow("dhcp: applied") << 5;
     const std::pair<const char*, int> addresses[] = {
         {"ip", 6}, {"mask", 10}, {"gateway", 14}, {"dns1", 18}, {"dns2", 22}};
     for (const auto& [field, offset] : addresses) {
@@ -244,9 +244,9 @@ void tst_UdpHandlerConfig::modbusCfg_data()
     QTest::addColumn<Lines>("calls");
     // After a section of status on and port 502.
     QTest::newRow("the same: nothing") << true << 502 << Lines();
-    QTest::newRow("switched off") << false << 502 << Lines{"modbuscfg.sh 0 502"};
-    QTest::newRow("another port") << true << 65535 << Lines{"modbuscfg.sh 1 65535"};
-    QTest::newRow("both") << false << 0 << Lines{"modbuscfg.sh 0 0"};
+    QTest::newRow("switched off: applied") << false << 502 << Lines{"modbuscfg.sh 0 502"};
+    QTest::newRow("another port: applied") << true << 65535 << Lines{"modbuscfg.sh 1 65535"};
+    QTest::newRow("both: applied") << false << 0 << Lines{"modbuscfg.sh 0 0"};
 }
 
 void tst_UdpHandlerConfig::modbusCfg()
@@ -303,7 +303,7 @@ void tst_UdpHandlerConfig::badSectionLeavesTheOthers()
 {
     const ScriptDirectory scripts;
     RegisteredLink link(scripts);
-    // The Modbus section stands where the bad one claims to end, four octets late.
+    // The Modbus section starts four octets after the end that the bad one claims.
     link.receiveSections({section(0x30, QByteArray(18, 'x')) + hex("00 00 00 00"), modbusCfgSection()});
     QCOMPARE(link.log(), (QStringList{QStringLiteral("NetCfg section length mismatch ( 26 )"),
                                       QStringLiteral("Too short"), QStringLiteral("Decode error"),

@@ -242,8 +242,8 @@ void tst_UdpHandlerLink::registrationUsesTheFirstFrame()
 void tst_UdpHandlerLink::missingRegistrationScript_data()
 {
     QTest::addColumn<bool>("present");
-    QTest::newRow("missing") << false;
-    QTest::newRow("not executable") << true;
+    QTest::newRow("missing: logged") << false;
+    QTest::newRow("not executable: logged") << true;
 }
 
 void tst_UdpHandlerLink::missingRegistrationScript()
@@ -288,11 +288,11 @@ void tst_UdpHandlerLink::oddDatagrams_data()
     QTest::addColumn<QString>("line");
     const QString magic = QStringLiteral("Not a RLP magic number. Drop frame");
     QTest::newRow("empty") << QByteArray() << magic;
-    QTest::newRow("one octet") << hex("ce")
-                               << QStringLiteral("Invalid checksum (0x \"0\"  != 0x \"2f72\" ). Drop frame");
-    QTest::newRow("text") << QByteArray("hello") << magic;
-    QTest::newRow("the largest, of nothing") << QByteArray(65507, '\0') << magic;
-    QTest::newRow("the largest, unsealed")
+    QTest::newRow("one octet: checksum")
+        << hex("ce") << QStringLiteral("Invalid checksum (0x \"0\"  != 0x \"2f72\" ). Drop frame");
+    QTest::newRow("text: magic") << QByteArray("hello") << magic;
+    QTest::newRow("the largest, of zeros: magic") << QByteArray(65507, '\0') << magic;
+    QTest::newRow("the largest, unsealed: checksum")
         << QByteArray(65507, '\xce')
         << QStringLiteral("Invalid checksum (0x \"cece\"  != 0x \"%1\" ). Drop frame")
                .arg(QString::number(kermit(QByteArray(65505, '\xce')), 16));
@@ -340,14 +340,14 @@ void tst_UdpHandlerLink::droppedFramesLeaveNoTrace_data()
             .add(snmpCfgSection())
             .add(netCfgSection());
     };
-    QTest::newRow("magic") << frame().magic(1).octets();
-    QTest::newRow("checksum") << frame().unsealed() + hex("00 00");
-    QTest::newRow("version") << frame().version(7).octets();
-    QTest::newRow("payload length") << frame().payloadLength(7).octets();
-    QTest::newRow("section offset") << frame().sectionOffset(7).octets();
-    QTest::newRow("section count") << frame().sectionCount(0).octets();
-    QTest::newRow("continuity") << frame().continuity(0).octets();
-    QTest::newRow("sequence") << frame().sequence(0).octets();
+    QTest::newRow("magic: changes nothing") << frame().magic(1).octets();
+    QTest::newRow("checksum: changes nothing") << frame().unsealed() + hex("00 00");
+    QTest::newRow("version: changes nothing") << frame().version(7).octets();
+    QTest::newRow("payload length: changes nothing") << frame().payloadLength(7).octets();
+    QTest::newRow("section offset: changes nothing") << frame().sectionOffset(7).octets();
+    QTest::newRow("section count: changes nothing") << frame().sectionCount(0).octets();
+    QTest::newRow("continuity: changes nothing") << frame().continuity(0).octets();
+    QTest::newRow("sequence: changes nothing") << frame().sequence(0).octets();
 }
 
 void tst_UdpHandlerLink::droppedFramesLeaveNoTrace()
@@ -385,7 +385,7 @@ void tst_UdpHandlerLink::lossAndReturn()
     link.clear();
     QSignalSpy lost(link.packetTimer(), &QTimer::timeout);
     QVERIFY(lost.wait());
-    // The controller's page may still be asked for, and fail behind these lines.
+    // The controller's page may still be requested, and fail after these lines.
     QCOMPARE(
         link.log().mid(link.log().indexOf(QStringLiteral(
                            "No packet received within the  1 s window, unregister  \"192.168.7.2\"")),

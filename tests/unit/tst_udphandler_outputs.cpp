@@ -246,7 +246,7 @@ void tst_UdpHandlerOutputs::allOutputsInOrder()
                                   list("gpio225/value=0 gpio225/value=0") + prepared(228, 1) +
                                   list("gpio228/value=1") + prepared(230, 0) +
                                   list("gpio230/value=1 gpio230/value=1"));
-    // The steady ones are written with every frame, which repairs what was changed behind the panel's back.
+    // The steady ones are written with every frame, which repairs what another program has changed.
     lines->clear();
     link.receiveSections({gpioSection(1, 0, 3, 1)});
     QCOMPARE(lines->writes(), list("gpio224/value=1 gpio225/value=0 gpio230/value=1"));
@@ -333,10 +333,12 @@ void tst_UdpHandlerOutputs::filesThatVanish_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QStringList>("writes"); ///< for the change of the yellow LED from 4 to 1
     const QStringList all = prepared(225, 1) + list("gpio225/value=1 gpio225/value=1");
-    QTest::newRow("direction") << QStringLiteral("gpio225/direction") << QStringList(all.mid(1));
-    QTest::newRow("active_low") << QStringLiteral("gpio225/active_low")
-                                << QStringList(all.mid(0, 1) + all.mid(2));
-    QTest::newRow("value") << QStringLiteral("gpio225/value") << QStringList(all.mid(0, 2));
+    QTest::newRow("no direction: the rest is written")
+        << QStringLiteral("gpio225/direction") << QStringList(all.mid(1));
+    QTest::newRow("no active_low: the rest is written")
+        << QStringLiteral("gpio225/active_low") << QStringList(all.mid(0, 1) + all.mid(2));
+    QTest::newRow("no value: the rest is written")
+        << QStringLiteral("gpio225/value") << QStringList(all.mid(0, 2));
     QTest::newRow("the whole line: exported again") << QStringLiteral("gpio225") << list("export=225");
 }
 

@@ -46,14 +46,16 @@ void tst_UdpHandlerSnmp::agent_data()
 {
     QTest::addColumn<int>("version");
     QTest::addColumn<QByteArray>("words");
-    QTest::newRow("version 0") << 0 << QByteArray();
-    QTest::newRow("version 1") << 1 << QByteArray(" oid V1");
-    QTest::newRow("version 2") << 2 << QByteArray(" oid V2");
-    QTest::newRow("version 3") << 3 << QByteArray(" ro_oid V3NOAUTH ro_user");
-    QTest::newRow("version 4") << 4 << QByteArray(" nopriv_oid V3NOPRIV nopriv_user MD5 nopriv_pwd");
-    QTest::newRow("version 5") << 5 << QByteArray(" priv_oid V3PRIV priv_user SHA priv_pwd DES priv_key");
-    QTest::newRow("version 6") << 6 << QByteArray();
-    QTest::newRow("version 255") << 255 << QByteArray();
+    QTest::newRow("version 0: no words") << 0 << QByteArray();
+    QTest::newRow("version 1: V1") << 1 << QByteArray(" oid V1");
+    QTest::newRow("version 2: V2") << 2 << QByteArray(" oid V2");
+    QTest::newRow("version 3: V3NOAUTH") << 3 << QByteArray(" ro_oid V3NOAUTH ro_user");
+    QTest::newRow("version 4: V3NOPRIV")
+        << 4 << QByteArray(" nopriv_oid V3NOPRIV nopriv_user MD5 nopriv_pwd");
+    QTest::newRow("version 5: V3PRIV")
+        << 5 << QByteArray(" priv_oid V3PRIV priv_user SHA priv_pwd DES priv_key");
+    QTest::newRow("version 6: no words") << 6 << QByteArray();
+    QTest::newRow("version 255: no words") << 255 << QByteArray();
 }
 
 void tst_UdpHandlerSnmp::agent()
@@ -72,14 +74,15 @@ void tst_UdpHandlerSnmp::traps_data()
 {
     QTest::addColumn<int>("mode");
     QTest::addColumn<QByteArray>("words");
-    QTest::newRow("mode 0") << 0 << QByteArray();
-    QTest::newRow("mode 1") << 1 << QByteArray(" V1 cli_community");
-    QTest::newRow("mode 2") << 2 << QByteArray(" V2 cli_community");
-    QTest::newRow("mode 3") << 3 << QByteArray(" V3NOAUTH cli_engineid cli_user");
-    QTest::newRow("mode 4") << 4 << QByteArray(" V3NOPRIV cli_engineid cli_user SHA cli_pwd");
-    QTest::newRow("mode 5") << 5 << QByteArray(" V3PRIV cli_engineid cli_user SHA cli_pwd AES cli_key");
-    QTest::newRow("mode 6") << 6 << QByteArray();
-    QTest::newRow("mode 255") << 255 << QByteArray();
+    QTest::newRow("mode 0: no words") << 0 << QByteArray();
+    QTest::newRow("mode 1: V1") << 1 << QByteArray(" V1 cli_community");
+    QTest::newRow("mode 2: V2") << 2 << QByteArray(" V2 cli_community");
+    QTest::newRow("mode 3: V3NOAUTH") << 3 << QByteArray(" V3NOAUTH cli_engineid cli_user");
+    QTest::newRow("mode 4: V3NOPRIV") << 4 << QByteArray(" V3NOPRIV cli_engineid cli_user SHA cli_pwd");
+    QTest::newRow("mode 5: V3PRIV") << 5
+                                    << QByteArray(" V3PRIV cli_engineid cli_user SHA cli_pwd AES cli_key");
+    QTest::newRow("mode 6: no words") << 6 << QByteArray();
+    QTest::newRow("mode 255: no words") << 255 << QByteArray();
 }
 
 void tst_UdpHandlerSnmp::traps()
@@ -150,7 +153,7 @@ void tst_UdpHandlerSnmp::fieldByField_data()
         QTest::addRow("trap_addr%d, first octet", trap + 1) << 560 + 4 * trap << true;
         QTest::addRow("trap_addr%d, last octet", trap + 1) << 563 + 4 * trap << true;
     }
-    QTest::newRow("behind the NUL of a text: no change") << 12 + 31 << false;
+    QTest::newRow("after the NUL of a text: no change") << 12 + 31 << false;
 }
 
 void tst_UdpHandlerSnmp::fieldByField()
@@ -234,10 +237,10 @@ void tst_UdpHandlerSnmp::textsAreArguments_data()
     same("a tab and a bell", "\t\a");
     same("32 letters without NUL", QByteArray(32, 'x'));
     // A text is Latin-1 on the wire and UTF-8 as an argument.
-    QTest::newRow("e acute in Latin-1") << QByteArray("caf\xe9") << QByteArray("caf\xc3\xa9");
+    QTest::newRow("e acute in Latin-1: UTF-8") << QByteArray("caf\xe9") << QByteArray("caf\xc3\xa9");
     QTest::newRow("e acute in UTF-8: two letters")
         << QByteArray("caf\xc3\xa9") << QByteArray("caf\xc3\x83\xc2\xa9");
-    QTest::newRow("text behind a NUL: cut") << QByteArray("a\0b", 3) << QByteArray("a");
+    QTest::newRow("text after a NUL: cut") << QByteArray("a\0b", 3) << QByteArray("a");
 }
 
 void tst_UdpHandlerSnmp::textsAreArguments()
