@@ -145,7 +145,7 @@ Faults serverFaults()
          {},
          tryInVainAndLoseLink},
         {"page server refuses, long, with ProbeAgain", "error page until one of the next tries",
-         nothingIsLost, httpError, close, errorPageAfterTwoTries, listen, askForRecovery},
+         nothingIsLost, httpError, closeServer, errorPageAfterTwoTries, listenAgain, askForRecovery},
         {"page server slow", "page answers late", "nothing", "",
          [](FaultBench& bench) {
              bench.server.setDelay(std::chrono::seconds(3));
