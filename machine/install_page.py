@@ -3,7 +3,8 @@
 """Prints the commands of docs/install.md as a shell script: every indented block of "Step by step", as it stands.
 
 A block that begins with "# /path" is the text of that file, one that begins with "systemctl edit UNIT" is that command
-with what is typed into its editor. Left out are the build of the packages, which comes before, and a log that has no end.
+with what is typed into its editor. Left out are the build of the packages, which comes before, an editor in which the
+sample's values are kept, and a log that has no end.
 """
 import re
 import sys
@@ -26,7 +27,7 @@ def commands(block):
         return write_file(file[1], block[1:])
     if edit:
         return write_file(f"/etc/systemd/system/{edit[1]}.service.d/override.conf", block[1:])
-    return [line for line in block if not line.startswith(("scripts/package", "journalctl "))]
+    return [line for line in block if not line.startswith(("scripts/package", "editor ", "journalctl "))]
 
 
 def main():
