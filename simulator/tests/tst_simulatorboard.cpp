@@ -35,7 +35,7 @@ protected:
 } // namespace
 
 /// The control board in the engine that shows it on the panel, with real presses.
-class SimulatorBoardTest : public QObject
+class tst_SimulatorBoard : public QObject
 {
     Q_OBJECT
 
@@ -68,7 +68,7 @@ private:
     QStringList failures;
 };
 
-void SimulatorBoardTest::init()
+void tst_SimulatorBoard::init()
 {
     uploads = std::make_unique<QTemporaryDir>();
     simulator = std::make_unique<SimulatorProcess>();
@@ -99,7 +99,7 @@ void SimulatorBoardTest::init()
     QTRY_VERIFY(!visibleKey(QStringLiteral("Slow")).isNull());
 }
 
-void SimulatorBoardTest::cleanup()
+void tst_SimulatorBoard::cleanup()
 {
     const QStringList complaints = failures + page->complaints;
     view.reset();
@@ -109,7 +109,7 @@ void SimulatorBoardTest::cleanup()
 }
 
 /// Where the first visible key (or tab) with this text is; a null rectangle when there is none.
-QRect SimulatorBoardTest::visibleKey(const QString& text) const
+QRect tst_SimulatorBoard::visibleKey(const QString& text) const
 {
     const QWebElementCollection keys =
         page->mainFrame()->findAllElements(QStringLiteral(".sheet.on .key, #tabs a"));
@@ -123,26 +123,26 @@ QRect SimulatorBoardTest::visibleKey(const QString& text) const
     return {};
 }
 
-void SimulatorBoardTest::press(const QString& text)
+void tst_SimulatorBoard::press(const QString& text)
 {
     const QRect place = visibleKey(text);
     QVERIFY2(!place.isNull(), qPrintable(text));
     QTest::mouseClick(view.get(), Qt::LeftButton, Qt::NoModifier, place.center());
 }
 
-void SimulatorBoardTest::openSheet(const QString& name)
+void tst_SimulatorBoard::openSheet(const QString& name)
 {
     press(name);
     QTRY_COMPARE(page->mainFrame()->findFirstElement(QStringLiteral("#tabs a.on")).toPlainText(), name);
 }
 
-QJsonObject SimulatorBoardTest::lastAction()
+QJsonObject tst_SimulatorBoard::lastAction()
 {
     const QList<QJsonObject> actions = simulator->events(QStringLiteral("action"));
     return actions.isEmpty() ? QJsonObject() : actions.last().value(QLatin1String("action")).toObject();
 }
 
-void SimulatorBoardTest::keysAreWithinReach_data()
+void tst_SimulatorBoard::keysAreWithinReach_data()
 {
     QTest::addColumn<int>("atLeast");
     QTest::newRow("Signals") << 20;
@@ -153,7 +153,7 @@ void SimulatorBoardTest::keysAreWithinReach_data()
 }
 
 /// A finger needs 44 pixels; nothing lies outside the screen, since the panel has no scroll bars.
-void SimulatorBoardTest::keysAreWithinReach()
+void tst_SimulatorBoard::keysAreWithinReach()
 {
     openSheet(QLatin1String(QTest::currentDataTag()));
     QTRY_VERIFY(page->mainFrame()->findAllElements(QStringLiteral(".sheet.on .key")).count() > 10);
@@ -174,7 +174,7 @@ void SimulatorBoardTest::keysAreWithinReach()
     QVERIFY2(places.size() >= atLeast, qPrintable(QString::number(places.size())));
 }
 
-void SimulatorBoardTest::pressChangesState_data()
+void tst_SimulatorBoard::pressChangesState_data()
 {
     QTest::addColumn<QString>("sheet");
     QTest::addColumn<QString>("key");
@@ -196,7 +196,7 @@ void SimulatorBoardTest::pressChangesState_data()
     row("Link", "All well again", R"({"do":"well"})");
 }
 
-void SimulatorBoardTest::pressChangesState()
+void tst_SimulatorBoard::pressChangesState()
 {
     QFETCH(QString, sheet);
     QFETCH(QString, key);
@@ -207,7 +207,7 @@ void SimulatorBoardTest::pressChangesState()
     QVERIFY(!simulator->events(QStringLiteral("action")).last().contains(QLatin1String("error")));
 }
 
-void SimulatorBoardTest::pressedKeyIsMarked()
+void tst_SimulatorBoard::pressedKeyIsMarked()
 {
     press(QStringLiteral("Slow"));
     QTRY_COMPARE(script(QStringLiteral("document.querySelector('#signals .key.on').textContent")).toString(),
@@ -216,7 +216,7 @@ void SimulatorBoardTest::pressedKeyIsMarked()
                  QStringLiteral("slow"));
 }
 
-void SimulatorBoardTest::valuesCanBeHeld()
+void tst_SimulatorBoard::valuesCanBeHeld()
 {
     openSheet(QStringLiteral("Values"));
     press(QStringLiteral("+"));
@@ -227,7 +227,7 @@ void SimulatorBoardTest::valuesCanBeHeld()
     QTRY_COMPARE(page->mainFrame()->findAllElements(QStringLiteral(".value.held")).count(), 0);
 }
 
-void SimulatorBoardTest::downloadLinksLeadSomewhere()
+void tst_SimulatorBoard::downloadLinksLeadSomewhere()
 {
     openSheet(QStringLiteral("Files"));
     QTRY_VERIFY(!visibleKey(QStringLiteral("Report")).isNull());
@@ -240,7 +240,7 @@ void SimulatorBoardTest::downloadLinksLeadSomewhere()
     QTRY_COMPARE(offered, QStringLiteral("attachment; filename=report.txt"));
 }
 
-void SimulatorBoardTest::uploadArrives()
+void tst_SimulatorBoard::uploadArrives()
 {
     QTemporaryFile file(QDir::tempPath() + QStringLiteral("/board upload XXXXXX.txt"));
     QVERIFY(file.open());
@@ -263,5 +263,5 @@ void SimulatorBoardTest::uploadArrives()
     QTRY_VERIFY(!visibleKey(QStringLiteral("Choose a file")).isNull());
 }
 
-QTEST_MAIN(SimulatorBoardTest)
+QTEST_MAIN(tst_SimulatorBoard)
 #include "tst_simulatorboard.moc"

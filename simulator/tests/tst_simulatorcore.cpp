@@ -9,7 +9,7 @@ using namespace Simulator;
 Q_DECLARE_METATYPE(Simulator::CoreType)
 
 /// The Core section: which values a mapping file yields, and how each kind of value is written.
-class SimulatorCoreTest : public QObject
+class tst_SimulatorCore : public QObject
 {
     Q_OBJECT
 
@@ -31,7 +31,7 @@ private:
     QTemporaryDir directory;
 };
 
-QString SimulatorCoreTest::writeFile(const QByteArray& text)
+QString tst_SimulatorCore::writeFile(const QByteArray& text)
 {
     QFile file(directory.filePath(QStringLiteral("mapping.json")));
     if (file.open(QIODevice::WriteOnly)) {
@@ -40,7 +40,7 @@ QString SimulatorCoreTest::writeFile(const QByteArray& text)
     return file.fileName();
 }
 
-void SimulatorCoreTest::value_data()
+void tst_SimulatorCore::value_data()
 {
     QTest::addColumn<CoreType>("type");
     QTest::addColumn<QJsonValue>("value");
@@ -65,7 +65,7 @@ void SimulatorCoreTest::value_data()
     row("empty string: no octet", CoreType::String, QString(), "");
 }
 
-void SimulatorCoreTest::value()
+void tst_SimulatorCore::value()
 {
     QFETCH(CoreType, type);
     QFETCH(QJsonValue, value);
@@ -75,7 +75,7 @@ void SimulatorCoreTest::value()
     QCOMPARE(encoded->toHex(), octets);
 }
 
-void SimulatorCoreTest::refusedValue_data()
+void tst_SimulatorCore::refusedValue_data()
 {
     QTest::addColumn<CoreType>("type");
     QTest::addColumn<QJsonValue>("value");
@@ -90,14 +90,14 @@ void SimulatorCoreTest::refusedValue_data()
     QTest::newRow("other") << CoreType::Other << QJsonValue(1);
 }
 
-void SimulatorCoreTest::refusedValue()
+void tst_SimulatorCore::refusedValue()
 {
     QFETCH(CoreType, type);
     QFETCH(QJsonValue, value);
     QVERIFY(!encodeCoreValue(type, value).has_value());
 }
 
-void SimulatorCoreTest::sampleMapping()
+void tst_SimulatorCore::sampleMapping()
 {
     const Varnel::Outcome<QList<CorePoint>> read =
         readCoreMap(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
@@ -116,7 +116,7 @@ void SimulatorCoreTest::sampleMapping()
     }
 }
 
-void SimulatorCoreTest::mappingRules()
+void tst_SimulatorCore::mappingRules()
 {
     const QString path = writeFile(R"({"ci": {"types": {"U16": 4, "uint32": 6, "float": 8},
         "classes": {"c": {"id": 300, "fields": {"f": 7, "g": 8}}}}, "registers": [
@@ -136,7 +136,7 @@ void SimulatorCoreTest::mappingRules()
     QCOMPARE(int(points.last().typeCode), 8);
 }
 
-void SimulatorCoreTest::unreadableMapping_data()
+void tst_SimulatorCore::unreadableMapping_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QString>("reason");
@@ -160,7 +160,7 @@ void SimulatorCoreTest::unreadableMapping_data()
     broken("index too large", R"("ci_class": "c", "ci_field": "f", "ci_index": 256, "ci_type": "u16")");
 }
 
-void SimulatorCoreTest::unreadableMapping()
+void tst_SimulatorCore::unreadableMapping()
 {
     QFETCH(QByteArray, text);
     QFETCH(QString, reason);
@@ -170,7 +170,7 @@ void SimulatorCoreTest::unreadableMapping()
     QVERIFY2(unread.startsWith(QStringLiteral("cannot read")), qPrintable(unread));
 }
 
-void SimulatorCoreTest::section()
+void tst_SimulatorCore::section()
 {
     CoreFeed feed;
     QVERIFY(!feed.hasItems());
@@ -193,7 +193,7 @@ void SimulatorCoreTest::section()
                                             "0102030405"));
 }
 
-void SimulatorCoreTest::heldValueStays()
+void tst_SimulatorCore::heldValueStays()
 {
     CoreFeed feed;
     feed.setPoints({{1, QStringLiteral("a"), 1, 1, 0, 4, CoreType::Uint16},
@@ -214,5 +214,5 @@ void SimulatorCoreTest::heldValueStays()
     QVERIFY(!feed.release(QStringLiteral("9")));
 }
 
-QTEST_GUILESS_MAIN(SimulatorCoreTest)
+QTEST_GUILESS_MAIN(tst_SimulatorCore)
 #include "tst_simulatorcore.moc"

@@ -29,7 +29,7 @@ QByteArray pattern(qint64 size)
 } // namespace
 
 /// The downloads of the real program, as seen through Qt's own HTTP client.
-class TestSimulatorDownloads : public QObject
+class tst_SimulatorDownloads : public QObject
 {
     Q_OBJECT
 
@@ -59,14 +59,14 @@ private:
     QNetworkAccessManager client;
 };
 
-void TestSimulatorDownloads::init()
+void tst_SimulatorDownloads::init()
 {
     simulator = std::make_unique<SimulatorProcess>();
     QVERIFY(simulator->start({"--login"_s, QString(), "--sections"_s, "none"_s}));
     client.clearConnectionCache();
 }
 
-void TestSimulatorDownloads::downloads_data()
+void tst_SimulatorDownloads::downloads_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QByteArray>("disposition");
@@ -98,7 +98,7 @@ void TestSimulatorDownloads::downloads_data()
     row("large", "attachment; filename=large.bin", 5 * 1024 * 1024);
 }
 
-void TestSimulatorDownloads::downloads()
+void tst_SimulatorDownloads::downloads()
 {
     QFETCH(QString, path);
     QFETCH(int, size);
@@ -112,7 +112,7 @@ void TestSimulatorDownloads::downloads()
     QVERIFY(reply->readAll() == pattern(size));
 }
 
-void TestSimulatorDownloads::generatedBody()
+void tst_SimulatorDownloads::generatedBody()
 {
     // octet i is i xor (i >> 8) xor (i >> 16): neighbouring blocks of 256 differ
     QCOMPARE(pattern(4).toHex(), QByteArray("00010203"));
@@ -120,7 +120,7 @@ void TestSimulatorDownloads::generatedBody()
     QCOMPARE(int(uchar(Simulator::patternOctet(0x12345))), 0x45 ^ 0x23 ^ 0x01);
 }
 
-void TestSimulatorDownloads::brokenDownload()
+void tst_SimulatorDownloads::brokenDownload()
 {
     const Reply reply = finished("/download/break"_s);
     QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
@@ -131,7 +131,7 @@ void TestSimulatorDownloads::brokenDownload()
     QVERIFY(!stalled->isFinished());
 }
 
-void TestSimulatorDownloads::customDownload()
+void tst_SimulatorDownloads::customDownload()
 {
     const Reply reply = get("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
                             "&type=application/x-odd&size=10000&pace=20"_s);
@@ -144,7 +144,7 @@ void TestSimulatorDownloads::customDownload()
     QVERIFY(reply->readAll() == pattern(10000));
 }
 
-void TestSimulatorDownloads::hugeDownload()
+void tst_SimulatorDownloads::hugeDownload()
 {
     const Reply reply = get("/download/huge"_s);
     reply->setReadBufferSize(mebi);
@@ -164,5 +164,5 @@ void TestSimulatorDownloads::hugeDownload()
     QVERIFY(intact);
 }
 
-QTEST_GUILESS_MAIN(TestSimulatorDownloads)
+QTEST_GUILESS_MAIN(tst_SimulatorDownloads)
 #include "tst_simulatordownloads.moc"

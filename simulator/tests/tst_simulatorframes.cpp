@@ -22,7 +22,7 @@ QByteArray gpioSection()
 } // namespace
 
 /// The checksums in these frames were computed by another program.
-class SimulatorFramesTest : public QObject
+class tst_SimulatorFrames : public QObject
 {
     Q_OBJECT
 
@@ -42,7 +42,7 @@ private slots:
     void sectionLengths();
 };
 
-void SimulatorFramesTest::checksum_data()
+void tst_SimulatorFrames::checksum_data()
 {
     QTest::addColumn<QByteArray>("octets");
     QTest::addColumn<int>("expected");
@@ -57,13 +57,13 @@ void SimulatorFramesTest::checksum_data()
     QTest::newRow("every octet once") << all << 0xD841;
 }
 
-void SimulatorFramesTest::checksum()
+void tst_SimulatorFrames::checksum()
 {
     QFETCH(QByteArray, octets);
     QTEST(int(crcKermit(octets)), "expected");
 }
 
-void SimulatorFramesTest::frame_data()
+void tst_SimulatorFrames::frame_data()
 {
     QTest::addColumn<quint32>("sequence");
     QTest::addColumn<QList<QByteArray>>("sections");
@@ -84,7 +84,7 @@ void SimulatorFramesTest::frame_data()
                           << hex("ce 01 1c00 0e00 0100 02000000 01000000 80000e0003000100020402003412 dfcd");
 }
 
-void SimulatorFramesTest::frame()
+void tst_SimulatorFrames::frame()
 {
     QFETCH(quint32, sequence);
     QFETCH(QList<QByteArray>, sections);
@@ -95,7 +95,7 @@ void SimulatorFramesTest::frame()
     QCOMPARE(encodeFrame(parts).toHex(), expected.toHex());
 }
 
-void SimulatorFramesTest::fault_data()
+void tst_SimulatorFrames::fault_data()
 {
     QTest::addColumn<QByteArray>("expected");
 
@@ -125,7 +125,7 @@ void SimulatorFramesTest::fault_data()
     QTest::newRow("empty") << QByteArray("");
 }
 
-void SimulatorFramesTest::fault()
+void tst_SimulatorFrames::fault()
 {
     FrameParts parts;
     parts.sequence = 7;
@@ -136,7 +136,7 @@ void SimulatorFramesTest::fault()
     QCOMPARE(fault->build(parts).toHex(), expected);
 }
 
-void SimulatorFramesTest::oversizedIsTheLargestDatagram()
+void tst_SimulatorFrames::oversizedIsTheLargestDatagram()
 {
     FrameParts parts;
     parts.sections = {gpioSection()};
@@ -149,7 +149,7 @@ void SimulatorFramesTest::oversizedIsTheLargestDatagram()
     QVERIFY(garbage.at(0) != '\xCE');
 }
 
-void SimulatorFramesTest::everyFaultIsCovered()
+void tst_SimulatorFrames::everyFaultIsCovered()
 {
     QStringList untested;
     for (const FrameFault& fault : frameFaults()) {
@@ -163,7 +163,7 @@ void SimulatorFramesTest::everyFaultIsCovered()
     }
 }
 
-void SimulatorFramesTest::field_data()
+void tst_SimulatorFrames::field_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QJsonValue>("value");
@@ -204,7 +204,7 @@ void SimulatorFramesTest::field_data()
     row("modbuscfg.tcp_port", 1502, 6, "de05");
 }
 
-void SimulatorFramesTest::field()
+void tst_SimulatorFrames::field()
 {
     QFETCH(QString, path);
     QFETCH(QJsonValue, value);
@@ -216,7 +216,7 @@ void SimulatorFramesTest::field()
     QCOMPARE(section.mid(offset, octets.size()).toHex(), octets.toHex());
 }
 
-void SimulatorFramesTest::refusedField_data()
+void tst_SimulatorFrames::refusedField_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QJsonValue>("value");
@@ -234,7 +234,7 @@ void SimulatorFramesTest::refusedField_data()
         << QStringLiteral("snmpcfg.oid") << QJsonValue(QString(33, QLatin1Char('x')));
 }
 
-void SimulatorFramesTest::refusedField()
+void tst_SimulatorFrames::refusedField()
 {
     QFETCH(QString, path);
     QFETCH(QJsonValue, value);
@@ -244,7 +244,7 @@ void SimulatorFramesTest::refusedField()
     QCOMPARE(state.toJson(), before);
 }
 
-void SimulatorFramesTest::sectionLengths()
+void tst_SimulatorFrames::sectionLengths()
 {
     const ControllerState state;
     const QMap<QString, QByteArray> heads = {{QStringLiteral("devinfo"), "10001c00"},
@@ -263,5 +263,5 @@ void SimulatorFramesTest::sectionLengths()
     }
 }
 
-QTEST_GUILESS_MAIN(SimulatorFramesTest)
+QTEST_GUILESS_MAIN(tst_SimulatorFrames)
 #include "tst_simulatorframes.moc"

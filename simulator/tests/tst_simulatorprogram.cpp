@@ -74,7 +74,7 @@ QList<QByteArray> documentedWords()
 } // namespace
 
 /// The program as a whole: its frames, what it takes on standard input, and how it starts and ends.
-class SimulatorProgramTest : public QObject
+class tst_SimulatorProgram : public QObject
 {
     Q_OBJECT
 
@@ -103,7 +103,7 @@ private slots:
     void isDocumented();
 };
 
-void SimulatorProgramTest::sendsFramesOnSchedule()
+void tst_SimulatorProgram::sendsFramesOnSchedule()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -119,7 +119,7 @@ void SimulatorProgramTest::sendsFramesOnSchedule()
     }
 }
 
-void SimulatorProgramTest::sendsToBroadcastAddress()
+void tst_SimulatorProgram::sendsToBroadcastAddress()
 {
     Listener panel(QHostAddress(QStringLiteral("127.255.255.255")));
     SimulatorProcess simulator;
@@ -127,7 +127,7 @@ void SimulatorProgramTest::sendsToBroadcastAddress()
     QCOMPARE(sequenceOf(panel.next().data()), 1U);
 }
 
-void SimulatorProgramTest::resolvesNames()
+void tst_SimulatorProgram::resolvesNames()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -138,7 +138,7 @@ void SimulatorProgramTest::resolvesNames()
     QCOMPARE(sequenceOf(panel.next().data()), 1U);
 }
 
-void SimulatorProgramTest::choosesSections_data()
+void tst_SimulatorProgram::choosesSections_data()
 {
     QTest::addColumn<QString>("sections");
     QTest::addColumn<QByteArray>("heads");
@@ -148,7 +148,7 @@ void SimulatorProgramTest::choosesSections_data()
     QTest::newRow("empty Core") << QStringLiteral("core,netcfg") << QByteArray("3000 8000");
 }
 
-void SimulatorProgramTest::choosesSections()
+void tst_SimulatorProgram::choosesSections()
 {
     QFETCH(QString, sections);
     QFETCH(QByteArray, heads);
@@ -165,7 +165,7 @@ void SimulatorProgramTest::choosesSections()
     QCOMPARE(found.join(' '), heads);
 }
 
-void SimulatorProgramTest::stopsAfterCount()
+void tst_SimulatorProgram::stopsAfterCount()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -177,7 +177,7 @@ void SimulatorProgramTest::stopsAfterCount()
     QVERIFY(!panel.socket.waitForReadyRead(200)); // twenty intervals
 }
 
-void SimulatorProgramTest::spoilsFrames()
+void tst_SimulatorProgram::spoilsFrames()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -194,7 +194,7 @@ void SimulatorProgramTest::spoilsFrames()
     QTRY_VERIFY(isCorrect(panel.next().data()));
 }
 
-void SimulatorProgramTest::goesSilentAndComesBack()
+void tst_SimulatorProgram::goesSilentAndComesBack()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -214,7 +214,7 @@ void SimulatorProgramTest::goesSilentAndComesBack()
     QVERIFY2(clock.elapsed() > 150, qPrintable(QString::number(clock.elapsed())));
 }
 
-void SimulatorProgramTest::rebootsSendsTwiceAndInBursts()
+void tst_SimulatorProgram::rebootsSendsTwiceAndInBursts()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -237,7 +237,7 @@ void SimulatorProgramTest::rebootsSendsTwiceAndInBursts()
     QCOMPARE(sequenceOf(panel.next().data()), 0U);
 }
 
-void SimulatorProgramTest::playsSecondController()
+void tst_SimulatorProgram::playsSecondController()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -251,7 +251,7 @@ void SimulatorProgramTest::playsSecondController()
     }
 }
 
-void SimulatorProgramTest::sendsRawOctets()
+void tst_SimulatorProgram::sendsRawOctets()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -261,7 +261,7 @@ void SimulatorProgramTest::sendsRawOctets()
     QCOMPARE(panel.next().data().toHex(), QByteArray("ce01ff"));
 }
 
-void SimulatorProgramTest::playsScenarioFile()
+void tst_SimulatorProgram::playsScenarioFile()
 {
     QTemporaryFile file;
     QVERIFY(file.open());
@@ -277,7 +277,7 @@ void SimulatorProgramTest::playsScenarioFile()
     QTRY_COMPARE(simulator.events(QStringLiteral("scenario-ended")).size(), 1);
 }
 
-void SimulatorProgramTest::logsFrames()
+void tst_SimulatorProgram::logsFrames()
 {
     Listener panel;
     SimulatorProcess simulator;
@@ -300,14 +300,14 @@ void SimulatorProgramTest::logsFrames()
     QCOMPARE(simulator.events(QStringLiteral("frame")).size(), 1);
 }
 
-void SimulatorProgramTest::endsOnSignal_data()
+void tst_SimulatorProgram::endsOnSignal_data()
 {
     QTest::addColumn<int>("number");
     QTest::newRow("SIGTERM") << SIGTERM;
     QTest::newRow("SIGINT") << SIGINT;
 }
 
-void SimulatorProgramTest::endsOnSignal()
+void tst_SimulatorProgram::endsOnSignal()
 {
     QFETCH(int, number);
     SimulatorProcess simulator;
@@ -319,7 +319,7 @@ void SimulatorProgramTest::endsOnSignal()
     QCOMPARE(simulator.process.readAllStandardError(), QByteArray());
 }
 
-void SimulatorProgramTest::endsOnQuit()
+void tst_SimulatorProgram::endsOnQuit()
 {
     SimulatorProcess simulator;
     QVERIFY(simulator.start({}));
@@ -331,7 +331,7 @@ void SimulatorProgramTest::endsOnQuit()
              QByteArray("r7m-simulator: \"an\" is not of the form name=value\n"));
 }
 
-void SimulatorProgramTest::refusesToStart_data()
+void tst_SimulatorProgram::refusesToStart_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("message");
@@ -375,7 +375,7 @@ void SimulatorProgramTest::refusesToStart_data()
         "--broadcast: no network with a broadcast address has the local address \"192.0.2.1\"");
 }
 
-void SimulatorProgramTest::refusesToStart()
+void tst_SimulatorProgram::refusesToStart()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QByteArray, message);
@@ -390,7 +390,7 @@ void SimulatorProgramTest::refusesToStart()
     QCOMPARE(process.readAllStandardOutput(), QByteArray());
 }
 
-void SimulatorProgramTest::refusesPortInUse()
+void tst_SimulatorProgram::refusesPortInUse()
 {
     QTcpServer other;
     QVERIFY(other.listen(QHostAddress(QHostAddress::LocalHost), 0));
@@ -404,7 +404,7 @@ void SimulatorProgramTest::refusesPortInUse()
              "r7m-simulator: cannot serve HTTP on " + endpoint + ": Address already in use\n");
 }
 
-void SimulatorProgramTest::explainsItself()
+void tst_SimulatorProgram::explainsItself()
 {
     QProcess process;
     process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), {QStringLiteral("--help")});
@@ -419,14 +419,14 @@ void SimulatorProgramTest::explainsItself()
     QCOMPARE(process.readAllStandardOutput(), QByteArray("r7m-simulator " VARNEL_VERSION "\n"));
 }
 
-void SimulatorProgramTest::isDocumented_data()
+void tst_SimulatorProgram::isDocumented_data()
 {
     QTest::addColumn<QString>("path");
     QTest::newRow("README") << QStringLiteral(VARNEL_SOURCE_DIR "/simulator/README.md");
     QTest::newRow("manual page") << QStringLiteral(VARNEL_SOURCE_DIR "/docs/man/r7m-simulator.1");
 }
 
-void SimulatorProgramTest::isDocumented()
+void tst_SimulatorProgram::isDocumented()
 {
     QFETCH(QString, path);
     QFile file(path);
@@ -437,5 +437,5 @@ void SimulatorProgramTest::isDocumented()
     }
 }
 
-QTEST_GUILESS_MAIN(SimulatorProgramTest)
+QTEST_GUILESS_MAIN(tst_SimulatorProgram)
 #include "tst_simulatorprogram.moc"

@@ -17,7 +17,7 @@
 using namespace Simulator;
 
 /// What is recorded, and what is made of it when it is played again.
-class SimulatorReplayTest : public QObject
+class tst_SimulatorReplay : public QObject
 {
     Q_OBJECT
 
@@ -121,13 +121,13 @@ QStringList replay(const QString& file, const Panel& panel)
 
 } // namespace
 
-void SimulatorReplayTest::init()
+void tst_SimulatorReplay::init()
 {
     directory.reset(new QTemporaryDir);
     QVERIFY(directory->isValid());
 }
 
-void SimulatorReplayTest::recordsWhatItSends()
+void tst_SimulatorReplay::recordsWhatItSends()
 {
     Panel panel;
     SimulatorProcess simulator;
@@ -160,7 +160,7 @@ void SimulatorReplayTest::recordsWhatItSends()
     QCOMPARE(file.error(), QString());
 }
 
-void SimulatorReplayTest::playsARecording()
+void tst_SimulatorReplay::playsARecording()
 {
     Panel panel;
     {
@@ -185,7 +185,7 @@ void SimulatorReplayTest::playsARecording()
     QTRY_COMPARE(again.events(QStringLiteral("replay-ended")).size(), 1);
 }
 
-void SimulatorReplayTest::keepsOrderAndSpacing()
+void tst_SimulatorReplay::keepsOrderAndSpacing()
 {
     CaptureWriter writer(capture());
     const QList<qint64> times{0, 100, 400, 400, 650, 300, 900}; // milliseconds; one went backwards
@@ -209,7 +209,7 @@ void SimulatorReplayTest::keepsOrderAndSpacing()
     }
 }
 
-void SimulatorReplayTest::playsFaster()
+void tst_SimulatorReplay::playsFaster()
 {
     CaptureWriter writer(capture());
     for (int i = 0; i < 11; ++i) {
@@ -227,7 +227,7 @@ void SimulatorReplayTest::playsFaster()
     QVERIFY(clock.elapsed() >= 400 && clock.elapsed() < 5000); // 100 s in half a second
 }
 
-void SimulatorReplayTest::keepsSendersApart()
+void tst_SimulatorReplay::keepsSendersApart()
 {
     CaptureWriter writer(capture());
     writer.packet(0, packet(frame(1), "10.1.1.1"));
@@ -247,7 +247,7 @@ void SimulatorReplayTest::keepsSendersApart()
                                                  {frame(3), QStringLiteral("127.0.0.7")}}));
 }
 
-void SimulatorReplayTest::servesRecordedPages()
+void tst_SimulatorReplay::servesRecordedPages()
 {
     CaptureWriter writer(capture());
     writer.packet(0, packet(frame(1)));
@@ -266,7 +266,7 @@ void SimulatorReplayTest::servesRecordedPages()
     QCOMPARE(reply->header(QNetworkRequest::ContentTypeHeader).toString(), QStringLiteral("text/html"));
 }
 
-void SimulatorReplayTest::tellsOtherPorts()
+void tst_SimulatorReplay::tellsOtherPorts()
 {
     CaptureWriter writer(capture());
     writer.packet(0, packet(frame(1), "10.1.1.1", 9999));
@@ -281,7 +281,7 @@ void SimulatorReplayTest::tellsOtherPorts()
                  ": no datagram to port 9876; 1 to port 9999 (see --replay-port)\n");
 }
 
-void SimulatorReplayTest::streams_data()
+void tst_SimulatorReplay::streams_data()
 {
     QTest::addColumn<QList<QByteArray>>("pieces");
     QTest::addColumn<QList<int>>("order");
@@ -315,7 +315,7 @@ void SimulatorReplayTest::streams_data()
     QTest::newRow("cut off: none") << cut(whole, 40).mid(0, 1) << QList<int>{0} << true << QByteArray("none");
 }
 
-void SimulatorReplayTest::streams()
+void tst_SimulatorReplay::streams()
 {
     QFETCH(QList<QByteArray>, pieces);
     QFETCH(QList<int>, order);
@@ -344,7 +344,7 @@ void SimulatorReplayTest::streams()
     QCOMPARE(bodyOf(site, QStringLiteral("/a")), body);
 }
 
-void SimulatorReplayTest::versionsAreServedInTheirTime()
+void tst_SimulatorReplay::versionsAreServedInTheirTime()
 {
     RecordedSite site;
     const QList<QByteArray> requests{get("/v?b=2&a=1"), get("/v?a=9"), get("/v?a=1&b=2"), get("/new%20page")};
@@ -380,7 +380,7 @@ void SimulatorReplayTest::versionsAreServedInTheirTime()
     QVERIFY(!site.reply(request(QStringLiteral("/none")), 0));
 }
 
-void SimulatorReplayTest::hostileStreams_data()
+void tst_SimulatorReplay::hostileStreams_data()
 {
     QTest::addColumn<QByteArray>("octets");
     QTest::newRow("no HTTP") << QByteArray("SSH-2.0\r\n\r\n");
@@ -397,7 +397,7 @@ void SimulatorReplayTest::hostileStreams_data()
     QTest::newRow("no status") << QByteArray("HTTP/1.1\r\n\r\n");
 }
 
-void SimulatorReplayTest::hostileStreams()
+void tst_SimulatorReplay::hostileStreams()
 {
     QFETCH(QByteArray, octets);
     RecordedSite site;
@@ -412,7 +412,7 @@ void SimulatorReplayTest::hostileStreams()
     QVERIFY(site.isEmpty() || bodyOf(site, QStringLiteral("/a")).size() < 10);
 }
 
-void SimulatorReplayTest::sayWhenNothingCanBeSent()
+void tst_SimulatorReplay::sayWhenNothingCanBeSent()
 {
     SimulatorProcess simulator;
     QVERIFY(simulator.start({QStringLiteral("--target"), QStringLiteral("127.255.255.255:9"),
@@ -425,7 +425,7 @@ void SimulatorReplayTest::sayWhenNothingCanBeSent()
     QVERIFY2(said.startsWith("r7m-simulator: cannot send to 127.255.255.255:9: "), said.constData());
 }
 
-void SimulatorReplayTest::findsScenariosThatCameWithIt()
+void tst_SimulatorReplay::findsScenariosThatCameWithIt()
 {
     // The program and its data as a package puts them.
     QDir root(directory->path());
@@ -445,6 +445,6 @@ void SimulatorReplayTest::findsScenariosThatCameWithIt()
     }
 }
 
-QTEST_GUILESS_MAIN(SimulatorReplayTest)
+QTEST_GUILESS_MAIN(tst_SimulatorReplay)
 
 #include "tst_simulatorreplay.moc"

@@ -9,7 +9,7 @@
 using namespace Simulator;
 
 /// Scenario files and the lines of actions.
-class SimulatorScenarioTest : public QObject
+class tst_SimulatorScenario : public QObject
 {
     Q_OBJECT
 
@@ -28,7 +28,7 @@ private slots:
     void wrongActionChangesNothing();
 };
 
-void SimulatorScenarioTest::times()
+void tst_SimulatorScenario::times()
 {
     const Varnel::Outcome<Scenario> read =
         readScenario(R"({"repeat": 60, "steps": [{"at": 0.5, "do": "resume"},
@@ -44,7 +44,7 @@ void SimulatorScenarioTest::times()
                                                        {QStringLiteral("kind"), QStringLiteral("crc")}}));
 }
 
-void SimulatorScenarioTest::refused_data()
+void tst_SimulatorScenario::refused_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QString>("reason");
@@ -68,7 +68,7 @@ void SimulatorScenarioTest::refused_data()
     row("repeats at once", R"({"repeat": 0, "steps": []})", "\"repeat\"");
 }
 
-void SimulatorScenarioTest::refused()
+void tst_SimulatorScenario::refused()
 {
     QFETCH(QByteArray, text);
     QFETCH(QString, reason);
@@ -76,7 +76,7 @@ void SimulatorScenarioTest::refused()
     QVERIFY2(refused.contains(reason), qPrintable(refused));
 }
 
-void SimulatorScenarioTest::playsInOrder()
+void tst_SimulatorScenario::playsInOrder()
 {
     ScenarioPlayer player;
     QSignalSpy due(&player, &ScenarioPlayer::due);
@@ -94,7 +94,7 @@ void SimulatorScenarioTest::playsInOrder()
     QCOMPARE(ended.count(), 1);
 }
 
-void SimulatorScenarioTest::repeats()
+void tst_SimulatorScenario::repeats()
 {
     ScenarioPlayer player;
     QSignalSpy due(&player, &ScenarioPlayer::due);
@@ -102,7 +102,7 @@ void SimulatorScenarioTest::repeats()
     QTRY_VERIFY(due.count() >= 3);
 }
 
-void SimulatorScenarioTest::samplesDoWhatTheySay_data()
+void tst_SimulatorScenario::samplesDoWhatTheySay_data()
 {
     QTest::addColumn<QString>("path");
     const QFileInfoList files = QDir(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/scenarios"))
@@ -114,7 +114,7 @@ void SimulatorScenarioTest::samplesDoWhatTheySay_data()
 }
 
 /// Every action of the scenarios that are handed out is one that the simulator accepts.
-void SimulatorScenarioTest::samplesDoWhatTheySay()
+void tst_SimulatorScenario::samplesDoWhatTheySay()
 {
     QFETCH(QString, path);
     QFile file(path);
@@ -137,7 +137,7 @@ void SimulatorScenarioTest::samplesDoWhatTheySay()
     }
 }
 
-void SimulatorScenarioTest::action_data()
+void tst_SimulatorScenario::action_data()
 {
     QTest::addColumn<QString>("line");
     QTest::addColumn<QByteArray>("expected");
@@ -153,7 +153,7 @@ void SimulatorScenarioTest::action_data()
     row("JSON", R"( {"do": "silence", "seconds": 0.5})", R"({"do":"silence","seconds":0.5})");
 }
 
-void SimulatorScenarioTest::action()
+void tst_SimulatorScenario::action()
 {
     QFETCH(QString, line);
     QFETCH(QByteArray, expected);
@@ -162,7 +162,7 @@ void SimulatorScenarioTest::action()
     QCOMPARE(QJsonDocument(*action.value).toJson(QJsonDocument::Compact), expected);
 }
 
-void SimulatorScenarioTest::refusedAction_data()
+void tst_SimulatorScenario::refusedAction_data()
 {
     QTest::addColumn<QString>("line");
     QTest::newRow("empty") << QString();
@@ -172,13 +172,13 @@ void SimulatorScenarioTest::refusedAction_data()
     QTest::newRow("JSON without do") << QStringLiteral("{\"seconds\": 5}");
 }
 
-void SimulatorScenarioTest::refusedAction()
+void tst_SimulatorScenario::refusedAction()
 {
     QFETCH(QString, line);
     QVERIFY(!readAction(line).refusal.text.isEmpty());
 }
 
-void SimulatorScenarioTest::wrongActionChangesNothing()
+void tst_SimulatorScenario::wrongActionChangesNothing()
 {
     SimulatorOptions options;
     options.httpAddress = QHostAddress(QHostAddress::LocalHost);
@@ -203,5 +203,5 @@ void SimulatorScenarioTest::wrongActionChangesNothing()
     }
 }
 
-QTEST_GUILESS_MAIN(SimulatorScenarioTest)
+QTEST_GUILESS_MAIN(tst_SimulatorScenario)
 #include "tst_simulatorscenario.moc"

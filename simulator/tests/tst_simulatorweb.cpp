@@ -33,7 +33,7 @@ QByteArray pattern(qint64 size)
 } // namespace
 
 /// The web site of the real program, as seen through Qt's own HTTP client.
-class SimulatorWebTest : public QObject
+class tst_SimulatorWeb : public QObject
 {
     Q_OBJECT
 
@@ -75,7 +75,7 @@ private:
     QNetworkAccessManager client;
 };
 
-void SimulatorWebTest::init()
+void tst_SimulatorWeb::init()
 {
     uploads = std::make_unique<QTemporaryDir>();
     QVERIFY(startBehindLogin({"--upload-dir"_s, uploads->path(), "--map"_s,
@@ -83,19 +83,19 @@ void SimulatorWebTest::init()
     client.clearConnectionCache();
 }
 
-void SimulatorWebTest::cleanup()
+void tst_SimulatorWeb::cleanup()
 {
     simulator.reset();
 }
 
-bool SimulatorWebTest::startBehindLogin(const QStringList& arguments)
+bool tst_SimulatorWeb::startBehindLogin(const QStringList& arguments)
 {
     simulator = std::make_unique<SimulatorProcess>();
     const QStringList login{"--login"_s, "user"_s, "--password"_s, "secret"_s};
     return simulator->start(login + arguments);
 }
 
-QNetworkRequest SimulatorWebTest::request(const QString& path, const QByteArray& credentials) const
+QNetworkRequest tst_SimulatorWeb::request(const QString& path, const QByteArray& credentials) const
 {
     QNetworkRequest made(simulator->url(path));
     if (!credentials.isEmpty()) {
@@ -104,13 +104,13 @@ QNetworkRequest SimulatorWebTest::request(const QString& path, const QByteArray&
     return made;
 }
 
-Reply SimulatorWebTest::get(const QString& path)
+Reply tst_SimulatorWeb::get(const QString& path)
 {
     return Reply(client.get(request(path)));
 }
 
 /// The answer once it is whole.
-Reply SimulatorWebTest::finished(const QString& path)
+Reply tst_SimulatorWeb::finished(const QString& path)
 {
     Reply reply = get(path);
     if (!finish(reply)) {
@@ -120,7 +120,7 @@ Reply SimulatorWebTest::finished(const QString& path)
 }
 
 /// The answer to a form with one file.
-Reply SimulatorWebTest::upload(const QByteArray& name, const QByteArray& content, const QNetworkRequest& to)
+Reply tst_SimulatorWeb::upload(const QByteArray& name, const QByteArray& content, const QNetworkRequest& to)
 {
     QHttpMultiPart form(QHttpMultiPart::FormDataType);
     QHttpPart file;
@@ -134,17 +134,17 @@ Reply SimulatorWebTest::upload(const QByteArray& name, const QByteArray& content
     return reply;
 }
 
-bool SimulatorWebTest::finish(const Reply& reply)
+bool tst_SimulatorWeb::finish(const Reply& reply)
 {
     return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
 }
 
-int SimulatorWebTest::status(const Reply& reply)
+int tst_SimulatorWeb::status(const Reply& reply)
 {
     return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-QJsonObject SimulatorWebTest::control(const QString& query)
+QJsonObject tst_SimulatorWeb::control(const QString& query)
 {
     QNetworkRequest asked = request("/control?"_s + query);
     asked.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_s);
@@ -152,7 +152,7 @@ QJsonObject SimulatorWebTest::control(const QString& query)
     return finish(reply) ? QJsonDocument::fromJson(reply->readAll()).object() : QJsonObject();
 }
 
-void SimulatorWebTest::login_data()
+void tst_SimulatorWeb::login_data()
 {
     QTest::addColumn<QByteArray>("credentials");
     QTest::addColumn<int>("expected");
@@ -165,7 +165,7 @@ void SimulatorWebTest::login_data()
     QTest::newRow("no colon") << QByteArray("user") << 401 << "wrong"_s;
 }
 
-void SimulatorWebTest::login()
+void tst_SimulatorWeb::login()
 {
     QFETCH(QByteArray, credentials);
     const QStringList paths{"/index.html"_s, "/style.css"_s, "/control"_s};
@@ -187,7 +187,7 @@ void SimulatorWebTest::login()
     QTEST(logged.value(QLatin1String("status")).toInt(), "expected");
 }
 
-void SimulatorWebTest::withoutLoginNothingIsAsked()
+void tst_SimulatorWeb::withoutLoginNothingIsAsked()
 {
     simulator = std::make_unique<SimulatorProcess>();
     QVERIFY(simulator->start({"--login"_s, QString()}));
@@ -196,7 +196,7 @@ void SimulatorWebTest::withoutLoginNothingIsAsked()
     QCOMPARE(status(reply), 200);
 }
 
-void SimulatorWebTest::pages_data()
+void tst_SimulatorWeb::pages_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<int>("expected");
@@ -221,7 +221,7 @@ void SimulatorWebTest::pages_data()
     row("/upload", 405, "text/plain");
 }
 
-void SimulatorWebTest::pages()
+void tst_SimulatorWeb::pages()
 {
     QFETCH(QString, path);
     const Reply reply = finished(path);
@@ -230,14 +230,14 @@ void SimulatorWebTest::pages()
     QVERIFY(reply->bytesAvailable() > 0);
 }
 
-void SimulatorWebTest::frontPageIsComplete_data()
+void tst_SimulatorWeb::frontPageIsComplete_data()
 {
     QTest::addColumn<QString>("page");
     QTest::newRow("board") << "board"_s;
     QTest::newRow("plain") << "plain"_s;
 }
 
-void SimulatorWebTest::frontPageIsComplete()
+void tst_SimulatorWeb::frontPageIsComplete()
 {
     QFETCH(QString, page);
     QVERIFY(startBehindLogin({"--page"_s, page}));
@@ -255,7 +255,7 @@ void SimulatorWebTest::frontPageIsComplete()
     QVERIFY(count >= 2);
 }
 
-void SimulatorWebTest::upload_data()
+void tst_SimulatorWeb::upload_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("stored");
@@ -272,7 +272,7 @@ void SimulatorWebTest::upload_data()
     row("dots", ".."_s, "unnamed"_s, 10);
 }
 
-void SimulatorWebTest::upload()
+void tst_SimulatorWeb::upload()
 {
     QFETCH(QString, name);
     QFETCH(QString, stored);
@@ -298,14 +298,14 @@ void SimulatorWebTest::upload()
     QCOMPARE(QJsonDocument::fromJson(overview->readAll()).array(), list);
 }
 
-void SimulatorWebTest::uploadNeedsLogin()
+void tst_SimulatorWeb::uploadNeedsLogin()
 {
     const Reply reply = upload("a.txt", "text", request("/upload"_s, "user:wrong"));
     QCOMPARE(status(reply), 401);
     QVERIFY(QDir(uploads->path()).isEmpty());
 }
 
-void SimulatorWebTest::oddAnswers_data()
+void tst_SimulatorWeb::oddAnswers_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<int>("expectedStatus");
@@ -324,7 +324,7 @@ void SimulatorWebTest::oddAnswers_data()
     row("/odd/short", 200, QNetworkReply::NoError);
 }
 
-void SimulatorWebTest::oddAnswers()
+void tst_SimulatorWeb::oddAnswers()
 {
     QFETCH(QString, path);
     const Reply reply = finished(path);
@@ -336,7 +336,7 @@ void SimulatorWebTest::oddAnswers()
     }
 }
 
-void SimulatorWebTest::lateAndEndlessAnswers()
+void tst_SimulatorWeb::lateAndEndlessAnswers()
 {
     const Reply hung = get("/odd/hang"_s);
     QTRY_COMPARE(simulator->events("request"_s).size(), 1);
@@ -358,7 +358,7 @@ void SimulatorWebTest::lateAndEndlessAnswers()
     QVERIFY(finish(half));
 }
 
-void SimulatorWebTest::redirectsForEver()
+void tst_SimulatorWeb::redirectsForEver()
 {
     QNetworkRequest asked = request("/odd/redirect-loop"_s);
     asked.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::SameOriginRedirectPolicy);
@@ -367,7 +367,7 @@ void SimulatorWebTest::redirectsForEver()
     QCOMPARE(reply->error(), QNetworkReply::TooManyRedirectsError);
 }
 
-void SimulatorWebTest::spoilsOnlyTheGivenPath()
+void tst_SimulatorWeb::spoilsOnlyTheGivenPath()
 {
     const auto statusOf = [this](const char* path) {
         const Reply reply = get(QLatin1String(path));
@@ -385,7 +385,7 @@ void SimulatorWebTest::spoilsOnlyTheGivenPath()
     QCOMPARE(statusOf("/index.html"), 200);
 }
 
-void SimulatorWebTest::controlChangesFrames()
+void tst_SimulatorWeb::controlChangesFrames()
 {
     QUdpSocket panel;
     QVERIFY(panel.bind(QHostAddress(QHostAddress::LocalHost), 0));
@@ -404,7 +404,7 @@ void SimulatorWebTest::controlChangesFrames()
                  QByteArray("2000080003000700"));
 }
 
-void SimulatorWebTest::controlRefusesNonsense()
+void tst_SimulatorWeb::controlRefusesNonsense()
 {
     const Reply reply = finished("/control?do=set&gpiostate.good=purple"_s);
     QCOMPARE(status(reply), 400);
@@ -412,7 +412,7 @@ void SimulatorWebTest::controlRefusesNonsense()
              QByteArray("{\"error\":\"value \\\"purple\\\" does not fit field \\\"gpiostate.good\\\"\"}\n"));
 }
 
-void SimulatorWebTest::portClosesAndOpens()
+void tst_SimulatorWeb::portClosesAndOpens()
 {
     const QJsonObject state = control("do=http-down&seconds=2"_s); // long enough for a slow machine to see it
     QVERIFY(!state.isEmpty());                                     // the answer still comes
@@ -427,5 +427,5 @@ void SimulatorWebTest::portClosesAndOpens()
     QCOMPARE(simulator->process.state(), QProcess::Running);
 }
 
-QTEST_GUILESS_MAIN(SimulatorWebTest)
+QTEST_GUILESS_MAIN(tst_SimulatorWeb)
 #include "tst_simulatorweb.moc"

@@ -24,7 +24,7 @@ bool stripIsLight(const QImage& picture)
 
 } // namespace
 
-class TestDevicePictures : public QObject
+class tst_DevicePictures : public QObject
 {
     Q_OBJECT
 
@@ -33,7 +33,7 @@ private slots:
     void pictures();
 };
 
-void TestDevicePictures::pictures_data()
+void tst_DevicePictures::pictures_data()
 {
     QTest::addColumn<QString>("file");
     for (const char* language : {"default", "en", "fr", "de", "es", "it"}) {
@@ -45,7 +45,7 @@ void TestDevicePictures::pictures_data()
     }
 }
 
-void TestDevicePictures::pictures()
+void tst_DevicePictures::pictures()
 {
     QFETCH(const QString, file);
     const QImage picture(QDir(QFINDTESTDATA("../../device/share")).filePath(file));
@@ -54,5 +54,5 @@ void TestDevicePictures::pictures()
     QVERIFY(!picture.hasAlphaChannel());
 }
 
-QTEST_APPLESS_MAIN(TestDevicePictures)
+QTEST_APPLESS_MAIN(tst_DevicePictures)
 #include "tst_devicepictures.moc"

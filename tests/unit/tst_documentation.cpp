@@ -135,7 +135,7 @@ QStringList wordsOf(const QString& text, const QRegularExpression& word)
 
 } // namespace
 
-class TestDocumentation : public QObject
+class tst_Documentation : public QObject
 {
     Q_OBJECT
 
@@ -157,13 +157,13 @@ private:
     QDir root;
 };
 
-void TestDocumentation::initTestCase()
+void tst_Documentation::initTestCase()
 {
     root.setPath(QFileInfo(QFINDTESTDATA("../../CMakeLists.txt")).absolutePath());
     QVERIFY(root.exists(QStringLiteral("docs/logs.md")));
 }
 
-void TestDocumentation::linksLeadSomewhere_data()
+void tst_Documentation::linksLeadSomewhere_data()
 {
     QTest::addColumn<QString>("file");
     const QStringList files = filesOf(root, QStringLiteral(".md"));
@@ -172,7 +172,7 @@ void TestDocumentation::linksLeadSomewhere_data()
     }
 }
 
-void TestDocumentation::linksLeadSomewhere()
+void tst_Documentation::linksLeadSomewhere()
 {
     QFETCH(const QString, file);
     static const QRegularExpression link(QStringLiteral("\\]\\(([^)#\\s]*)(?:#([^)\\s]*))?\\)"));
@@ -191,7 +191,7 @@ void TestDocumentation::linksLeadSomewhere()
     }
 }
 
-void TestDocumentation::documentedLinesAreWritten_data()
+void tst_Documentation::documentedLinesAreWritten_data()
 {
     QTest::addColumn<QString>("source");
     QTest::addColumn<QString>("line");
@@ -210,7 +210,7 @@ void TestDocumentation::documentedLinesAreWritten_data()
     }
 }
 
-void TestDocumentation::documentedLinesAreWritten()
+void tst_Documentation::documentedLinesAreWritten()
 {
     QFETCH(const QString, source);
     QFETCH(const QString, line);
@@ -227,7 +227,7 @@ void TestDocumentation::documentedLinesAreWritten()
     }
 }
 
-void TestDocumentation::writtenLinesAreDocumented_data()
+void tst_Documentation::writtenLinesAreDocumented_data()
 {
     QTest::addColumn<QString>("source");
     const QStringList sources = filesOf(QDir(root.filePath(QStringLiteral("src"))), QStringLiteral(".cpp"));
@@ -236,7 +236,7 @@ void TestDocumentation::writtenLinesAreDocumented_data()
     }
 }
 
-void TestDocumentation::writtenLinesAreDocumented()
+void tst_Documentation::writtenLinesAreDocumented()
 {
     QFETCH(const QString, source);
     const QString page = plain(read(root.filePath(QStringLiteral("docs/logs.md"))));
@@ -249,7 +249,7 @@ void TestDocumentation::writtenLinesAreDocumented()
     }
 }
 
-void TestDocumentation::tourNamesEverySource_data()
+void tst_Documentation::tourNamesEverySource_data()
 {
     QTest::addColumn<QString>("source");
     const QStringList sources = filesOf(QDir(root.filePath(QStringLiteral("src"))), QStringLiteral(".cpp"));
@@ -258,14 +258,14 @@ void TestDocumentation::tourNamesEverySource_data()
     }
 }
 
-void TestDocumentation::tourNamesEverySource()
+void tst_Documentation::tourNamesEverySource()
 {
     QFETCH(const QString, source);
     const QString tour = read(root.filePath(QStringLiteral("docs/architecture.md")));
     QVERIFY(tour.contains(QStringLiteral("](../src/%1)").arg(source)));
 }
 
-void TestDocumentation::manualNamesEveryOption()
+void tst_Documentation::manualNamesEveryOption()
 {
     static const QRegularExpression option(QStringLiteral("(?<![\\w-])--?\\w+"));
     static const QRegularExpression tag(QStringLiteral("^\\.TP\n\\.B\\w* (.*\\\\-.*)$"),
@@ -281,7 +281,7 @@ void TestDocumentation::manualNamesEveryOption()
     QCOMPARE(inManual, inHelp);
 }
 
-void TestDocumentation::everyLogLineHasMeaningAndAdvice_data()
+void tst_Documentation::everyLogLineHasMeaningAndAdvice_data()
 {
     QTest::addColumn<QString>("row");
     const QStringList lines = read(root.filePath(QStringLiteral("docs/logs.md"))).split(QLatin1Char('\n'));
@@ -292,7 +292,7 @@ void TestDocumentation::everyLogLineHasMeaningAndAdvice_data()
     }
 }
 
-void TestDocumentation::everyLogLineHasMeaningAndAdvice()
+void tst_Documentation::everyLogLineHasMeaningAndAdvice()
 {
     QFETCH(const QString, row);
     static const QRegularExpression full(
@@ -300,5 +300,5 @@ void TestDocumentation::everyLogLineHasMeaningAndAdvice()
     QVERIFY(full.match(row).hasMatch());
 }
 
-QTEST_APPLESS_MAIN(TestDocumentation)
+QTEST_APPLESS_MAIN(tst_Documentation)
 #include "tst_documentation.moc"

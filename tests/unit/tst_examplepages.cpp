@@ -9,7 +9,7 @@
 
 using namespace Varnel;
 
-class TestExamplePages : public QObject
+class tst_ExamplePages : public QObject
 {
     Q_OBJECT
 
@@ -24,7 +24,7 @@ private:
     QVector<QByteArray> examples;
 };
 
-void TestExamplePages::initTestCase()
+void tst_ExamplePages::initTestCase()
 {
     examples = exampleOctets(QFINDTESTDATA("../../docs/rlp-protocol.md"),
                              QStringLiteral("## A frame, octet by octet"));
@@ -33,7 +33,7 @@ void TestExamplePages::initTestCase()
     QCOMPARE(examples.at(1).size(), 26);
 }
 
-void TestExamplePages::frameIsAcceptedAndDecoded()
+void tst_ExamplePages::frameIsAcceptedAndDecoded()
 {
     RlpDecoder decoder;
     RlpDecoder::Header header;
@@ -59,7 +59,7 @@ void TestExamplePages::frameIsAcceptedAndDecoded()
     QCOMPARE(frame.gpiostate.buzzer, quint8(0));
 }
 
-void TestExamplePages::frameWithAnotherOctetIsDropped()
+void tst_ExamplePages::frameWithAnotherOctetIsDropped()
 {
     RlpDecoder decoder;
     RlpDecoder::Header header;
@@ -69,7 +69,7 @@ void TestExamplePages::frameWithAnotherOctetIsDropped()
     QVERIFY(!decoder.checkFrame(&octets, QHostAddress(QHostAddress::LocalHost), &header));
 }
 
-void TestExamplePages::coreSectionHoldsBothValues()
+void tst_ExamplePages::coreSectionHoldsBothValues()
 {
     RlpDecoder decoder;
     QByteArray octets = examples.at(1);
@@ -84,7 +84,7 @@ void TestExamplePages::coreSectionHoldsBothValues()
     QCOMPARE(items.at(1).baData, QByteArray::fromHex("12345678"));
 }
 
-void TestExamplePages::coreSectionBecomesRegisters()
+void tst_ExamplePages::coreSectionBecomesRegisters()
 {
     const QString path = QFINDTESTDATA("../../docs/modbus-map.md");
     const QVector<QByteArray> sections = exampleOctets(path, QStringLiteral("## From octets to registers"));
@@ -106,5 +106,5 @@ void TestExamplePages::coreSectionBecomesRegisters()
     QVERIFY2(page.readAll().contains(command.toUtf8()), qPrintable(command));
 }
 
-QTEST_APPLESS_MAIN(TestExamplePages)
+QTEST_APPLESS_MAIN(tst_ExamplePages)
 #include "tst_examplepages.moc"

@@ -135,7 +135,7 @@ QVector<Finding> faultsIn(const Findings& findings)
 
 Q_DECLARE_METATYPE(Fault)
 
-class TestCheck : public QObject
+class tst_Check : public QObject
 {
     Q_OBJECT
 
@@ -153,7 +153,7 @@ private slots:
     static void blinkReportsALineThatCannotBeWritten();
 };
 
-void TestCheck::goodPanelHasNoFault()
+void tst_Check::goodPanelHasNoFault()
 {
     const Image image;
     for (const Check check : {&checkSettings, &checkOutputs, &checkDisplay, &checkNetwork, &checkPictures,
@@ -163,7 +163,7 @@ void TestCheck::goodPanelHasNoFault()
     }
 }
 
-void TestCheck::findsFault_data()
+void tst_Check::findsFault_data()
 {
     QTest::addColumn<Fault>("fault");
     QTest::addColumn<Check>("check");
@@ -310,7 +310,7 @@ void TestCheck::findsFault_data()
         "cp /usr/share/doc/varnel-browser/examples/modbus.map /usr/local/etc/modbus.map");
 }
 
-void TestCheck::findsFault()
+void tst_Check::findsFault()
 {
     QFETCH(const Fault, fault);
     QFETCH(const Check, check);
@@ -329,7 +329,7 @@ void TestCheck::findsFault()
     QVERIFY(!faults.first().why.isEmpty());
 }
 
-void TestCheck::valueThatIsFineIsNotReported_data()
+void tst_Check::valueThatIsFineIsNotReported_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::newRow("comma in quotes") << QByteArray("[UI]\nMsgError=\"Error, call\"\n");
@@ -343,7 +343,7 @@ void TestCheck::valueThatIsFineIsNotReported_data()
         "[ModbusServer]\nModbusMode=RTU\nModbusInterface=1:/dev/ttyS1:19200:8N1\n");
 }
 
-void TestCheck::valueThatIsFineIsNotReported()
+void tst_Check::valueThatIsFineIsNotReported()
 {
     QFETCH(const QByteArray, text);
     const Image image;
@@ -352,7 +352,7 @@ void TestCheck::valueThatIsFineIsNotReported()
     QVERIFY2(faults.isEmpty(), qPrintable(faults.value(0).what));
 }
 
-void TestCheck::chipsAreListedWithTheirNumbers()
+void tst_Check::chipsAreListedWithTheirNumbers()
 {
     const Image image;
     const Findings findings = checkOutputs(image.panel());
@@ -361,7 +361,7 @@ void TestCheck::chipsAreListedWithTheirNumbers()
     QCOMPARE(findings.first().why, QStringLiteral("Line N of this chip has the number 224 + N."));
 }
 
-void TestCheck::packageOfAScriptIsNamed()
+void tst_Check::packageOfAScriptIsNamed()
 {
     const Image image;
     QStringList notes;
@@ -373,7 +373,7 @@ void TestCheck::packageOfAScriptIsNamed()
     QVERIFY(notes.contains(QStringLiteral("r7m.sh of no package")));
 }
 
-void TestCheck::versionIsThatOfThePackage()
+void tst_Check::versionIsThatOfThePackage()
 {
     const Image image;
     QCOMPARE(packageVersion(image.panel(), "varnel-browser"), QString());
@@ -385,7 +385,7 @@ void TestCheck::versionIsThatOfThePackage()
     QCOMPARE(checkSystem(image.panel()).value(0).what, QStringLiteral("2.0.240"));
 }
 
-void TestCheck::reportSaysWhatWhyAndHow()
+void tst_Check::reportSaysWhatWhyAndHow()
 {
     const Report report = {{QStringLiteral("settings"),
                             {{Severity::Error, QStringLiteral("f:2"), QStringLiteral("bad"),
@@ -404,7 +404,7 @@ void TestCheck::reportSaysWhatWhyAndHow()
     QCOMPARE(json.value(QLatin1String("findings")).toArray().size(), 2);
 }
 
-void TestCheck::blinkAsksForEachOutput()
+void tst_Check::blinkAsksForEachOutput()
 {
     const Image image;
     for (const char* line : {"224", "225", "228", "230"}) {
@@ -424,7 +424,7 @@ void TestCheck::blinkAsksForEachOutput()
     QCOMPARE(content("/gpio230/value"), QByteArray("0"));
 }
 
-void TestCheck::blinkReportsALineThatCannotBeWritten()
+void tst_Check::blinkReportsALineThatCannotBeWritten()
 {
     const Image image;
     QString answers;
@@ -435,5 +435,5 @@ void TestCheck::blinkReportsALineThatCannotBeWritten()
     QCOMPARE(asked.count(QStringLiteral("cannot write to line")), 4);
 }
 
-QTEST_GUILESS_MAIN(TestCheck)
+QTEST_GUILESS_MAIN(tst_Check)
 #include "tst_check.moc"

@@ -12,7 +12,7 @@
 #include "frameencoder.h"
 
 /// The program as a vendor runs it.
-class TestFrameCheck : public QObject
+class tst_FrameCheck : public QObject
 {
     Q_OBJECT
 
@@ -74,13 +74,13 @@ QByteArray packet(quint32 sequence, quint16 port = 9876)
 
 } // namespace
 
-void TestFrameCheck::init()
+void tst_FrameCheck::init()
 {
     directory.reset(new QTemporaryDir);
     QVERIFY(directory->isValid());
 }
 
-void TestFrameCheck::linkTypes_data()
+void tst_FrameCheck::linkTypes_data()
 {
     QTest::addColumn<int>("linkType");
     QTest::addColumn<QByteArray>("head");
@@ -96,7 +96,7 @@ void TestFrameCheck::linkTypes_data()
     QTest::newRow("loopback") << 0 << QByteArray::fromHex("02000000");
 }
 
-void TestFrameCheck::linkTypes()
+void tst_FrameCheck::linkTypes()
 {
     QFETCH(int, linkType);
     QFETCH(QByteArray, head);
@@ -109,7 +109,7 @@ void TestFrameCheck::linkTypes()
              QStringLiteral("1  0.000  192.168.7.2 > 192.168.7.255:9876  26 octets  accepted: GpioState"));
 }
 
-void TestFrameCheck::unreadable_data()
+void tst_FrameCheck::unreadable_data()
 {
     QTest::addColumn<QByteArray>("octets");
     QTest::addColumn<QString>("text");
@@ -134,7 +134,7 @@ void TestFrameCheck::unreadable_data()
                           << QStringLiteral("sent over IPv6: the panel listens on IPv4");
 }
 
-void TestFrameCheck::unreadable()
+void tst_FrameCheck::unreadable()
 {
     QFETCH(QByteArray, octets);
     QFETCH(QString, text);
@@ -146,7 +146,7 @@ void TestFrameCheck::unreadable()
     QCOMPARE(result.exitCode, 2); // not everything was checked
 }
 
-void TestFrameCheck::damagedFiles_data()
+void tst_FrameCheck::damagedFiles_data()
 {
     QTest::addColumn<QByteArray>("rest");
     QTest::addColumn<QString>("output");
@@ -157,7 +157,7 @@ void TestFrameCheck::damagedFiles_data()
         << QByteArray("\0\0\0\0\0\0\0\0\xff\xff\xff\xff\xff\xff\xff\xff", 16) << QStringLiteral("1 accepted");
 }
 
-void TestFrameCheck::damagedFiles()
+void tst_FrameCheck::damagedFiles()
 {
     QFETCH(QByteArray, rest);
     QFETCH(QString, output);
@@ -172,7 +172,7 @@ void TestFrameCheck::damagedFiles()
     QCOMPARE(result.errors.count(QLatin1Char('\n')), 1);
 }
 
-void TestFrameCheck::exitCodes_data()
+void tst_FrameCheck::exitCodes_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
@@ -204,7 +204,7 @@ void TestFrameCheck::exitCodes_data()
     row("help: 0", {QStringLiteral("--help")}, 0, "--interface");
 }
 
-void TestFrameCheck::exitCodes()
+void tst_FrameCheck::exitCodes()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, text);
@@ -215,7 +215,7 @@ void TestFrameCheck::exitCodes()
     QVERIFY(result.exitCode == 0 || result.errors.count(QLatin1Char('\n')) == 1);
 }
 
-void TestFrameCheck::wholeRun()
+void tst_FrameCheck::wholeRun()
 {
     constexpr qint64 second = 1000000;
     CaptureWriter writer(capture());
@@ -248,7 +248,7 @@ void TestFrameCheck::wholeRun()
                        "9876 (4)\n"));
 }
 
-void TestFrameCheck::jsonLines()
+void tst_FrameCheck::jsonLines()
 {
     CaptureWriter writer(capture());
     writer.packet(1500000, packet(7));
@@ -268,7 +268,7 @@ void TestFrameCheck::jsonLines()
     QCOMPARE(lines[2].value(QLatin1String("dropped")), QJsonValue(1));
 }
 
-void TestFrameCheck::readsStandardInput()
+void tst_FrameCheck::readsStandardInput()
 {
     const Run result = run({QStringLiteral("--hex"), QStringLiteral("-")}, frame(1).toHex(' '));
     QCOMPARE(result.exitCode, 0);
@@ -276,7 +276,7 @@ void TestFrameCheck::readsStandardInput()
         QStringLiteral("gpiostate.critical      2                 red LED: slow blink\n")));
 }
 
-void TestFrameCheck::receivesOnPort()
+void tst_FrameCheck::receivesOnPort()
 {
     const quint16 port = [] {
         QUdpSocket probe;
@@ -299,7 +299,7 @@ void TestFrameCheck::receivesOnPort()
     QCOMPARE(first.value(QLatin1String("target")), QJsonValue(QStringLiteral("127.0.0.1:%1").arg(port)));
 }
 
-void TestFrameCheck::everyOptionIsDocumented()
+void tst_FrameCheck::everyOptionIsDocumented()
 {
     QFile page(QStringLiteral(MAN_PAGE));
     QVERIFY(page.open(QIODevice::ReadOnly));
@@ -315,6 +315,6 @@ void TestFrameCheck::everyOptionIsDocumented()
     QVERIFY(found > 10);
 }
 
-QTEST_GUILESS_MAIN(TestFrameCheck)
+QTEST_GUILESS_MAIN(tst_FrameCheck)
 
 #include "tst_framecheck.moc"

@@ -10,7 +10,7 @@
 #include "wirelayout.h"
 
 /// What the checker says about frames of another program's encoder.
-class TestFrameChecker : public QObject
+class tst_FrameChecker : public QObject
 {
     Q_OBJECT
 
@@ -81,7 +81,7 @@ QString faultsOf(const FrameReport& report)
 
 } // namespace
 
-void TestFrameChecker::faults_data()
+void tst_FrameChecker::faults_data()
 {
     QTest::addColumn<QByteArray>("octets");
     QTest::addColumn<QString>("places");
@@ -114,7 +114,7 @@ void TestFrameChecker::faults_data()
         << QStringLiteral("20+10") << QStringLiteral("this item claims more octets than the section has");
 }
 
-void TestFrameChecker::faults()
+void tst_FrameChecker::faults()
 {
     QFETCH(QByteArray, octets);
     QFETCH(QString, text);
@@ -125,7 +125,7 @@ void TestFrameChecker::faults()
     QVERIFY2(report.faults.first().text.contains(text), qPrintable(report.faults.first().text));
 }
 
-void TestFrameChecker::everyFaultIsInsideTheFrame()
+void tst_FrameChecker::everyFaultIsInsideTheFrame()
 {
     // Every octet of a frame with all sections in turn takes other values, under a right checksum.
     const QByteArray whole = frame(1, allSections()).chopped(2);
@@ -153,7 +153,7 @@ void TestFrameChecker::everyFaultIsInsideTheFrame()
     QVERIFY(refused > 100);
 }
 
-void TestFrameChecker::fieldsFollowEachOther()
+void tst_FrameChecker::fieldsFollowEachOther()
 {
     FrameChecker checker(10);
     const QByteArray octets = frame(1, allSections());
@@ -167,7 +167,7 @@ void TestFrameChecker::fieldsFollowEachOther()
     QCOMPARE(at, octets.size());
 }
 
-void TestFrameChecker::valuesAreThePanels()
+void tst_FrameChecker::valuesAreThePanels()
 {
     // Values against the octets of the frame, read here another way, field by field.
     FrameChecker checker(10);
@@ -200,7 +200,7 @@ void TestFrameChecker::valuesAreThePanels()
     QCOMPARE(compared, 8 + 6 * 2 + 8 + 4 + 7 + 32 + 2 + 6 + 5);
 }
 
-void TestFrameChecker::sequenceAndSender()
+void tst_FrameChecker::sequenceAndSender()
 {
     FrameChecker checker(10);
     QVERIFY(checker.check(frame(5), controller).isFaultless());
@@ -219,7 +219,7 @@ void TestFrameChecker::sequenceAndSender()
              QStringList(QStringLiteral("Back in the sequence, probable reboot of the RxM ( 2  <  5 )")));
 }
 
-void TestFrameChecker::lostLink()
+void tst_FrameChecker::lostLink()
 {
     constexpr qint64 second = 1000000;
     FrameChecker checker(10);
@@ -233,7 +233,7 @@ void TestFrameChecker::lostLink()
     QVERIFY(checker.check(frame(5), stranger).isFaultless()); // neither repeated nor unknown any more
 }
 
-void TestFrameChecker::hexTexts_data()
+void tst_FrameChecker::hexTexts_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("frames");
@@ -267,7 +267,7 @@ void TestFrameChecker::hexTexts_data()
                           "line ends a frame");
 }
 
-void TestFrameChecker::hexTexts()
+void tst_FrameChecker::hexTexts()
 {
     QFETCH(QByteArray, text);
     QBuffer buffer(&text);
@@ -281,7 +281,7 @@ void TestFrameChecker::hexTexts()
     QTEST(reader.error(), "error");
 }
 
-void TestFrameChecker::marksStandUnderTheOctets()
+void tst_FrameChecker::marksStandUnderTheOctets()
 {
     FrameChecker checker(10);
     const FrameReport report = checker.check(spoiled("crc"), controller);
@@ -293,7 +293,7 @@ void TestFrameChecker::marksStandUnderTheOctets()
              QString::fromLatin1(report.octets.right(2).toHex(' ')));
 }
 
-void TestFrameChecker::valuesAreNoTerminalCommands()
+void tst_FrameChecker::valuesAreNoTerminalCommands()
 {
     QByteArray body(24, '\0');
     body.replace(16, 8, QByteArray("\x1b[31m%5\n"));
@@ -304,6 +304,6 @@ void TestFrameChecker::valuesAreNoTerminalCommands()
     QVERIFY(!text.contains(QChar(0x1b)));
 }
 
-QTEST_GUILESS_MAIN(TestFrameChecker)
+QTEST_GUILESS_MAIN(tst_FrameChecker)
 
 #include "tst_framechecker.moc"

@@ -7,7 +7,7 @@
 #include "jsonlocator.h"
 
 /// The line of every value of a JSON text.
-class TestJsonLocator : public QObject
+class tst_JsonLocator : public QObject
 {
     Q_OBJECT
 
@@ -35,7 +35,7 @@ QString s(const char* text)
 
 } // namespace
 
-void TestJsonLocator::lines_data()
+void tst_JsonLocator::lines_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<JsonPath>("path");
@@ -66,7 +66,7 @@ void TestJsonLocator::lines_data()
     QTest::newRow("array on top") << QByteArray("[\n1,\n[2,\n3]]") << top / 1 / 1 << 4;
 }
 
-void TestJsonLocator::lines()
+void tst_JsonLocator::lines()
 {
     QFETCH(QByteArray, text);
     QFETCH(JsonPath, path);
@@ -74,7 +74,7 @@ void TestJsonLocator::lines()
     QTEST(JsonLocator(text).line(path), "line");
 }
 
-void TestJsonLocator::linesOfOffsets()
+void tst_JsonLocator::linesOfOffsets()
 {
     const QByteArray text("a\nbc\n\nd");
     const int lines[] = {1, 1, 2, 2, 2, 3, 4, 4};
@@ -86,7 +86,7 @@ void TestJsonLocator::linesOfOffsets()
     QCOMPARE(JsonLocator::lineAt({}, 0), 1);
 }
 
-void TestJsonLocator::duplicates_data()
+void tst_JsonLocator::duplicates_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<QStringList>("found");
@@ -101,7 +101,7 @@ void TestJsonLocator::duplicates_data()
     QTest::newRow("other case: another name") << QByteArray(R"({"a": 1, "A": 2})") << QStringList();
 }
 
-void TestJsonLocator::duplicates()
+void tst_JsonLocator::duplicates()
 {
     QFETCH(QByteArray, text);
     QStringList found;
@@ -112,7 +112,7 @@ void TestJsonLocator::duplicates()
     QTEST(found, "found");
 }
 
-void TestJsonLocator::lastDuplicateCounts()
+void tst_JsonLocator::lastDuplicateCounts()
 {
     const QByteArray text("{\"a\": 1,\n\"a\": 2}");
     const JsonLocator locator(text);
@@ -120,7 +120,7 @@ void TestJsonLocator::lastDuplicateCounts()
     QCOMPARE(locator.line(JsonPath() / s("a")), 2);
 }
 
-void TestJsonLocator::oddTexts_data()
+void tst_JsonLocator::oddTexts_data()
 {
     QTest::addColumn<QByteArray>("text");
     for (const char* text : {"",          " ",       "{",        "[",   "\"",    "\"\\",  "{\"a\"",
@@ -131,14 +131,14 @@ void TestJsonLocator::oddTexts_data()
     }
 }
 
-void TestJsonLocator::oddTexts()
+void tst_JsonLocator::oddTexts()
 {
     QFETCH(QByteArray, text);
     const JsonLocator locator(text); // texts that the parser refuses are not its business, but no harm either
     QVERIFY(locator.line({}) >= 1);
 }
 
-void TestJsonLocator::deepNesting()
+void tst_JsonLocator::deepNesting()
 {
     const QByteArray text = QByteArray(100000, '[') + "\n" + QByteArray(100000, ']');
     QCOMPARE(JsonLocator(text).line({}), 1);
@@ -176,7 +176,7 @@ void compareAll(const JsonLocator& locator, const QList<QByteArray>& lines, cons
 
 } // namespace
 
-void TestJsonLocator::everyValueOfTheSample()
+void tst_JsonLocator::everyValueOfTheSample()
 {
     QFile file(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -186,6 +186,6 @@ void TestJsonLocator::everyValueOfTheSample()
     QVERIFY(compared > 250);
 }
 
-QTEST_GUILESS_MAIN(TestJsonLocator)
+QTEST_GUILESS_MAIN(tst_JsonLocator)
 
 #include "tst_jsonlocator.moc"

@@ -8,7 +8,7 @@
 #include "jsonschema.h"
 
 /// The part of JSON Schema that the mapping's schema needs.
-class TestJsonSchema : public QObject
+class tst_JsonSchema : public QObject
 {
     Q_OBJECT
 
@@ -59,7 +59,7 @@ void collectKeywords(const QJsonObject& schema, QSet<QString>* keywords)
 
 } // namespace
 
-void TestJsonSchema::violations_data()
+void tst_JsonSchema::violations_data()
 {
     QTest::addColumn<QByteArray>("schema");
     QTest::addColumn<QByteArray>("value"); // of the member "v"
@@ -104,7 +104,7 @@ void TestJsonSchema::violations_data()
         one("/v/1 is 11, beyond 0 to 10"));
 }
 
-void TestJsonSchema::violations()
+void tst_JsonSchema::violations()
 {
     QFETCH(QByteArray, schema);
     QFETCH(QByteArray, value);
@@ -118,7 +118,7 @@ void TestJsonSchema::violations()
     QTEST(found, "found");
 }
 
-void TestJsonSchema::schemaKeepsToWhatIsChecked()
+void tst_JsonSchema::schemaKeepsToWhatIsChecked()
 {
     QFile file(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus-map.schema.json"));
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -136,6 +136,6 @@ void TestJsonSchema::schemaKeepsToWhatIsChecked()
     QVERIFY(keywords.contains(QStringLiteral("propertyNames")));
 }
 
-QTEST_GUILESS_MAIN(TestJsonSchema)
+QTEST_GUILESS_MAIN(tst_JsonSchema)
 
 #include "tst_jsonschema.moc"

@@ -7,7 +7,7 @@
 
 /// What the checker finds: one mapping file per defect in data/, named after the defect, and beside it the
 /// findings.
-class TestMapChecker : public QObject
+class tst_MapChecker : public QObject
 {
     Q_OBJECT
 
@@ -53,7 +53,7 @@ QStringList findingsOf(const QByteArray& text)
 
 } // namespace
 
-void TestMapChecker::files_data()
+void tst_MapChecker::files_data()
 {
     QTest::addColumn<QString>("path");
     const QDir directory(QStringLiteral(MAP_DATA));
@@ -63,7 +63,7 @@ void TestMapChecker::files_data()
     QTest::newRow("the sample: without a finding") << QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
 }
 
-void TestMapChecker::files()
+void tst_MapChecker::files()
 {
     QFETCH(QString, path);
     QString findings = path;
@@ -79,7 +79,7 @@ void TestMapChecker::files()
     QCOMPARE(findingsOf(readAll(path)), expected);
 }
 
-void TestMapChecker::hostileTexts_data()
+void tst_MapChecker::hostileTexts_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::newRow("10 000 deep: one error") << QByteArray(10000, '[') + QByteArray(10000, ']');
@@ -95,14 +95,14 @@ void TestMapChecker::hostileTexts_data()
         << QByteArray(R"({"ci": [], "registers": {}, "tables": 1})");
 }
 
-void TestMapChecker::hostileTexts()
+void tst_MapChecker::hostileTexts()
 {
     QFETCH(QByteArray, text);
     const QStringList findings = findingsOf(text);
     QVERIFY(!findings.filter(QStringLiteral(": error: ")).isEmpty());
 }
 
-void TestMapChecker::everyRegisterLeftOutIsAnError()
+void tst_MapChecker::everyRegisterLeftOutIsAnError()
 {
     // Each register of the sample in turn loses each of its keys, or has another kind of value there.
     const QByteArray sample = readAll(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
@@ -116,6 +116,6 @@ void TestMapChecker::everyRegisterLeftOutIsAnError()
     }
 }
 
-QTEST_GUILESS_MAIN(TestMapChecker)
+QTEST_GUILESS_MAIN(tst_MapChecker)
 
 #include "tst_mapchecker.moc"

@@ -9,7 +9,7 @@
 #include "modbusinterface.h"
 
 /// The program as an engineer runs it.
-class TestModbusMapCheck : public QObject
+class tst_ModbusMapCheck : public QObject
 {
     Q_OBJECT
 
@@ -53,7 +53,7 @@ const QString sample = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
 
 } // namespace
 
-void TestModbusMapCheck::exitCodes_data()
+void tst_ModbusMapCheck::exitCodes_data()
 {
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
@@ -98,7 +98,7 @@ void TestModbusMapCheck::exitCodes_data()
                              << none;
 }
 
-void TestModbusMapCheck::exitCodes()
+void tst_ModbusMapCheck::exitCodes()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, output);
@@ -111,7 +111,7 @@ void TestModbusMapCheck::exitCodes()
              qPrintable(result.errors));
 }
 
-void TestModbusMapCheck::findingsNameFileAndLine()
+void tst_ModbusMapCheck::findingsNameFileAndLine()
 {
     const QString path = data("unknown-class.map");
     QCOMPARE(run({path}).errors,
@@ -119,7 +119,7 @@ void TestModbusMapCheck::findingsNameFileAndLine()
                  QStringLiteral(": 2 registers in 1 tables, 2 words, 1 errors, 0 warnings\n"));
 }
 
-void TestModbusMapCheck::readsStandardInput()
+void tst_ModbusMapCheck::readsStandardInput()
 {
     QProcess process;
     process.setStandardInputFile(data("unknown-class.map"));
@@ -129,7 +129,7 @@ void TestModbusMapCheck::readsStandardInput()
     QVERIFY(process.readAllStandardError().startsWith("standard input:12: error: register 101 "));
 }
 
-void TestModbusMapCheck::listsGoToStandardOutput()
+void tst_ModbusMapCheck::listsGoToStandardOutput()
 {
     const Run all =
         run({QStringLiteral("-q"), QStringLiteral("-l"), QStringLiteral("-c"), QStringLiteral("-m"),
@@ -144,14 +144,14 @@ void TestModbusMapCheck::listsGoToStandardOutput()
         QStringLiteral("\nmbpoll -m rtu -b 9600 -a 7 -0 -1 -B -t 4:float -r 404 -c 3 /dev/ttyUSB0\n")));
 }
 
-void TestModbusMapCheck::verboseShowsTheLoader()
+void tst_ModbusMapCheck::verboseShowsTheLoader()
 {
     QVERIFY(run({QStringLiteral("--verbose"), sample})
                 .errors.startsWith(QStringLiteral("Try to open mapping file  \"")));
     QVERIFY(!run({sample}).errors.contains(QStringLiteral("Try to open")));
 }
 
-void TestModbusMapCheck::bigFile()
+void tst_ModbusMapCheck::bigFile()
 {
     QByteArray registers;
     QByteArray ids;
@@ -165,7 +165,7 @@ void TestModbusMapCheck::bigFile()
     QVERIFY(result.errors.contains(QStringLiteral("60000 registers in 1 tables, 60000 words, 5")));
 }
 
-void TestModbusMapCheck::mbpollCommandsReadTheValues()
+void tst_ModbusMapCheck::mbpollCommandsReadTheValues()
 {
     // A server with the words that the panel would send, and the very commands that are printed for it.
     Varnel::ModbusInterface bridge;
@@ -223,6 +223,6 @@ void TestModbusMapCheck::mbpollCommandsReadTheValues()
                                   QStringLiteral("[410]: 1193046"), QStringLiteral("[412]: 2147483647")}));
 }
 
-QTEST_GUILESS_MAIN(TestModbusMapCheck)
+QTEST_GUILESS_MAIN(tst_ModbusMapCheck)
 
 #include "tst_modbusmapcheck.moc"

@@ -10,7 +10,7 @@ Q_DECLARE_METATYPE(RegisterRow)
 using Varnel::ModbusInterface;
 
 /// Where the registers come to stand, and the lists made of it.
-class TestRegisterList : public QObject
+class tst_RegisterList : public QObject
 {
     Q_OBJECT
 
@@ -72,7 +72,7 @@ RegisterRow row(int address, int words, const char* type, const char* name, int 
 
 } // namespace
 
-void TestRegisterList::rows_data()
+void tst_RegisterList::rows_data()
 {
     QTest::addColumn<QByteArray>("tables");
     QTest::addColumn<QStringList>("found");
@@ -88,7 +88,7 @@ void TestRegisterList::rows_data()
     QTest::newRow("endless gaps") << tableText(100, "-2000000000, -2147483648, 10") << list("100/10@65636+1");
 }
 
-void TestRegisterList::rows()
+void tst_RegisterList::rows()
 {
     QFETCH(QByteArray, tables);
     ModbusInterface bridge;
@@ -96,7 +96,7 @@ void TestRegisterList::rows()
     QTEST(summaries(registerRows(bridge)), "found");
 }
 
-void TestRegisterList::rowsAreWhereThePanelRendersThem()
+void tst_RegisterList::rowsAreWhereThePanelRendersThem()
 {
     // Every register gets a value of its own, and has to be found in the rendered words at its row's address.
     ModbusInterface bridge;
@@ -130,7 +130,7 @@ void TestRegisterList::rowsAreWhereThePanelRendersThem()
     QCOMPARE(compared, 30);
 }
 
-void TestRegisterList::table()
+void tst_RegisterList::table()
 {
     ModbusInterface bridge;
     load(&bridge, someRegisters(), tableText(100, "10, 12, 11"));
@@ -140,7 +140,7 @@ void TestRegisterList::table()
                             "    101      2  uint32  t100   r11   c.f[1]  uint32\n"));
 }
 
-void TestRegisterList::csv()
+void tst_RegisterList::csv()
 {
     const QVector<RegisterRow> rows{row(5, 1, "bool", "plain"), row(6, 2, "uint32", "comma, \"quote\" (Wh)"),
                                     row(8, 0, "string", "left out"), row(8, 1, "bool", "line\nend")};
@@ -152,7 +152,7 @@ void TestRegisterList::csv()
                  "8,1,bool,t,\"line\nend\",,,3,,read-only,7,\r\n"));
 }
 
-void TestRegisterList::mbpoll_data()
+void tst_RegisterList::mbpoll_data()
 {
     QTest::addColumn<QVector<RegisterRow>>("rows");
     QTest::addColumn<QStringList>("lines");
@@ -190,13 +190,13 @@ void TestRegisterList::mbpoll_data()
         << QStringList{QStringLiteral("# t: a rm -r x"), command("4", 5, 1)};
 }
 
-void TestRegisterList::mbpoll()
+void tst_RegisterList::mbpoll()
 {
     QFETCH(QVector<RegisterRow>, rows);
     QTEST(asMbpoll(rows, {QStringLiteral("panel"), {}}), "lines");
 }
 
-void TestRegisterList::mbpollOptions()
+void tst_RegisterList::mbpollOptions()
 {
     const QStringList lines =
         asMbpoll({row(5, 1, "bool", "a")},
@@ -205,7 +205,7 @@ void TestRegisterList::mbpollOptions()
     QCOMPARE(lines.last(), QStringLiteral("mbpoll -m rtu -b '' -0 -1 -B -t 4 -r 5 -c 1 'it'\\''s; x'"));
 }
 
-void TestRegisterList::manyWordsTakeSeveralRequests()
+void tst_RegisterList::manyWordsTakeSeveralRequests()
 {
     QVector<RegisterRow> rows;
     for (int i = 0; i < 130; ++i) {
@@ -226,6 +226,6 @@ void TestRegisterList::manyWordsTakeSeveralRequests()
                           QStringLiteral("4:float -r 254 -c 8 panel")}));
 }
 
-QTEST_GUILESS_MAIN(TestRegisterList)
+QTEST_GUILESS_MAIN(tst_RegisterList)
 
 #include "tst_registerlist.moc"

@@ -13,7 +13,7 @@
 
 /// The dissector and r7m-frame-check read the same captures; whatever one of them says, the other has to say
 /// too.
-class TestDissector : public QObject
+class tst_Dissector : public QObject
 {
     Q_OBJECT
 
@@ -228,7 +228,7 @@ QList<QByteArray> mutations(quint32 seed, int count)
 
 } // namespace
 
-QString TestDissector::write(const QList<QByteArray>& frames, bool isNewFormat)
+QString tst_Dissector::write(const QList<QByteArray>& frames, bool isNewFormat)
 {
     const QString path = directory.filePath(QStringLiteral("a.pcap"));
     {
@@ -248,7 +248,7 @@ QString TestDissector::write(const QList<QByteArray>& frames, bool isNewFormat)
     return other;
 }
 
-void TestDissector::agrees_data()
+void tst_Dissector::agrees_data()
 {
     QTest::addColumn<QList<QByteArray>>("frames");
     QTest::addColumn<bool>("isNewFormat");
@@ -266,7 +266,7 @@ void TestDissector::agrees_data()
     }
 }
 
-void TestDissector::agrees()
+void tst_Dissector::agrees()
 {
     QFETCH(QList<QByteArray>, frames);
     QFETCH(bool, isNewFormat);
@@ -282,7 +282,7 @@ void TestDissector::agrees()
     }
 }
 
-void TestDissector::namesTheReasons()
+void tst_Dissector::namesTheReasons()
 {
     // The expert information of each fault, by the names that filters use; as many frames as faults.
     struct Row
@@ -314,7 +314,7 @@ void TestDissector::namesTheReasons()
     }
 }
 
-void TestDissector::filters()
+void tst_Dissector::filters()
 {
     const QString path =
         write({goodFrame(1), spoiledFrame(*Simulator::findFrameFault(QStringLiteral("crc")), 2)}, false);
@@ -329,6 +329,6 @@ void TestDissector::filters()
         QByteArray("1\n"));
 }
 
-QTEST_GUILESS_MAIN(TestDissector)
+QTEST_GUILESS_MAIN(tst_Dissector)
 
 #include "tst_dissector.moc"
