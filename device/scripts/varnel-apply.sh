@@ -145,6 +145,14 @@ keep_original() {
     fi
 }
 
+# can_write DIRECTORY: nothing is stopped for a configuration that cannot be written.
+can_write() {
+    if ! mkdir -p -- "$1" 2>/dev/null || [ ! -w "$1" ]; then
+        why="$1 cannot be written"
+        return 1
+    fi
+}
+
 # save_former FILE...: keeps the files of the configuration that is in effect. After a power cut in the middle of a
 # change the saved ones are older than those in place, and stay.
 save_former() {

@@ -282,6 +282,7 @@ network_apply() {
         network_note
         return 0
     fi
+    can_write "${file%/*}" || return 1
     changed=yes
     save_former "$file"
     "${manager}_down"

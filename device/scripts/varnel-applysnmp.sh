@@ -322,6 +322,7 @@ snmp_apply() {
         snmp_trial || return
     fi
     snmp_ports_are_free || return 1
+    can_write "${SNMPD_CONF%/*}" || return 1
     changed=yes
     save_former "$SNMPD_CONF" "$SNMPTRAPD_CONF"
     if snmp_activate; then

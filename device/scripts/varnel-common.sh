@@ -287,10 +287,12 @@ registered_controller() {
 }
 
 # snmp_wish: sets wish, the file of the last SNMP description, or nothing, and wish_controller, the address in it. A
-# description moves from the wish to its place on the disk, and is looked for in this order.
+# description moves from the wish to its place on the disk, or below $STATE_DIR/keep if the disk cannot be written, and is
+# looked for in this order.
 snmp_wish() {
     wish_controller=
-    for wish in "$STATE_DIR/wanted/snmp" "$STATE_DIR/taken/snmp" "$KEEP_DIR/wanted/snmp" "$KEEP_DIR/effective/snmp"; do
+    for wish in "$STATE_DIR/wanted/snmp" "$STATE_DIR/taken/snmp" "$STATE_DIR/keep/wanted/snmp" \
+        "$STATE_DIR/keep/effective/snmp" "$KEEP_DIR/wanted/snmp" "$KEEP_DIR/effective/snmp"; do
         if [ -e "$wish" ]; then
             while IFS= read -r wish_line; do
                 case $wish_line in

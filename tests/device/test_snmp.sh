@@ -309,6 +309,18 @@ eval "check_equal 'a port in use: the former configuration answers' '$VALUE' \"\
 kill "$holder"
 settled snmp "the port is free: in effect without being asked again"
 
+# A root that cannot be written: nothing is stopped.
+daemon=$(pidof snmpd)
+mount -o remount,bind,ro /etc
+run 0 "init" snmpctl.sh init
+run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
+run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
+run 0 "apply on a root that cannot be written: written down" snmpctl.sh apply
+unsettled snmp "/etc/snmp cannot be written"
+check_equal "a root that cannot be written: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+mount -o remount,bind,rw /etc
+settled snmp "the root can be written again: in effect"
+
 # A daemon that does not come up: the former configuration comes back, and with it the daemon.
 configure "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV privuser SHA "another phrase"
 # shellcheck disable=SC2086
