@@ -4,12 +4,13 @@
 
 Usage: check_schema.py PROGRAM SCHEMA SAMPLE DATA-DIRECTORY
 
-The sample has to be valid. Of every file in the data directory, and of the sample with one value after the other
-replaced or removed, whatever the validator refuses the program has to refuse as well.
+The sample has to be valid. Of every mapping in the data directory's table of defects, and of the sample with one value
+after the other replaced or removed, whatever the validator refuses the program has to refuse as well.
 """
 import copy
 import json
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -55,6 +56,18 @@ def variants(sample):
             yield changed(sample, path, value)
 
 
+def defects(data):
+    """The mappings of the table of defects, which says how they are written."""
+    base = pathlib.Path(data, "fault-free.map").read_text(encoding="utf-8")
+    for block in pathlib.Path(data, "defects.txt").read_text(encoding="utf-8").split("\n== ")[1:]:
+        lines = block.split("\n")[1:]
+        mapping = base
+        for old, new in re.findall(r"((?:^< .*\n)+)((?:^> .*\n)+)", block + "\n", re.MULTILINE):
+            mapping = mapping.replace(*("\n".join(line[2:] for line in part.splitlines()) for part in (old, new)))
+        whole = [line[2:] for line in lines if line.startswith("=")]
+        yield "\n".join(whole) if whole else mapping
+
+
 def main():
     program, schema_file, sample_file, data = sys.argv[1:]
     schema = json.loads(pathlib.Path(schema_file).read_text(encoding="utf-8"))
@@ -66,9 +79,9 @@ def main():
     sample["registers"] = sample["registers"][:3]
     sample["tables"] = sample["tables"][:2]
     documents = list(variants(sample))
-    for file in sorted(pathlib.Path(data).glob("*.map")):
+    for mapping in defects(data):
         try:
-            documents.append(json.loads(file.read_text(encoding="utf-8")))
+            documents.append(json.loads(mapping))
         except ValueError:
             pass
     refused = 0

@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include <QDir>
 #include <QtTest>
 
 #include "logrecorder.h"
 #include "mapchecker.h"
+#include "mapdefects.h"
 
-/// What the checker finds: one mapping file per defect in data/, named after the defect, and beside it the
-/// findings.
+/// What the checker finds in mappings with one defect each, and in hostile texts.
 class tst_MapChecker : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void files_data();
-    void files();
+    void defects_data();
+    void defects();
     void hostileTexts_data();
     void hostileTexts();
     void everyRegisterLeftOutIsAnError();
@@ -21,6 +20,7 @@ private slots:
 
 namespace {
 
+const QString sample = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
 const char* const severities[] = {"warning", "error"};
 
 QByteArray readAll(const QString& path)
@@ -53,30 +53,21 @@ QStringList findingsOf(const QByteArray& text)
 
 } // namespace
 
-void tst_MapChecker::files_data()
+void tst_MapChecker::defects_data()
 {
-    QTest::addColumn<QString>("path");
-    const QDir directory(QStringLiteral(MAP_DATA));
-    for (const QString& name : directory.entryList({QStringLiteral("*.map")})) {
-        QTest::addRow("%s", qPrintable(name)) << directory.filePath(name);
+    QTest::addColumn<QByteArray>("mapping");
+    QTest::addColumn<QStringList>("findings");
+    for (const MapDefect& defect : mapDefects()) {
+        QTest::newRow(defect.name.constData()) << defect.mapping << defect.findings;
     }
-    QTest::newRow("the sample: without a finding") << QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
+    QTest::newRow("none") << mapData("fault-free.map") << QStringList();
+    QTest::newRow("the sample: none") << readAll(sample) << QStringList();
 }
 
-void tst_MapChecker::files()
+void tst_MapChecker::defects()
 {
-    QFETCH(QString, path);
-    QString findings = path;
-    findings.replace(QStringLiteral(".map"), QStringLiteral(".findings"));
-    QStringList expected;
-    if (path != QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map")) {
-        for (const QByteArray& line : readAll(findings).split('\n')) {
-            if (!line.isEmpty()) {
-                expected << QString::fromUtf8(line);
-            }
-        }
-    }
-    QCOMPARE(findingsOf(readAll(path)), expected);
+    QFETCH(QByteArray, mapping);
+    QTEST(findingsOf(mapping), "findings");
 }
 
 void tst_MapChecker::hostileTexts_data()
@@ -105,12 +96,12 @@ void tst_MapChecker::hostileTexts()
 void tst_MapChecker::everyRegisterLeftOutIsAnError()
 {
     // Each register of the sample in turn loses each of its keys, or has another kind of value there.
-    const QByteArray sample = readAll(QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map"));
+    const QByteArray whole = readAll(sample);
     for (const char* key : {"id", "name", "mb_type", "ci_class", "ci_field", "ci_index", "ci_type"}) {
         const QByteArray name = '"' + QByteArray(key) + "\":";
         for (const QByteArray& broken : {QByteArray("\"gone\":"), name + " null, \"was\":"}) {
-            const int at = sample.indexOf(name, sample.indexOf("\"registers\""));
-            const QStringList findings = findingsOf(QByteArray(sample).replace(at, name.size(), broken));
+            const int at = whole.indexOf(name, whole.indexOf("\"registers\""));
+            const QStringList findings = findingsOf(QByteArray(whole).replace(at, name.size(), broken));
             QVERIFY2(!findings.filter(QStringLiteral(": error: registers[0]")).isEmpty(), key);
         }
     }

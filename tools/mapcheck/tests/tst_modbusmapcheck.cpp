@@ -5,6 +5,7 @@
 #include <QtTest>
 
 #include "logrecorder.h"
+#include "mapdefects.h"
 #include "mappingfile.h"
 #include "modbusinterface.h"
 
@@ -44,9 +45,18 @@ Run run(const QStringList& arguments)
             QString::fromUtf8(process.readAllStandardError())};
 }
 
+/// A file with the mapping that has this defect.
 QString data(const char* name)
 {
-    return QStringLiteral(MAP_DATA) + QLatin1Char('/') + QLatin1String(name);
+    static const QTemporaryDir directory;
+    const QString path = directory.filePath(QLatin1String(name) + QLatin1String(".map"));
+    QFile file(path);
+    for (const MapDefect& defect : mapDefects()) {
+        if (defect.name == name && (!file.open(QIODevice::WriteOnly) || file.write(defect.mapping) < 0)) {
+            qFatal("cannot write %s", qPrintable(path));
+        }
+    }
+    return path;
 }
 
 const QString sample = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
@@ -65,15 +75,15 @@ void tst_ModbusMapCheck::exitCodes_data()
     QTest::newRow("fine: 0, a summary") << QStringList(sample) << 0 << none << fine;
     QTest::newRow("fine and quiet: 0, nothing")
         << QStringList{QStringLiteral("-q"), sample} << 0 << none << none;
-    QTest::newRow("errors: 1") << QStringList(data("id-twice.map")) << 1 << none
+    QTest::newRow("errors: 1") << QStringList(data("id-twice")) << 1 << none
                                << QStringLiteral(": error: register 100");
-    QTest::newRow("warnings: 0") << QStringList(data("number-cut.map")) << 0 << none
+    QTest::newRow("warnings: 0") << QStringList(data("number-cut")) << 0 << none
                                  << QStringLiteral("0 errors, 1 warnings");
-    QTest::newRow("warnings and strict: 1") << QStringList{QStringLiteral("--strict"), data("number-cut.map")}
+    QTest::newRow("warnings and strict: 1") << QStringList{QStringLiteral("--strict"), data("number-cut")}
                                             << 1 << none << QStringLiteral(": warning: ");
-    QTest::newRow("not JSON: 1") << QStringList(data("not-json.map")) << 1 << none
+    QTest::newRow("not JSON: 1") << QStringList(data("not-json")) << 1 << none
                                  << QStringLiteral(":13: error: not JSON");
-    QTest::newRow("missing file: 2") << QStringList(data("missing.map")) << 2 << none
+    QTest::newRow("missing file: 2") << QStringList(data("missing")) << 2 << none
                                      << QStringLiteral("cannot read ");
     QTest::newRow("directory: 2") << QStringList(QStringLiteral(MAP_DATA)) << 2 << none
                                   << QStringLiteral("cannot read ");
@@ -113,7 +123,7 @@ void tst_ModbusMapCheck::exitCodes()
 
 void tst_ModbusMapCheck::findingsNameFileAndLine()
 {
-    const QString path = data("unknown-class.map");
+    const QString path = data("unknown-class");
     QCOMPARE(run({path}).errors,
              path + QStringLiteral(":12: error: register 101 \"Current\": unknown class \"Power\"\n") + path +
                  QStringLiteral(": 2 registers in 1 tables, 2 words, 1 errors, 0 warnings\n"));
@@ -122,7 +132,7 @@ void tst_ModbusMapCheck::findingsNameFileAndLine()
 void tst_ModbusMapCheck::readsStandardInput()
 {
     QProcess process;
-    process.setStandardInputFile(data("unknown-class.map"));
+    process.setStandardInputFile(data("unknown-class"));
     process.start(QStringLiteral(VARNEL_PROGRAM_DIR "/modbus-map-check"), {QStringLiteral("-")});
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 1);

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QFile>
+#include <QStringList>
+#include <QVector>
+
+/// A mapping with a defect, and what the checker says of it.
+struct MapDefect
+{
+    QByteArray name;
+    QByteArray mapping;
+    QStringList findings;
+};
+
+inline QByteArray mapData(const char* name)
+{
+    QFile file(QStringLiteral(MAP_DATA "/") + QLatin1String(name));
+    if (!file.open(QIODevice::ReadOnly)) {
+        qFatal("cannot read %s", name);
+    }
+    return file.readAll();
+}
+
+/// The rows of data/defects.txt, which says how they are written.
+inline QVector<MapDefect> mapDefects()
+{
+    QVector<MapDefect> defects;
+    QByteArrayList whole;
+    QByteArrayList from;
+    QByteArrayList to;
+    const auto apply = [&] {
+        if (!whole.isEmpty()) {
+            defects.last().mapping = whole.join('\n');
+        } else if (!from.isEmpty()) {
+            if (defects.last().mapping.count(from.join('\n')) != 1) {
+                qFatal("%s: its text does not stand once in the mapping", defects.last().name.constData());
+            }
+            defects.last().mapping.replace(from.join('\n'), to.join('\n'));
+        }
+        whole.clear();
+        from.clear();
+        to.clear();
+    };
+    for (const QByteArray& line : mapData("defects.txt").split('\n')) {
+        const QByteArray text = line.mid(2);
+        const bool endsReplacement = !to.isEmpty() && !line.startsWith('>');
+        if (endsReplacement || line.startsWith('!')) {
+            apply();
+        }
+        if (line.startsWith("==")) {
+            defects.append({line.mid(3), mapData("fault-free.map"), {}});
+        } else if (line.startsWith('=')) {
+            whole << text;
+        } else if (line.startsWith('<')) {
+            from << text;
+        } else if (line.startsWith('>')) {
+            to << text;
+        } else if (line.startsWith('!')) {
+            defects.last().findings << QString::fromUtf8(text);
+        }
+    }
+    return defects;
+}
