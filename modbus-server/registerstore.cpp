@@ -16,8 +16,9 @@ void RegisterStore::configure(const std::vector<RegisterRange>& tables)
         }
     }
     present = inTable;
-    for (int at = 0; statusAddress && at < statusLength; ++at) {
-        present.set(static_cast<size_t>(*statusAddress + at));
+    const int block = statusAddress.value_or(0);
+    for (int address = block; statusAddress && address < block + statusLength; ++address) {
+        present.set(static_cast<size_t>(address));
     }
 }
 

@@ -151,6 +151,7 @@ int ScriptRun::start(const std::string& path, std::vector<std::string> words)
     others = hasChildren() ? children() : std::set<pid_t>();
     words.front() = path;
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
