@@ -17,7 +17,8 @@ struct Invocation
     QString output;
     int status = 0;
 
-    /// Prints `output`, a complaint on standard error, and returns `status`: for main() to return.
+    /// Prints `output`, on standard error if it is an error message, and returns `status` for main() to
+    /// return.
     [[nodiscard]] int end() const
     {
         std::ignore = std::fputs(qPrintable(output), status == 0 ? stdout : stderr);

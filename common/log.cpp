@@ -15,7 +15,7 @@ const char* programName = "";
 
 void writeLine(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
-    // Nobody could be told of a failure.
+    // Ignore a failure: there is nowhere to report it.
     std::ignore = std::fprintf(stderr, "%s: %s\n", programName, text.toLocal8Bit().constData());
 }
 

@@ -10,10 +10,10 @@
 
 namespace Varnel {
 
-/// Why something was not done: what a person reads, and a word that programs can compare.
+/// Why something was not done: a text for people, and a word that programs can compare.
 struct Refusal
 {
-    /// Such as the last part of a D-Bus error name; empty where nobody compares.
+    /// Such as the last part of a D-Bus error name; empty where no program compares it.
     QString kind;
     /// One line of plain text, safe to print.
     QString text;
@@ -30,8 +30,8 @@ struct Refusal
     }
 };
 
-/// What a function returns that may fail: its value, or the reason why there is none. Outcome<> is for a
-/// function that has nothing to return but its success, which is {}.
+/// The result of a function that may fail: its value, or the reason why there is none. Outcome<> is for a
+/// function without a value; {} is its success.
 template<typename T = std::monostate>
 struct [[nodiscard]] Outcome
 {
@@ -43,7 +43,7 @@ struct [[nodiscard]] Outcome
     {
         static_assert(std::is_same_v<T, std::monostate>, "an outcome with a value has to be given it");
     }
-    // Both implicit, so that a function returns the one or the other as it is.
+    // Both are implicit, so that a function can return either directly.
     Outcome(T good)
         : value(std::move(good))
     {

@@ -30,7 +30,7 @@ std::string printable(std::string_view text, std::size_t longest)
 void say(const std::string& line)
 {
     const std::string whole = line + '\n';
-    // Nobody could be told of a failure.
+    // Ignore a failure: there is nowhere to report it.
     std::ignore = ::write(STDERR_FILENO, whole.data(), whole.size());
 }
 

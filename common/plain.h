@@ -42,11 +42,11 @@ private:
     int number;
 };
 
-/// `text` with a "?" for each octet that is not printable ASCII, at most `longest` octets of it: text from
-/// outside must neither break a line of the journal, steer a terminal, nor flood either.
+/// `text` with a "?" for each byte that is not printable ASCII, cut to `longest` bytes: text from outside
+/// must not break a line of the journal, control a terminal, or flood either.
 [[nodiscard]] std::string printable(std::string_view text, std::size_t longest = 200);
 
-/// One line on standard error, which is the journal, in one piece.
+/// Writes one line to standard error, which is the journal, in one piece.
 void say(const std::string& line);
 
 } // namespace Varnel

@@ -27,9 +27,9 @@ volatile std::sig_atomic_t endRequested = 0;
 void wakeUp(int /*signal*/)
 {
     endRequested = 1;
-    const int interrupted = errno; // belongs to whatever the signal interrupted
+    const int interrupted = errno; // the interrupted code may need it
     const char octet = 0;
-    // A full pipe means that the loop has been told often enough.
+    // A full pipe means that the loop is already notified.
     std::ignore = ::write(wakeUpPipe[1], &octet, 1);
     errno = interrupted;
 }

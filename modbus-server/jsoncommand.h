@@ -14,11 +14,11 @@ namespace Varnel {
 constexpr int addressSpace = 65536;
 
 /// `text` with everything unprintable replaced and at most 60 characters long, in single quotes: text from
-/// outside in a message must neither break the line nor flood the log.
+/// outside must not break the line or flood the log.
 [[nodiscard]] QString quoted(const QString& text);
 
-/// Reads the members of one JSON object and keeps the complaints, so that the caller can read all members
-/// first and look once. After a complaint the value returned is 0, empty or null.
+/// Reads the members of one JSON object and keeps the first error, so that the caller can read all members
+/// and check once. After an error the value returned is 0, empty or null.
 class JsonMembers
 {
 public:
@@ -38,11 +38,11 @@ public:
     QJsonArray array(const QString& name);
     QJsonObject subobject(const QString& name);
 
-    /// Notes a complaint of the caller about the member `name`.
+    /// Records an error that the caller found in the member `name`.
     void complain(const QString& name, const QString& what);
 
     [[nodiscard]] bool ok() const { return complaints.isEmpty(); }
-    /// The first complaint; only when not ok().
+    /// The first error; only when not ok().
     [[nodiscard]] Refusal refusal() const { return {kind, complaints.value(0)}; }
 
 private:
@@ -54,7 +54,7 @@ private:
     QStringList complaints;
 };
 
-/// Parses `text` as one JSON object of at most `limit` octets whose "cmd" is `command`. A broken text is
+/// Parses `text` as one JSON object of at most `limit` bytes whose "cmd" is `command`. A broken text is
 /// refused as `kind`, another command as "UnknownCommand".
 [[nodiscard]] Outcome<QJsonObject> parseCommand(const QByteArray& text, const QString& command,
                                                 const QString& kind, int limit);

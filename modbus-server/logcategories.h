@@ -5,10 +5,10 @@
 
 namespace Varnel {
 
-/// What the device's owner has to know: start, stop, refusals. Always on.
+/// Events for the device's owner: start, stop, refusals. Always on.
 Q_DECLARE_LOGGING_CATEGORY(lcServer)
-/// Comings and goings of clients and what they do wrong. Anybody on the network can cause it, so it is silent
-/// unless --verbose asks for it.
+/// Connections of clients and their mistakes. Anybody on the network can cause them, so they are logged only
+/// with --verbose.
 Q_DECLARE_LOGGING_CATEGORY(lcClients)
 
 } // namespace Varnel

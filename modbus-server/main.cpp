@@ -47,7 +47,7 @@ bool publishOnBus(QDBusConnection& connection, BusInterface& interface)
     return true;
 }
 
-/// Without the bus nobody can feed us any more.
+/// Without the bus the server gets no more updates.
 void endWithBus(QDBusConnection& connection, BusInterface& interface)
 {
     connection.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),

@@ -15,8 +15,8 @@ struct MbapRequest
     QByteArray pdu;
 };
 
-/// Cuts one client's octet stream into requests. Keeps at most what was appended since the last complete
-/// request; the caller appends no more than it wants to hold.
+/// Cuts one client's octet stream into requests. Keeps at most the octets appended since the last complete
+/// request; the caller limits what it appends.
 class MbapDecoder
 {
 public:
@@ -25,8 +25,8 @@ public:
     /// The next complete request, or nothing when more octets are needed or the stream is broken.
     std::optional<MbapRequest> next();
 
-    /// True once a header was no Modbus/TCP header. There is nothing to find the next request by, so the
-    /// connection has to be closed.
+    /// True once a header was not a Modbus/TCP header. The next request cannot be found then, so the caller
+    /// has to close the connection.
     [[nodiscard]] bool isBroken() const { return broken; }
 
     /// Octets waiting for their request to become complete.

@@ -121,7 +121,7 @@ Invocation<ServerOptions> parseCommandLine(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
-    // Not addHelpOption(), which adds a second one about graphical options.
+    // Not addHelpOption(): it adds a second option, about graphical options.
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Displays this help."));
     parser.addOption(help);

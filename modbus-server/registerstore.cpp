@@ -24,7 +24,7 @@ void RegisterStore::configure(const std::vector<RegisterRange>& tables)
 
 Outcome<> RegisterStore::publish(const RegisterUpdate& update, Clock::time_point now)
 {
-    // All checks before the first write: an update is seen whole or not at all.
+    // All checks come before the first write: clients see an update whole or not at all.
     for (const RegisterRun& run : update) {
         if (!haveAll(inTable, run.address, static_cast<int>(run.words.size()))) {
             return Refusal{QStringLiteral("BadUpdate"),

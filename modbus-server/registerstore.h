@@ -25,10 +25,10 @@ public:
     /// Number of registers in the status block.
     static constexpr int statusLength = 4;
 
-    /// Puts the status block at `address`: seconds since the last update (65535: none yet, or as many), the
-    /// number of updates (high word first), and 1 while they come, else 0. Beginning with the next
-    /// configure(). No update can write there. The last one counts as come for as long as registers are
-    /// fresh, 10 s where they never get stale.
+    /// Puts the status block at `address`: seconds since the last update (65535: none yet, or that many or
+    /// more), the number of updates (high word first), and 1 while updates come, else 0. Takes effect with
+    /// the next configure(). No update can write there. Updates count as coming while the last one is fresh,
+    /// or for 10 s if registers never get stale.
     void setStatusBlock(int address) { statusAddress = address; }
 
     /// Where the status block is, if there is one.
@@ -50,7 +50,7 @@ public:
     /// True when `count` registers from `address` on all exist.
     [[nodiscard]] bool covers(int address, int count) const { return haveAll(present, address, count); }
 
-    /// True when none of them is stale. A register that was never refreshed is stale as soon as ages count.
+    /// True when none of them is stale. If there is a limit, a register that was never refreshed is stale.
     [[nodiscard]] bool isFresh(int address, int count, Clock::time_point now) const;
 
     /// The word of a register that exists.

@@ -13,7 +13,7 @@ namespace Varnel {
 struct RegisterRun
 {
     quint16 address = 0;
-    /// At most so many that address + size stays within the address space.
+    /// address + size stays within the address space.
     std::vector<quint16> words;
 };
 
@@ -25,10 +25,10 @@ inline bool operator==(const RegisterRun& a, const RegisterRun& b)
 /// All runs of one update, in the order in which they are applied.
 using RegisterUpdate = std::vector<RegisterRun>;
 
-/// Longest update command that is read, in octets: eight times what fits into one argument of a script.
+/// Limit, in bytes, for an update command: eight times the longest argument of a script.
 constexpr int maxUpdateSize = 1024 * 1024;
 
-/// Parses an update command. Pure: logs nothing, accepts any octets. An empty "data" is a valid update of
+/// Parses an update command. Pure: logs nothing, accepts any bytes. An empty "data" is a valid update of
 /// nothing. Refuses as "BadUpdate" (with the member that is wrong) or "UnknownCommand".
 [[nodiscard]] Outcome<RegisterUpdate> parseUpdate(const QByteArray& text);
 

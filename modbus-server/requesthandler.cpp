@@ -13,7 +13,7 @@ namespace {
 constexpr int maxWords = 125;
 constexpr int maxBits = 2000;
 
-/// What an answer is made of: registers as words, or as single bits.
+/// The contents of an answer: registers as words, or as single bits.
 struct ReadKind
 {
     QModbusPdu::FunctionCode function;

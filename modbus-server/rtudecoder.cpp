@@ -19,11 +19,11 @@ constexpr int writeOverhead = 9;
 
 bool hasValidCrc(const QByteArray& frame)
 {
-    // Over a frame with its own CRC behind it the remainder is 0.
+    // The CRC over a frame and its own CRC is 0.
     return frame.size() >= minFrame && modbusCrc(frame) == 0;
 }
 
-/// Length of a frame whose count octet stands at `countAt`, or 0 when it has not arrived yet.
+/// Length of a frame whose count octet is at `countAt`, or 0 when it has not arrived yet.
 int countedLength(const QByteArray& buffer, int countAt, int overhead)
 {
     return buffer.size() > countAt ? static_cast<quint8>(buffer.at(countAt)) + overhead : 0;
@@ -34,8 +34,8 @@ quint8 octetAt(const QByteArray& frame, int at)
     return static_cast<quint8>(frame.at(at));
 }
 
-/// Function codes from 128 on are exception answers. Lines on which a device hears itself exist; answering
-/// one's own answers would never end.
+/// Function codes from 128 on are exception answers. On some lines a device hears itself; answering its own
+/// answers would never end.
 bool isRequestTo(quint8 deviceId, const QByteArray& frame)
 {
     return octetAt(frame, 0) == deviceId && octetAt(frame, 1) < 0x80;
@@ -69,7 +69,7 @@ QByteArray rtuFrame(quint8 address, const QByteArray& pdu)
     return frame;
 }
 
-/// The frame at the start of the buffer. Answers are recognised as well, so that the request behind another
+/// The frame at the start of the buffer. Recognises answers as well, so that the request after another
 /// device's answer is not taken for a part of it.
 RtuDecoder::Shape RtuDecoder::recognise() const
 {
@@ -87,8 +87,8 @@ RtuDecoder::Shape RtuDecoder::recognise() const
     return {};
 }
 
-/// The usual request at the end of an unrecognised burst: line noise, or a frame cut by noise, stands in
-/// front.
+/// The request, of the usual length, at the end of an unrecognised burst that begins with noise or a damaged
+/// frame.
 std::optional<QByteArray> RtuDecoder::requestAtEnd()
 {
     const QByteArray tail = buffer.right(shortFrame);

@@ -13,12 +13,12 @@ namespace Varnel {
 /// The serial frame of `pdu` for or from the device `address`; the CRC's low octet goes first.
 [[nodiscard]] QByteArray rtuFrame(quint8 address, const QByteArray& pdu);
 
-/// Finds the requests for one device in what is heard on a serial line.
+/// Finds the requests for one device in the data of a serial line.
 ///
-/// A frame on the line carries no length, only the silence around it says where it ends, and a program behind
-/// a driver or a USB adapter sees silence late or not at all. So frames are recognised by what they are:
-/// requests and answers of the common function codes have a known length, and the CRC confirms it. Silence
-/// only drops what was not recognised, and is the end of frames of unknown length.
+/// A frame carries no length. Only the silence around it marks its end, and a program behind a driver or a
+/// USB adapter sees silence late or not at all. So the decoder recognises frames by their contents: requests
+/// and answers of the common function codes have a known length, and the CRC confirms it. Silence only drops
+/// unrecognised data and ends frames of unknown length.
 class RtuDecoder
 {
 public:
@@ -32,7 +32,7 @@ public:
     /// the last.
     std::optional<QByteArray> receive(const QByteArray& octets);
 
-    /// The line has been silent. Returns the PDU if what was left is one whole frame for this device.
+    /// The line has been silent. Returns the PDU if the remaining data is one whole frame for this device.
     std::optional<QByteArray> silence();
 
     /// True while octets wait for the rest of their frame.

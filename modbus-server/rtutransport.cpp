@@ -10,7 +10,7 @@ namespace Varnel {
 namespace {
 
 constexpr int bitsPerCharacter = 11;
-// USB adapters deliver in lumps of up to 16 ms; a shorter silence would cut frames that were sent in one go.
+// USB adapters deliver data in blocks of up to 16 ms; a shorter silence would cut frames in two.
 constexpr int minSilenceMs = 20;
 
 /// The silence of 3.5 characters that ends a frame.
@@ -20,8 +20,8 @@ std::chrono::milliseconds frameGap(qint32 baud)
     return std::chrono::milliseconds(qMax(minSilenceMs, charactersMs));
 }
 
-/// A port whose hardware has gone reads as ended, for which QSerialPort has no error of its own: it reports a
-/// failed read, with whatever error number was last, over and over.
+/// A port whose hardware is gone reads as ended. QSerialPort has no error for this: it keeps reporting a
+/// failed read with the last error number.
 bool isHungUp(int descriptor)
 {
     pollfd state{descriptor, 0, 0};
@@ -55,7 +55,7 @@ Outcome<> RtuTransport::open()
         serial.close();
         return refusal;
     }
-    serial.clear(); // what was sent before we listened is nobody's question any more
+    serial.clear(); // requests from before this moment have timed out
     decoder = RtuDecoder(endpoint.deviceId);
     return {};
 }
@@ -86,8 +86,8 @@ void RtuTransport::lineSilent()
 void RtuTransport::reply(const QByteArray& pdu)
 {
     const QByteArray response = answer(pdu);
-    // A line that takes nothing (no reader on a pseudo terminal, a stuck handshake) must not fill our memory;
-    // the master has given these answers up long ago.
+    // A line that accepts nothing (no reader on a pseudo terminal, a stuck handshake) must not fill the
+    // memory; the master no longer waits for these answers.
     if (serial.bytesToWrite() > 0) {
         serial.clear(QSerialPort::Output);
     }
@@ -96,7 +96,7 @@ void RtuTransport::reply(const QByteArray& pdu)
     }
 }
 
-/// Acts on the loss of the port. Other errors belong to single calls, which report them themselves, or to
+/// Acts on the loss of the port. Other errors come from single calls, which report them themselves, or from
 /// noise.
 void RtuTransport::portError(QSerialPort::SerialPortError error)
 {

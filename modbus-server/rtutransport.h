@@ -10,8 +10,8 @@
 
 namespace Varnel {
 
-/// Modbus RTU on one serial line, as one of possibly several devices on it. Frames for other devices and
-/// broadcasts (which only write) are heard and left alone.
+/// Modbus RTU on one serial line, as one of possibly several devices on it. Ignores frames for other devices
+/// and broadcasts (which only write).
 class RtuTransport : public Transport
 {
     Q_OBJECT

@@ -10,7 +10,7 @@ namespace {
 const QString badInit = QStringLiteral("BadInit");
 
 constexpr int defaultDelayMs = 500;
-constexpr int minDelayMs = 100; // a tighter loop would only burn time
+constexpr int minDelayMs = 100; // a shorter pause would waste CPU time
 constexpr int maxDelayMs = 60 * 60 * 1000;
 constexpr int maxClients = 1000;
 constexpr int highestDeviceId = 247; // 248 to 255 are reserved by the Modbus serial line guide
@@ -41,7 +41,7 @@ Outcome<TcpEndpoint> parseTcp(const QJsonObject& object)
     return endpoint;
 }
 
-/// Reads a character format such as "8N1" into `endpoint`. False when it is none that RTU can use.
+/// Reads a character format such as "8N1" into `endpoint`. False when RTU cannot use it.
 bool parseFormat(const QString& format, RtuEndpoint& endpoint)
 {
     const QString upper = format.toUpper();
@@ -84,7 +84,7 @@ Outcome<RtuEndpoint> parseRtu(const QJsonObject& object)
 }
 
 /// The panel writes every table as read-only, and this server can do nothing else, so another mode is a
-/// misunderstanding that must not pass in silence.
+/// mistake that must be reported.
 Outcome<RegisterRange> parseTable(const QJsonValue& value, int index)
 {
     const QString path = QStringLiteral("tables[%1]").arg(index);

@@ -14,7 +14,7 @@
 
 namespace Varnel {
 
-/// Where Modbus/TCP is served.
+/// The interface for Modbus/TCP.
 struct TcpEndpoint
 {
     QHostAddress listen;
@@ -23,7 +23,8 @@ struct TcpEndpoint
     int clients = 0;
 };
 
-/// Where Modbus RTU is served. RTU needs all eight bits of a character, so there is no choice of data bits.
+/// The interface for Modbus RTU. RTU needs all eight bits of a character, so there is no setting for data
+/// bits.
 struct RtuEndpoint
 {
     /// Our address on the line, 1 to 247.
@@ -35,7 +36,7 @@ struct RtuEndpoint
     QSerialPort::StopBits stopBits = QSerialPort::OneStop;
 };
 
-/// One block of registers that exists for clients.
+/// One block of registers that clients can read.
 struct RegisterRange
 {
     quint16 address = 0;
@@ -43,7 +44,7 @@ struct RegisterRange
     int length = 0;
 };
 
-/// What an init file asks for.
+/// The contents of an init file.
 struct ServerConfig
 {
     std::variant<TcpEndpoint, RtuEndpoint> endpoint;
@@ -52,10 +53,10 @@ struct ServerConfig
     std::chrono::milliseconds retryInterval{0};
 };
 
-/// Longest init file that is read, in octets.
+/// Limit, in bytes, for an init file.
 constexpr int maxInitSize = 4 * 1024 * 1024;
 
-/// Parses the text of an init file. Pure: opens nothing, logs nothing, accepts any octets. Refuses as
+/// Parses the text of an init file. Pure: opens nothing, logs nothing, accepts any bytes. Refuses as
 /// "BadInit" (with the member that is wrong) or "UnknownCommand".
 [[nodiscard]] Outcome<ServerConfig> parseInit(const QByteArray& text);
 

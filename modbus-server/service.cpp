@@ -15,7 +15,7 @@ namespace Varnel {
 
 namespace {
 
-/// Reads an init file. Only regular files: a pipe or a device would hold the event loop up.
+/// Reads an init file. Only regular files: a pipe or a device would block the event loop.
 Outcome<QByteArray> readInitFile(const QString& path)
 {
     const auto refuse = [&path](const QString& why) {
@@ -28,7 +28,7 @@ Outcome<QByteArray> readInitFile(const QString& path)
     if (!file.open(QIODevice::ReadOnly)) {
         return refuse(file.errorString());
     }
-    return file.read(maxInitSize + 1); // one more than allowed, so that the parser sees what is too long
+    return file.read(maxInitSize + 1); // one more than allowed, so that the parser sees that it is too long
 }
 
 } // namespace
@@ -168,7 +168,7 @@ Outcome<> Service::openInterface()
 
 void Service::retryInterface()
 {
-    // Silent while it stays as it was reported: only the change is news.
+    // Only a change is logged.
     if (!openInterface()) {
         retry.start(config->retryInterval);
     }

@@ -14,22 +14,22 @@
 
 namespace Varnel {
 
-/// Choices of the command line that shape how the server serves.
+/// Options of the command line for the service.
 struct ServiceOptions
 {
-    /// Age from which registers answer with exception 04; 0 keeps the last value for ever.
+    /// Age from which registers answer with exception 04; 0: the last value never gets stale.
     std::chrono::milliseconds staleAfter{0};
     /// See TcpTransport.
     std::chrono::milliseconds idleLimit{60000};
     /// First register of the status block, see RegisterStore; -1 for none.
     int statusBlock = -1;
-    /// Where the init text is kept from start() to stop(), so that a server that was killed or restarted in
-    /// between serves the same tables when it comes back; empty keeps none.
+    /// The file that keeps the init text from start() to stop(), so that a server that was killed or
+    /// restarted in between serves the same tables again; empty: no file.
     QString stateFile;
 };
 
 /// The server behind its D-Bus interface: started by an init file, fed by update commands, stopped.
-/// Everything happens in one event loop, a command between two requests, so no client ever sees half of one.
+/// Everything happens in one event loop, a command between two requests, so no client sees half an update.
 class Service : public QObject
 {
     Q_OBJECT
@@ -39,14 +39,13 @@ public:
     explicit Service(const ServiceOptions& options, QObject* parent = nullptr);
     ~Service() override;
 
-    /// Serves again what the state file describes, if there is one. Values are not kept: all registers start
+    /// Serves the tables of the state file again, if there is one. Values are not kept: all registers start
     /// at 0.
     void restore();
 
     /// Reads the init file at `path` and serves what it describes, instead of what was served before; all
     /// registers start at 0. A file that is refused changes nothing. When the interface cannot be opened,
-    /// that is returned as "NoInterface" and tried again at the file's "delay" until it succeeds or stop() is
-    /// called.
+    /// returns "NoInterface" and tries again at the file's "delay" until it succeeds or stop() is called.
     Outcome<> start(const QString& path);
 
     /// Closes the interface and removes all registers. Does nothing when not started.

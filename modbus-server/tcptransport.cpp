@@ -16,11 +16,11 @@ namespace Varnel {
 
 namespace {
 
-// Several of the longest requests. What does not fit waits in the kernel, which slows its sender down.
+// Room for several of the longest requests. The kernel keeps the rest and slows the sender down.
 constexpr qint64 readBufferSize = 4096;
-// Answers that a client has not taken. Beyond this its requests are left unread until it reads.
+// Limit for answers that a client has not read. Above it, the client's requests wait until it reads.
 constexpr qint64 writeBacklog = 16384;
-// A client that has connected asks at once; one that does not may be there to take a place.
+// A client usually asks as soon as it is connected; one that does not may only occupy a place.
 constexpr std::chrono::milliseconds firstRequest{1000};
 // Out of file descriptors: trying again at once would spin.
 constexpr std::chrono::seconds acceptPause{1};
@@ -55,7 +55,7 @@ TcpTransport::TcpTransport(const TcpEndpoint& endpoint, std::chrono::millisecond
 
 TcpTransport::~TcpTransport()
 {
-    // The sockets are children of the server; their farewell signals must not reach a half-destroyed object.
+    // The sockets are children of the server; their last signals must not reach a half-destroyed object.
     for (const Client& client : clients) {
         client.socket->disconnect(this);
     }
@@ -109,7 +109,7 @@ int TcpTransport::placesOf(const QHostAddress& address) const
     }));
 }
 
-/// The client that asked longest ago, or connected, of those that `among` takes.
+/// Among the clients that `among` accepts, the one whose last request, or connection, is the oldest.
 TcpTransport::Clients::iterator TcpTransport::longestSilent(const std::function<bool(const Client&)>& among)
 {
     auto found = clients.end();
@@ -122,10 +122,10 @@ TcpTransport::Clients::iterator TcpTransport::longestSilent(const std::function<
     return found;
 }
 
-/// Frees the place of a client that has left, or of the one that has the least right to it.
+/// Frees the place of a client that has left, or of the one with the lowest priority.
 bool TcpTransport::makeRoom(const QHostAddress& newcomer)
 {
-    // A client that closes and connects again at once may be seen in the other order.
+    // When a client closes and connects again at once, the new connection may be seen first.
     const auto gone = std::find_if(clients.begin(), clients.end(),
                                    [](const Client& client) { return isGone(client.socket); });
     if (gone != clients.end()) {
@@ -202,7 +202,7 @@ void TcpTransport::answerPending(Client& client)
 
 void TcpTransport::pauseAccepting()
 {
-    // QTcpServer stops accepting after such an error and leaves it to us to go on.
+    // QTcpServer stops accepting after such an error, so resume it here.
     qCWarning(lcServer).noquote() << "cannot accept a client:" << server.errorString();
     QTimer::singleShot(acceptPause, &server, [this] { server.resumeAccepting(); });
 }

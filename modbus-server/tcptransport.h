@@ -16,7 +16,8 @@ class QTcpSocket;
 namespace Varnel {
 
 /// Modbus/TCP for several clients at once. Nothing here waits for a client: one that is silent, sends half a
-/// request or does not read its answers costs its own place and a few kilobytes, and nobody else notices.
+/// request or does not read its answers costs its own place and a few kilobytes, and does not affect the
+/// others.
 class TcpTransport : public Transport
 {
     Q_OBJECT
@@ -26,7 +27,7 @@ public:
     /// `idleLimit`: when all places are taken, a new client gets that of a client that has asked nothing for
     /// a second since it connected, or whose last request is at least this long ago, or whose address has two
     /// places more than the new one's; 0 keeps every place. A PLC that lost its power never closes its
-    /// connection, so without this a few such losses, or one host, would lock everybody out.
+    /// connection, so without this a few such losses, or one host, would lock all other clients out.
     TcpTransport(const TcpEndpoint& endpoint, std::chrono::milliseconds idleLimit, AnswerFunction answer,
                  QObject* parent = nullptr);
     ~TcpTransport() override;

@@ -23,7 +23,8 @@ namespace {
 
 constexpr char deviceSettings[] = "/usr/local/etc/varnel-device.conf";
 
-/// The panel kills a script after 30 s; before that it shall say itself what was wrong.
+/// The panel kills a script after 30 s; this limit is shorter, so that the program can report the problem
+/// itself.
 constexpr timeval patience{20, 0};
 
 std::string usageOf(const std::string& name)
@@ -49,7 +50,8 @@ std::string contentOf(const char* path)
     return text;
 }
 
-/// Whether the device's settings name another bus than the system's: the socket belongs to the server there.
+/// Whether the device's settings name another bus than the system's: the socket belongs to the server on the
+/// system bus.
 bool isOnAnotherBus()
 {
     constexpr std::string_view key = "MODBUS_BUS=";
@@ -81,7 +83,8 @@ Descriptor connectToServer()
     return connection;
 }
 
-/// Sends the command with its NUL; an answer that comes early says more than the send that then fails.
+/// Sends the command with its NUL. After an early answer the send fails; the answer says more than that
+/// failure.
 void send(int connection, const char* command)
 {
     const std::size_t size = std::strlen(command) + 1;
@@ -106,7 +109,7 @@ std::string receive(int connection)
     return answer;
 }
 
-/// D-Bus starts a server that does not run, and knows the one on another bus.
+/// D-Bus starts a server that does not run, and reaches one on another bus.
 int callOverBus(char* path, char* command)
 {
     char shell[] = "sh";

@@ -46,7 +46,7 @@ void UpdateSocket::accept()
             commands.erase(socket);
             socket->deleteLater();
         });
-        read(socket); // octets that came with the connection have been signalled already
+        read(socket); // data that came with the connection has been signalled already
     }
 }
 

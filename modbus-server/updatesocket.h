@@ -12,8 +12,8 @@ namespace Varnel {
 
 class Service;
 
-/// Takes update commands from mbserverupdate.sh: each frame of the controller brings one, and a call by
-/// D-Bus costs the script ten times as much. Only the server's own user and root may connect.
+/// Takes update commands from mbserverupdate.sh: each frame of the controller brings one, and a call by D-Bus
+/// takes the script ten times as long. Only the server's own user and root may connect.
 ///
 /// A connection carries one command, ended by a NUL, and one answer: "+" when it was published, else "-" and
 /// one line that says why not.
@@ -27,7 +27,8 @@ public:
     explicit UpdateSocket(Service& service, QObject* parent = nullptr);
     ~UpdateSocket() override;
 
-    /// Listens at `path`, whose directory is made if it may be. Without it, updates come by D-Bus alone.
+    /// Listens at `path` and creates its directory if permitted. Without the socket, updates come by D-Bus
+    /// alone.
     void listen(const QString& path);
 
 private:

@@ -15,7 +15,7 @@
 
 namespace {
 
-/// argv[0] as the panel names it is the script's path; the service wants the name alone.
+/// argv[0] is the script's path; the service expects the name alone.
 std::string requestOf(int argc, char* argv[])
 {
     const char* const slash = std::strrchr(argv[0], '/');

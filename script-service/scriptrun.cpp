@@ -24,7 +24,7 @@ namespace ScriptService {
 
 namespace {
 
-/// How long killed processes may take to end; one that waits for hardware takes for ever.
+/// How long to wait for killed processes to end; one that waits for hardware may never end.
 constexpr int endRounds = 200;
 constexpr std::chrono::milliseconds endPause{5};
 
@@ -33,8 +33,7 @@ std::string directoryOf(const std::string& path)
     return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
 }
 
-/// Whether root alone can change what is at `path`. Root's own group may write, which is what some
-/// distributions give it.
+/// Whether root alone can change what is at `path`. Root's own group may write, as on some distributions.
 bool isRootsAlone(const std::string& path, mode_t kind)
 {
     struct stat state = {};
@@ -51,7 +50,7 @@ pid_t parentOf(const char* pid)
     if (!file.isOpen() || ::read(file.get(), text.data(), text.size() - 1) <= 0) {
         return 0;
     }
-    // "17 (any name) S 1 ...": the name may hold brackets and blanks itself.
+    // "17 (any name) S 1 ...": the name may contain brackets and blanks.
     const char* const name = std::strrchr(text.data(), ')');
     return name != nullptr && std::strlen(name) > 4 ? static_cast<pid_t>(std::strtol(name + 4, nullptr, 10))
                                                     : 0;
@@ -91,7 +90,8 @@ bool hasChildren()
     return ::waitid(P_ALL, 0, &none, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-/// What a script gets: no descriptor but standard error, which is the journal, and signals as usual.
+/// The environment of a script: no descriptor but standard error, which is the journal, and default signal
+/// handling.
 class Surroundings
 {
 public:

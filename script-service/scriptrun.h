@@ -9,8 +9,8 @@
 
 namespace ScriptService {
 
-/// One script at a time, and all processes that it starts. The service is their subreaper: whatever leaves
-/// its parent behind becomes a child of the service, where it can be found.
+/// One script at a time, and all processes that it starts. The service is their subreaper: a process whose
+/// parent ends becomes a child of the service, which can then find it.
 class ScriptRun
 {
 public:
@@ -28,8 +28,8 @@ public:
     [[nodiscard]] bool isRunning() const { return script != 0; }
     [[nodiscard]] int status() const { return waitStatus; }
 
-    /// Kills the script with every process that it started, also those with a session of their own. What
-    /// earlier scripts left running, a DHCP client for example, stays. False when some do not end.
+    /// Kills the script with every process that it started, also those with a session of their own. Processes
+    /// that earlier scripts left running, a DHCP client for example, stay. False when some do not end.
     bool end();
 
 private:
@@ -38,7 +38,7 @@ private:
 
     pid_t script = 0;
     int waitStatus = 0;
-    std::set<pid_t> others; ///< children of the service that were there before the script
+    std::set<pid_t> others; ///< children of the service that are older than the script
 };
 
 } // namespace ScriptService

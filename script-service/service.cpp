@@ -32,14 +32,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// From the connection to the request's last octet. The panel sends it in one go.
+/// Time limit from the connection to the request's last byte. The panel sends a request in one piece.
 constexpr std::chrono::seconds longestSending{5};
-/// The panel kills its end after 30 s; this is for one that is stopped meanwhile.
+/// Time limit for a script. The panel ends its side after 30 s; this limit serves when the panel itself is
+/// stopped.
 constexpr std::chrono::seconds longestRun{40};
 /// Connections at the same time. The panel has one.
 constexpr std::size_t mostConnections = 16;
 
-/// One connection: first it sends, then it waits for its turn.
+/// One connection: it sends its request, then waits for its turn.
 struct Asker
 {
     Descriptor connection;
@@ -59,7 +60,7 @@ bool hasHungUp(const Asker& asker)
     return ::poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-/// SIGCHLD and SIGTERM as octets to read, so that they and the connections can be awaited together.
+/// SIGCHLD and SIGTERM as data to read, so that poll() can wait for them and for connections together.
 int openSignals()
 {
     sigset_t signals;
@@ -163,7 +164,7 @@ void ScriptServer::accept()
     }
 }
 
-/// Lets the connection go that has been sending for longest.
+/// Closes the connection that has been sending for longest.
 void ScriptServer::makeRoom()
 {
     if (senders.size() + queue.size() < mostConnections) {
@@ -186,7 +187,7 @@ void ScriptServer::receive()
     }
 }
 
-/// Takes what has arrived. True when the connection sends no more: it is refused, or in the queue.
+/// Reads the data that has arrived. True when no more is expected: the request is refused, or in the queue.
 bool ScriptServer::receive(Asker& asker)
 {
     char buffer[65536];
@@ -226,7 +227,7 @@ void ScriptServer::startNext()
     }
 }
 
-/// Starts a script, or answers why not.
+/// Starts a script, or answers why it does not.
 void ScriptServer::start(Asker asker)
 {
     const std::string& name = asker.words.front();
@@ -260,7 +261,7 @@ void ScriptServer::readSignals()
     reap();
 }
 
-/// Also reaps what scripts left running, whose ends interest nobody.
+/// Also reaps processes that scripts left running, and ignores their status.
 void ScriptServer::reap()
 {
     int status = 0;

@@ -25,7 +25,7 @@ class DownloadHandler : public QObject
     Q_DISABLE_COPY_MOVE(DownloadHandler)
 
 public:
-    /// A handler without a parent, whose popups and dialogs stand over `window` (not owned).
+    /// A handler without a parent, whose popups and dialogs open over `window` (not owned).
     explicit DownloadHandler(QWidget* window);
 
     /// Breaks off a running download.
@@ -45,7 +45,7 @@ public slots:
     /// Moves the progress bar. A total that is unknown (-1) or zero leaves the bar as it is.
     void downloadProgress(qint64 bytesRead, qint64 bytesTotal);
 
-    /// Saves the whole body, or of a transfer that failed what has arrived, and tells the user.
+    /// Saves the whole body, or what has arrived if the transfer failed, and tells the user.
     void downloadFinished();
 
 private:

@@ -11,7 +11,7 @@ namespace Varnel {
 
 /// The name that a Content-Disposition header value gives to a download: what follows "filename=" in the last
 /// part that begins so. Case matters, quotes stay, nothing is decoded, and the extended form ("filename*=")
-/// is not known: the controller sends plain names. Octets that are not UTF-8 are taken as Latin-1. Empty when
+/// is not known: the controller sends plain names. Bytes that are not UTF-8 are taken as Latin-1. Empty when
 /// no part gives a name.
 [[nodiscard]] QString headerFileName(const QByteArray& contentDisposition);
 

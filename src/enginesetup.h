@@ -16,7 +16,7 @@ struct EngineVariable
 const std::vector<EngineVariable>& engineVariables();
 
 /// Switches off the parts of Qt, the engine and their libraries that the panel does not need. A variable that
-/// the environment already holds is left alone, so a unit file can override each. Call it first in main(),
+/// the environment already has is left alone, so a unit file can override each. Call it first in main(),
 /// before any code of Qt.
 void prepareEngine();
 

@@ -25,7 +25,7 @@ public:
     /// Blocks the calling thread, its event loop included, for `milliseconds`. Unused, kept.
     static void sleep(int milliseconds);
 
-    /// The MD5 digest (RFC 1321) of `data`: 16 raw octets. Unused, kept.
+    /// The MD5 digest (RFC 1321) of `data`: 16 raw bytes. Unused, kept.
     static QByteArray calculateHash(const QByteArray& data);
 
     /// The MD5 digest of the file's contents, which are read into memory at once; empty when the file cannot

@@ -13,7 +13,7 @@ namespace Varnel {
 
 namespace {
 
-/// The line in Latin-1. What a server, a file name or a script brings in may not start another line or steer
+/// The line in Latin-1. Text from a server, a file name or a script must not start another line or control
 /// the terminal that shows it.
 QByteArray printable(const QString& line)
 {

@@ -38,9 +38,9 @@ bool isUsable(const QString& url)
     return !url.isEmpty() && url != noAddress;
 }
 
-/// Keeps the engine's local storage across restarts, but neither its icon database, which would ask every
-/// controller for a /favicon.ico and show one without as an error, nor its application cache, from which a
-/// page would come back after a restart without its server.
+/// Keeps the engine's local storage across restarts, but not its icon database, which would ask every
+/// controller for a /favicon.ico and report a missing one as an error, and not its application cache, which
+/// would show a page after a restart without its server.
 void enablePersistentStorage()
 {
     const QString path = Settings::getWebCachePath();
@@ -81,7 +81,7 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::~MainWindow()
 {
-    // The view first: its page uses the access manager until its own end.
+    // The view goes first: its page uses the access manager until it is destroyed.
     delete webview;
     delete networkAccessManager;
 }

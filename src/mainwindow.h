@@ -20,8 +20,8 @@ namespace Varnel {
 class NetworkAccessManager;
 class WebView;
 
-/// The one window of the panel: a label while there is nothing to show, else the web view. It decides which
-/// page the view shows: the controller's, or the info page while the service link is up.
+/// The panel's only window: a label while there is nothing to show, else the web view. It decides which page
+/// the view shows: the controller's, or the info page while the service link is up.
 class MainWindow : public QMainWindow, public WebBrowser, public PageWindow
 {
     Q_OBJECT

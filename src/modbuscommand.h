@@ -17,8 +17,8 @@ namespace Varnel {
 [[nodiscard]] bool serverInterface(const QString& mode, const QString& setting, QJsonObject* result);
 
 /// The command, as compact JSON, that gives the server the tables of `rawdata`. Every frame needs one, and a
-/// tree of JSON values would cost several times the text, so the text is put together directly. It is octet
-/// for octet what the JSON writer gives.
+/// tree of JSON values would cost several times the text, so the text is put together directly. It is byte
+/// for byte what the JSON writer gives.
 [[nodiscard]] QString updateCommand(const QVector<MbRawData_s>& rawdata);
 
 } // namespace Varnel

@@ -26,8 +26,8 @@ struct MbEncoding_s
     int words = 0;    ///< 16-bit registers, most significant first
 };
 
-/// The encoding of the type with the canonical name `name`, `byteSize` octets and `mbSize` registers. A name
-/// that is not a number's gives the raw value 0, a size outside 1 to 4 octets keeps no bit.
+/// The encoding of the type with the canonical name `name`, `byteSize` octets and `mbSize` registers. A type
+/// that is not a number gives the raw value 0; a size outside 1 to 4 octets keeps no bit.
 [[nodiscard]] MbEncoding_s encodingOf(const QString& name, int byteSize, int mbSize);
 
 /// Appends `value` to `words` in the given encoding. Values of other kinds are converted by QVariant's rules.

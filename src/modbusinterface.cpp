@@ -243,7 +243,7 @@ bool ModbusInterface::DbusStopMonitor()
 {
     const QString script = bridgeScript("mbserverstop.sh");
     qDebug() << "Stop modbus monitor";
-    std::ignore = runScriptOrLog(script, {}); // that no server runs is not a failure
+    std::ignore = runScriptOrLog(script, {}); // it is no failure if no server runs
     return true;
 }
 

@@ -43,7 +43,8 @@ struct MbRegister_s
     QVariant value = 0; ///< current value: a bool, an int, an unsigned int, a float or a string
 };
 
-/// What the mapping file lets a Modbus client do with a table. The server serves every table read-only.
+/// The access to a table that the mapping file grants a Modbus client. The server serves every table
+/// read-only.
 enum AccessMode
 {
     ACCESS_NO = 0,
@@ -97,8 +98,8 @@ public:
     /// "r", "w" and "rw" in lower case; anything else is ACCESS_NO.
     static AccessMode AccessModefromString(const QString& smode);
 
-    /// Stores the value of every mapped item and returns the base addresses of the tables to refresh, in
-    /// order of first need and without duplicates. Items that no table shows are ignored.
+    /// Stores the value of every mapped item and returns the base addresses of the tables to refresh, in the
+    /// order in which they are first needed, without duplicates. Items that no table shows are ignored.
     QVector<int> CheckTableToUpdate(const QList<core_tmp>& coreupdate);
 
     /// Decodes `qbData` by the controller's type in `coord` and stores the result as the value of the

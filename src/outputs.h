@@ -23,7 +23,7 @@ public:
     /// Prepares the four lines: green, yellow, red, buzzer.
     static void initializeLines();
 
-    /// Prepares the lines and shows the pattern until the controller speaks: the LEDs blink slowly, the
+    /// Prepares the lines and shows the waiting pattern until the first frame: the LEDs blink slowly, the
     /// buzzer is off.
     void start();
     /// The pattern after a link loss: the LEDs blink fast, the buzzer keeps its command.

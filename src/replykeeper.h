@@ -9,14 +9,14 @@ namespace Varnel {
 
 /// Protects a network reply against deferred deletion. The page schedules each reply for deletion when it
 /// receives it and again when it has finished, and a dialog's event loop would delete it while it is still
-/// being read. The keeper postpones the deletion until its own end.
+/// being read. The keeper postpones the deletion until it is destroyed.
 class ReplyKeeper : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(ReplyKeeper)
 
 public:
-    /// Protects `kept`, which its access manager goes on to own.
+    /// Protects `kept`, which its access manager still owns.
     explicit ReplyKeeper(QNetworkReply* kept);
 
     /// Schedules a postponed deletion again.

@@ -20,11 +20,11 @@ constexpr quint16 crcPoly = 0x1021;
 constexpr quint16 crcInit = 0;
 constexpr int crcSize = 2;
 
-/// Octets in front of what the payload length counts: magic and version.
+/// Octets that the payload length does not count: magic and version.
 constexpr int payloadAt = 2;
 /// The smallest section offset: payload length to section count.
 constexpr int smallestSectionOffset = 8;
-/// Octets of the payload that are no sections: payload length to continuity word.
+/// Octets of the payload that do not belong to sections: payload length to continuity word.
 constexpr int payloadHeaderSize = 14;
 constexpr int sectionHeaderSize = 4;
 

@@ -22,9 +22,9 @@ enum class SectionType : quint16
     Core = 0x80,
 };
 
-/// What one accepted frame said: a record of each kind, valid only where its flag is set. The items of a Core
-/// section are in the decoder's item list. The two large records, which few frames carry, are made when their
-/// section is found: their addresses would cost every frame ten allocations.
+/// The contents of one accepted frame: a record of each kind, valid only where its flag is set. The items of
+/// a Core section are in the decoder's item list. The two large records, which few frames carry, are made
+/// when their section is found: their addresses would cost every frame ten allocations.
 struct RlpFrame
 {
     quint32 seqno = 0;
@@ -41,7 +41,7 @@ struct RlpFrame
     bool hasCore = false;
 };
 
-/// One section as the walk has left it.
+/// One section after the walk.
 struct WalkedSection
 {
     int position = 0; ///< of its first octet in the frame

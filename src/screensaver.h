@@ -57,8 +57,8 @@ public:
     /// Kept, without effect: the timer ends with the process.
     void uninstall();
 
-    /// Lights (true) or darkens (false) the screen. Returns false when it was so already, and true when the
-    /// state has changed, even if a display file could not be written.
+    /// Lights (true) or darkens (false) the screen. Returns false when the state was the same already, and
+    /// true when the state has changed, even if a display file could not be written.
     bool activate(bool on);
 
     /// True while the screen is lit.

@@ -38,9 +38,9 @@ QByteArray nativeText(const QString& text)
     return QFile::encodeName(text);
 }
 
-/// What a script starts with: the null device as input and output, signals as a program expects them, and a
-/// process group of its own, so that a script which overruns its time is killed together with the programs it
-/// has started.
+/// The environment of a script: the null device as input and output, default signal handling, and a process
+/// group of its own, so that a script which overruns its time is killed together with the programs it has
+/// started.
 class SpawnOptions
 {
     Q_DISABLE_COPY_MOVE(SpawnOptions)
@@ -107,7 +107,7 @@ bool reap(pid_t pid, int options)
     return result != 0;
 }
 
-/// Waits on a descriptor of the child, which Linux has since 5.3. False at the deadline.
+/// Waits on a descriptor of the child, which Linux offers since 5.3. False at the deadline.
 bool awaitDescriptor(int descriptor, SteadyClock::time_point deadline)
 {
     for (;;) {

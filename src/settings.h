@@ -15,14 +15,14 @@ namespace Varnel {
 class Settings
 {
 public:
-    /// One key of the settings file, for those who list, check or document the settings.
+    /// One key of the settings file, for code that lists, checks or documents the settings.
     class Entry
     {
     public:
         const char* group;
         const char* key;
 
-        /// What the settings hold for the key now, in the type to which its text is converted.
+        /// The key's current value, in the type to which its text is converted.
         [[nodiscard]] QVariant value() const;
 
     private:

@@ -14,13 +14,13 @@ namespace {
 
 using std::chrono::microseconds;
 
-/// A message that is lost costs at most a restart by the service manager; there is nobody else to tell.
+/// A lost message costs at most a restart by the service manager, so a failure is ignored.
 void tell(const char* state)
 {
     std::ignore = ::sd_notify(0, state);
 }
 
-/// The longest time without a sign of life, 0 when nobody asks this process for one.
+/// The longest time between two heartbeats, 0 when the service manager expects none.
 microseconds watchdogInterval()
 {
     uint64_t interval = 0;
@@ -50,7 +50,7 @@ Watchdog::Watchdog(QObject* parent)
         return;
     }
     connect(&timer, &QTimer::timeout, this, &feedWatchdog);
-    // Half of it, as sd_watchdog_enabled(3) asks: one turn of the loop may be late.
+    // Half of it, as sd_watchdog_enabled(3) recommends: one turn of the loop may be late.
     timer.start(std::max(std::chrono::duration_cast<std::chrono::milliseconds>(interval / 2),
                          std::chrono::milliseconds(1)));
 }

@@ -9,17 +9,15 @@
 
 namespace Varnel {
 
-/// What the panel tells the service manager that started it (sd_notify(3)): that it is up, that its event
-/// loop turns, that it ends. Nothing is told, and nothing logged, when nobody asked for it by the
-/// environment.
+/// Tells the service manager that started the panel (sd_notify(3)) that the panel is up, that its event loop
+/// runs, and that it ends. Sends and logs nothing unless the environment asks for it.
 class Watchdog : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(Watchdog)
 
 public:
-    /// Gives a sign of life at half the interval that the service manager asks for, while the event loop
-    /// runs.
+    /// Sends a heartbeat at half the interval that the service manager expects, while the event loop runs.
     explicit Watchdog(QObject* parent = nullptr);
 
     /// The start is complete: the panel hears its controller.
@@ -31,12 +29,12 @@ private:
     QTimer timer;
 };
 
-/// One sign of life. To be given ahead of all that blocks the event loop, so that a wait begins with the
+/// Sends one heartbeat. Call it before anything that blocks the event loop, so that the wait begins with the
 /// whole interval.
 void feedWatchdog();
 
-/// For a wait that may be longer than the interval: while one of these lives, the service manager waits
-/// `limit` for the next sign of life. Not to be nested.
+/// For a wait that may be longer than the interval: while one of these exists, the service manager waits
+/// `limit` for the next heartbeat. Do not nest them.
 class WatchdogPatience
 {
     Q_DISABLE_COPY_MOVE(WatchdogPatience)
@@ -46,7 +44,7 @@ public:
     ~WatchdogPatience();
 
 private:
-    std::chrono::microseconds usual{0}; ///< 0: nobody waits
+    std::chrono::microseconds usual{0}; ///< 0: no heartbeat is expected
 };
 
 /// The panel's environment as execve(2) takes it, for a program that the panel runs: without what is between

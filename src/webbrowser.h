@@ -9,7 +9,7 @@ namespace Varnel {
 
 class NetworkAccessManager;
 
-/// What a caller needs of the window that only asks for a page or a reload.
+/// The window, for a caller that only asks for a page or a reload.
 class WebBrowser
 {
 public:
@@ -23,7 +23,7 @@ public:
     virtual void reloadUrl() = 0;
 };
 
-/// What the page and its view need of their window.
+/// The window, for the page and its view.
 class PageWindow
 {
 public:

@@ -137,7 +137,7 @@ WebView::WebView(PageWindow* mainWindow, QWidget* parent)
     setPage(currentPage);
     connectPage();
     page()->setForwardUnsupportedContent(true);
-    // A finger that rests on a text may not select it.
+    // A finger that rests on a text must not select it.
     customCss = QLatin1String("data:text/css;charset=utf-8;base64,") +
                 QLatin1String(QByteArrayLiteral("body { -webkit-user-select: none; }").toBase64());
     page()->settings()->setUserStyleSheetUrl(QUrl(customCss));

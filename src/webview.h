@@ -35,7 +35,7 @@ public:
 
     /// Runs `change`, which puts another page into the main frame: at once, or, while a script's dialog is
     /// open, after the dialog is closed and the script has ended. The engine crashes when the page is
-    /// replaced while one of its scripts runs. Of several waiting changes only the last one is run.
+    /// replaced while one of its scripts runs. If several changes wait, only the last one is run.
     void changePage(std::function<void()> change);
 
 signals:
