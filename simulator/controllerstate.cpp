@@ -63,7 +63,7 @@ std::optional<QByteArray> encodeAddress(const QString& text)
         return std::nullopt;
     }
     QByteArray octets = littleEndian(address.toIPv4Address(), 4);
-    std::reverse(octets.begin(), octets.end()); // addresses alone travel first octet first
+    std::reverse(octets.begin(), octets.end()); // only addresses are sent first octet first
     return octets;
 }
 

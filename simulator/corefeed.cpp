@@ -27,7 +27,7 @@ constexpr IntegerRange integerRanges[] = {
     {CoreType::Uint32, 4, 0, 0xFFFFFFFF}, {CoreType::Int32, 4, -qint64(0x80000000), 0x7FFFFFFF},
 };
 
-/// Control clients send all values as text; this gives them their kind back.
+/// Control clients send all values as text; this converts them to their type.
 std::optional<double> numberOf(const QJsonValue& value)
 {
     if (value.isDouble()) {

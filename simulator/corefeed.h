@@ -12,28 +12,28 @@
 
 namespace Simulator {
 
-/// The octets of a controller value as they travel: numbers little-endian, floats as decimal text and
-/// strings as UTF-8, both with their last octet first (the panel turns every value round). Nothing when
-/// `value` does not fit `type`.
+/// The octets of a controller value on the wire: numbers little-endian, floats as decimal text and strings as
+/// UTF-8, both with their last octet first (the panel reverses every value). Nothing when `value` does not
+/// fit `type`.
 std::optional<QByteArray> encodeCoreValue(CoreType type, const QJsonValue& value);
 
-/// Values of the Core section that change from frame to frame, so that a bridge can be watched working.
+/// Values of the Core section. They change from frame to frame, so that one can watch a bridge work.
 class CoreFeed
 {
 public:
     /// Replaces the values by those of a mapping file.
     void setPoints(const QList<CorePoint>& corePoints);
 
-    /// Steps every value that is not held to its next one.
+    /// Moves every value to its next one, unless it is fixed.
     void advance();
 
-    /// Holds the value of a register (by id or by name) at `value`.
+    /// Fixes the value of a register (by id or by name) at `value`.
     Varnel::Outcome<> hold(const QString& key, const QJsonValue& value);
 
-    /// Lets a held value change again; `key` "*" lets go of all.
+    /// Lets a fixed value change again; `key` "*": all of them.
     Varnel::Outcome<> release(const QString& key);
 
-    /// Adds an item as it stands to every following Core section, after the values: for coordinates that no
+    /// Adds an unchanged item to every following Core section, after the values: for coordinates that no
     /// mapping mentions, odd lengths and types.
     void addRawItem(const CorePoint& coordinate, const QByteArray& octets);
 

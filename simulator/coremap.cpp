@@ -15,8 +15,8 @@ namespace Simulator {
 
 namespace {
 
-/// A type that a mapping file can define: the member name that defines it, and the names it may then be
-/// referred to by (without capitals; references are exact).
+/// A type that a mapping file can define: the member name that defines it, and the names that may then refer
+/// to it (without capitals; references are exact).
 struct TypeRule
 {
     CoreType type;
@@ -50,7 +50,7 @@ std::optional<int> numberWithin(const QJsonValue& value, int width)
     return number;
 }
 
-/// What the "ci" object says, looked up by the names that registers use.
+/// The contents of the "ci" object, looked up by the names that registers use.
 class Dictionary
 {
 public:
@@ -108,7 +108,7 @@ private:
     QHash<QString, QPair<quint8, CoreType>> references;
 };
 
-/// The values of all registers; refused when one of them can have none.
+/// The values of all registers; refused when one of them cannot have a value.
 Varnel::Outcome<QList<CorePoint>> collect(const QJsonObject& mapping)
 {
     const Dictionary dictionary(mapping.value(QLatin1String("ci")).toObject());

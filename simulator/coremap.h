@@ -23,7 +23,7 @@ enum class CoreType
     Other
 };
 
-/// One controller value that a mapping file ties to a register.
+/// One controller value that a mapping file assigns to a register.
 struct CorePoint
 {
     int registerId = 0;

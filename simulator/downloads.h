@@ -7,7 +7,7 @@
 
 namespace Simulator {
 
-/// One link of the download pages: what the header says and how the body comes.
+/// One link of the download pages: its header and how its body is sent.
 struct Download
 {
     const char* path; ///< below /download/
@@ -22,8 +22,8 @@ struct Download
 const std::vector<Download>& downloads();
 
 /// The answer for a path below /download/; status 404 for an unknown one. "custom/NAME" builds one from the
-/// query: "disposition", "type", "size" in octets, "pace" in milliseconds for each 4096 octets, "break" or
-/// "stall" with the octet after which the body ends.
+/// query: "disposition", "type", "size" in bytes, "pace" in milliseconds for each 4096 bytes, "break" or
+/// "stall" with the number of bytes after which the body ends.
 HttpReply downloadReply(const QString& path, const QMap<QString, QString>& query);
 
 } // namespace Simulator

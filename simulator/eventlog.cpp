@@ -12,7 +12,7 @@ namespace Simulator {
 void EventLog::line(const QString& text) const
 {
     const QByteArray octets = text.toUtf8() + '\n';
-    // A reader that went away must not end the program.
+    // The program must not end when a reader goes away.
     std::ignore = std::fwrite(octets.constData(), 1, static_cast<size_t>(octets.size()), stdout);
     std::ignore = std::fflush(stdout);
 }

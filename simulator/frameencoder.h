@@ -16,7 +16,7 @@ quint16 crcKermit(const QByteArray& octets);
 QByteArray littleEndian(quint32 value, int width);
 
 /// A section: the 4-octet header with `type` and the length of header and body, then the body. `length`
-/// overrides the length field only, to build sections that lie.
+/// overrides the length field only, to build sections with a wrong length.
 QByteArray encodeSection(quint16 type, const QByteArray& body, std::optional<quint16> length = std::nullopt);
 
 /// Everything that goes into one frame. The defaults are those of a correct frame; the optional members

@@ -15,7 +15,7 @@ struct pcap_dumper;
 namespace Simulator {
 
 /// Writes what is sent into a capture file (pcap, raw IPv4) that Wireshark, r7m-frame-check and --replay
-/// read. Each datagram is in the file as soon as it is sent, whatever becomes of the program.
+/// read. Each datagram is in the file as soon as it is sent, even if the program crashes later.
 class FrameRecorder
 {
 public:
@@ -23,7 +23,7 @@ public:
     ~FrameRecorder();
     Q_DISABLE_COPY_MOVE(FrameRecorder)
 
-    /// Begins the file anew.
+    /// Creates or truncates the file.
     [[nodiscard]] Varnel::Outcome<> open(const QString& path);
 
     /// Adds one datagram, with the present time. A full disk ends the recording with one line in the log.

@@ -91,7 +91,7 @@ void HttpExchange::decide()
 {
     decided = true;
     if (form != nullptr) {
-        MHD_destroy_post_processor(form); // hands over what it still holds
+        MHD_destroy_post_processor(form); // hands over the rest of its data
         form = nullptr;
     }
     for (const std::unique_ptr<Upload>& upload : uploads) {
@@ -132,7 +132,7 @@ MHD_Result HttpExchange::proceed()
 MHD_Response* HttpExchange::buildResponse() const
 {
     const bool understated = reply.claimedLength >= 0 && reply.claimedLength < reply.length();
-    uint64_t size = MHD_SIZE_UNKNOWN; // no length of its own, so that a false one can be given
+    uint64_t size = MHD_SIZE_UNKNOWN; // no length of its own, so that a wrong one can be sent
     if (!reply.endless && !understated) {
         size = static_cast<uint64_t>(std::max(reply.length(), reply.claimedLength));
     }
@@ -224,7 +224,7 @@ ssize_t HttpCallbacks::readBody(void* streamPointer, uint64_t unsignedPosition, 
         last = std::min(last, reply.stopAfter);
     }
     if (position >= last) {
-        if (reply.end != BodyEnd::Stall) { // an error closes at once: fewer octets came than announced
+        if (reply.end != BodyEnd::Stall) { // an error closes at once: fewer bytes came than announced
             return reply.claimedLength >= 0 && reply.claimedLength < last ? MHD_CONTENT_READER_END_OF_STREAM
                                                                           : MHD_CONTENT_READER_END_WITH_ERROR;
         }

@@ -13,7 +13,7 @@ namespace Simulator {
 
 class HttpServer;
 
-/// One request and its answer, from the first line of the request to the last octet of the answer.
+/// One request and its answer, from the first line of the request to the last byte of the answer.
 class HttpExchange
 {
 public:
@@ -22,10 +22,11 @@ public:
     ~HttpExchange();
     Q_DISABLE_COPY_MOVE(HttpExchange)
 
-    /// Takes octets of the request's body.
+    /// Takes data of the request's body.
     void receive(const char* octets, size_t count);
 
-    /// Called when the request is complete, and again after each wait: queues the answer or waits on.
+    /// Called when the request is complete, and again after each wait: queues the answer or continues to
+    /// wait.
     MHD_Result proceed();
 
 private:
@@ -53,10 +54,10 @@ struct BodyStream
     HttpServer* server = nullptr;
     MHD_Connection* connection = nullptr;
     HttpReply reply;
-    bool paused = false; ///< true when the pause before the next octets is over
+    bool paused = false; ///< true when the pause before the next data is over
 };
 
-/// What libmicrohttpd calls.
+/// The callbacks of libmicrohttpd.
 struct HttpCallbacks
 {
     static MHD_Result access(void* server, MHD_Connection* connection, const char* url, const char* method,

@@ -28,8 +28,8 @@ bool spoil(HttpReply& reply, const QString& kind, const HttpRequest& request, co
 class HttpFaults
 {
 public:
-    /// Adds the fault of an action: "path" (a trailing * stands for anything; * alone is the default),
-    /// "fault", "count" (0: for ever) and the details of its kind; fault "none" drops all faults of the path.
+    /// Adds the fault of an action: "path" (a trailing * matches anything; * alone is the default), "fault",
+    /// "count" (0: for ever) and the details of its kind; fault "none" drops all faults of the path.
     Varnel::Outcome<> add(const QJsonObject& action);
 
     /// Drops all faults.

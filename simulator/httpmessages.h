@@ -10,7 +10,7 @@
 
 namespace Simulator {
 
-/// What a request's Authorization header was worth.
+/// The verdict on a request's Authorization header.
 enum class Credentials
 {
     None,
@@ -37,20 +37,20 @@ enum class BodyEnd
     Stall
 };
 
-/// One HTTP answer, and how slowly or wrongly it is to be given.
+/// One HTTP answer, and how slowly or wrongly to send it.
 struct HttpReply
 {
     int status = 200;
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
-    qint64 generated = -1; ///< this many octets of the test pattern instead of `body`
+    qint64 generated = -1; ///< this many bytes of the test pattern instead of `body`
     bool endless = false;  ///< test pattern without end instead of `body`
     bool neverAnswered = false;
     int delayMs = 0; ///< before the head
-    int paceMs = 0;  ///< before every `chunk` octets of the body
+    int paceMs = 0;  ///< before every `chunk` bytes of the body
     int chunk = 1024;
     BodyEnd end = BodyEnd::Complete;
-    qint64 stopAfter = 0;      ///< octets of the body after which `end` comes, unless Complete
+    qint64 stopAfter = 0;      ///< bytes of the body after which `end` comes, unless Complete
     qint64 claimedLength = -1; ///< Content-Length instead of the true one
 
     void addHeader(const QByteArray& name, const QByteArray& value)
@@ -58,11 +58,12 @@ struct HttpReply
         headers.append(qMakePair(name, value));
     }
 
-    /// The number of octets that the body really has.
+    /// The real size of the body, in bytes.
     [[nodiscard]] qint64 length() const { return generated >= 0 ? generated : body.size(); }
 };
 
-/// Octet `position` of the test pattern of generated bodies: no period of 256, so that a lost block shows.
+/// Byte `position` of the test pattern of generated bodies. Its period is not 256, so that a lost block is
+/// noticed.
 inline char patternOctet(qint64 position)
 {
     return static_cast<char>((position ^ (position >> 8) ^ (position >> 16)) & 0xFF);

@@ -31,7 +31,7 @@ public:
     explicit HttpServer(Handler requestHandler, QObject* parent = nullptr);
     ~HttpServer() override;
 
-    /// The login that every request must carry; an empty login asks for none.
+    /// The login that every request must carry; an empty login requires none.
     void setLogin(const QString& newLogin, const QString& newPassword);
 
     /// Where uploaded files are stored; empty: they are only measured.
@@ -43,7 +43,7 @@ public:
     /// Closes all connections and the listening socket; listen() with port() opens it again.
     void close();
 
-    /// close() as soon as no answer is being written; for actions that came over HTTP themselves.
+    /// Calls close() as soon as no answer is being written; for actions that came over HTTP themselves.
     void closeWhenIdle();
 
     /// True between listen() and close().
@@ -55,7 +55,7 @@ public:
     [[nodiscard]] QHostAddress address() const { return boundAddress; }
 
 signals:
-    /// When an answer begins (or a request is left unanswered); what was asked and answered, for the log.
+    /// Emitted when an answer begins or a request is left unanswered, with request and answer for the log.
     void answered(const QJsonObject& description);
 
 private:

@@ -62,7 +62,7 @@ private:
 int main(int argc, char* argv[])
 {
     Varnel::logToStandardError("r7m-simulator");
-    std::ignore = std::signal(SIGPIPE, SIG_IGN); // a reader of standard output that goes away is no end
+    std::ignore = std::signal(SIGPIPE, SIG_IGN); // go on when the reader of standard output goes away
     QCoreApplication application(argc, argv);
     const Varnel::Invocation<Simulator::SimulatorOptions> invocation =
         Simulator::parseOptions(QCoreApplication::arguments());
@@ -72,7 +72,7 @@ int main(int argc, char* argv[])
     const Varnel::SignalWatcher signalWatcher;
     Simulator::Simulation simulation(*invocation.options);
     QObject::connect(&simulation, &Simulator::Simulation::quitWanted, &application, &QCoreApplication::quit,
-                     Qt::QueuedConnection); // the answer to a wish by HTTP goes out first
+                     Qt::QueuedConnection); // an action over HTTP is answered first
     if (const Varnel::Outcome<> started = simulation.start(); !started) {
         qCritical().noquote() << started.refusal.text;
         return 1;

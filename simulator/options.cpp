@@ -130,7 +130,7 @@ public:
         return fallback;
     }
 
-    /// Of two options only one can be used.
+    /// Only one of the two options can be used.
     void exclude(const char* name, const char* other)
     {
         if (error.isEmpty() && parser.isSet(QLatin1String(name)) && parser.isSet(QLatin1String(other))) {
@@ -251,7 +251,7 @@ QStringList knownSections()
     for (const SectionLayout& layout : sectionLayouts()) {
         names.append(QLatin1String(layout.name));
     }
-    return names << QStringLiteral("core"); // its decoder takes all that follows: it must be the last one
+    return names << QStringLiteral("core"); // the last one: its decoder takes everything that follows
 }
 
 Varnel::Invocation<SimulatorOptions> parseOptions(const QStringList& arguments)

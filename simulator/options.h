@@ -9,7 +9,7 @@
 
 namespace Simulator {
 
-/// What the command line asks for.
+/// The options of the command line.
 struct SimulatorOptions
 {
     QHostAddress httpAddress{QHostAddress::AnyIPv4};

@@ -24,7 +24,7 @@ const QByteArray headEnd = "\r\n\r\n";
 
 using Headers = QList<QPair<QByteArray, QByteArray>>;
 
-/// The header lines behind the first line of a head.
+/// The header lines after the first line of a head.
 Headers readHeaders(const QByteArray& head)
 {
     Headers headers;
@@ -48,7 +48,7 @@ QByteArray valueOf(const Headers& headers, const char* name)
     return {};
 }
 
-/// What a length field says; -1 when it says nothing that can be used.
+/// The value of a length field; -1 when it is not usable.
 qint64 lengthOf(const Headers& headers)
 {
     bool ok = false;
@@ -56,7 +56,7 @@ qint64 lengthOf(const Headers& headers)
     return ok && length >= 0 && length <= longestBody ? length : -1;
 }
 
-/// The headers that are of the recorded connection alone, or that the server writes itself.
+/// The headers that belong to the recorded connection, or that the server writes itself.
 bool isOfConnection(const QByteArray& name)
 {
     static const QList<QByteArray> names{"connection",     "keep-alive",       "transfer-encoding",
@@ -111,7 +111,7 @@ void RecordedSite::finish()
     connections.clear();
 }
 
-/// Puts a segment into its place: what came before is dropped, what comes too early waits.
+/// Puts a segment into its place: drops data that came before, keeps data that comes too early.
 void RecordedSite::take(Stream* stream, const Segment& segment)
 {
     const quint32 first = segment.sequence + (segment.opens ? 1 : 0);
@@ -171,7 +171,7 @@ void RecordedSite::readRequests(Connection* connection)
     }
 }
 
-/// Reads a chunked body as far as it has come. True when it is there as a whole; `end` is then where it ends.
+/// Reads a chunked body as far as it has arrived. True when it is complete; `end` is then its end.
 bool RecordedSite::readChunks(Connection* connection, QByteArray* body, int* end)
 {
     const QByteArray& octets = connection->down.ready;
@@ -208,8 +208,7 @@ bool RecordedSite::readChunks(Connection* connection, QByteArray* body, int* end
     }
 }
 
-/// Reads the answer at the beginning of what has come. True when it is there as a whole; `end` is then where
-/// it ends.
+/// Reads the answer at the beginning of the data. True when it is complete; `end` is then its end.
 bool RecordedSite::readReply(Connection* connection, bool hasBody, bool isClosed, HttpReply* reply, int* end)
 {
     const QByteArray& octets = connection->down.ready;

@@ -14,8 +14,7 @@
 namespace Simulator {
 
 /// The pages of a recorded web site: puts the TCP streams of port 80 together, as far as they are simple, and
-/// keeps the answers to GET requests with their times. What it keeps is bounded; nothing in a capture makes
-/// it grow without end.
+/// keeps the answers to GET requests with their times. Its memory is limited, whatever is in a capture.
 class RecordedSite
 {
 public:
@@ -28,15 +27,15 @@ public:
     /// True when no answer was found.
     [[nodiscard]] bool isEmpty() const { return pages.isEmpty(); }
 
-    /// The answer that the recorded controller gave last before `timeUs`, or the first one; nothing for an
-    /// address that was never asked for. An unknown query gets the answer of its path.
+    /// The last answer of the recorded controller before `timeUs`, or the first one; nothing for an address
+    /// that was never requested. An unknown query gets the answer of its path.
     [[nodiscard]] std::optional<HttpReply> reply(const HttpRequest& request, qint64 timeUs) const;
 
 private:
     /// One direction of a connection, in order.
     struct Stream
     {
-        std::optional<quint32> next; ///< sequence number of the octet that comes next
+        std::optional<quint32> next; ///< sequence number of the next byte
         QByteArray ready;            ///< in order, not used yet
         QMap<quint32, QByteArray> early;
         qint64 earlyOctets = 0;
@@ -77,7 +76,7 @@ private:
 
     QHash<QString, Connection> connections;
     QMap<QString, std::vector<Page>> pages; ///< by path, and by path and query
-    qint64 kept = 0;                        ///< octets
+    qint64 kept = 0;                        ///< bytes
     int keptPages = 0;
     qint64 lastUs = 0;
 };

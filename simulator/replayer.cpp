@@ -97,7 +97,7 @@ void Replayer::play()
     }
     constexpr double longestWaitMs = 3600000;
     const double leftMs = double(waiting->timeUs - position()) / 1000 / factor;
-    // Rounded up: a timer that is early would only run again.
+    // Rounded up: an early timer would have to run again.
     timer.start(std::chrono::milliseconds(qint64(std::clamp(leftMs + 0.999, 0.0, longestWaitMs))));
 }
 

@@ -15,8 +15,8 @@
 
 namespace Simulator {
 
-/// Plays the frames of a capture in their own time. The capture is read twice: for its pages at the start,
-/// and frame by frame while they are due.
+/// Plays the frames of a capture at their recorded times. It reads the capture twice: for its pages at the
+/// start, and for each frame when it is due.
 class Replayer : public QObject
 {
     Q_OBJECT
@@ -42,10 +42,10 @@ public:
     [[nodiscard]] qint64 position() const;
 
 signals:
-    /// When a frame is to be sent; `sender` is the place of its recorded sender in senders().
+    /// Emitted when a frame is due; `sender` is the index of its recorded sender in senders().
     void due(const QByteArray& octets, int sender);
 
-    /// After the last frame; `problem` says why it was not the end of the recording, if it was not.
+    /// Emitted after the last frame; `problem` says why the replay ended early, if it did.
     void ended(const QString& problem);
 
 private:

@@ -18,7 +18,7 @@ struct ScenarioStep
     QJsonObject action;
 };
 
-/// What a scenario file says.
+/// The contents of a scenario file.
 struct Scenario
 {
     QList<ScenarioStep> steps; ///< in the order of their times
@@ -44,10 +44,10 @@ public:
     void play(const Scenario& newScenario);
 
 signals:
-    /// When a step is due.
+    /// Emitted when a step is due.
     void due(const QJsonObject& action);
 
-    /// After the last step of a scenario that does not repeat.
+    /// Emitted after the last step of a scenario that does not repeat.
     void ended();
 
 private:

@@ -30,7 +30,7 @@ QHostAddress broadcastOf(const QHostAddress& local)
     return {};
 }
 
-/// Where a scenario is: the file of this name, or else the one that came with the program.
+/// The path of a scenario: the file of this name, or else the one that came with the program.
 QString scenarioPath(const QString& name)
 {
     const QDir installed(QCoreApplication::applicationDirPath() +
@@ -146,7 +146,7 @@ Varnel::Outcome<> Simulation::openRoutes()
     }
     route.source = options.source;
     if (route.source.isNull() && options.httpAddress != QHostAddress(QHostAddress::AnyIPv4)) {
-        route.source = options.httpAddress; // the panel asks for the page where its frames come from
+        route.source = options.httpAddress; // the panel requests the page from the address of the frames
     }
     route.target = options.broadcast ? broadcastOf(route.source) : options.target;
     route.port = options.targetPort;
@@ -167,9 +167,9 @@ Varnel::Outcome<> Simulation::openRoutes()
     return http.listen(options.httpAddress, options.httpPort);
 }
 
-/// The senders of a recording keep apart: the first one has the route's source, each further one the next
-/// address of the loopback network. Elsewhere there is only one address, and the frames of the others are
-/// left out.
+/// Each sender of a recording has an address: the first one the route's source, each further one the next
+/// address of the loopback network. On other networks there is only one address, and the frames of the other
+/// senders are left out.
 Varnel::Outcome<> Simulation::openReplay()
 {
     for (int i = 1; i < replayer.senders().size(); ++i) {
@@ -222,7 +222,7 @@ void Simulation::endReplay(const QString& problem)
     log.event({{QStringLiteral("event"), QStringLiteral("replay-ended")}});
 }
 
-/// The pages of a recording stand in the place of the site's own; what controls the simulation stays.
+/// The pages of a recording replace the site's own; the control address stays.
 HttpReply Simulation::answer(const HttpRequest& request)
 {
     return site.handle(request, [this](const HttpRequest& wanted) -> std::optional<HttpReply> {
@@ -258,8 +258,8 @@ QList<QByteArray> Simulation::nextSections()
     return list;
 }
 
-/// An address for a second controller: every address of the loopback network is local, so the next one will
-/// do; elsewhere there is none to be sure of.
+/// An address for a second controller: every address of the loopback network is local, so the next one is
+/// used; on other networks no address is certain to be local.
 QHostAddress Simulation::neighbour() const
 {
     if (!route.source.isLoopback()) {

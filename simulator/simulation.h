@@ -49,11 +49,11 @@ public:
     /// The same for an action in words, or as the text of a JSON object.
     Varnel::Outcome<> perform(const QString& line);
 
-    /// What the controller says and does at present.
+    /// The present state of the controller.
     [[nodiscard]] QJsonObject status() const;
 
 signals:
-    /// When the action "quit" was done.
+    /// Emitted after the action "quit".
     void quitWanted();
 
 private:

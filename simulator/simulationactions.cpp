@@ -302,7 +302,7 @@ Varnel::Outcome<> Simulation::doHttpUp(const QJsonObject&)
 
 void Simulation::stopHttpFor(int milliseconds)
 {
-    http.closeWhenIdle(); // the wish for it may itself have come by HTTP
+    http.closeWhenIdle(); // this action may itself have come by HTTP
     httpReturn.stop();
     if (milliseconds > 0) {
         httpReturn.start(milliseconds);

@@ -75,7 +75,7 @@ HttpReply file(const QString& path)
             reply.addHeader("Content-Type", known.type);
         }
     }
-    reply.addHeader("Cache-Control", "no-cache"); // so that a fault of a part shows at the next reload
+    reply.addHeader("Cache-Control", "no-cache"); // so that a fault of a part is visible at the next reload
     reply.body = content.readAll();
     return reply;
 }

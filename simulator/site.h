@@ -15,7 +15,7 @@ namespace Simulator {
 class Site
 {
 public:
-    /// What the control address reaches: perform() does an action; status() tells the controller's present
+    /// What the control address calls: perform() does an action; status() returns the controller's present
     /// state.
     struct Control
     {
@@ -23,7 +23,7 @@ public:
         std::function<QJsonObject()> status;
     };
 
-    /// What a recording has for an address; nothing when there is no recording, or nothing in it.
+    /// The recorded answer for an address; nothing when there is no recording, or none for this address.
     using Recording = std::function<std::optional<HttpReply>(const HttpRequest& request)>;
 
     explicit Site(Control controlSurface);
@@ -32,10 +32,10 @@ public:
     /// Returns false for another name.
     [[nodiscard]] bool setFrontPage(const QString& name);
 
-    /// Without a login set on the server, nothing is asked for here either.
+    /// If the server has no login, this requires none either.
     void setLoginRequired(bool required) { loginRequired = required; }
 
-    /// Faults that spoil answers; the control address is spared unless named itself.
+    /// Faults that spoil answers; they apply to the control address only if they name it.
     HttpFaults& faults() { return httpFaults; }
 
     /// Answers one request, from the recording if it has an answer.

@@ -144,7 +144,7 @@ void Transmitter::send(const QByteArray& octets, QJsonObject description)
     emit sent(description);
 }
 
-/// Says once, not with every frame, that nothing can be sent.
+/// Reports once, not with every frame, that nothing can be sent.
 void Transmitter::complain(const QString& problem)
 {
     if (problem != lastProblem) {

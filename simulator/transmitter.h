@@ -16,10 +16,10 @@ namespace Simulator {
 
 class FrameRecorder;
 
-/// Where frames go and what they claim to come from.
+/// The target and the source address of frames.
 struct Route
 {
-    QHostAddress source; ///< null: whatever the system chooses
+    QHostAddress source; ///< null: the system chooses
     QHostAddress target;
     quint16 port = 9876;
 };
@@ -33,7 +33,7 @@ class Transmitter : public QObject
 public:
     using SectionSource = std::function<QList<QByteArray>()>;
 
-    /// `sections` is asked for the sections of each frame at the moment it is sent.
+    /// `sections` returns the sections of each frame when it is sent.
     explicit Transmitter(SectionSource sections, QObject* parent = nullptr);
     ~Transmitter() override = default;
 
@@ -44,7 +44,7 @@ public:
     /// unless that is 0.
     void start(int intervalMs, qint64 frameLimit = 0);
 
-    /// Sends nothing more until start().
+    /// Stops sending until start().
     void stop();
 
     /// Changes the schedule from the next frame on.
@@ -56,10 +56,10 @@ public:
     /// Ends a silence.
     void resume();
 
-    /// True while silence() holds.
+    /// True during a silence.
     [[nodiscard]] bool isSilent() const { return silent; }
 
-    /// Starts the sequence anew with `sequence` as the next number.
+    /// Restarts the sequence: `sequence` is the next number.
     void setSequence(quint32 sequence) { nextSequence = sequence; }
 
     /// The sequence number of the next frame.
@@ -74,18 +74,17 @@ public:
     /// Sends the last datagram `count` times more.
     void repeatLast(int count);
 
-    /// Sends a frame of a recording, unless a silence holds.
+    /// Sends a frame of a recording, except during a silence.
     void sendRecorded(const QByteArray& octets);
 
-    /// Writes everything that is sent from now on into `newRecorder`, which outlives the transmitter; null:
-    /// no more.
+    /// Writes all further datagrams into `newRecorder`, which must outlive the transmitter; null: stops that.
     void setRecorder(FrameRecorder* newRecorder) { recorder = newRecorder; }
 
     /// Sends octets as they are.
     void sendRaw(const QByteArray& octets, const QString& what);
 
 signals:
-    /// After every datagram; what was sent, for the log.
+    /// Emitted after every datagram, for the log.
     void sent(const QJsonObject& description);
 
 private:

@@ -26,7 +26,7 @@ Upload::Upload(QString formField, const QString& sentName, const QString& direct
         return;
     }
     file = std::make_unique<QSaveFile>(QDir(directory).absoluteFilePath(safeFileName(sentName)));
-    file->open(QIODevice::WriteOnly); // a failure stays in the file's error and is told by finish()
+    file->open(QIODevice::WriteOnly); // finish() reports a failure from the file's error
 }
 
 void Upload::append(const char* octets, qint64 count)

@@ -20,7 +20,7 @@ class Upload
 public:
     Upload(QString formField, const QString& sentName, const QString& directory);
 
-    /// Takes the next octets.
+    /// Takes the next data.
     void append(const char* octets, qint64 count);
 
     /// Ends the file; field, name, stored name, size, MD5 in hexadecimal, and "error" when it could not be

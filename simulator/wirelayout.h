@@ -8,7 +8,7 @@
 
 namespace Simulator {
 
-/// How the octets of one field are written and how its text form is read.
+/// The encoding of one field and of its text form.
 enum class FieldKind
 {
     Flag,    ///< one or more octets, 0 or 1; "on", "off", "true", "false", or a number
@@ -25,7 +25,7 @@ struct Field
     int offset;
     int width;
     FieldKind kind;
-    const char* initial; ///< what a simulated controller starts with
+    const char* initial; ///< the simulated controller's initial value
 };
 
 /// One section kind of fixed length; `length` counts the 4 octets of the section header too.
@@ -40,8 +40,8 @@ struct SectionLayout
 constexpr quint16 sectionHeaderLength = 4;
 constexpr quint16 coreSectionType = 0x80;
 
-/// The five fixed sections, in the order in which the simulator sends them. Core is not among them: it has
-/// no fixed length and must stand last in a frame.
+/// The five fixed sections, in the order in which the simulator sends them. Core is not among them: it has no
+/// fixed length and must be the last one in a frame.
 const std::vector<SectionLayout>& sectionLayouts();
 
 /// The layout with this name ("devinfo", "gpiostate", ...), or null.

@@ -27,7 +27,7 @@ QString quoted(const QByteArray& word)
     return QLatin1Char('"') + escaped + QLatin1Char('"');
 }
 
-/// Takes one whole run from the front of `words`; a null text when it has not been written to its end.
+/// Takes one complete run from the front of `words`; a null text when it is not complete yet.
 QString takeRun(QList<QByteArray>& words)
 {
     const int count = words.isEmpty() ? 0 : words.first().toInt();
@@ -69,7 +69,7 @@ BoardLine BoardLines::readLine(int line, const BoardLine& before) const
     output.exported = QDir(path).exists();
     output.driven = read(path + QLatin1String("direction")) == "out";
     output.activeLow = read(path + QLatin1String("active_low")) == "1";
-    // A plain file is empty for a moment while it is written; the kernel's never is.
+    // A plain file can be empty while it is being written; a file of the kernel cannot.
     const QByteArray value = read(path + QLatin1String("value"));
     output.on = output.exported && (value.isEmpty() ? before.on : value != "0");
     return output;
@@ -92,7 +92,7 @@ QStringList ScriptRuns::added()
     }
     file.seek(position);
     QList<QByteArray> words = file.readAll().split('\0');
-    qint64 unfinished = words.takeLast().size(); // behind the last NUL: nothing, or the start of a word
+    qint64 unfinished = words.takeLast().size(); // after the last NUL: nothing, or the start of a word
     QStringList runs;
     for (QString run = takeRun(words); !run.isNull(); run = takeRun(words)) {
         runs += run;

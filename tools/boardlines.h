@@ -30,12 +30,12 @@ inline bool operator!=(const BoardLine& left, const BoardLine& right)
 class BoardLines
 {
 public:
-    /// `directory` holds "gpio224" and its siblings; `lines` are the numbers to look at.
+    /// `directory` contains "gpio224" and its siblings; `lines` are the numbers to read.
     BoardLines(QString directory, QVector<int> lines);
 
-    /// Reads all lines anew; true when one of them changed.
+    /// Reads all lines again; true when one of them has changed.
     bool refresh();
-    /// The lines as they were last read, in the order of their numbers given.
+    /// The lines as last read, in the order given to the constructor.
     const QVector<BoardLine>& current() const { return outputs; }
 
 private:

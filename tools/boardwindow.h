@@ -37,7 +37,7 @@ class BoardWindow : public QWidget
     Q_DISABLE_COPY_MOVE(BoardWindow)
 
 public:
-    /// Looks at both sources 20 times a second, five times for each phase of the fastest blinking.
+    /// Reads both sources 20 times a second, five times for each phase of the fastest blinking.
     BoardWindow(const BoardLines& outputs, const ScriptRuns& scripts, QWidget* parent = nullptr);
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Writes what an X screen shows as a picture, once it rests.
+// Saves a picture of an X screen once it no longer changes.
 
 #include <chrono>
 
@@ -20,8 +20,8 @@ QImage grab()
     return QGuiApplication::primaryScreen()->grabWindow(0).toImage();
 }
 
-/// The first picture that stays the same for `quiet`, or the last one after `limit`: a page with a clock on
-/// it never rests.
+/// The first picture that stays the same for `quiet`, or the last one after `limit`: a page with a clock
+/// never stops changing.
 QImage grabStill(std::chrono::milliseconds quiet, std::chrono::milliseconds limit)
 {
     QElapsedTimer timer;

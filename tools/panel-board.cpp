@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Shows what a panel on a desk does with its LEDs and its buzzer, and which scripts it runs.
+// Shows the LEDs and the buzzer of a panel on a desk, and the scripts that it runs.
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Four line numbers from "224,225,228,230"; empty when it is anything else.
+/// Four line numbers from "224,225,228,230"; empty for any other text.
 QVector<int> lineNumbers(const QString& text)
 {
     QVector<int> lines;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The control board. The panel's engine knows ECMAScript 5 and no more; every press is one request to
+/* The control board. The panel's engine knows ECMAScript 5 only; every press is one request to
    /control, whose answer is the controller's state, from which the board is drawn. */
 (function () {
     'use strict';

@@ -19,7 +19,8 @@ struct CapturedPacket
     PacketContent content;
 };
 
-/// Packets from a file (pcap or pcapng) or from a network interface, one by one: no file is held in memory.
+/// Packets from a file (pcap or pcapng) or from a network interface, one by one: no file is loaded into
+/// memory.
 class Capture
 {
 public:
@@ -33,16 +34,16 @@ public:
     /// Opens an interface for the UDP datagrams to `port`. Returns an empty text, or why not.
     [[nodiscard]] QString openInterface(const QString& name, quint16 port);
 
-    /// The next packet; nothing at the end, when none waits on an interface, or when the rest cannot be read.
+    /// The next packet; nothing at the end, when an interface has none, or when the rest cannot be read.
     [[nodiscard]] std::optional<CapturedPacket> next();
 
-    /// Why the last packet was not the end; empty when it was.
+    /// Why reading stopped before the end; empty when it did not.
     [[nodiscard]] QString error() const { return problem; }
 
     /// A descriptor that is readable when packets wait on the interface.
     [[nodiscard]] int descriptor() const;
 
-    /// Octets of the file read so far.
+    /// Bytes of the file read so far.
     [[nodiscard]] qint64 position() const;
 
 private:

@@ -24,7 +24,7 @@ constexpr int ipv6HeaderSize = 40;
 constexpr int udpHeaderSize = 8;
 constexpr int tcpHeaderSize = 20;
 
-/// Where the packet behind a link header begins, and what kind it is.
+/// Where the packet after a link header begins, and what kind it is.
 struct LinkHeader
 {
     int linkType;
@@ -61,11 +61,11 @@ quint32 number(const QByteArray& octets, int at)
     return at >= 0 && at + 4 <= octets.size() ? qFromBigEndian<quint32>(octets.constData() + at) : 0;
 }
 
-/// An IPv4 packet whose header is there as a whole.
+/// An IPv4 packet with a complete header.
 struct Ipv4Packet
 {
     QByteArray body;
-    int bodyLength = 0; ///< as the header says; the body may be cut
+    int bodyLength = 0; ///< from the header; the capture may have cut the body
     QHostAddress source;
     QHostAddress target;
 };
@@ -132,7 +132,7 @@ PacketContent parseIpv4(const QByteArray& octets)
         (protocol != protocolUdp && protocol != protocolTcp)) {
         return {};
     }
-    length = length == 0 ? octets.size() : length; // left to the network card by the sender that was captured
+    length = length == 0 ? octets.size() : length; // the captured sender left it to its network card
     if (length < header) {
         return {};
     }

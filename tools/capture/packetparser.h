@@ -29,7 +29,7 @@ struct Segment
 {
     Endpoints ends;
     quint32 sequence = 0; ///< of the payload's first octet
-    bool opens = false;   ///< SYN: the payload begins one later
+    bool opens = false;   ///< SYN: the payload begins one octet later
     bool closes = false;  ///< FIN or RST
     QByteArray payload;
 };
@@ -41,7 +41,7 @@ struct Unreadable
     std::optional<quint16> targetPort; ///< as far as it is known
 };
 
-/// What a packet carries; nothing for what is neither UDP nor TCP over IP.
+/// The contents of a packet; nothing if it is neither UDP nor TCP over IP.
 using PacketContent = std::variant<std::monostate, Datagram, Segment, Unreadable>;
 
 /// True for the link types that parsePacket() reads.

@@ -48,7 +48,7 @@ QVector<Chip> chipsOf(const PanelFiles& panel)
     return chips;
 }
 
-/// What to write for line N of a chip.
+/// The number to write for line N of a chip.
 Finding describe(const Chip& chip)
 {
     Finding finding;

@@ -24,7 +24,7 @@ using Severity = Finding::Severity;
 constexpr const char* scriptNames[] = {
     "r7m.sh",       "netcfg.sh",     "snmpctl.sh",       "snmpcfg.sh",      "snmptrap.sh",
     "modbuscfg.sh", "usbremount.sh", "mbserverstart.sh", "mbserverstop.sh", "mbserverupdate.sh"};
-/// The panel's files are from 2020 or later, so an earlier clock has lost its battery.
+/// The panel's files are from 2020 or later, so an earlier time means that the clock has lost its battery.
 constexpr int firstYear = 2020;
 constexpr qint64 leastFreeSpace = 16 * 1024 * 1024;
 constexpr qint64 largeStorage = 64 * 1024 * 1024;
@@ -139,7 +139,7 @@ qint64 sizeOf(const QString& directory)
     return size;
 }
 
-/// What varnel-config says of SNMP, network and Modbus; the lines that are not in effect are faults.
+/// The output of varnel-config about SNMP, network and Modbus; lines that are not in effect are faults.
 void checkConfiguration(Findings* findings)
 {
     QProcess status;
@@ -200,7 +200,7 @@ Findings checkMapping(const PanelFiles& panel)
                  QStringLiteral("cp /usr/share/doc/varnel-browser/examples/modbus.map %1").arg(path)}};
     }
     Varnel::ModbusInterface bridge;
-    std::ignore = bridge.LoadConfig(panel.path(path)); // the checker reports what stops it, with the line
+    std::ignore = bridge.LoadConfig(panel.path(path)); // the checker reports why it fails, with the line
     const MapChecker checker(panel.read(path, 128 * 1024 * 1024), &bridge);
     Findings findings;
     for (const ::Finding& found : checker.findings()) {

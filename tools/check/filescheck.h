@@ -21,7 +21,7 @@ Findings checkUsbDrive(const PanelFiles& panel);
 /// The installed version of a package; empty if it is not installed.
 QString packageVersion(const PanelFiles& panel, const QByteArray& package);
 
-/// Clock, free space, the engine's storage, and what the controller's configuration has become.
+/// Clock, free space, the engine's storage, and the state of the controller's configuration.
 Findings checkSystem(const PanelFiles& panel);
 
 } // namespace VarnelCheck

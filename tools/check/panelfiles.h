@@ -30,16 +30,16 @@ struct Key
 /// Every key of the panel's settings, from the panel's own table.
 const QVector<Key>& knownKeys();
 
-/// The files of one panel: the running system, or a directory that holds an image of one.
+/// The files of one panel: the running system, or a directory with an image of one.
 class PanelFiles
 {
 public:
     /// `root` is empty for the running system.
     explicit PanelFiles(QString root);
 
-    /// True for the running system, which has processes, sockets and mounts to ask for.
+    /// True for the running system, which has processes, sockets and mounts to inspect.
     [[nodiscard]] bool isRunningSystem() const { return root.isEmpty(); }
-    /// Where a path of the panel is found here.
+    /// The path here for a path of the panel.
     [[nodiscard]] QString path(const QString& panelPath) const { return root + panelPath; }
     /// The path of the settings file, as the panel names it.
     [[nodiscard]] static QString settingsPath();

@@ -8,7 +8,7 @@
 
 namespace VarnelCheck {
 
-/// What one check found.
+/// The findings of one check.
 struct Section
 {
     QString title;

@@ -52,7 +52,7 @@ QStringList knownGroups()
     return groups;
 }
 
-/// The group of a key that stands in the wrong one; the letter case may differ.
+/// The group to which a misplaced key belongs; the letter case may differ.
 QString groupOf(const QString& name)
 {
     for (const Key& key : knownKeys()) {
@@ -167,7 +167,7 @@ std::optional<Finding> checkText(const Assignment& line)
     return std::nullopt;
 }
 
-/// Numbers that convert well and still cannot be meant.
+/// Numbers that convert, but cannot be meant.
 std::optional<Finding> checkMeaning(const Assignment& line)
 {
     const bool isPin = line.group == QLatin1String("GPIO") && line.name.endsWith(QLatin1String("Pin"));

@@ -9,7 +9,7 @@
 #include "framechecker.h"
 #include "statistics.h"
 
-/// For which frames every field is printed.
+/// The frames whose fields are printed.
 enum class FieldsOf
 {
     NoFrame,
@@ -17,10 +17,10 @@ enum class FieldsOf
     AllFrames,
 };
 
-/// How a run is reported and what belongs to it.
+/// The options of a run.
 struct RunOptions
 {
-    quint16 port = 9876; ///< datagrams to other ports are left out; 0: none are
+    quint16 port = 9876; ///< datagrams to other ports are left out; 0: all are checked
     int timeoutSeconds = 10;
     qint64 frameLimit = 0; ///< 0: no end
     FieldsOf fields = FieldsOf::FaultyFrames;
@@ -28,13 +28,13 @@ struct RunOptions
     bool isQuiet = false; ///< only the statistics
 };
 
-/// One run over frames, from wherever they come: checks each, prints it, and counts.
+/// One run over frames from any source: checks, prints and counts them.
 class CheckRun
 {
 public:
     CheckRun(const RunOptions& runOptions, QTextStream* output);
 
-    /// A packet of a capture; what is not for the panel is only counted.
+    /// A packet of a capture; packets that are not for the panel are only counted.
     void addPacket(const CapturedPacket& packet);
 
     /// A datagram that was received at `timeUs`.
@@ -49,7 +49,7 @@ public:
     /// Prints the statistics.
     void finish();
 
-    /// True when as many frames have been checked as were asked for.
+    /// True when the requested number of frames has been checked.
     [[nodiscard]] bool isComplete() const;
 
     [[nodiscard]] const Statistics& statistics() const { return counts; }

@@ -19,7 +19,7 @@ constexpr int smallestOffset = 8;
 constexpr int payloadHeaderSize = 14;
 constexpr int sectionHeaderSize = 4;
 
-/// Collects the log lines that are written while it lives.
+/// Collects the log lines that are written while it exists.
 class LogLines
 {
 public:
@@ -50,7 +50,7 @@ QString plural(int count, const char* noun)
                                                     count == 1 ? QString() : QStringLiteral("s"));
 }
 
-/// What is wrong with a frame that was dropped with a log line that begins so, and where.
+/// For the beginning of a log line about a dropped frame: what is wrong, and where.
 struct DropReason
 {
     const char* words;

@@ -6,16 +6,16 @@
 #include "framereport.h"
 #include "rlpdecoder.h"
 
-/// The panel as a controller's vendor meets it: decodes frame after frame with the panel's own decoder, keeps
-/// what the panel keeps from one to the next (sequence number, sender, supervision of the link), and tells
-/// what it makes of each.
+/// The panel from the view of a controller's vendor: decodes frame after frame with the panel's own decoder,
+/// keeps the same state between them (sequence number, sender, supervision of the link), and reports what the
+/// panel does with each.
 class FrameChecker : private Varnel::RlpDecoder
 {
 public:
     /// The link counts as lost after `timeoutSeconds` without an accepted frame.
     explicit FrameChecker(int timeoutSeconds);
 
-    /// Lets the panel's clock run to `timeUs`. Returns the panel's log line when the link has been lost
+    /// Advances the panel's clock to `timeUs`. Returns the panel's log line when the link has been lost
     /// meanwhile.
     [[nodiscard]] std::optional<QString> advance(qint64 timeUs);
 

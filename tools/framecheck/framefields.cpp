@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The values of a section come out of the panel's records, so that what is shown is what the panel has read.
+// The values of a section come from the panel's records, so they are what the panel has read.
 #include "framefields.h"
 
 #include <algorithm>

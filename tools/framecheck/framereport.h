@@ -11,11 +11,11 @@
 /// One field of a frame, as the panel reads it.
 struct FrameField
 {
-    QString name; ///< seqno, devinfo.lang ...; with "rlp." in front, the dissector's name of it
+    QString name; ///< seqno, devinfo.lang ...; with the prefix "rlp.", its name in the dissector
     int offset = 0;
     int width = 0;
     QJsonValue value;
-    QString meaning; ///< what the value says; may be empty
+    QString meaning; ///< the value in words; may be empty
 };
 
 /// Where a frame is wrong, and what would be right.
@@ -34,7 +34,7 @@ struct SectionReport
     bool decoded = false;
 };
 
-/// What the panel makes of one datagram.
+/// The panel's verdict on one datagram.
 struct FrameReport
 {
     QByteArray octets;

@@ -15,8 +15,8 @@ bool isHex(const QByteArray& word)
            std::all_of(word.cbegin(), word.cend(), [](char c) { return std::isxdigit(uchar(c)) != 0; });
 }
 
-/// The octets of a line without an offset: "ce 01", "ce01", "0xce, 0x01", "ce:01"; nothing when it is no such
-/// thing.
+/// The octets of a line without an offset: "ce 01", "ce01", "0xce, 0x01", "ce:01"; nothing when it is
+/// anything else.
 std::optional<QByteArray> octetsOf(QByteArray line)
 {
     for (char& c : line) {
@@ -39,7 +39,7 @@ std::optional<QByteArray> octetsOf(QByteArray line)
 std::optional<QByteArray> dumpedOctets(const QByteArray& line, int offset, bool* isFirst)
 {
     constexpr int octetsPerLine = 16;
-    constexpr int mostBlanks = 2; // between octets; more are the way to the column of text
+    constexpr int mostBlanks = 2; // between octets; more blanks lead to the column of text
     const int end =
         int(std::find_if(line.cbegin(), line.cend(), [](char c) { return std::isxdigit(uchar(c)) == 0; }) -
             line.cbegin());

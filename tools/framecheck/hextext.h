@@ -7,9 +7,9 @@
 #include <QIODevice>
 #include <QString>
 
-/// Reads frames that stand as hexadecimal text. An empty line ends a frame. A line may begin with its offset,
-/// as in a hex dump: then a column of text behind the octets is left out, and offset 0 begins a frame. "#"
-/// begins a comment.
+/// Reads frames from hexadecimal text. An empty line ends a frame. A line may begin with its offset, as in a
+/// hex dump: then a column of text after the octets is left out, and offset 0 begins a frame. "#" begins a
+/// comment.
 class HexText
 {
 public:
@@ -21,7 +21,7 @@ public:
     /// The next frame; nothing at the end or when something is wrong.
     [[nodiscard]] std::optional<QByteArray> next();
 
-    /// What is wrong, with the number of the line; empty when nothing is.
+    /// The error, with the number of the line; empty when there is none.
     [[nodiscard]] QString error() const { return problem; }
 
 private:

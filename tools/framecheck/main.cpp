@@ -117,7 +117,7 @@ private:
     const Options& options;
 };
 
-/// Reads from the one source that was asked for. Returns an empty text, or why it had to stop.
+/// Reads from the requested source. Returns an empty text, or why it had to stop.
 QString readSource(const QCommandLineParser& parser, const Options& options, quint16 port, CheckRun* run)
 {
     const auto about = [](const QString& source, const QString& problem) {

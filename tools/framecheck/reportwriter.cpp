@@ -23,7 +23,7 @@ QString hexOctets(const QByteArray& octets)
     return QString::fromLatin1(octets.toHex(' '));
 }
 
-/// The column of an octet in a line of the dump, behind its offset.
+/// The column of an octet in a line of the dump, after its offset.
 int columnOf(int octet)
 {
     return 3 * octet + (octet >= octetsPerLine / 2 ? 1 : 0);
@@ -40,7 +40,7 @@ QString dumpLine(const QByteArray& octets, int at)
     return line.trimmed().prepend(indent) + QLatin1Char('\n');
 }
 
-/// The marks under the octets from `from` to before `to`, which stand in the line at `at`.
+/// The marks under the octets from `from` to before `to`, in the line that begins at `at`.
 QString markLine(int at, int from, int to)
 {
     const int first = columnOf(from - at);
@@ -49,7 +49,7 @@ QString markLine(int at, int from, int to)
            QLatin1Char('\n');
 }
 
-/// The lines of the dump with a fault, and one before and after each; "..." for what is left out.
+/// The lines of the dump with a fault, and one before and after each; "..." for lines that are left out.
 QString markedDump(const FrameReport& report)
 {
     QSet<int> wanted;

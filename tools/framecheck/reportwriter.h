@@ -7,7 +7,7 @@
 
 #include "framereport.h"
 
-/// What is said about a datagram besides the panel's verdict.
+/// Facts about a datagram besides the panel's verdict.
 struct FrameOrigin
 {
     qint64 number = 0;  ///< of the packet or frame, from 1
@@ -28,5 +28,5 @@ struct FrameOrigin
 /// All of it as one JSON object.
 [[nodiscard]] QJsonObject asJson(const FrameOrigin& origin, const FrameReport& report);
 
-/// Text from outside without what a terminal would obey.
+/// Text from outside, without control characters for a terminal.
 [[nodiscard]] QString printable(const QString& text);

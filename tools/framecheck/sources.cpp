@@ -28,7 +28,7 @@ qint64 nowUs()
     return QDateTime::currentMSecsSinceEpoch() * 1000;
 }
 
-/// How far a long file has been read, on a terminal, once a second.
+/// Shows on a terminal, once a second, how far a long file has been read.
 class Progress
 {
 public:
@@ -64,7 +64,7 @@ private:
     bool isBegun = false;
 };
 
-/// Runs the event loop until a signal to end. Lets the panel's clock run meanwhile.
+/// Runs the event loop until a signal to end, and advances the panel's clock meanwhile.
 void waitForEnd(CheckRun* run)
 {
     const Varnel::SignalWatcher signalWatcher;

@@ -8,10 +8,10 @@
 
 namespace {
 
-/// Kinds of anything that are told apart; a hostile capture can hold millions.
+/// Limit for the kinds that are counted separately; a hostile capture can have millions.
 constexpr int mostKinds = 100;
 
-/// A log line without its values, as far as it is the same for all frames.
+/// The part of a log line that is the same for all frames.
 QString reasonOf(const QString& line)
 {
     QString words = line.section(QLatin1Char('('), 0, 0).trimmed();

@@ -8,20 +8,20 @@
 #include "framereport.h"
 #include "reportwriter.h"
 
-/// What is known at the end of a run.
+/// The results of a run.
 class Statistics
 {
 public:
-    /// A packet, whatever is in it.
+    /// Counts any packet.
     void addPacket() { ++packets; }
 
-    /// A datagram and what the panel made of it.
+    /// Counts a datagram and the panel's verdict on it.
     void addFrame(const FrameOrigin& origin, const FrameReport& report);
 
-    /// A packet for the panel that could not be checked, and why.
+    /// Counts a packet for the panel that could not be checked, and why.
     void addUnreadable(const QString& reason);
 
-    /// A datagram to another port than the one looked at.
+    /// Counts a datagram to another port.
     void addForeignPort(quint16 port);
 
     void addLinkLoss() { ++linkLosses; }
@@ -32,7 +32,7 @@ public:
     /// True when the panel accepts and uses everything, and has not lost the link.
     [[nodiscard]] bool isFaultless() const { return dropped == 0 && refused == 0 && linkLosses == 0; }
 
-    /// The ports of datagrams elsewhere, with their number, as one line; empty when there are none.
+    /// The other ports that got datagrams, with their numbers, as one line; empty when there are none.
     [[nodiscard]] QString foreignPorts() const;
 
     [[nodiscard]] QString asText() const;

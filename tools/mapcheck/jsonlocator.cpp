@@ -30,7 +30,7 @@ JsonLocator::JsonLocator(const QByteArray& text)
     : text(text)
 {
     if (text.startsWith("\xEF\xBB\xBF")) {
-        position = 3; // a byte order mark is no blank
+        position = 3; // skip a byte order mark
     }
     skipBlanks();
     readValue(&root, 0);
@@ -41,7 +41,7 @@ int JsonLocator::line(const JsonPath& path) const
     const Place* place = &root;
     for (const JsonStep& step : path) {
         if (const auto* name = std::get_if<QString>(&step)) {
-            // The last one of its name is the one that counts.
+            // The last member of a name counts.
             const auto found = std::find_if(place->members.rbegin(), place->members.rend(),
                                             [name](const auto& member) { return member.first == *name; });
             if (found == place->members.rend()) {
@@ -76,7 +76,7 @@ void JsonLocator::skipBlanks()
     }
 }
 
-/// Takes the octet `wanted` and the blanks behind it, if it is there.
+/// Takes the byte `wanted` and the blanks after it, if it is there.
 bool JsonLocator::take(char wanted)
 {
     if (position >= text.size() || text[position] != wanted) {
@@ -87,7 +87,7 @@ bool JsonLocator::take(char wanted)
     return true;
 }
 
-/// The string that begins here; nothing when none does.
+/// The string that begins here; nothing when there is none.
 QString JsonLocator::readString()
 {
     const int start = position;

@@ -17,12 +17,12 @@ using JsonPath = QVector<JsonStep>;
 [[nodiscard]] JsonPath operator/(JsonPath path, const QString& name);
 [[nodiscard]] JsonPath operator/(JsonPath path, int index);
 
-/// Where the values of a JSON text stand. Qt's parser keeps no positions, so the text is read a second time;
-/// it has to be one that the parser has accepted.
+/// Finds the lines of the values of a JSON text. Qt's parser keeps no positions, so this reads the text a
+/// second time; the parser must have accepted it.
 class JsonLocator
 {
 public:
-    /// A member name that its object holds more than once.
+    /// A member name that its object has more than once.
     struct Duplicate
     {
         int line = 0;
@@ -31,14 +31,14 @@ public:
 
     explicit JsonLocator(const QByteArray& text);
 
-    /// The line, from 1, of the value at `path`; for a member the line of its name. Where the path leads
-    /// nowhere it is the line of the last value on it that is there.
+    /// The line, from 1, of the value at `path`; for a member the line of its name. If the path leads
+    /// nowhere, the line of the last existing value on it.
     [[nodiscard]] int line(const JsonPath& path) const;
 
     /// The members that repeat an earlier one of their object, in the order of the text.
     [[nodiscard]] const QVector<Duplicate>& duplicates() const { return repeated; }
 
-    /// The line, from 1, of the octet at `offset`.
+    /// The line, from 1, of the byte at `offset`.
     [[nodiscard]] static int lineAt(const QByteArray& text, int offset);
 
 private:

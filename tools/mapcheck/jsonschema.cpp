@@ -20,7 +20,7 @@ QString inQuotes(const QString& text)
     return QLatin1Char('"') + text + QLatin1Char('"');
 }
 
-/// What a value is, in the words of a message; `type` is a type name of JSON Schema.
+/// The words of a message for a value; `type` is a type name of JSON Schema.
 QString described(const QString& type)
 {
     static const struct

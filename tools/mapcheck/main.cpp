@@ -64,7 +64,7 @@ void complain(const QString& line)
     out << line << '\n';
 }
 
-/// Only warnings of the loader are news to the engineer; its ordinary log repeats the whole file.
+/// Shows only warnings of the loader; its other log lines repeat the whole file.
 void writeLog(QtMsgType type, const QMessageLogContext&, const QString& text)
 {
     if (isVerbose || type != QtDebugMsg) {
@@ -134,7 +134,7 @@ void printLists(const QCommandLineParser& parser, const Options& options, const 
     }
 }
 
-/// What is wrong with the numbers among the options; empty when nothing is.
+/// The error in the options that are numbers; empty when there is none.
 QString wrongNumber(const QCommandLineParser& parser, const Options& options)
 {
     const struct
@@ -171,8 +171,8 @@ std::optional<QByteArray> readMapping(const QString& path, QString* problem)
     return text;
 }
 
-/// Lets the panel's loader read `path`, or a copy of `text` where the path can be read only once. What stops
-/// the loader, the checker reports with a line number.
+/// Lets the panel's loader read `path`, or a copy of `text` where the path can be read only once. The checker
+/// reports what stops the loader, with a line number.
 bool load(ModbusInterface* bridge, const QString& path, const QByteArray& text)
 {
     if (QFileInfo(path).isFile()) {
@@ -201,7 +201,7 @@ int run(const QCommandLineParser& parser, const Options& options)
         return fail(QStringLiteral("cannot write a copy of %1 to %2").arg(path, QDir::tempPath()));
     }
     const QVector<RegisterRow> rows =
-        registerRows(bridge); // before the checker renders, which enters what it looks up
+        registerRows(bridge); // before the checker renders: a lookup adds an entry
     const MapChecker checker(*text, &bridge);
     printLists(parser, options, rows);
     if (!parser.isSet(options.quiet)) {

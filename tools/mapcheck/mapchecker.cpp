@@ -12,7 +12,8 @@
 using Varnel::MbType_s;
 using Varnel::ModbusInterface;
 
-/// The resources of a static library are not there by themselves. (The macro does not work in a namespace.)
+/// The resources of a static library have to be initialised explicitly. (The macro does not work in a
+/// namespace.)
 static void initResources()
 {
     Q_INIT_RESOURCE(mapcheck);
@@ -54,7 +55,7 @@ QJsonObject mappingSchema()
     return QJsonDocument::fromJson(file.readAll()).object();
 }
 
-/// The names under which the types of the mapping can be referred to.
+/// The names that can refer to the types of the mapping.
 QSet<QString> namesOfTypes(const QJsonObject& types)
 {
     ModbusInterface loader;
@@ -63,7 +64,7 @@ QSet<QString> namesOfTypes(const QJsonObject& types)
     return QSet<QString>(names.begin(), names.end());
 }
 
-/// Every name by which the type that `name` seems to mean can be referred to.
+/// Every name of the type that `name` seems to mean.
 QSet<QString> aliasesOf(const QString& name)
 {
     ModbusInterface loader;
@@ -136,7 +137,7 @@ void MapChecker::checkSchema(const QJsonDocument& document)
     }
 }
 
-/// What follows from a fault is no fault of its own.
+/// A consequence of a fault is not reported as another fault.
 void MapChecker::noteFault(const JsonPath& path)
 {
     if (path.size() >= 2 && path[0] == JsonStep(string("registers"))) {
@@ -166,7 +167,7 @@ void MapChecker::noteFaultyRegister(int index)
     faultyIds.insert(id.isString() ? id.toString().toInt() : int(std::clamp(id.toDouble(), -1e9, 1e9)));
 }
 
-/// Whether the panel goes beyond the main members at all.
+/// Whether the panel reads more than the main members.
 bool MapChecker::isLoadable() const
 {
     return mapping.value(key("ci")).isObject() && mapping.value(key("registers")).isArray() &&

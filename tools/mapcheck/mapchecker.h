@@ -17,13 +17,13 @@
 
 class QJsonDocument;
 
-/// What an engineer should know about a mapping file.
+/// One finding about a mapping file.
 struct Finding
 {
     enum class Severity
     {
-        Warning, ///< works, but hardly as meant
-        Error,   ///< some value will not be where it should be
+        Warning, ///< works, but probably not as intended
+        Error,   ///< a value is not where it should be
     };
 
     Severity severity = Severity::Error;
@@ -31,9 +31,8 @@ struct Finding
     QString text;
 };
 
-/// Checks a mapping file. The panel's own loader reads it as well, and every answer about the outcome (which
-/// registers there are, how wide they are, where they come to stand) is taken from what the loader made of
-/// it.
+/// Checks a mapping file. The panel's own loader reads it as well, and every statement about the result
+/// (which registers there are, how wide they are, which addresses they get) comes from the loader's model.
 class MapChecker
 {
 public:

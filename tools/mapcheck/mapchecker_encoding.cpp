@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a value loses between the controller and the register, by the documented encodings.
+// The precision or range that a value loses between controller and register, by the documented encodings.
 #include "mapchecker.h"
 
 #include <algorithm>
@@ -26,7 +26,7 @@ bool isNumber(const MbType_s& type)
     return isWhole(type) || type.name == QLatin1String("float");
 }
 
-/// One way in which a value sent as one type and shown as another changes.
+/// One way in which a value changes when it is sent as one type and shown as another.
 struct Loss
 {
     bool (*happens)(const MbType_s& sent, const MbType_s& shown);
@@ -54,7 +54,7 @@ const char* const adviceText = "; add a \"note\" to the register if that is mean
 
 } // namespace
 
-/// A register with a "note" is taken to say what its value loses.
+/// The "note" of a register is assumed to mention the loss.
 void MapChecker::checkEncoding(const Definition& reg)
 {
     const auto typeOf = [&](const char* member) {
@@ -83,7 +83,7 @@ void MapChecker::checkEncoding(const Definition& reg)
     }
 }
 
-/// That floats travel as text is one fact, however many registers it is about.
+/// That floats are sent as text is one finding, for any number of registers.
 void MapChecker::checkFloats()
 {
     if (silentFloats.isEmpty()) {

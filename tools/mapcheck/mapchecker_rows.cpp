@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Where the panel renders the registers, held against the ids that are meant to be their addresses.
+// Compares the addresses at which the panel renders the registers with the ids, which are meant to be these
+// addresses.
 #include "mapchecker.h"
 
 #include <limits>
@@ -14,8 +15,8 @@ namespace {
 
 constexpr int addressSpace = 65536;
 
-/// Octets of the longest update command that can be handed to a script: one argument has 32 pages of 4096
-/// octets, its final NUL included.
+/// Limit, in bytes, for an update command: one argument of a script has 32 pages of 4096 bytes, its final NUL
+/// included.
 constexpr qint64 longestCommand = 32 * 4096 - 1;
 
 QString wordCount(int words)
@@ -24,7 +25,7 @@ QString wordCount(int words)
                                                              : QStringLiteral("words"));
 }
 
-/// Why a register does not stand where its id says.
+/// Why a register is not at the address of its id.
 QString shiftText(const RegisterRow& row, const RegisterRow& before)
 {
     const QString name = QStringLiteral("register %1 %2").arg(row.id).arg(quoted(row.name));
@@ -64,8 +65,9 @@ void MapChecker::checkRows()
     }
 }
 
-/// Ids are meant to be addresses. Where the first one of a table is (or is one off, counted from 1), every
-/// further one has to keep the same distance; a table that numbers its registers otherwise is mentioned once.
+/// Ids are meant to be addresses. If the first id of a table is its address (or one more, counted from 1),
+/// every further id has to keep the same distance; a table that numbers its registers otherwise is reported
+/// once.
 void MapChecker::checkAlignment(const QVector<RegisterRow>& rows)
 {
     const RegisterRow& first = rows.first();
@@ -79,7 +81,7 @@ void MapChecker::checkAlignment(const QVector<RegisterRow>& rows)
                     .arg(first.address));
         return;
     }
-    // What a row with a finding of its own moves is no news.
+    // A row with a finding of its own explains the rows that it moves.
     QSet<int> seen{first.id};
     bool isMoved = first.words == 0 || faultyIds.contains(first.id);
     for (int i = 1; i < rows.size(); ++i) {

@@ -6,7 +6,7 @@
 
 #include "jsonlocator.h"
 
-// How findings name the parts of a mapping, and where these parts stand in the file.
+// The names of a mapping's parts in findings, and the lines of these parts in the file.
 
 inline JsonPath registerPath(int index)
 {

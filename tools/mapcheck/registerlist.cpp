@@ -13,10 +13,10 @@ using Varnel::ModbusInterface;
 
 namespace {
 
-/// The addresses of the protocol; the panel cuts every table behind so many words.
+/// The number of Modbus addresses; the panel cuts every table after that many words.
 constexpr int addressSpace = 65536;
 
-/// The most words that one Modbus request may ask for.
+/// Limit, in words, for one Modbus request.
 constexpr int wordsPerRequest = 125;
 
 /// Names of classes and fields by number.
