@@ -351,6 +351,30 @@ said "snmp in effect: agent V1"
 check_equal "killed half-way: the last wish comes true" "$VALUE" "$(get -v 1 -c comm)"
 check_not "killed half-way: nothing former is left" test -e /run/keep/former/snmp
 
+# Power cuts at different moments of a change: the files are whole, and the former configuration or the new one answers.
+cuts=0
+answered=0
+configure "$CONTROLLER" 161 "" comm "$OID" V2
+for delay in 0.01 0.03 0.06 0.1 0.15 0.2 0.3 0.4 0.6 0.9; do
+    model=V$((cuts % 2 + 1))
+    "$SCRIPTS/snmpctl.sh" init
+    "$SCRIPTS/snmpcfg.sh" "$CONTROLLER" 161 "" comm "$OID" "$model"
+    "$SCRIPTS/snmptrap.sh" init 0.0.0.0 1162 V2 x
+    "$SCRIPTS/snmpctl.sh" apply 2>/dev/null
+    sleep "$delay"
+    for process in $(pidof -x varnel-config snmpd); do
+        kill -9 "$process" 2>/dev/null || :
+    done
+    rm -rf /run/varnel "$WORK/snmpd.pid"
+    "$SCRIPTS/varnel-config" apply snmp 2>"$WORK/err"
+    cuts=$((cuts + 1))
+    if [ "$(grep -c '^agentAddress udp:161$' /etc/snmp/snmpd.conf)" -eq 1 ] && status snmp &&
+        { get -v 1 -c comm || get -v 2c -c comm; } >/dev/null; then
+        answered=$((answered + 1))
+    fi
+done
+check_equal "power cuts: the former configuration or the new one answers" "$cuts" "$answered"
+
 # --- another controller with the same configuration ---
 
 configure "$CONTROLLER" 161 "" comm "$OID" V2
