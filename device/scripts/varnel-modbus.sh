@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh
-# What the three scripts of the Modbus server share: calls to it over D-Bus. It lies beside them, and each begins with
+# Calls to the Modbus server over D-Bus, for mbserverstart.sh and mbserverstop.sh, and for mbserverupdate.sh when no server
+# listens at its socket. It lies beside them, and a script begins with
 #
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-modbus.sh"
