@@ -60,9 +60,9 @@ void benchMemory(Stage* stage, const QString& program, const QString& disk, int 
             awaitPage(stage);
             stage->serveFor(settleMs);
             const Usage usage = run.usage();
-            pss.add(i, usage.pssKiB / 1024);
-            uss.add(i, usage.ussKiB / 1024);
-            threads.add(i, usage.threads);
+            pss.add(i, static_cast<double>(usage.figures.pss) / 1024);
+            uss.add(i, static_cast<double>(usage.figures.uss) / 1024);
+            threads.add(i, usage.figures.threads);
         }
     }
     for (const Figure* figure : {&pss, &uss, &threads}) {
@@ -115,7 +115,9 @@ void benchIdle(Stage* stage, const QString& program, int rounds, const Rest& res
         const Usage after = run.usage();
         const double seconds = (nowMs() - start) / 1000;
         wakeUps[0].values.push_back(own);
-        wakeUps[1].values.push_back(static_cast<double>(after.wakeUps - before.wakeUps) / seconds);
+        wakeUps[1].values.push_back(
+            static_cast<double>(after.figures.voluntarySwitches - before.figures.voluntarySwitches) /
+            seconds);
         cpu[0].values.push_back((after.cpuMs - before.cpuMs) / seconds);
     }
     printFigure("wake-ups when idle: " + name, "a second", wakeUps);
@@ -217,13 +219,13 @@ void benchGrowth(Stage* stage, const QString& program, int rounds)
     std::vector<Series> growth{{"panel"}};
     std::vector<Series> logged{{"panel"}};
     for (int round = 0; round < rounds; ++round) {
-        const double before = run.usage().ussKiB;
+        const qint64 before = run.usage().figures.uss;
         const qint64 logBefore = QFileInfo(log).size();
         for (int n = 0; n < hour; ++n) {
             stage->sendFrame();
             stage->serveFor(2);
         }
-        growth[0].values.push_back(run.usage().ussKiB - before);
+        growth[0].values.push_back(static_cast<double>(run.usage().figures.uss - before));
         logged[0].values.push_back(static_cast<double>(QFileInfo(log).size() - logBefore));
     }
     printFigure("growth over an hour's frames", "KiB of USS", growth, Floor::None);

@@ -40,7 +40,7 @@ void benchStart(Stage* stage, const QList<Subject>& subjects, const Cache& cache
             if (round >= 0) {
                 time.add(i, shown - start);
                 cpu.add(i, used.cpuMs);
-                octets.add(i, used.readKiB / 1024);
+                octets.add(i, static_cast<double>(used.figures.read) / 1024);
             }
         }
     }

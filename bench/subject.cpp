@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QDir>
 #include <QFile>
 #include <QtDebug>
 
@@ -19,25 +18,6 @@ namespace {
 double inMs(const timespec& time)
 {
     return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
-
-QByteArray contents(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-/// The sum of the numbers behind all lines "`name`: number".
-double sumOf(const QByteArray& text, const char* name)
-{
-    double sum = 0;
-    const QList<QByteArray> lines = text.split('\n');
-    for (const QByteArray& line : lines) {
-        if (line.startsWith(name) && line.mid(int(qstrlen(name)), 1) == ":") {
-            sum += line.mid(int(qstrlen(name)) + 1).simplified().split(' ').constFirst().toDouble();
-        }
-    }
-    return sum;
 }
 
 QVector<char*> pointers(QList<QByteArray>* texts)
@@ -109,21 +89,8 @@ bool Run::isRunning() const
 
 Usage Run::usage() const
 {
-    const QString directory = QStringLiteral("/proc/%1/").arg(process);
-    const QByteArray memory = contents(directory + QStringLiteral("smaps_rollup"));
-    Usage usage;
-    usage.cpuMs = cpuMs();
-    usage.pssKiB = sumOf(memory, "Pss");
-    usage.ussKiB = sumOf(memory, "Private_Clean") + sumOf(memory, "Private_Dirty");
-    usage.readKiB = sumOf(contents(directory + QStringLiteral("io")), "read_bytes") / 1024;
-    const QDir tasks(directory + QStringLiteral("task"));
-    const QStringList threads = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    usage.threads = threads.size();
-    for (const QString& thread : threads) {
-        usage.wakeUps += static_cast<qint64>(
-            sumOf(contents(tasks.filePath(thread + QStringLiteral("/status"))), "voluntary_ctxt_switches"));
-    }
-    return usage;
+    const double cpu = cpuMs();
+    return {cpu, processFigures(process)};
 }
 
 } // namespace VarnelBench

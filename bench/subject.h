@@ -7,6 +7,8 @@
 #include <QList>
 #include <QStringList>
 
+#include "processfigures.h"
+
 namespace VarnelBench {
 
 /// A program to be measured: what to start, and what to add to the environment.
@@ -21,12 +23,8 @@ struct Subject
 /// What a process has used so far.
 struct Usage
 {
-    double cpuMs = 0; ///< its own, of all threads
-    double pssKiB = 0;
-    double ussKiB = 0;
-    double readKiB = 0; ///< read from a disk
-    int threads = 0;
-    qint64 wakeUps = 0; ///< how often its threads have gone to sleep by themselves
+    double cpuMs = 0; ///< its own, of all threads, finer than the kernel's figure
+    ProcessFigures figures;
 };
 
 /// One run of a subject. It is started by posix_spawn, its log dropped; it is ended with the object.

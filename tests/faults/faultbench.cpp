@@ -84,12 +84,6 @@ FaultBench::~FaultBench()
     QFile::remove("/run/modbus-init"_s);
 }
 
-bool FaultBench::runTool(const QStringList& command)
-{
-    Program tool("/usr/bin/env"_s);
-    return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
-}
-
 void FaultBench::serveUsual()
 {
     server.serve(page, workingPage("#00c000"));

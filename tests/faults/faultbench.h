@@ -79,9 +79,6 @@ public:
     /// Puts the device's Modbus scripts in place, all others as recording ones.
     [[nodiscard]] bool installScripts();
 
-    /// Runs a tool to its end; false unless it succeeds.
-    [[nodiscard]] static bool runTool(const QStringList& command);
-
     StandInSys sys;
     RecordingScripts scripts;
     ModbusBench bus;

@@ -20,21 +20,21 @@ bool errorPage(FaultBench& bench)
 
 Fault::Step run(const QStringList& command)
 {
-    return [command](FaultBench&) { return FaultBench::runTool(command); };
+    return [command](FaultBench&) { return Program::runTool(command); };
 }
 
 /// Makes the interface as it was.
 bool plugInterfaceIn(FaultBench& /*bench*/)
 {
     const auto address = [](const QString& text) {
-        return FaultBench::runTool(
+        return Program::runTool(
             {"ip"_s, "address"_s, "add"_s, text, "broadcast"_s, "192.168.7.255"_s, "dev"_s, "eth1"_s});
     };
-    return FaultBench::runTool(
+    return Program::runTool(
                {"ip"_s, "link"_s, "add"_s, "eth1"_s, "type"_s, "veth"_s, "peer"_s, "name"_s, "cable"_s}) &&
            address("192.168.7.1/24"_s) && address("192.168.7.2/24"_s) && address("192.168.7.3/24"_s) &&
-           FaultBench::runTool({"ip"_s, "link"_s, "set"_s, "cable"_s, "up"_s}) &&
-           FaultBench::runTool({"ip"_s, "link"_s, "set"_s, "eth1"_s, "up"_s});
+           Program::runTool({"ip"_s, "link"_s, "set"_s, "cable"_s, "up"_s}) &&
+           Program::runTool({"ip"_s, "link"_s, "set"_s, "eth1"_s, "up"_s});
 }
 
 bool leaveForUnknownName(FaultBench& bench)
@@ -54,8 +54,7 @@ bool useNameServer(const QByteArray& server)
 {
     QFile file("/tmp/resolv.conf"_s);
     return file.open(QIODevice::WriteOnly) && file.write("nameserver " + server + "\n") > 0 &&
-           (file.close(),
-            FaultBench::runTool({"mount"_s, "--bind"_s, file.fileName(), "/etc/resolv.conf"_s}));
+           (file.close(), Program::runTool({"mount"_s, "--bind"_s, file.fileName(), "/etc/resolv.conf"_s}));
 }
 
 Fault silentNameServer()
@@ -74,7 +73,7 @@ Fault silentNameServer()
             },
             [socket](FaultBench& bench) {
                 socket->reset();
-                return stay(bench) && FaultBench::runTool({"umount"_s, "/etc/resolv.conf"_s});
+                return stay(bench) && Program::runTool({"umount"_s, "/etc/resolv.conf"_s});
             },
             [socket](FaultBench&) {
                 *socket = std::make_unique<QUdpSocket>();

@@ -104,7 +104,7 @@ bool leavesNoZombies(FaultBench& bench)
 /// Ends what the scripts have left behind.
 bool endChildren(FaultBench& bench)
 {
-    std::ignore = FaultBench::runTool({"pkill"_s, "--full"_s, "sleep 4321"_s});
+    std::ignore = Program::runTool({"pkill"_s, "--full"_s, "sleep 4321"_s});
     return installAgain(bench);
 }
 

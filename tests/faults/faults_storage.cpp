@@ -24,7 +24,7 @@ bool nothing(FaultBench& /*bench*/)
 bool mountFullDisk()
 {
     if (!QDir().mkpath(smallDisk) ||
-        !FaultBench::runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "size=64k"_s, "small"_s, smallDisk}) ||
+        !Program::runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "size=64k"_s, "small"_s, smallDisk}) ||
         !QDir().mkpath(smallDisk + "/etc"_s) || !QDir().mkpath(smallDisk + "/cache"_s)) {
         return false;
     }
@@ -71,7 +71,7 @@ Fault::Step plugIn(const SharedDrive& drive)
     return [drive](FaultBench&) {
         drive->files = std::make_unique<Simulator>();
         TransferScene::plug();
-        return FaultBench::runTool(
+        return Program::runTool(
                    {"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "size=64k"_s, "drive"_s, "/usbmnt"_s}) &&
                drive->files->startAndListen(
                    {"--http"_s, "192.168.7.3:8080"_s, "--sections"_s, "none"_s, "--login"_s, QString()});
@@ -98,7 +98,7 @@ Fault::Step download(const QString& name)
 bool pull(FaultBench& /*bench*/)
 {
     TransferScene::pull();
-    return FaultBench::runTool({"umount"_s, "--lazy"_s, "/usbmnt"_s});
+    return Program::runTool({"umount"_s, "--lazy"_s, "/usbmnt"_s});
 }
 
 bool driveIsReadOnlyAgain(FaultBench& bench)

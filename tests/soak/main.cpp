@@ -25,7 +25,7 @@ int main(int argc, char** argv)
     if (!screen.start()) {
         return 1;
     }
-    VarnelSoak::Soak soak(parser.positionalArguments().constFirst(), screen);
+    Soak soak(parser.positionalArguments().constFirst(), screen);
     soak.setLauncher(parser.positionalArguments().mid(2));
     return soak.run(std::chrono::seconds(seconds)) ? 0 : 1;
 }

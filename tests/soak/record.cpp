@@ -4,8 +4,6 @@
 #include <QStringList>
 #include <QtDebug>
 
-namespace VarnelSoak {
-
 namespace {
 
 const char* const heading =
@@ -58,5 +56,3 @@ void Record::add(const QString& step, const ProcessFigures& panel, const Process
         qWarning() << "Cannot write" << file.fileName() << file.errorString();
     }
 }
-
-} // namespace VarnelSoak

@@ -7,8 +7,6 @@
 
 #include "processfigures.h"
 
-namespace VarnelSoak {
-
 /// What has been done to the panel, and what came of it, since the start.
 struct Counts
 {
@@ -41,5 +39,3 @@ private:
     QFile file;
     QElapsedTimer clock;
 };
-
-} // namespace VarnelSoak

@@ -9,8 +9,6 @@
 #include <QDirIterator>
 #include <QTest>
 
-namespace VarnelSoak {
-
 namespace {
 
 constexpr std::chrono::seconds samplePeriod{5};
@@ -446,5 +444,3 @@ bool Soak::awaitTrue(const std::function<bool()>& condition) const
 {
     return QTest::qWaitFor(condition, static_cast<int>(patience.count()));
 }
-
-} // namespace VarnelSoak

@@ -11,8 +11,6 @@
 #include "traffic.h"
 #include "transferscene.h"
 
-namespace VarnelSoak {
-
 /// A panel that lives through months in hours: cycle after cycle of everything that happens to one, each
 /// thing checked, with a sample of what the kernel tells of the process every few seconds.
 class Soak : public QObject
@@ -74,5 +72,3 @@ private:
     QTimer pace;
     QString now;
 };
-
-} // namespace VarnelSoak

@@ -5,8 +5,6 @@
 
 #include <QByteArrayList>
 
-namespace VarnelSoak {
-
 namespace {
 
 constexpr std::chrono::milliseconds framePeriod{20};
@@ -109,5 +107,3 @@ void Traffic::addConfiguration(Frame* frame) const
         break;
     }
 }
-
-} // namespace VarnelSoak

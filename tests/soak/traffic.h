@@ -8,8 +8,6 @@
 
 #include "rawcontroller.h"
 
-namespace VarnelSoak {
-
 /// What the outputs are told to do: 0 off, 1 on, 2 slow blink, 3 fast blink.
 struct Outputs
 {
@@ -54,5 +52,3 @@ private:
     quint32 sequence = 0;
     qint64 frames = 0;
 };
-
-} // namespace VarnelSoak

@@ -84,3 +84,9 @@ int Program::exitStatus() const
 {
     return !isRunning() && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
+
+bool Program::runTool(const QStringList& command)
+{
+    Program tool(QStringLiteral("/usr/bin/env"));
+    return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
+}

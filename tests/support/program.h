@@ -45,6 +45,9 @@ public:
     /// What the program wrote to its standard output so far.
     QByteArray output() const { return standardOutput; }
 
+    /// Runs a tool found in the path to its end; false unless it succeeds.
+    static bool runTool(const QStringList& command);
+
 signals:
     void outputAdded();
 

@@ -14,12 +14,6 @@ const int slowSize = 61440;
 const auto plainFile = "/download/custom/plain.bin?size=2048"_s;
 const QStringList rwThenRo{"rw"_s, "ro"_s};
 
-bool runTool(const QStringList& command)
-{
-    Program tool("/usr/bin/env"_s);
-    return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
-}
-
 /// A link to "/go" on a page that leaves for `target` as soon as the server's "/flag" reads "go".
 QByteArray pageThatLeavesFor(const QByteArray& target)
 {
@@ -45,7 +39,8 @@ class MountedDrive
 public:
     MountedDrive()
     {
-        mounted = runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "ro,size=64k"_s, "drive"_s, "/usbmnt"_s});
+        mounted =
+            Program::runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "ro,size=64k"_s, "drive"_s, "/usbmnt"_s});
         for (const auto& name : {"usbremount.sh"_s, "varnel-common.sh"_s}) {
             const QString target = "/usr/local/bin/"_s + name;
             QFile::remove(target);
@@ -54,7 +49,7 @@ public:
         }
     }
 
-    ~MountedDrive() { runTool({"umount"_s, "/usbmnt"_s}); }
+    ~MountedDrive() { Program::runTool({"umount"_s, "/usbmnt"_s}); }
 
     Q_DISABLE_COPY_MOVE(MountedDrive)
 

@@ -22,12 +22,6 @@ QStringList startOfLog(const QStringList& between, const QString& verbose, const
                        "release =  \""_s + release + "\""_s};
 }
 
-bool runTool(const QStringList& command)
-{
-    Program tool("/usr/bin/env"_s);
-    return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
-}
-
 } // namespace
 
 class tst_Startup : public QObject
@@ -259,7 +253,7 @@ void tst_Startup::unusableInterfaceEndsThePanel()
     QFETCH(QString, line);
     Scene scene;
     if (interface == "bare0"_s) {
-        QVERIFY(runTool("ip link add bare0 type veth peer name bare1"_s.split(QLatin1Char(' '))));
+        QVERIFY(Program::runTool("ip link add bare0 type veth peer name bare1"_s.split(QLatin1Char(' '))));
     }
     QVERIFY(SettingsFile().set("Network/UdpInterface", interface).write());
     QVERIFY(scene.panel.start());

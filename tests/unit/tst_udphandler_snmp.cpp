@@ -13,10 +13,6 @@ class tst_UdpHandlerSnmp : public QObject
     Q_OBJECT
 
 private slots:
-    void agent_data();
-    void agent();
-    void traps_data();
-    void traps();
     void trapDestinations();
     void fieldByField_data();
     void fieldByField();
@@ -41,63 +37,6 @@ const Lines agentV1 = {"snmpctl.sh init",
 const QString snmpChanged = QStringLiteral("Snmpcfg changed !");
 
 } // namespace
-
-void tst_UdpHandlerSnmp::agent_data()
-{
-    QTest::addColumn<int>("version");
-    QTest::addColumn<QByteArray>("words");
-    QTest::newRow("version 0: no words") << 0 << QByteArray();
-    QTest::newRow("version 1: V1") << 1 << QByteArray(" oid V1");
-    QTest::newRow("version 2: V2") << 2 << QByteArray(" oid V2");
-    QTest::newRow("version 3: V3NOAUTH") << 3 << QByteArray(" ro_oid V3NOAUTH ro_user");
-    QTest::newRow("version 4: V3NOPRIV")
-        << 4 << QByteArray(" nopriv_oid V3NOPRIV nopriv_user MD5 nopriv_pwd");
-    QTest::newRow("version 5: V3PRIV")
-        << 5 << QByteArray(" priv_oid V3PRIV priv_user SHA priv_pwd DES priv_key");
-    QTest::newRow("version 6: no words") << 6 << QByteArray();
-    QTest::newRow("version 255: no words") << 255 << QByteArray();
-}
-
-void tst_UdpHandlerSnmp::agent()
-{
-    QFETCH(int, version);
-    QFETCH(QByteArray, words);
-    const ScriptDirectory scripts;
-    RegisteredLink link(scripts);
-    link.receiveSections({snmpCfgSection(static_cast<quint8>(version))});
-    Lines wanted = agentV1;
-    wanted[1] = "snmpcfg.sh 192.168.7.2 1161 context community" + words;
-    QCOMPARE(scripts.callLines(), wanted);
-}
-
-void tst_UdpHandlerSnmp::traps_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<QByteArray>("words");
-    QTest::newRow("mode 0: no words") << 0 << QByteArray();
-    QTest::newRow("mode 1: V1") << 1 << QByteArray(" V1 cli_community");
-    QTest::newRow("mode 2: V2") << 2 << QByteArray(" V2 cli_community");
-    QTest::newRow("mode 3: V3NOAUTH") << 3 << QByteArray(" V3NOAUTH cli_engineid cli_user");
-    QTest::newRow("mode 4: V3NOPRIV") << 4 << QByteArray(" V3NOPRIV cli_engineid cli_user SHA cli_pwd");
-    QTest::newRow("mode 5: V3PRIV") << 5
-                                    << QByteArray(" V3PRIV cli_engineid cli_user SHA cli_pwd AES cli_key");
-    QTest::newRow("mode 6: no words") << 6 << QByteArray();
-    QTest::newRow("mode 255: no words") << 255 << QByteArray();
-}
-
-void tst_UdpHandlerSnmp::traps()
-{
-    QFETCH(int, mode);
-    QFETCH(QByteArray, words);
-    const ScriptDirectory scripts;
-    RegisteredLink link(scripts);
-    link.receiveSections({snmpCfgSection(1, static_cast<quint8>(mode))});
-    Lines wanted = agentV1.mid(0, 2) << "snmptrap.sh init 10.0.0.1 1162" + words;
-    for (char host = '1'; host <= '5'; ++host) {
-        wanted << QByteArray("snmptrap.sh add 10.0.0.") + host + " 1162" + words;
-    }
-    QCOMPARE(scripts.callLines(), wanted << "snmpctl.sh apply");
-}
 
 void tst_UdpHandlerSnmp::trapDestinations()
 {

@@ -3,13 +3,12 @@
 
 #include <QtGlobal>
 
-namespace VarnelSoak {
-
 /// What the kernel tells of a running process from outside. Memory is in KiB.
 struct ProcessFigures
 {
     qint64 rss = 0;
     qint64 pss = 0;       ///< what is shared counts in parts
+    qint64 uss = 0;       ///< what is not shared
     qint64 anonymous = 0; ///< memory that no file stands behind: heap, stacks, pictures
     qint64 heap = 0;      ///< the resident part of the main arena, [heap]
     int descriptors = 0;
@@ -20,9 +19,8 @@ struct ProcessFigures
     qint64 voluntarySwitches = 0;   ///< of all threads: how often it waited, timers included
     qint64 involuntarySwitches = 0; ///< of all threads
     qint64 cpuMs = 0;               ///< user and system time, children not counted
+    qint64 read = 0;                ///< KiB read from a disk
 };
 
 /// Reads the figures of process `pid`; all 0 when there is none.
 ProcessFigures processFigures(qint64 pid);
-
-} // namespace VarnelSoak
