@@ -22,7 +22,7 @@ def shows_board(picture):
 class Panel(Machine):
     """The machine with what only a panel has."""
 
-    def await_page(self, seconds=600):
+    def await_page(self, seconds=900):
         """Waits for the controller's page on the screen; seconds since the start of the machine."""
         self.await_screen("the controller's page on the screen", shows_board, seconds)
         return self.age()
@@ -122,8 +122,8 @@ class Box:
         if not os.path.exists(kept):
             panel = self.panel().start()
             panel.await_agent()
-            panel.await_logged("UDP bound", 300)
-            wait_for("the end of the start", lambda: panel.run("systemctl is-system-running")[1].strip() != "starting", 300, 1)
+            panel.await_logged("UDP bound", 900)
+            wait_for("the end of the start", lambda: panel.run("systemctl is-system-running")[1].strip() != "starting", 900, 1)
             if panel.monitor.human("savevm ready"):
                 raise Failure("the machine's state cannot be kept")
             panel.cut_power()

@@ -207,6 +207,7 @@ class Machine:
         serial = ["-chardev", "stdio,id=console,signal=off"] if changes.get("shell") else \
             ["-chardev", f"file,id=console,path={self.path('console')},append=on"]
         line = [f"console={console}", "net.ifnames=0", changes.get("access", "rw"), "vt.global_cursor_default=0", "quiet",
+                "systemd.default_timeout_start_sec=300",
                 *changes.get("kernel", [])]
         links = []
         for number, name in enumerate(("plant", "link")):
@@ -289,7 +290,7 @@ class Machine:
             raise Failure(f"status {status} of: {command}\n{output}")
         return output.strip()
 
-    def await_agent(self, seconds=300):
+    def await_agent(self, seconds=900):
         wait_for("the system", self.agent.answers, seconds, 0.5)
 
     def journal(self, options=""):
