@@ -94,7 +94,7 @@ def run_tests(options, wanted):
         rows.append((name, box.shown, result))
     print(f"{len(rows) - failed} passed, {failed} failed")
     if options.record:
-        record(os.path.join(options.record, "machine.md"), table(rows))
+        record(os.path.join(options.record, "machine.md"), lambda former: table(rows, former))
     return 1 if failed else 0
 
 
@@ -103,23 +103,31 @@ def run_speed(box):
     rows = speed.measure(box)
     print(speed.table(rows), end="")
     if box.options.record:
-        record(os.path.join(box.options.record, "performance.md"), speed.table(rows))
+        record(os.path.join(box.options.record, "performance.md"), lambda _: speed.table(rows))
 
 
-def table(rows):
-    lines = ["| Test | What it does | What it showed | |", "|---|---|---|---|"]
-    documented = {name: case.__doc__ for name, case in cases(())}
-    return "\n".join(lines + [f"| {name} | {documented[name]} | {'; '.join(shown)} | {result} |" for name, shown, result in rows]) + "\n"
+def row(name, shown, result):
+    documented = {full: case.__doc__ for full, case in cases(())}
+    return f"| {name} | {documented[name]} | {'; '.join(shown)} | {result}, {time.strftime('%Y-%m-%d')} |"
 
 
-def record(path, text):
-    """Puts a table between the marks of a page."""
+def table(rows, former):
+    """The table of results, in the order of the tests; of those that were not run now, the former row stays."""
+    known = {line.split("|")[1].strip(): line for line in former.splitlines()[2:]}
+    known.update((name, row(name, shown, result)) for name, shown, result in rows)
+    lines = ["| Test | What it does | What it showed | Result |", "|---|---|---|---|"]
+    return "\n".join(lines + [known[full] for full, _ in cases(()) if full in known]) + "\n"
+
+
+def record(path, make):
+    """Replaces the table between the marks of a page by what "make" makes of it."""
     with open(path, encoding="utf-8") as file:
         page = file.read()
     begin, end = "<!-- machine: begin -->\n", "<!-- machine: end -->"
     head, rest = page.split(begin)
+    former, tail = rest.split(end)
     with open(path, "w", encoding="utf-8") as file:
-        file.write(head + begin + text + end + rest.split(end)[1])
+        file.write(head + begin + make(former) + end + tail)
 
 
 def leave_evidence(box, name):
