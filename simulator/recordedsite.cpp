@@ -16,7 +16,7 @@ constexpr int mostConnections = 64;
 constexpr int mostRequests = 64; ///< of one connection, not answered yet
 constexpr int mostPages = 10000;
 constexpr int longestHead = 64 * 1024;
-constexpr qint64 longestEarly = 1024 * 1024;
+constexpr int mostEarly = 256; ///< segments that wait for one before them
 constexpr qint64 longestBody = 4 * 1024 * 1024;
 constexpr qint64 mostKept = 64 * 1024 * 1024;
 
@@ -119,9 +119,9 @@ void RecordedSite::take(Stream* stream, const Segment& segment)
         *stream = {};
         stream->next = first;
     }
-    if (!segment.payload.isEmpty() && stream->earlyOctets <= longestEarly) {
+    const bool isDue = qint32(*stream->next - first) >= 0;
+    if (!segment.payload.isEmpty() && (isDue || stream->early.size() < mostEarly)) {
         stream->early.insert(first, segment.payload);
-        stream->earlyOctets += segment.payload.size();
     }
     for (bool isMoving = true; isMoving;) {
         isMoving = false;
@@ -134,7 +134,6 @@ void RecordedSite::take(Stream* stream, const Segment& segment)
             const QByteArray fresh = piece->mid(overlap);
             stream->ready += fresh;
             *stream->next += quint32(fresh.size());
-            stream->earlyOctets -= piece->size();
             piece = stream->early.erase(piece);
             isMoving = true;
         }

@@ -38,7 +38,6 @@ private:
         std::optional<quint32> next; ///< sequence number of the next byte
         QByteArray ready;            ///< in order, not used yet
         QMap<quint32, QByteArray> early;
-        qint64 earlyOctets = 0;
     };
 
     struct Request

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "replayer.h"
 
+#include "progress.h"
+
+#include <QFileInfo>
+
 #include <algorithm>
 #include <chrono>
 
@@ -32,7 +36,9 @@ Varnel::Outcome<> Replayer::open(const QString& path, quint16 framePort)
         return refusal(problem);
     }
     QMap<quint16, int> otherPorts;
+    Progress progress("read", QFileInfo(path).size());
     while (const std::optional<CapturedPacket> packet = capture->next()) {
+        progress.show(capture->position());
         if (const auto* const segment = std::get_if<Segment>(&packet->content)) {
             pages.add(*segment, packet->timeUs);
         } else if (const auto* const datagram = std::get_if<Datagram>(&packet->content)) {

@@ -32,6 +32,7 @@ private slots:
     void tellsOtherPorts();
     void streams_data();
     void streams();
+    void manySegmentsWaitForOne();
     void versionsAreServedInTheirTime();
     void hostileStreams_data();
     void hostileStreams();
@@ -342,6 +343,22 @@ void tst_SimulatorReplay::streams()
     }
     site.finish();
     QCOMPARE(bodyOf(site, QStringLiteral("/a")), body);
+}
+
+void tst_SimulatorReplay::manySegmentsWaitForOne()
+{
+    // More segments than are kept come before the first one; those that were not kept are sent again.
+    const QByteArray whole = answer(QByteArray(3000, 'x'));
+    RecordedSite site;
+    site.add(segment(false, 1, get("/a")), 0);
+    site.add(segment(true, 99, {}, true), 0);
+    for (int round = 0; round < 2; ++round) {
+        for (int at = 10; at < whole.size(); at += 10) {
+            site.add(segment(true, quint32(100 + at), whole.mid(at, 10)), 0);
+        }
+        site.add(segment(true, 100, whole.left(10)), 0);
+    }
+    QCOMPARE(bodyOf(site, QStringLiteral("/a")), QByteArray(3000, 'x'));
 }
 
 void tst_SimulatorReplay::versionsAreServedInTheirTime()

@@ -25,7 +25,7 @@ public:
 private:
     void sectionWalked(const Varnel::WalkedSection& section, const Varnel::RlpFrame& frame) override;
     [[nodiscard]] FrameFinding frameFault() const;
-    void addSectionFaults(const Varnel::WalkedSection& section, const QStringList& lines);
+    void addSectionFaults(const Varnel::WalkedSection& section, const QStringList& said);
 
     const qint64 timeoutUs;
     qint64 nowUs = 0;

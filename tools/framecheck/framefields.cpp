@@ -76,12 +76,12 @@ constexpr Words modeWords{modeTexts, int(std::size(modeTexts)), "unknown"};
 
 struct SectionField
 {
-    SectionType section;
-    const char* name;
-    int offset;
-    int width;
-    QJsonValue (*value)(const RlpFrame& frame);
-    const char* meaning;
+    SectionType section = SectionType::DevInfo;
+    const char* name = nullptr;
+    int offset = 0;
+    int width = 0;
+    QJsonValue (*value)(const RlpFrame& frame) = nullptr;
+    const char* meaning = nullptr;
     const Words* words = nullptr;
 };
 
@@ -174,15 +174,15 @@ constexpr SectionField sectionTable[] = {
 
 struct SectionKind
 {
-    SectionType type;
     const char* name;
     int size;
+    SectionType type;
 };
 
 constexpr SectionKind kinds[] = {
-    {SectionType::DevInfo, "DevInfo", 28},    {SectionType::GpioState, "GpioState", 8},
-    {SectionType::NetCfg, "NetCfg", 26},      {SectionType::SnmpCfg, "SnmpCfg", 580},
-    {SectionType::ModbusCfg, "ModbusCfg", 8}, {SectionType::Core, "Core", 0},
+    {"DevInfo", 28, SectionType::DevInfo},    {"GpioState", 8, SectionType::GpioState},
+    {"NetCfg", 26, SectionType::NetCfg},      {"SnmpCfg", 580, SectionType::SnmpCfg},
+    {"ModbusCfg", 8, SectionType::ModbusCfg}, {"Core", 0, SectionType::Core},
 };
 
 const SectionKind* findKind(quint16 type)

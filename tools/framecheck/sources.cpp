@@ -2,15 +2,11 @@
 #include "sources.h"
 
 #include <chrono>
-#include <cstdio>
-#include <functional>
-#include <tuple>
 
 #include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QNetworkDatagram>
@@ -19,6 +15,7 @@
 #include <QUdpSocket>
 
 #include "hextext.h"
+#include "progress.h"
 #include "signalwatcher.h"
 
 namespace {
@@ -27,42 +24,6 @@ qint64 nowUs()
 {
     return QDateTime::currentMSecsSinceEpoch() * 1000;
 }
-
-/// Shows on a terminal, once a second, how far a long file has been read.
-class Progress
-{
-public:
-    explicit Progress(qint64 wholeSize)
-        : whole(wholeSize)
-        , isShown(isatty(STDERR_FILENO) != 0 && isatty(STDOUT_FILENO) == 0 && wholeSize > 0)
-    {
-        clock.start();
-    }
-    ~Progress()
-    {
-        if (isBegun) {
-            std::ignore = std::fprintf(stderr, "\r              \r");
-        }
-    }
-    Q_DISABLE_COPY_MOVE(Progress)
-
-    void show(qint64 position)
-    {
-        constexpr qint64 everyMs = 1000;
-        if (!isShown || clock.elapsed() < everyMs) {
-            return;
-        }
-        clock.start();
-        isBegun = true;
-        std::ignore = std::fprintf(stderr, "\rchecked %3d %%", int(position * 100 / whole));
-    }
-
-private:
-    QElapsedTimer clock;
-    const qint64 whole;
-    const bool isShown;
-    bool isBegun = false;
-};
 
 /// Runs the event loop until a signal to end, and advances the panel's clock meanwhile.
 void waitForEnd(CheckRun* run)
@@ -79,11 +40,11 @@ void waitForEnd(CheckRun* run)
 QString readCaptureFile(const QString& path, CheckRun* run)
 {
     Capture capture;
-    const QString problem = capture.openFile(path);
+    QString problem = capture.openFile(path);
     if (!problem.isEmpty()) {
         return problem;
     }
-    Progress progress(QFileInfo(path).size());
+    Progress progress("checked", QFileInfo(path).size(), isatty(STDOUT_FILENO) == 0);
     while (!run->isComplete()) {
         const std::optional<CapturedPacket> packet = capture.next();
         if (!packet) {
@@ -118,7 +79,7 @@ QString readHexText(const QString& path, CheckRun* run)
 QString readInterface(const QString& name, quint16 port, CheckRun* run)
 {
     Capture capture;
-    const QString problem = capture.openInterface(name, port);
+    QString problem = capture.openInterface(name, port);
     if (!problem.isEmpty()) {
         return problem;
     }
