@@ -34,10 +34,11 @@ packages_complete()
     command -v dpkg-checkbuilddeps > /dev/null && dpkg-checkbuilddeps -P "$1" "$root/debian/control" 2> /dev/null
 }
 
-# install_packages [PROFILES]: installs what debian/control names, unless it is all there, and says before how much that is.
+# [build_profiles=PROFILES] install_packages: installs what debian/control names, unless it is all there, and says before
+# how much that is.
 install_packages()
 {
-    local profiles=${1-} command size
+    local profiles=${build_profiles-} command size
     packages_complete "$profiles" && return
     export DEBIAN_FRONTEND=noninteractive
     command=(apt-get -q -y --no-install-recommends -P "$profiles" build-dep "$root/")
