@@ -201,7 +201,7 @@ class Machine:
             display = ["-display", "none"]
         if changes.get("icount"):
             kind[kind.index("tcg,thread=multi")] = "tcg"
-            speed = ["-icount", "shift=1,sleep=off", "-smp", "1", "-m", "512"]
+            speed = ["-icount", "shift=1", "-smp", "1", "-m", "512"]
         else:
             speed = ["-smp", "2", "-m", "1024"]
         serial = ["-chardev", "stdio,id=console,signal=off"] if changes.get("shell") else \

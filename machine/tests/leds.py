@@ -94,17 +94,17 @@ def safe_state(box, how, result, wait):
 
 def crash(box):
     """a crash"""
-    safe_state(box, "SEGV", "core-dump", 60)
+    safe_state(box, "SEGV", "signal", 120)
 
 
 def kill(box):
     """a kill"""
-    safe_state(box, "KILL", "signal", 60)
+    safe_state(box, "KILL", "signal", 120)
 
 
 def watchdog(box):
     """a panel that hangs"""
-    safe_state(box, "STOP", "watchdog", 150)
+    safe_state(box, "STOP", "watchdog", 240)
 
 
 CASES = (commands, loss, crash, kill, watchdog)
