@@ -17,8 +17,8 @@ constexpr int mostRequests = 64; ///< of one connection, not answered yet
 constexpr int mostPages = 10000;
 constexpr int longestHead = 64 * 1024;
 constexpr int mostEarly = 256; ///< segments that wait for one before them
-constexpr qint64 longestBody = 4 * 1024 * 1024;
-constexpr qint64 mostKept = 64 * 1024 * 1024;
+constexpr qint64 longestBody = qint64(4) * 1024 * 1024;
+constexpr qint64 mostKept = qint64(64) * 1024 * 1024;
 
 const QByteArray headEnd = "\r\n\r\n";
 
