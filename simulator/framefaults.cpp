@@ -54,7 +54,7 @@ QByteArray oversized(FrameParts& parts)
 std::vector<FrameFault> buildFaults()
 {
     return {
-        {"crc", "checksum with one bit turned",
+        {"crc", "checksum with one bit inverted",
          [](FrameParts& parts) {
              parts.crcXor = 1;
              return encodeFrame(parts);
@@ -120,7 +120,7 @@ std::vector<FrameFault> buildFaults()
              parts.sections.prepend(encodeSection(0x20, QByteArray(4, '\1'), 60000));
              return encodeFrame(parts);
          }},
-        {"core-first", "a Core section before the others, where it cannot be told from them", withCoreFirst},
+        {"core-first", "a Core section before the others, where its end is not recognisable", withCoreFirst},
         {"core-overrun", "a Core item that claims more octets than its section has", withCoreOverrun},
         {"truncated", "only the first half of the frame",
          [](FrameParts& parts) {

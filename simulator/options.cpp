@@ -45,7 +45,7 @@ constexpr Switch switches[] = {
     {"upload-dir", "DIR", "Store uploaded files here (default: only measure them)."},
     {"scenario", "FILE",
      "Play the timed steps of this JSON file, or of one that came with the program (such as link-loss)."},
-    {"record", "FILE", "Write what is sent into this capture file (pcap)."},
+    {"record", "FILE", "Write the frames that are sent into this capture file (pcap)."},
     {"replay", "FILE",
      "Send the frames of this capture (pcap, pcapng) in their own time instead of frames of its own, and "
      "serve "

@@ -44,10 +44,10 @@ const std::vector<Simulation::Action>& Simulation::actions()
 {
     static const std::vector<Action> list = {
         {{"set PATH=VALUE ...",
-          "change fields of the sections; core.ID=VALUE holds the value of register ID"},
+          "change fields of the sections; core.ID=VALUE fixes the value of register ID"},
          "set",
          &Simulation::doSet},
-        {{"release id=ID", "let a held Core value change again (default: all)"},
+        {{"release id=ID", "let a fixed Core value change again (default: all)"},
          "release",
          &Simulation::doRelease},
         {{"core-item class=N field=N index=N type=N hex=OCTETS",
@@ -75,7 +75,7 @@ const std::vector<Simulation::Action>& Simulation::actions()
          &Simulation::doFault},
         {{"duplicate count=N", "send the last datagram N times more"}, "duplicate", &Simulation::doDuplicate},
         {{"burst count=N", "send N correct frames at once"}, "burst", &Simulation::doBurst},
-        {{"raw hex=OCTETS", "send a datagram as it stands"}, "raw", &Simulation::doRaw},
+        {{"raw hex=OCTETS", "send a datagram unchanged"}, "raw", &Simulation::doRaw},
         {{"second source=ADDR interval=MS count=N",
           "a second controller sends frames too, from this local address (default: the one after the own, in "
           "the loopback network); "
@@ -83,7 +83,7 @@ const std::vector<Simulation::Action>& Simulation::actions()
          "second",
          &Simulation::doSecond},
         {{"http path=PATH fault=KIND count=N",
-          "spoil answers for PATH (a final * stands for anything; count 0: all; fault none: stop that)"},
+          "spoil answers for PATH (a final * matches anything; count 0: all; fault none: stop that)"},
          "http",
          &Simulation::doHttp},
         {{"http-down seconds=N", "close the HTTP port for N seconds (0 or none: until http-up)"},

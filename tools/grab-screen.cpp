@@ -48,7 +48,7 @@ int main(int argc, char* argv[])
     QGuiApplication::setApplicationVersion(QStringLiteral(VARNEL_VERSION));
     QCommandLineParser parser;
     parser.setApplicationDescription(
-        QStringLiteral("Writes what the X screen $DISPLAY shows as a picture, once it rests."));
+        QStringLiteral("Saves a picture of the X screen $DISPLAY once it no longer changes."));
     parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("The picture, such as screen.png."));
     parser.addHelpOption();
     parser.addVersionOption();

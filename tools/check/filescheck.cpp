@@ -85,7 +85,7 @@ void checkScript(const PanelFiles& panel, const QString& path, Findings* finding
         findings->append({Severity::Error, path,
                           script.isSymLink() ? QStringLiteral("the link leads nowhere")
                                              : QStringLiteral("the script is missing"),
-                          QStringLiteral("The panel does without what it does."),
+                          QStringLiteral("The panel works without this script."),
                           QStringLiteral("apt install --reinstall varnel-device-scripts")});
         return;
     }

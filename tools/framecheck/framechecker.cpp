@@ -198,7 +198,7 @@ FrameFinding FrameChecker::frameFault() const
         }
     }
     return {0, 0,
-            QStringLiteral("until %1 falls silent the panel listens to nobody else")
+            QStringLiteral("until %1 is silent, the panel drops the frames of others")
                 .arg(packetSender.toString())};
 }
 

@@ -102,7 +102,7 @@ void HexText::takeLine(const QByteArray& line)
         octets = octetsOf(line);
     }
     if (!octets) {
-        problem = QStringLiteral("line %1 holds something else than hexadecimal octets").arg(number);
+        problem = QStringLiteral("line %1 has something other than hexadecimal octets").arg(number);
     } else if (frame.size() + octets->size() > largestDatagram) {
         problem = QStringLiteral("line %1: no datagram has more than %2 octets; an empty line ends a frame")
                       .arg(number)

@@ -175,9 +175,8 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(VARNEL_VERSION));
     QCommandLineParser parser;
     const Options options;
-    parser.setApplicationDescription(QStringLiteral("Tells what the panel makes of a controller's frames: "
-                                                    "every field, the panel's own log lines, and where a "
-                                                    "frame is wrong."));
+    parser.setApplicationDescription(QStringLiteral("Shows every field of a controller's frames, the "
+                                                    "panel's own log lines, and where a frame is wrong."));
     parser.addOptions({options.hex, options.interface, options.listen, options.port, options.timeout,
                        options.count, options.fields, options.json, options.quiet});
     parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("A capture file, pcap or pcapng."),

@@ -96,7 +96,7 @@ MapChecker::MapChecker(const QByteArray& text, ModbusInterface* bridge)
     for (const JsonLocator::Duplicate& duplicate : places->duplicates()) {
         found.append(
             {Finding::Severity::Error, duplicate.line,
-             QStringLiteral("%1 stands twice in one object; only one counts").arg(quoted(duplicate.name))});
+             QStringLiteral("%1 appears twice in one object; only one counts").arg(quoted(duplicate.name))});
     }
     checkSchema(document);
     if (isLoadable()) {

@@ -31,13 +31,13 @@ QString shiftText(const RegisterRow& row, const RegisterRow& before)
     const QString name = QStringLiteral("register %1 %2").arg(row.id).arg(quoted(row.name));
     const QString taken = QStringLiteral("takes %1 as %2").arg(wordCount(before.words), before.type);
     if (row.id > before.id && row.id < before.id + before.words) {
-        return QStringLiteral("%1 overlaps register %2, which %3; it comes to stand at address %4")
+        return QStringLiteral("%1 overlaps register %2, which %3; it gets address %4")
             .arg(name)
             .arg(before.id)
             .arg(taken)
             .arg(row.address);
     }
-    return QStringLiteral("%1 comes to stand at address %2: register %3 before it %4")
+    return QStringLiteral("%1 gets address %2: register %3 before it %4")
         .arg(name)
         .arg(row.address)
         .arg(before.id)
@@ -52,10 +52,11 @@ void MapChecker::checkRows()
     for (const RegisterRow& row : registerRows(*bridge)) {
         tables[row.table].append(row);
         if (row.words == 0 && !row.type.isEmpty()) {
-            warning(entryPath(row),
-                    QStringLiteral("register %1 %2 of type %3 takes no words; what follows moves down")
-                        .arg(row.id)
-                        .arg(quoted(row.name), quoted(row.type)));
+            warning(
+                entryPath(row),
+                QStringLiteral("register %1 %2 of type %3 takes no words; the following registers move down")
+                    .arg(row.id)
+                    .arg(quoted(row.name), quoted(row.type)));
         }
     }
     for (auto table = tables.cbegin(); table != tables.cend(); ++table) {
@@ -73,12 +74,11 @@ void MapChecker::checkAlignment(const QVector<RegisterRow>& rows)
     const RegisterRow& first = rows.first();
     int distance = first.id - first.address;
     if (std::abs(distance) > 1) {
-        warning(entryPath(first),
-                QStringLiteral("register %1 %2 comes to stand at address %3; the ids of this table "
-                               "are no addresses")
-                    .arg(first.id)
-                    .arg(quoted(first.name))
-                    .arg(first.address));
+        warning(entryPath(first), QStringLiteral("register %1 %2 gets address %3; the ids of this table "
+                                                 "are no addresses")
+                                      .arg(first.id)
+                                      .arg(quoted(first.name))
+                                      .arg(first.address));
         return;
     }
     // A row with a finding of its own explains the rows that it moves.

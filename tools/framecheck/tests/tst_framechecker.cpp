@@ -257,10 +257,10 @@ void tst_FrameChecker::hexTexts_data()
         << QStringList{QStringLiteral("ce010a0b"), QStringLiteral("ce02")} << none;
     QTest::newRow("other text: an error")
         << QByteArray("ce 01\nhello\n") << QStringList()
-        << QStringLiteral("line 2 holds something else than hexadecimal octets");
+        << QStringLiteral("line 2 has something other than hexadecimal octets");
     QTest::newRow("half an octet: an error")
         << QByteArray("ce 0") << QStringList()
-        << QStringLiteral("line 1 holds something else than hexadecimal octets");
+        << QStringLiteral("line 1 has something other than hexadecimal octets");
     QTest::newRow("too much: an error")
         << QByteArray(2 * 65536, '0') << QStringList()
         << QStringLiteral("line 1: no datagram has more than 65535 octets; an empty "

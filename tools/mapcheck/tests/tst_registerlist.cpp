@@ -9,7 +9,7 @@ Q_DECLARE_METATYPE(RegisterRow)
 
 using Varnel::ModbusInterface;
 
-/// Where the registers come to stand, and the lists made of it.
+/// The addresses of the registers, and the lists of them.
 class tst_RegisterList : public QObject
 {
     Q_OBJECT
