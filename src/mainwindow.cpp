@@ -43,11 +43,11 @@ bool isUsable(const QString& url)
 /// would show a page after a restart without its server.
 void enablePersistentStorage()
 {
-    const QString path = Settings::getWebCachePath();
-    QWebSettings::enablePersistentStorage(path);
+    QWebSettings::enablePersistentStorage(Settings::getWebCachePath());
     QWebSettings::setIconDatabasePath(QString());
     QWebSettings::globalSettings()->setAttribute(QWebSettings::OfflineWebApplicationCacheEnabled, false);
-    QDir directory(path);
+    // Not the setting: for an empty one the engine has a place of its own.
+    QDir directory(QWebSettings::offlineWebApplicationCachePath());
     const QStringList stored = directory.entryList({QStringLiteral("ApplicationCache.db*")}, QDir::Files);
     for (const QString& file : stored) { // left by a version that used the cache
         directory.remove(file);

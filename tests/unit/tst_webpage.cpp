@@ -6,6 +6,7 @@
 #include <QNetworkReply>
 #include <QPointer>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QWebSettings>
 
@@ -34,6 +35,7 @@ private slots:
     void noFaviconIsAskedFor();
     void localStorageIsKeptWhereTheSettingsSay();
     void storedPagesOfAnOlderVersionAreRemoved();
+    void emptyCachePathSparesTheWorkingDirectory();
     void unansweredPageFails_data();
     void unansweredPageFails();
     void unsupportedContentGoesToTheDownload_data();
@@ -197,6 +199,19 @@ void tst_WebPage::storedPagesOfAnOlderVersionAreRemoved()
     QVERIFY(directory.exists(QStringLiteral("other.db")));
 }
 
+void tst_WebPage::emptyCachePathSparesTheWorkingDirectory()
+{
+    const ScopedSetting<QString> path("WebCache", "Path", QString());
+    const QTemporaryDir directory;
+    const QString file = directory.filePath(QStringLiteral("ApplicationCache.db"));
+    QVERIFY(QFile(file).open(QIODevice::WriteOnly));
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(directory.path()));
+    const PanelView panel;
+    QVERIFY(QDir::setCurrent(before));
+    QVERIFY(QFile::exists(file));
+}
+
 void tst_WebPage::unansweredPageFails_data()
 {
     QTest::addColumn<QString>("script"); ///< how the page asks for it
@@ -222,9 +237,7 @@ void tst_WebPage::unansweredPageFails()
     PanelView panel;
     panel.load(server->url(pagePath));
     panel.frame()->evaluateJavaScript(script);
-    const auto asked = [this] {
-        return server->requests().constLast().path.startsWith("/slow");
-    };
+    const auto asked = [this] { return server->requests().constLast().path.startsWith("/slow"); };
     QTRY_VERIFY(asked());
     QCOMPARE(QTest::qWaitFor([&panel] { return panel.showsErrorPage(); }, 1500), fails);
     QCOMPARE(panel.timer()->isActive(), fails);
