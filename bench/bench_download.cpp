@@ -38,7 +38,7 @@ double statusMiB(const char* name)
     qFatal("/proc/self/status has no %s", name);
 }
 
-/// Gives back what earlier transfers have left, and lets the kernel count the peak anew.
+/// Frees the memory of earlier transfers, and resets the kernel's peak value.
 void resetPeak()
 {
     ::malloc_trim(0);

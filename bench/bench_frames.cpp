@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // CPU time per frame: the controller link against a bare socket loop that computes a table CRC. Datagrams are
-// put into the sockets first; what is measured is reading and handling them, as after a wake-up. To be run in
-// the sandbox: without scripts, and with GPIO lines that nobody minds. Options: --rounds N, --quick.
+// put into the sockets first; the benchmark measures reading and handling them, as after a wake-up. To be run
+// in the sandbox: without scripts, and with GPIO lines that no program uses. Options: --rounds N, --quick.
 #include <array>
 #include <memory>
 
@@ -116,7 +116,7 @@ private:
     std::array<mmsghdr, count> headers{};
 };
 
-/// Datagrams that the kernel had no room for, of all sockets of this network.
+/// Datagrams of all sockets of this network that the kernel dropped.
 int lostDatagrams()
 {
     QFile file(QStringLiteral("/proc/net/udp"));
@@ -197,7 +197,7 @@ private:
     std::unique_ptr<Varnel::UdpHandler> handler;
 };
 
-/// A Core section's body of so many items of two octets.
+/// The body of a Core section with this number of items of two octets.
 QByteArray coreItems(int count)
 {
     QByteArray body;
@@ -207,7 +207,8 @@ QByteArray coreItems(int count)
     return body;
 }
 
-/// What a controller says all the time; these commands write to a GPIO line only when they change.
+/// The sections that a controller sends in every frame; these commands write to a GPIO line only when they
+/// change.
 Frame usual(quint32 sequence)
 {
     return Frame(sequence).devInfo("en").gpioState(2, 3, 2, 3);
@@ -230,7 +231,7 @@ const Kind kinds[] = {
     {"ModbusCfg, unchanged", [](Frame* frame) { frame->modbusCfg(1, 502); }},
 };
 
-/// The sections of that kind as often as a frame of `size` octets has room for them.
+/// As many sections of that kind as fit into a frame of `size` octets.
 QByteArray filled(const Kind& kind, int size, quint32 sequence)
 {
     const auto header = Frame(sequence).octets().size();

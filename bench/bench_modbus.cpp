@@ -28,7 +28,7 @@ QByteArray number(int value)
     return QByteArray::number(value);
 }
 
-/// A mapping as an engineer's script writes it: so many registers of one word each, in tables.
+/// A mapping as an engineer's script writes it: this number of registers of one word each, in tables.
 QByteArray mappingText(int registers, int wordsPerTable = 1000)
 {
     static const char* const types[] = {"bool", "u8", "s8", "u16", "s16"};
@@ -82,11 +82,11 @@ void benchLoad(int rounds)
     const QTemporaryDir directory;
     const QString path = directory.filePath(QStringLiteral("modbus.map"));
     std::vector<Series> figures{{"goal", std::vector<double>(size_t(rounds), goal), 0}};
-    // A large mapping does not fit the processor's cache, which costs it up to half as much again.
+    // A large mapping does not fit the processor's cache, so it takes up to half as long again.
     for (const auto& [registers, target] :
          {std::pair(1000, 1.0), std::pair(10000, 1.5), std::pair(100000, 1.5)}) {
         writeMapping(path, mappingText(registers));
-        // What was read stays until the next round: clearing it away is no part of reading it.
+        // The model stays until the next round: its destruction is not part of the measurement.
         std::unique_ptr<ModbusInterface> bridge;
         const Work load{"as one of " + std::to_string(registers), [&] { bridge->LoadConfig(path); }, target,
                         [&] { bridge = std::make_unique<ModbusInterface>(); }};

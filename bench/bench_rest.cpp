@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// What the panel costs while nothing happens: memory, threads, wake-ups, CPU time; and while only frames
-// arrive: CPU time of each, a burst, growth and log of an hour's frames. To be run in the sandbox.
-// Options: --disk DIRECTORY, --rounds N, --quick, --panel PROGRAM (another build's).
+// The panel's consumption while nothing happens: memory, threads, wake-ups, CPU time; and while only frames
+// arrive: CPU time of each, a burst, growth and log of an hour's frames. To be run in the sandbox. Options:
+// --disk DIRECTORY, --rounds N, --quick, --panel PROGRAM (another build's).
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
@@ -26,8 +26,8 @@ void awaitPage(Stage* stage)
     stage->setControllerSending(false);
 }
 
-/// The subjects of `shared`, with files that no other process of the machine shares: what comes and goes
-/// elsewhere would change the memory that counts as theirs.
+/// The subjects of `shared`, with files that no other process of the machine shares: other processes would
+/// change their share of the memory.
 QList<Subject> alone(Stage* stage, OwnFiles* files, const QList<Subject>& shared)
 {
     QList<Subject> result;
@@ -70,7 +70,7 @@ void benchMemory(Stage* stage, const QString& program, const QString& disk, int 
     }
 }
 
-/// What the panel is left to while it is watched.
+/// The panel's situation during a measurement.
 struct Rest
 {
     const char* name;

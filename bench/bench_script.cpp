@@ -40,7 +40,7 @@ const QString scripts = QStringLiteral("/usr/local/bin/");
 const QString askers = QStringLiteral("/run/panel/");
 const QString update = QStringLiteral("mbserverupdate.sh");
 
-/// A program of the surroundings, which ends with this one.
+/// A helper program that ends with this one.
 class Companion
 {
 public:

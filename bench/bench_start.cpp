@@ -13,7 +13,7 @@ using namespace VarnelBench;
 
 namespace {
 
-/// In which state a start finds the files.
+/// The state of the files at a start.
 struct Cache
 {
     std::string name;

@@ -7,14 +7,14 @@
 
 namespace VarnelBench {
 
-/// A web server in a process of its own, so that its bodies count to nobody's memory: "/N" gives N octets as
-/// a download. It ends with the object.
+/// A web server in a process of its own, so that its bodies do not count as the panel's memory: "/N" gives N
+/// bytes as a download. It ends with the object.
 class BodyServer
 {
     Q_DISABLE_COPY_MOVE(BodyServer)
 
 public:
-    /// To be made before the application object: it forks.
+    /// Create it before the application object: it forks.
     BodyServer();
     ~BodyServer();
 

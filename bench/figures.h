@@ -7,7 +7,7 @@
 
 namespace VarnelBench {
 
-/// What one subject of a figure took, one value a round.
+/// The values of one subject of a figure, one for each round.
 struct Series
 {
     std::string subject;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What any program costs that is started: an empty one, linked as usual.
+// The floor for starting a program: an empty one, linked as usual.
 int main()
 {
     return 0;

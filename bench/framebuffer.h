@@ -7,8 +7,8 @@
 
 namespace VarnelBench {
 
-/// The X server's frame buffer as a file in memory: what is on the screen can be read without asking the
-/// server, which has enough to do while a program starts.
+/// The X server's frame buffer as a file in memory: reading it puts no load on the server, which is busy
+/// while a program starts.
 class FrameBuffer
 {
     Q_DISABLE_COPY_MOVE(FrameBuffer)
@@ -21,7 +21,7 @@ public:
 
     /// The colour at `point`, 0xRRGGBB.
     unsigned pixel(QPoint point) const;
-    /// True when `area` holds more than one colour.
+    /// True when `area` has more than one colour.
     bool isWrittenOn(const QRect& area) const;
 
 private:

@@ -8,18 +8,18 @@
 
 namespace VarnelBench {
 
-/// Copies of the libraries and plug-ins that programs map, and of the programs. What runs from them shares
-/// no memory with other processes of the machine, as on a panel, where nothing else uses a web engine; and
-/// they can be dropped from the kernel's cache, which keeps files that others have mapped.
+/// Copies of the libraries and plug-ins that programs map, and of the programs. A program that runs from them
+/// shares no memory with other processes of the machine, as on a panel, where nothing else uses a web engine.
+/// They can also be dropped from the kernel's cache, which keeps files that other processes have mapped.
 class OwnFiles
 {
     Q_DISABLE_COPY_MOVE(OwnFiles)
 
 public:
-    /// Keeps the copies in `directory`, which is to be on a disk.
+    /// Keeps the copies in `directory`, which must be on a disk.
     explicit OwnFiles(QString directory);
 
-    /// Copies all that the process has mapped by now.
+    /// Copies all files that the process has mapped so far.
     void copyFilesOf(const Run& run);
 
     /// The same subject, run from copies. Its libraries have to be copied before.

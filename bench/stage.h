@@ -13,8 +13,8 @@
 
 namespace VarnelBench {
 
-/// All that a program with a screen needs around it, in the sandbox: X server, window manager, a controller
-/// at 192.168.7.2 with its page. There are no device scripts, as the floors run none.
+/// The environment of a program with a screen, in the sandbox: X server, window manager, a controller at
+/// 192.168.7.2 with its page. There are no device scripts, as the floors run none.
 class Stage
 {
     Q_DISABLE_COPY_MOVE(Stage)
@@ -27,7 +27,7 @@ public:
     Subject panel(const QString& program, double target) const;
     /// The floor program with these arguments and the environment of a default desktop.
     Subject plainFloor(const QString& name, const QStringList& options = {}) const;
-    /// The same with all left out that the page does not need.
+    /// The same without everything that the page does not need.
     Subject tunedFloor(const QString& name, const QStringList& options = {}) const;
 
     /// Sends the controller's next frame, as broadcast.
@@ -44,7 +44,7 @@ public:
     /// Waits, serving the page meanwhile, until `condition` holds; returns the time as nowMs() gives it. Ends
     /// this program, naming `what`, after 20 s.
     double await(const char* what, const std::function<bool()>& condition);
-    /// Serves for so long.
+    /// Serves for this time.
     void serveFor(double ms);
     /// Waits until the screen is empty again.
     void awaitEmptyScreen();

@@ -20,7 +20,7 @@ struct Subject
     double target = 0;            ///< as in Series
 };
 
-/// What a process has used so far.
+/// The resources that a process has used so far.
 struct Usage
 {
     double cpuMs = 0; ///< its own, of all threads, finer than the kernel's figure

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Where those files go that belong to other programs (systemd, udev) or that only a device image needs. A packager sets
-# them to what the distribution wants; relative paths count from the prefix.
+# Directories of the files that belong to other programs (systemd, udev) or that only a device image needs. A packager
+# sets them for the distribution; relative paths start at the prefix.
 
 set(VARNEL_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd looks for units")
 set(VARNEL_UDEV_RULES_DIR lib/udev/rules.d CACHE STRING "Where udev looks for rules")

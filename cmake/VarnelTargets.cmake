@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What every target of this project is built with: one interface target carries the language level, the
-# warnings and the Qt definitions, so no CMakeLists.txt repeats them.
+# One interface target has the language level, the warnings and the Qt definitions of every target of
+# this project, so no CMakeLists.txt repeats them.
 
 add_library(varnel-build INTERFACE)
 target_compile_features(varnel-build INTERFACE cxx_std_17)
@@ -35,7 +35,7 @@ if(VARNEL_FUZZ_COVERAGE)
     target_link_options(varnel-build INTERFACE -fprofile-instr-generate)
 endif()
 
-# Everything that carries the test label "unit" and what it runs, for builds that need no more.
+# All tests with the label "unit" and the programs that they run, for builds that need no more.
 add_custom_target(unit-tests)
 # Those of them that read hostile input.
 add_custom_target(hostile-tests)

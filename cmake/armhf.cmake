@@ -9,5 +9,5 @@ set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(PKG_CONFIG_EXECUTABLE arm-linux-gnueabihf-pkg-config)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static)
 
-# All that takes part is built by one compiler: the ABI of older ones, which gcc speaks of at each use, is nobody's.
+# One compiler builds everything, so gcc's notes about the ABI of older compilers do not matter.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)

@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Writes down under which TCP port the controller wants the Modbus server, or that it wants none; varnel-config opens and
-# closes the port. A port that another program needs is refused: whoever sends frames must not take SSH away.
+# Writes down the TCP port under which the controller wants the Modbus server, or that it wants none; varnel-config opens
+# and closes the port. A port that another program needs is refused: a sender of frames must not block SSH.
 set -eu
 SCRIPT_DIR=${0%/*}
 [ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")

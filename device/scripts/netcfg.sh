@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Writes down the address that the controller sends for the panel's interface; varnel-config brings it into effect. An
-# address that would cut the panel off is refused.
+# Writes down the address that the controller sends for the panel's interface; varnel-config applies it. An address
+# that would cut the panel off is refused.
 set -eu
 SCRIPT_DIR=${0%/*}
 [ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
@@ -14,9 +14,9 @@ Usage: $SCRIPT_NAME dhcp
 END
 }
 
-# --- what is asked for: mode, address, prefix, netmask, gateway (empty: none), name_servers ---
+# --- the request: mode, address, prefix, netmask, gateway (empty: none), name_servers ---
 
-# The controller sends 0.0.0.0 for what is not set.
+# The controller sends 0.0.0.0 for a value that is not set.
 is_set() {
     [ "$1" != 0.0.0.0 ]
 }
@@ -66,7 +66,7 @@ read_static() {
     fi
 }
 
-# --- what is written down ---
+# --- writing it down ---
 
 check_interface() {
     is_name "$NET_INTERFACE" || fail "NET_INTERFACE: '$NET_INTERFACE' is no name of an interface"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Run by varnel-browser.service before the panel, as root and outside of its confinement. It prepares what the panel has no
-# privileges for, says in one clear line each what the panel would stumble over, and waits for what the panel cannot do
-# without: its display, and the address on which it listens. Fails, and with it the start, when one does not come.
+# Run by varnel-browser.service before the panel, as root and outside of its confinement. It prepares what needs root's
+# privileges, reports each problem of the panel in one line, and waits for the panel's display and for the address on which
+# it listens. If one of them is missing, it fails, and so does the start.
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
@@ -24,7 +24,7 @@ check_files() {
         while read -r finding; do say "$finding"; done
 }
 
-# make_readable FILE: a file with a password is not for everybody, but the panel has to read it.
+# make_readable FILE: a file with a password must not be readable for everybody, but the panel has to read it.
 make_readable() {
     [ -f "$1" ] || return 0
     [ -z "$(find -L "$1" -maxdepth 0 \( -perm -004 -o -group "$PANEL_GROUP" -perm -040 \))" ] || return 0
@@ -37,8 +37,8 @@ make_readable() {
 
 # --- confinement ---
 
-# The unit may open no device but a few. A kernel that cannot hold it to that ignores it, and so does systemd; then this
-# one opens.
+# The unit may open only a few devices. A kernel that cannot enforce this ignores it, and so does systemd; then this
+# device can be opened.
 check_confinement() {
     if [ -n "${INVOCATION_ID:-}" ] && (: </dev/kmsg) 2>/dev/null; then
         say "THE CONFINEMENT IS INCOMPLETE: this kernel does not hold the unit to its devices and addresses" \
@@ -55,7 +55,7 @@ check_outputs() {
 
 # --- directories ---
 
-# What the panel sees of these two in its confinement are the directories of this moment.
+# In its confinement the panel sees these two directories as they are now.
 prepare_directories() {
     mkdir -p -- /dev/input || :
     if point=$(mount_point); then
@@ -113,7 +113,7 @@ has_address() {
     esac
 }
 
-# The monitor says each change. In its first moment it may not listen yet: hence one more look.
+# The monitor reports each change. At first it may not listen yet, so check once more.
 await_address() {
     interface=$(panel_setting Network UdpInterface eth1)
     address=$(panel_setting Network UdpBindAddress '')

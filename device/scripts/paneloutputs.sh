@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # Gives the panel's group the files of the panel's outputs: the lines of LEDs and buzzer that the settings name, display
-# and backlight. The kernel gives them to root. Run as root before the panel starts and, by a udev rule, whenever one
-# of them appears; while the panel's unit runs, lines that are missing are exported.
+# and backlight. They belong to root. Run as root before the panel starts and, by a udev rule, whenever one of them
+# appears; while the panel's unit runs, lines that are missing are exported.
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
@@ -38,7 +38,7 @@ case ${1:-} in
         ;;
     *) bad_usage "no arguments are taken" ;;
 esac
-# The scripts without the panel have nobody to give anything to.
+# Without the panel there is no user to give the files to.
 getent group "$PANEL_GROUP" >/dev/null || exit 0
 set -- "$GPIO/export" "$BLANK" "$BACKLIGHT"
 for line in $(output_lines); do

@@ -24,7 +24,7 @@ check_device() {
     done
 }
 
-# run_dropins ARGUMENTS...: in the order of their names. One that fails or hangs costs itself, not the others.
+# run_dropins ARGUMENTS...: in the order of their names. One that fails or hangs does not stop the others.
 run_dropins() {
     result=0
     deadline=
@@ -46,7 +46,7 @@ run_dropins() {
     return "$result"
 }
 
-# register ADDRESS TYPE SNMP-PORT TRAP-PORT MODBUS-STATUS MODBUS-PORT BUILD: a reader sees a whole file at any time.
+# register ADDRESS TYPE SNMP-PORT TRAP-PORT MODBUS-STATUS MODBUS-PORT BUILD: a reader always sees a complete file.
 register() {
     private_dir "$STATE_DIR/new"
     printf '%s %s\n' "$1" "$R7M_HOST_NAMES" >"$STATE_DIR/new/hosts"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # The state of LEDs and buzzer while no panel drives them: red lit, all else off. Run by varnel-browser.service whenever
-# the panel has ended. After an orderly end everything stays as the controller wanted it, as without this script; after a
-# crash, a kill or a hang nobody would ever switch the buzzer off, or stop a green light from telling that all is well.
+# the panel has ended. After an orderly end everything stays as the controller wanted it. After a crash, a kill or a hang
+# the buzzer could sound for ever, or a green light could wrongly mean that all is well.
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 

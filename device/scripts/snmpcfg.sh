@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Describes the panel's SNMP agent: it answers managers in the place of the controller, whose own agent it asks with
-# version 2c and the controller's community. Described only; "snmpctl.sh apply" hands it over.
+# Describes the panel's SNMP agent: it answers managers in place of the controller, and asks the controller's own
+# agent with version 2c and the controller's community. This only describes it; "snmpctl.sh apply" hands it over.
 set -eu
 SCRIPT_DIR=${0%/*}
 [ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
@@ -19,11 +19,11 @@ Models: V1
 END
 }
 
-# Managers of version 1 and 2c cannot name a context; they are led into this one when the controller has none, so that
-# the agent's own objects never hide the controller's.
+# Managers of version 1 and 2c cannot name a context; they get this one when the controller has none, so that the
+# agent's own objects never hide the controller's.
 OWN_CONTEXT=varnel
 
-# access MODEL: who may read what the view holds.
+# access MODEL: who may read the view.
 access() {
     case $1 in
         V1) community_access v1 ;;
@@ -41,7 +41,7 @@ community_access() {
     describe agent 'access varnel "" any noauth prefix varnel none none'
 }
 
-# describe_agent [OID MODEL...]: without a model the controller wants no agent: nobody may read anything.
+# describe_agent [OID MODEL...]: without a model the controller wants no agent, and nobody may read anything.
 describe_agent() {
     if [ $# -eq 0 ]; then
         describe model none

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # A new SNMP configuration is a transaction: "init" begins it, snmpcfg.sh and snmptrap.sh describe it, "apply" hands it
-# over to varnel-config, which brings it into effect. When a step was refused, the former configuration stays.
-# "follow" points the agent at the controller that has just been registered.
+# over to varnel-config, which applies it. When a step was refused, the previous configuration stays. "follow" points
+# the agent at the controller that has just been registered.
 set -eu
 SCRIPT_DIR=${0%/*}
 [ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Describes the traps: "init" says with what security model they travel and on which port the panel takes those of the
+# Describes the traps: "init" sets their security model and the port on which the panel receives those of the
 # controller, "add" names a destination. A destination gets the traps of the panel's own agent and those of the
-# controller. Described only; "snmpctl.sh apply" hands them over.
+# controller. This only describes them; "snmpctl.sh apply" hands them over.
 set -eu
 SCRIPT_DIR=${0%/*}
 [ -r "$SCRIPT_DIR/varnel-common.sh" ] || SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Mounts a USB drive read-only when it is plugged in and lets go of it when it is pulled, with the marker file that
-# tells the panel that a drive is there. Run by varnel-usbdrive@.service, which the udev rule starts.
+# Mounts a USB drive read-only when it is plugged in and unmounts it when it is pulled. Also sets and removes the
+# marker file that tells the panel that a drive is mounted. Run by varnel-usbdrive@.service, which the udev rule
+# starts.
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
 
@@ -28,7 +29,7 @@ check_device() {
     TYPE=$(printf '%s\n' "$found" | sed -n 's/^ID_FS_TYPE=//p')
 }
 
-# FAT and exFAT have no owners: all that is on them belongs to the panel. Those of other filesystems stay.
+# FAT and exFAT have no owners: all files on them belong to the panel. Those of other filesystems keep their owners.
 owner_options() {
     case $TYPE in
         vfat | exfat) ! id -u "$PANEL_GROUP" >/dev/null 2>&1 ||
@@ -36,7 +37,7 @@ owner_options() {
     esac
 }
 
-# A link on a stick must not lead to a file of the panel's.
+# A link on a stick must not lead to a file of the panel.
 mount_stage() {
     options=ro,$USB_MOUNT_OPTIONS$(owner_options)
     mount --make-private -o "$options,nosymfollow" -- "$1" "$STAGE" && return 0
@@ -82,7 +83,7 @@ attach() {
     mkdir -p -- "$POINT"
     close_mount_point "$POINT"
     mount_drive "$1" || fail "cannot mount $1 on $POINT"
-    # The marker comes last: what the panel sees of it is usable.
+    # The marker comes last, when the drive is usable.
     if ! set_marker "$1"; then
         rm -f -- "$DRIVE_RECORD"
         umount -l -- "$POINT"
@@ -91,8 +92,8 @@ attach() {
     start_report
 }
 
-# The drive may be gone already, so the mount is let go lazily; the marker goes first, for the same reason as above. A drive
-# from before an update of these scripts has no record.
+# The drive may be gone already, so unmount lazily; remove the marker first, for the same reason as above. A drive from
+# before an update of these scripts has no record.
 detach() {
     if [ "$(attached_drive)" != "$1" ] && [ "$(mounted_device "$POINT")" != "$1" ]; then
         say "$1 is not the drive that is mounted on $POINT"

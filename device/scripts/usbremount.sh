@@ -20,7 +20,7 @@ remount() {
         say "what is mounted on $point was not mounted by usbdrive.sh and is left alone"
         exit 3
     fi
-    # What was written reaches the drive before its state changes; a failing drive is reported, not hidden.
+    # Flush the data before the drive's state changes; a failing drive is reported, not hidden.
     sync -f -- "$point" || say "cannot flush $point"
     if message=$(mount -o "remount,$1" -- "$point" 2>&1 && unlock_mount "$point" 2>&1); then
         return 0

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034,SC2154
-# The part of varnel-config that is the same for every kind of configuration: where a description stands, what state it
-# is in, how often the system is changed, former files, daemons. "kind" is set. Needs varnel-common.sh.
+# The part of varnel-config that is the same for every kind of configuration: the place of a description, its state,
+# how often the system is changed, previous files, daemons. "kind" is set. Needs varnel-common.sh.
 #
 # A description's way:
 #   $STATE_DIR/wanted/KIND    the wish, as a device script has written it down
@@ -9,7 +9,7 @@
 #   $KEEP_DIR/wanted/KIND     on the disk, not in effect yet
 #   $KEEP_DIR/effective/KIND  in effect
 
-# On a root that cannot be written, what is wanted lasts until the next start.
+# On a read-only root a wish lasts until the next start.
 choose_keep_dir() {
     if ! (umask 077 && mkdir -p -- "$KEEP_DIR") 2>/dev/null || [ ! -w "$KEEP_DIR" ]; then
         KEEP_DIR=$STATE_DIR/keep
@@ -32,7 +32,7 @@ copy_durably() {
     (umask 077 && cp -- "$1" "$2.new") && sync -- "$2.new" && mv -f -- "$2.new" "$2"
 }
 
-# take_wish: the last wish, if there is one, goes to the disk, unless it is there already.
+# take_wish: writes the last wish, if there is one, to the disk, unless it is there already.
 take_wish() {
     taken=$STATE_DIR/taken/$kind
     if [ -e "$STATE_DIR/wanted/$kind" ]; then
@@ -89,7 +89,7 @@ read_state() {
     fi
 }
 
-# enter_state STATE REASON: what is new is told in the journal; what was tried again in vain is not.
+# enter_state STATE REASON: reports a new state in the journal, but not another failure of the same kind.
 enter_state() {
     if [ "$changed" = yes ] || [ "$state $reason" != "$1 $2" ]; then
         since=$(date +%s)
@@ -107,7 +107,7 @@ enter_state() {
 
 # --- pace ---
 
-# A controller whose configuration changes all the time must neither wear the flash nor keep the daemons from working:
+# A controller whose configuration changes all the time must not wear out the flash or keep the daemons from working:
 # the pause after a change is APPLY_PAUSE_SECONDS, and doubles, up to five minutes, while changes follow each other.
 read_pace() {
     last=0
@@ -187,7 +187,7 @@ drop_former() {
     rm -rf -- "${KEEP_DIR:?}/former/$kind"
 }
 
-# holds_text FILE TEXT: the file is there and holds this.
+# holds_text FILE TEXT: true if the file exists and has this content.
 holds_text() {
     [ -f "$1" ] && printf '%s\n' "$2" | cmp -s -- - "$1"
 }
@@ -197,7 +197,7 @@ holds_text() {
 # control_service VERB NAME: start, stop or restart, with the panel's init system.
 control_service() {
     if [ -d /run/systemd/system ]; then
-        # Several configurations in a row are no crash loop: systemd's own count begins again.
+        # Several configurations in a row are not a crash loop: reset systemd's own count.
         systemctl reset-failed "$2.service" 2>/dev/null || :
         systemctl --no-ask-password "$1" "$2.service" >&2
     elif [ -x "/etc/init.d/$2" ]; then

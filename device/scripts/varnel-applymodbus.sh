@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034,SC2154
 # The part of varnel-config that is about the Modbus TCP port. The Modbus server listens on the port of the panel's
-# settings all the time; a table of our own in nftables leads the asked-for port there and turns away whoever comes
-# another way. Rules of other tables are neither read nor changed. Needs varnel-apply.sh.
+# settings all the time; a table of our own in nftables redirects the requested port to it and rejects all other
+# clients. Rules of other tables are neither read nor changed. Needs varnel-apply.sh.
 . "$SCRIPT_DIR/varnel-modbusport.sh"
 
 TABLE=varnel_modbus
@@ -22,8 +22,8 @@ modbus_summary() {
     fi
 }
 
-# modbus_rules: "add" before "delete" lets one transaction replace a table that may not exist yet. Every packet is judged,
-# not only the first of a connection, so closing also ends what is connected; the panel's own connections over the
+# modbus_rules: "add" before "delete" lets one transaction replace a table that may not exist yet. The rules check every
+# packet, not only the first of a connection, so closing also ends open connections; the panel's own connections over the
 # loopback interface stay.
 modbus_rules() {
     cat <<END

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034,SC2154
-# The part of varnel-config that is about the panel's address: it goes through whatever manages the network here,
+# The part of varnel-config that is about the panel's address: it uses the system's network manager,
 # systemd-networkd or ifupdown. netcfg.sh writes the description. Needs varnel-apply.sh.
 
 NETWORKD_FILE=/etc/systemd/network/10-varnel-$NET_INTERFACE.network
@@ -43,7 +43,7 @@ has_link() {
 }
 
 # A lease depends on a server that may be switched on later, an address on a cable that may be plugged in later; the
-# network's manager sees to both by itself.
+# network manager handles both by itself.
 address_decided() {
     if [ "$mode" = dhcp ]; then
         return 0
@@ -51,7 +51,7 @@ address_decided() {
     has_address "$address/$prefix" || ! has_link
 }
 
-# network_note: sets note, what the configuration in effect still waits for.
+# network_note: sets note to what the configuration in effect still waits for.
 network_note() {
     if ! has_link; then
         note="$NET_INTERFACE has no link yet"
@@ -178,7 +178,7 @@ ifupdown_check() {
     done
 }
 
-# Before the file changes: ifdown reads there how the configuration in force ends.
+# Before the file changes: ifdown reads there how to end the present configuration.
 ifupdown_down() {
     timeout "$NET_WAIT_SECONDS" ifdown --force "$NET_INTERFACE" >&2 8>&- 9>&- || :
     ip address flush dev "$NET_INTERFACE" scope global
@@ -208,7 +208,7 @@ ifupdown_name_servers() {
     fi
 }
 
-# --- name servers where the network manager passes them to nobody ---
+# --- name servers, if the network manager does not pass them on ---
 
 plain_name_servers() {
     record=$NET_INTERFACE.varnel
@@ -232,7 +232,7 @@ plain_name_servers() {
     fi
 }
 
-# --- bringing into effect ---
+# --- applying ---
 
 # network_manager: sets manager.
 network_manager() {
@@ -266,7 +266,7 @@ network_holds() {
     network_note
 }
 
-# network_apply FILE. SNMP has a look afterwards: a trap destination may have become the panel itself.
+# network_apply FILE. SNMP is checked afterwards: a trap destination may now be the panel itself.
 network_apply() {
     network_read "$1"
     if [ ! -e "/sys/class/net/$NET_INTERFACE" ]; then

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034,SC2154
-# The part of varnel-config that is about net-snmp: snmpd answers managers in the place of the controller, snmptrapd
+# The part of varnel-config that is about net-snmp: snmpd answers managers in place of the controller, snmptrapd
 # passes the controller's traps on. varnel-snmp.sh lists the lines of a description. Needs varnel-apply.sh.
 
 SNMPD_CONF=/etc/snmp/snmpd.conf
@@ -64,9 +64,9 @@ snmp_summary() {
     printf '%s\n' "$summary"
 }
 
-# --- what is written ---
+# --- the files ---
 
-# Without a controller there is nobody to ask, and no proxy line.
+# Without a controller there is no proxy line.
 snmp_agent_lines() {
     printf '%s' "$snmp_agent"
     if [ -n "$snmp_target" ] && [ -n "$snmp_controller" ]; then
@@ -87,7 +87,7 @@ is_own_address() {
     ip -4 -o address show | grep -qF "inet $1/"
 }
 
-# A destination that is the panel itself would get back what it passes on, for ever.
+# A trap to the panel itself would circulate for ever.
 snmptrapd_conf() {
     printf '# %s\n' "$MADE_BY_MARK"
     if [ -n "$snmp_trap_port" ]; then
@@ -101,7 +101,7 @@ snmptrapd_conf() {
 
 # --- trying out ---
 
-# trial_says TEXT: the trial's log has it.
+# trial_says TEXT: true if the trial's log has this text.
 trial_says() {
     grep -q "$1" "$TRIAL/log"
 }
@@ -111,9 +111,9 @@ trial_ended() {
 }
 
 # snmp_trial: lets a second snmpd read the agent's lines without a port, sinks or the running agent's state, because
-# net-snmp starts in spite of lines that it does not take (an algorithm its build lacks, for one) and only logs them. It
-# runs as net-snmp's user: in this directory, which is root's, it can read the lines and write its state. Status 2: it
-# does not take a line.
+# net-snmp starts even if it does not accept a line (for example an algorithm that its build lacks), and only logs it.
+# It runs as net-snmp's user: in this directory, which is root's, it can read the lines and write its state. Status 2:
+# it does not accept a line.
 snmp_trial() {
     if ! group=$(id -g "$SNMP_USER" 2>/dev/null); then
         why="there is no user $SNMP_USER"
@@ -145,7 +145,8 @@ snmp_trial() {
 
 # --- daemons ---
 
-# Users live on in net-snmp's own state after they are gone from its configuration; a daemon that is stopped writes it.
+# Users stay in net-snmp's own state after they are removed from its configuration; a daemon writes this state when it
+# stops.
 forget_users() {
     state_file=$PERSISTENT_DIR/$1.conf
     if [ -f "$state_file" ]; then
@@ -157,12 +158,13 @@ udp_port_is_bound() {
     [ -n "$(ss -H -l -u -n "sport = :$1")" ]
 }
 
-# daemon_listens NAME PORT: that it runs and its port is taken says enough: nobody else had the port when it started.
+# daemon_listens NAME PORT: it is enough that it runs and its port is in use: no other program had the port when it
+# started.
 daemon_listens() {
     udp_port_is_bound "$2" && daemon_runs "$1"
 }
 
-# A daemon that has ended will not listen any more; one that still runs gets two minutes.
+# A daemon that has ended will not listen; wait two minutes for one that still runs.
 daemon_decided() {
     daemon_listens "$1" "$2" || ! daemon_runs "$1"
 }
@@ -204,7 +206,7 @@ stop_trap_daemon() {
     control_service stop snmptrapd || :
 }
 
-# Without a destination the controller's traps are of no use to anyone, and nothing listens.
+# Without a destination nobody gets the controller's traps, so the daemon does not run.
 # restart_trap_daemon PORT DESTINATIONS
 restart_trap_daemon() {
     have snmptrapd || return 0
@@ -229,7 +231,7 @@ destinations() {
     sed -n 's/^forward default //p; s/^trapsess .* //p' "$SNMPD_CONF" "$SNMPTRAPD_CONF" 2>/dev/null || :
 }
 
-# A configuration that was the distribution's own has no port of ours to wait for; its daemon is started all the same.
+# The distribution's own configuration has no port of ours to wait for; its daemon is started anyway.
 snmp_restore() {
     failure=$why
     restore_former "$SNMPD_CONF" "$SNMPTRAPD_CONF"
@@ -240,7 +242,7 @@ snmp_restore() {
     why=$failure
 }
 
-# --- bringing into effect ---
+# --- applying ---
 
 snmp_trap_daemon_holds() {
     [ -z "$snmp_forwards" ] || ! have snmptrapd || daemon_listens snmptrapd "${snmp_trap_port:-162}"
@@ -263,7 +265,7 @@ snmp_compare() {
     fi
 }
 
-# snmp_holds FILE: what is described is in effect.
+# snmp_holds FILE: true if the description is in effect.
 snmp_holds() {
     snmp_read "$1"
     snmp_compare
@@ -273,8 +275,8 @@ snmp_holds() {
     fi
 }
 
-# A port of another program is no reason to stop what runs. Which ports the distribution's own configuration has is not
-# looked for.
+# If another program has the port, the running daemons are not stopped. The ports of the distribution's own
+# configuration are not checked.
 snmp_ports_are_free() {
     former_port=$(agent_port)
     if [ -n "$former_port" ] && [ "$snmp_port" != "$former_port" ] && [ "$snmp_port" != "$(trap_port)" ] &&

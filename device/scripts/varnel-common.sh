@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What the panel's device scripts share: messages, settings, checks of what comes from the controller, and files that
-# change in one step. It lies beside the scripts, each of which begins with
+# The panel's device scripts share this: messages, settings, checks of the controller's data, and files that change
+# in one step. It is in the directory of the scripts, each of which begins with
 #
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
 #
-# The panel waits for these scripts and does nothing else meanwhile, on a processor on which each program that a script
-# starts costs 10 ms and more: what the panel runs often uses the shell's own means.
+# The panel waits for these scripts and does nothing else meanwhile. On its processor each program that a script starts
+# takes 10 ms and more, so scripts that run often use built-in commands of the shell.
 
 LC_ALL=C
 export LC_ALL
@@ -23,7 +23,8 @@ SCRIPT_DIR=${0%/*}
 NEWLINE='
 '
 
-# Marks every file that the scripts write whole, to tell it from one of the distribution or the integrator.
+# Marks every file that the scripts write as a whole, to distinguish it from one of the distribution or the
+# integrator.
 MADE_BY_MARK="Written by the panel's device scripts; changes are lost."
 
 # The two places where an integrator changes something: the panel's own settings and these scripts' settings.
@@ -32,7 +33,8 @@ DEVICE_SETTINGS=/usr/local/etc/varnel-device.conf
 
 # --- messages ---
 
-# say TEXT...: one line on standard error, with the script's name; what is not printable ASCII becomes "?".
+# say TEXT...: one line on standard error, with the script's name; a character that is not printable ASCII becomes
+# "?".
 say() {
     said="$SCRIPT_NAME: $*"
     case $said in
@@ -55,7 +57,8 @@ bad_usage() {
 
 # --- settings ---
 
-# panel_setting GROUP KEY DEFAULT: a key of the panel's settings file, so that a path both need stands in one place.
+# panel_setting GROUP KEY DEFAULT: a key of the panel's settings file, so that a path that both need is set in one
+# place.
 panel_setting() {
     if [ -r "$PANEL_SETTINGS" ]; then
         awk -v group="$1" -v key="$2" -v value="$3" '
@@ -77,8 +80,8 @@ panel_setting() {
     fi
 }
 
-# Every setting with its default; device/varnel-device.conf explains them. The defaults are assigned, not taken over
-# from the environment: what the panel happens to be started with must not change what its scripts do.
+# Every setting with its default; device/varnel-device.conf explains them. The defaults are assigned, not taken from
+# the environment: the panel's environment must not change what its scripts do.
 load_settings() {
     STATE_DIR=/run/varnel
     KEEP_DIR=/var/lib/varnel
@@ -175,7 +178,7 @@ prefix_length() {
 }
 
 # Printable ASCII without the two characters that a quoted word of a configuration file cannot hold unchanged.
-# Other octets have no one spelling between the controller's Latin-1 and the panel's locale.
+# Other bytes differ between the controller's Latin-1 and the panel's locale.
 is_plain_text() {
     case $1 in
         *[!\ -~]* | *\"* | *\\*) return 1 ;;
@@ -191,7 +194,7 @@ is_word() {
     [ "${#1}" -le 64 ]
 }
 
-# A name that may stand in a path or on a command line: an interface, a user, a device.
+# A name that is safe in a path or on a command line: an interface, a user, a device.
 is_name() {
     case $1 in
         '' | -* | .* | *[!A-Za-z0-9._@:-]*) return 1 ;;
@@ -200,8 +203,8 @@ is_name() {
 
 # --- files ---
 
-# replace_file MODE PATH CONTENT [OWNER]: writes the content and a newline aside, brings it to the medium and moves it
-# into place: a reader sees the former file or the new one, also after a power cut.
+# replace_file MODE PATH CONTENT [OWNER]: writes the content and a newline to another file, syncs it to the disk and
+# moves it into place: a reader sees the old file or the new one, also after a power cut.
 replace_file() {
     replace_aside=$2.new.$$
     if mkdir -p -- "$(dirname -- "$2")" &&
@@ -217,9 +220,9 @@ replace_file() {
     return 1
 }
 
-# private_dir PATH: a directory that root alone can look into. One that somebody else has made is not used.
+# private_dir PATH: a directory that only root can read. One that another user has made is not used.
 private_dir() {
-    # Another script may be making it.
+    # Another script may be creating it.
     [ -d "$1" ] || (umask 022 && mkdir -p -- "${1%/*}" && mkdir -m 0700 -- "$1" 2>/dev/null) || [ -d "$1" ] ||
         fail "cannot make $1"
     if [ -h "$1" ] || [ ! -O "$1" ]; then
@@ -230,8 +233,8 @@ private_dir() {
 # --- the USB drive ---
 
 # unlock_mount POINT: leaves the decision between ro and rw to the filesystem. A mount has a read-only flag of its own,
-# beside the filesystem's; a service with a view of its own of the mounts keeps a copy of the former, which a remount
-# outside of it does not reach. The mount's other flags stay.
+# beside the filesystem's; a service with a private view of the mounts keeps a copy of the former, which a remount
+# outside does not change. The mount's other flags stay.
 unlock_mount() {
     mount -o remount,bind,rw -- "$1"
 }
@@ -239,7 +242,7 @@ unlock_mount() {
 # --- wishes ---
 
 # A wish is a configuration that the controller wants. The script that checked it moves its description, one file, to
-# $STATE_DIR/wanted/KIND; varnel-config brings it into effect. KIND is snmp, network or modbus.
+# $STATE_DIR/wanted/KIND; varnel-config applies it. KIND is snmp, network or modbus.
 
 # unit_starts_applier KIND: systemd watches for the wish.
 unit_starts_applier() {
@@ -252,7 +255,7 @@ unit_starts_applier() {
     return 1
 }
 
-# start_applier KIND: lets varnel-config look at the kind again, in the background.
+# start_applier KIND: lets varnel-config check the kind again, in the background.
 start_applier() {
     if unit_starts_applier "$1"; then
         systemctl --no-block start "varnel-config@$1.service"
@@ -261,14 +264,14 @@ start_applier() {
     fi
 }
 
-# hand_over KIND FILE: the file, complete and on the same filesystem, becomes the wish in one step. The last wish wins.
+# hand_over KIND FILE: makes the file, complete and on the same filesystem, the wish in one step. The last wish wins.
 hand_over() {
     private_dir "$STATE_DIR/wanted"
     mv -f -- "$2" "$STATE_DIR/wanted/$1"
     unit_starts_applier "$1" || start_applier "$1"
 }
 
-# write_wish KIND TEXT: a wish that is described at once.
+# write_wish KIND TEXT: writes a wish with this description.
 write_wish() {
     private_dir "$STATE_DIR/wanted"
     umask 077

@@ -6,18 +6,17 @@
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-modbus.sh"
 #
-# The calls are made with busctl: it passes the text as one argument exactly as it is, whatever characters it holds and
-# as long as the kernel lets an argument be. A client that wants a type in front of the text in the same argument
-# would refuse the longest update that the panel can hand over.
+# The calls use busctl: it passes the text unchanged as one argument, with any characters and up to the kernel's limit.
+# A client that needs a type before the text in the same argument would refuse the panel's longest update.
 
 . "$(dirname -- "$(readlink -f -- "$0")")/varnel-common.sh"
 
 MODBUS_NAME=org.varnel.ModbusServer1
 MODBUS_OBJECT=/org/varnel/ModbusServer1
-# The panel kills a script after 30 s; before that the script itself shall say what was wrong.
+# The panel kills a script after 30 s; this limit is shorter, so that the script can report the problem itself.
 MODBUS_SECONDS=20
 
-# bus_option: which bus, as busctl wants it said.
+# bus_option: the bus as an option of busctl.
 bus_option() {
     case $MODBUS_BUS in
         system) printf '%s\n' --system ;;
@@ -26,7 +25,7 @@ bus_option() {
     esac
 }
 
-# bus_call AUTO-START ARGUMENT...: one call; prints the reply, or fails with what the other side says.
+# bus_call AUTO-START ARGUMENT...: one call; prints the reply, or fails with the other side's error.
 bus_call() {
     have busctl || fail "busctl is missing (package systemd)"
     auto_start=$1

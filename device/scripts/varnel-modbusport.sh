@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What modbuscfg.sh and varnel-config share: the Modbus server's port, and which ports may lead to it. Needs
-# varnel-common.sh. Each function sets "why" when it fails.
+# modbuscfg.sh and varnel-config share this: the Modbus server's port, and the ports that may lead to it.
+# Needs varnel-common.sh. Each function sets "why" when it fails.
 
 # server_port: sets port, the one of ModbusInterface ("address:port:clients" in TCP mode) or of MODBUS_SERVER_PORT.
 server_port() {
@@ -28,7 +28,7 @@ is_allowed() {
     return 1
 }
 
-# may_open PORT: clients of PORT may be led to the Modbus server.
+# may_open PORT: PORT may be redirected to the Modbus server.
 may_open() {
     server_port || return 1
     if ! is_allowed "$1"; then

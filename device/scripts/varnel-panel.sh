@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What the scripts around the panel's unit and the USB drive share: the panel's user, its output lines, the drive's mount
-# point. It lies beside them, and each begins with
+# The scripts around the panel's unit and the USB drive share this: the panel's user, its output lines, the drive's mount
+# point. It is in their directory, and each begins with
 #
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/varnel-panel.sh"
@@ -34,8 +34,8 @@ output_lines() {
 
 # --- the USB drive ---
 
-# mount_point: the directory in which the panel saves; fails for one that cannot be a drive's mount point, as a mistyped
-# setting must not touch the system.
+# mount_point: the directory in which the panel saves; fails for one that cannot be a drive's mount point, because a
+# mistyped setting must not change the system.
 mount_point() {
     directory=$(panel_setting Files Directory /usbmnt)
     case $directory in
@@ -46,25 +46,25 @@ mount_point() {
     printf '%s\n' "$directory"
 }
 
-# The device that usbdrive.sh has mounted stands in this file; the marker file in /tmp only leads to it.
+# This file has the device that usbdrive.sh has mounted; the marker file in /tmp is a link to it.
 DRIVE_RECORD=$STATE_DIR/usbdrive.device
 
 attached_drive() {
     [ ! -f "$DRIVE_RECORD" ] || cat -- "$DRIVE_RECORD"
 }
 
-# mounted_device POINT: what is mounted there, nothing if nothing is.
+# mounted_device POINT: the device that is mounted there, or nothing.
 mounted_device() {
     findmnt -n -o SOURCE --mountpoint "$1" | tail -n 1
 }
 
-# close_mount_point POINT: without a drive the directory is a part of the system's disk, on which nobody shall save. One in
-# which something lies was not made for the drive alone and stays as it is.
+# close_mount_point POINT: without a drive the directory is on the system's disk, where nothing may be saved. A directory
+# with files in it is not only for the drive, and is not changed.
 close_mount_point() {
     if mountpoint -q -- "$1" || [ -L "$1" ] || [ -n "$(ls -A -- "$1")" ]; then
         return 0
     fi
-    # On a filesystem without this attribute the permissions hold the panel, which has no privileges.
+    # On a filesystem without this attribute the permissions keep the panel out, which has no privileges.
     chattr -i -- "$1" 2>/dev/null || :
     if ! { chown root:root -- "$1" && chmod 0755 -- "$1"; } 2>/dev/null && [ -n "$(find "$1" -maxdepth 0 -perm /022)" ]; then
         say "cannot protect $1 against writing while no drive is mounted"

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What snmpctl.sh, snmpcfg.sh and snmptrap.sh share: the description of an SNMP configuration that grows between "init"
-# and "apply", and the reading of a security model with its names and pass phrases. Needs varnel-common.sh.
+# snmpctl.sh, snmpcfg.sh and snmptrap.sh share this: the description of an SNMP configuration, which they collect
+# between "init" and "apply", and the reading of a security model with its names and pass phrases. Needs
+# varnel-common.sh.
 #
 # The description has a line "KEY VALUE" for each of these; varnel-applysnmp.sh reads it:
 #   controller  address of the controller whose agent is asked, or empty; begins the agent's part
@@ -20,9 +21,8 @@ SNMP_STAGE=$STATE_DIR/snmp
 # The panel takes seven: the agent, the traps, five destinations.
 SNMP_STEPS=20
 
-# A step of the transaction marks its begin and its end with one letter each in these two files: whatever way a step
-# ends too early (bad arguments, no space left, killed), "apply" sees it.
-# begin_step LETTER
+# A step of the transaction marks its begin and its end with one letter each in these two files: if a step ends
+# early (bad arguments, no space left, killed), "apply" notices it. begin_step LETTER
 begin_step() {
     [ -e "$SNMP_STAGE/lines" ] || fail "nothing was begun; run snmpctl.sh init first"
     umask 077
