@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Prints the commands of docs/install.md as a shell script: every indented block of "Step by step", as it stands.
+"""Prints the commands of docs/install.md as a shell script: every indented block of "Step by step", unchanged.
 
 A block that begins with "# /path" is the text of that file, one that begins with "systemctl edit UNIT" is that command
 with what is typed into its editor. Left out are the build of the packages, which comes before, an editor in which the

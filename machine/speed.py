@@ -13,7 +13,7 @@ POINTS = " ".join(f"{left},{top}={colour}" for left, top, colour in BOARD)
 TRACE = "/sys/kernel/tracing"
 EVENTS = ("sys_enter_poll", "sys_exit_poll", "sys_enter_ppoll", "sys_exit_ppoll", "sys_enter_vfork", "sys_enter_clone", "sys_enter_clone3",
           "sys_enter_connect")
-# Under the script service a script is a program that hands its name to a socket; the panel itself starts that program.
+# With the script service, a script is a program that sends its name to a socket; the panel starts that program.
 STARTS = ("sys_vfork", "sys_clone", "sys_clone3", "sys_connect")
 WAIT = 3600
 

@@ -4,7 +4,7 @@ import time
 
 from qemu import wait_for
 
-# What a controller's page may take after the controller is heard, on an emulated processor.
+# Time limit from the controller's first frame to its page, on an emulated processor.
 LINK_SECONDS = 60
 
 

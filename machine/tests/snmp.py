@@ -12,7 +12,7 @@ OID = ".1.3.6.1.4.1.53864"
 ENGINE = "0x8000d2680301020304"
 VALUE = '"value of the controller"'
 SECONDS = 120
-# What a manager says, by model: the fields that the controller sends, the manager's options, and the same for traps.
+# A manager's requests, by model: the fields that the controller sends, the manager's options, and the same for traps.
 HASHES = {"MD5": 1, "SHA": 2}
 CIPHERS = {"DES": 1, "AES": 2}
 

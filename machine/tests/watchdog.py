@@ -12,7 +12,7 @@ def kernel(box):
     panel.output("echo 0 > /proc/sys/kernel/panic")
     before = len(panel.monitor.events)
     start = time.monotonic()
-    # Interrupts off on every processor: nothing feeds the watchdog any more.
+    # Interrupts off on every processor: nothing resets the watchdog any more.
     panel.agent.ask("guest-exec", path="/bin/sh", arg=["-c", "echo c > /proc/sysrq-trigger"])
     panel.agent.drop()
 
