@@ -207,7 +207,7 @@ void tst_RequestHandler::statusBlockTellsTheAge()
     QCOMPARE(status(start + 3s), hex("04 08 0002 0001 0000 0001"));
     QCOMPARE(status(start + 4s), hex("04 08 0003 0001 0000 0000"));
     QCOMPARE(answerRequest(hex("03 0064 0001"), store, start + 4s), hex("83 04"));
-    // No update writes there; new tables know no update; the count goes on.
+    // No update writes there; new tables have no update yet; the counter continues.
     QCOMPARE(store.publish({{203, {1, 1}}}, start).refusal.kind, QStringLiteral("BadUpdate"));
     QCOMPARE(store.size(), 5);
     store.configure({{100, 1}});

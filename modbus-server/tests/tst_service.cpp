@@ -16,7 +16,7 @@ namespace {
 
 const QByteArray update = R"({"cmd":"setconfig","data":[{"address":100,"values":[1,2]}]})";
 
-/// A port that nobody uses now.
+/// A port that no program uses now.
 quint16 freePort()
 {
     QTcpServer probe;

@@ -208,7 +208,7 @@ void tst_TcpTransport::oneAddressCannotTakeAllPlaces()
     QTcpSocket* plc = connectClient(QHostAddress(QStringLiteral("127.0.0.2")));
     QVERIFY(exchange(plc));
     QTRY_COMPARE(greedy[0]->state(), QAbstractSocket::UnconnectedState);
-    // Two and one: nobody gives a place up to one more of either.
+    // Two and one: no client loses its place to another one of either address.
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^refused .* the limit of 3")));
     QTcpSocket* another = connectClient(QHostAddress(QStringLiteral("127.0.0.2")));
     QTRY_COMPARE(another->state(), QAbstractSocket::UnconnectedState);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the service reads as a request, and what it says when it refuses one.
+// The requests that the service accepts, and its messages when it refuses one.
 #include <QTest>
 
 #include "plain.h"

@@ -352,7 +352,7 @@ void tst_ScriptService::slowSendersHoldNobodyUp()
     timer.start();
     QCOMPARE(run(QStringLiteral("r7m.sh")), 4);
     QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
-    // One that goes on and on has the same time for all it sends.
+    // A sender that never stops has the same time limit for all its data.
     QLocalSocket& last = *slow.back();
     const auto isOver = [&last] {
         last.write("x");

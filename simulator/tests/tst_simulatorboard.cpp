@@ -14,7 +14,7 @@
 
 namespace {
 
-/// A page that collects what goes wrong in its scripts and picks a file when it is asked for one.
+/// A page that collects the errors of its scripts and picks a file on request.
 class WatchedPage : public QWebPage
 {
     Q_OBJECT

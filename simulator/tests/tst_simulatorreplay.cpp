@@ -16,7 +16,7 @@
 
 using namespace Simulator;
 
-/// What is recorded, and what is made of it when it is played again.
+/// Recordings, and their replay.
 class tst_SimulatorReplay : public QObject
 {
     Q_OBJECT

@@ -11,9 +11,9 @@ struct Fault
 {
     using Step = std::function<bool(FaultBench&)>;
 
-    /// What the campaign calls it.
+    /// The fault's name in the campaign.
     const char* name;
-    /// What the user sees and what is lost, in words that observe() and the measurement hold true.
+    /// The effect for the user and the loss, in words that observe() and the measurement check.
     const char* sees;
     const char* lost;
     /// The log's line, as a regular expression; empty when the panel has nothing to say.
@@ -26,11 +26,11 @@ struct Fault
     Step end;
     /// Before everything starts.
     Step prepare = {};
-    /// What has to be done where the panel waits for a push; the recovery is counted from there, then.
+    /// The action that the panel needs to recover, if any; the recovery time then starts with it.
     Step push = {};
     /// Whether a PLC can read at all.
     bool served = true;
-    /// How long a recovery, and an end by SIGTERM while it lasts, may take.
+    /// Time limit for a recovery, and for an end by SIGTERM during the fault.
     std::chrono::seconds recoveryLimit{20};
     std::chrono::seconds endLimit{3};
 };

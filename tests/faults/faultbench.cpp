@@ -17,8 +17,8 @@ constexpr QPoint touched{200, 240}; // a place whose colour is another after eac
 
 const QByteArray page = "/index.html";
 
-/// Its clock, its touches and the reason of its end stand in the headers of what it asks for. It loads itself
-/// again only when no request is open: one that is cancelled would count as failed.
+/// Its clock, its touches and the reason of its end are in the headers of its requests. It loads itself again
+/// only when no request is open: one that is cancelled would count as failed.
 QByteArray workingPage(const QByteArray& color)
 {
     return "<html><body style='margin:0;background:" + color +

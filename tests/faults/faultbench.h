@@ -15,19 +15,19 @@
 #include "virtualscreen.h"
 #include "webserver.h"
 
-/// What the screen shows.
+/// The contents of the screen.
 enum class Shown
 {
     ControllerPage,
     OtherControllersPage,
     ErrorPage,
     Blank, ///< a white screen
-    Else,  ///< the panel's own text, or what nobody has foreseen
+    Else,  ///< the panel's own text, or anything unexpected
 };
 
 /// The panel at work: a controller that sends frames, a page that asks its server for something twice a
 /// second and loads itself again every three seconds, a Modbus server that a PLC reads, all of them the real
-/// ones but for the controller. A fault is put in while all that goes on.
+/// ones but for the controller. A fault is caused while all of them run.
 class FaultBench
 {
     Q_DISABLE_COPY_MOVE(FaultBench)
@@ -52,7 +52,7 @@ public:
     /// Ends the panel, if it runs, and starts it again; false unless it ended in order.
     [[nodiscard]] bool restartPanel();
 
-    /// What is on the screen now.
+    /// The present contents of the screen.
     Shown shown() const;
     [[nodiscard]] bool awaitShown(Shown wanted, std::chrono::milliseconds limit = patience) const;
     /// Takes the present as the beginning of a recovery.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may be wrong with the controller's frames.
+// Faults of the controller's frames.
 
 #include <QTest>
 
@@ -43,7 +43,7 @@ bool errorPageAndBlinking(FaultBench& bench)
     return recorder.awaitWrites(red, 8) && timer.elapsed() < 6000; // slow blinking would take 8 s
 }
 
-/// The page is there and goes on.
+/// The page is shown and continues to work.
 bool pageGoesOn(FaultBench& bench)
 {
     const int before = bench.ticks();
@@ -142,7 +142,7 @@ Fault controllersFlood()
                 [](FaultBench& bench) { return flood(bench.frames); },
                 touchIsAnswered,
                 speak};
-    // What waits in the socket is handled first, a script for each.
+    // The datagrams in the socket are handled first, with a script for each.
     fault.recoveryLimit = std::chrono::seconds(60);
     return fault;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may be wrong with names, addresses and the cable.
+// Faults of names, addresses and the cable.
 
 #include <QFile>
 #include <QHostAddress>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may be wrong with the device's scripts.
+// Faults of the device's scripts.
 
 #include <QDir>
 #include <QFile>

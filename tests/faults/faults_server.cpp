@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may be wrong with the controller's web server, while its frames go on.
+// Faults of the controller's web server, while its frames continue.
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may be wrong where the panel writes: its temporary files, the engine's storage, the USB drive.
+// Faults where the panel writes: its temporary files, the engine's storage, the USB drive.
 
 #include <QDir>
 #include <QFile>
@@ -94,7 +94,7 @@ Fault::Step download(const QString& name)
     };
 }
 
-/// Off the slot with it: the device lets go of the mount, whatever is open on it.
+/// Pulls the drive: the device is unmounted, even if files on it are open.
 bool pull(FaultBench& /*bench*/)
 {
     TransferScene::pull();

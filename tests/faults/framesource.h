@@ -29,7 +29,7 @@ public:
     explicit FrameSource(const QString& address, Maker maker = frames("en"));
     ~FrameSource();
 
-    /// Sends so many datagrams a second from now on; 0 is silence.
+    /// Sends this number of datagrams a second from now on; 0 is silence.
     void setRate(int perSecond) { rate = perSecond; }
     /// The next frame has number 1, as after a start of the controller.
     void restartNumbers() { sequence = 0; }

@@ -68,7 +68,7 @@ private:
     std::array<int, 4> descriptors{};
 };
 
-/// What lasts as long as the process.
+/// The objects that exist as long as the process.
 struct Stage
 {
     QTemporaryDir directory;

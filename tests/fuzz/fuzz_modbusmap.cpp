@@ -182,7 +182,7 @@ void compareCommand(const QVector<MbRawData_s>& tables, const QString& command)
     }
 }
 
-/// What the server makes of the init file. Nothing where it refuses it.
+/// The server's configuration from the init file; nothing if it refuses the file.
 std::optional<ServerConfig> serverConfig(ModbusInterface* bridge)
 {
     require(bridge->GenerateDbusInit(stage->directory.path()), "the default interface is usable");

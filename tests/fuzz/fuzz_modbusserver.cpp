@@ -145,7 +145,7 @@ void update(const QByteArray& text)
     }
 }
 
-/// What a reader of the protocol's document would answer.
+/// The answer according to the protocol's document.
 QByteArray wantedAnswer(const QByteArray& pdu)
 {
     const auto octet = [&pdu](int at) { return int(quint8(pdu.at(at))); };

@@ -36,7 +36,7 @@ QString newFile(const QByteArray& octets)
     return path;
 }
 
-/// What a key's text means for a setting of this type.
+/// The value of a key's text for a setting of this type.
 QVariant converted(const QVariant& value, int type)
 {
     switch (type) {

@@ -192,7 +192,7 @@ void Link::walk(const Octets& octets)
     }
 }
 
-/// Of several sections of one kind the last one counts, a bad one too.
+/// If there are several sections of one kind, the last one counts, even a bad one.
 void Link::take(unsigned type, const Octets& section, bool good)
 {
     if (type == 0x80) {

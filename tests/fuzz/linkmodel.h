@@ -31,7 +31,7 @@ struct Item
     Octets value; ///< as on the wire
 };
 
-/// What one frame says: the octets of each section that decoded, by its type, and the items.
+/// The contents of one frame: the octets of each decoded section, by its type, and the items.
 struct Frame
 {
     std::map<unsigned, Octets> sections;
@@ -54,7 +54,7 @@ public:
     bool scriptsThere = true;
     Frame frame; ///< the last accepted one
 
-    /// What is to happen outside, in order, since the last clear.
+    /// The expected effects outside, in order, since the last clear.
     std::vector<Call> scripts;
     std::vector<Call> windowCalls;
 

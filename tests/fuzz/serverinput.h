@@ -3,7 +3,8 @@
 
 namespace fuzz {
 
-/// What an input for the Modbus server is, by its first octet modulo 8 ("0" to "4"); all others are requests.
+/// The kinds of input for the Modbus server, by the first byte modulo 8 ("0" to "4"); all others are
+/// requests.
 enum ServerInput
 {
     Init,

@@ -5,7 +5,7 @@
 #include <QStringList>
 #include <QVector>
 
-/// What the controller link does to the rest of the panel, recorded instead of done. Linked in the place of
+/// Records the link's effects on the rest of the panel instead of carrying them out. Linked in the place of
 /// the real script runner and the real window, which are thereby out of reach of any input.
 namespace standins {
 

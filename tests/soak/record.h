@@ -7,7 +7,7 @@
 
 #include "processfigures.h"
 
-/// What has been done to the panel, and what came of it, since the start.
+/// The actions on the panel and their results since the start.
 struct Counts
 {
     qint64 frames = 0;

@@ -15,7 +15,7 @@ constexpr std::chrono::seconds samplePeriod{5};
 constexpr QPoint onTheLink{400, 200};
 constexpr QPoint besideTheLink{400, 440}; // as are the chooser's buttons
 constexpr int warmUpCycles = 3;
-// What a panel at rest may have above what it had after its warm-up: connections that the engine keeps.
+// Descriptors that an idle panel may have more than after its warm-up: connections that the engine keeps.
 constexpr int spareDescriptors = 12;
 constexpr int spareThreads = 4;
 constexpr int mostPictures = 20;
@@ -246,7 +246,7 @@ bool Soak::touchAside()
     return log().await(QStringLiteral("resetTimer")) && awaitTrue([] { return !isDark(); });
 }
 
-/// Touches the link and the chooser's button; the file must arrive whole, and goes again.
+/// Touches the link and the chooser's button; the file must arrive complete, and is removed again.
 bool Soak::download()
 {
     const QString name = QStringLiteral("soak-%1.bin").arg(counts.cycles % 10);
@@ -360,7 +360,7 @@ bool Soak::refusePage()
 /// Nothing to do but frames: the moment to look at what the process has got hold of.
 bool Soak::rest()
 {
-    // The record of the scripts begins anew with each cycle.
+    // Each cycle starts a new record of the scripts.
     if (scene.scripts.runsOf(QStringLiteral("mbserverupdate.sh")).isEmpty()) {
         qWarning() << "No values have gone to the Modbus server";
         return false;

@@ -8,7 +8,7 @@
 
 #include "rawcontroller.h"
 
-/// What the outputs are told to do: 0 off, 1 on, 2 slow blink, 3 fast blink.
+/// The commands for the outputs: 0 off, 1 on, 2 slow blink, 3 fast blink.
 struct Outputs
 {
     quint8 good = 0;

@@ -22,11 +22,11 @@ public:
 
     Q_DISABLE_COPY_MOVE(DialogDriver)
 
-    /// What to do from now on with every dialog of the form `name` ("FileDialog", "TimedPopup", ...) that
+    /// The action from now on for every dialog of the form `name` ("FileDialog", "TimedPopup", ...) that
     /// somebody waits for in an event loop: once that loop runs. A user cannot be quicker either.
     void onWaiting(const QString& name, Action action) { waiting.insert(name, std::move(action)); }
 
-    /// What to do with every dialog of the form `name` as soon as it is on the screen.
+    /// The action for every dialog of the form `name` as soon as it is on the screen.
     void onShown(const QString& name, Action action) { shown.insert(name, std::move(action)); }
 
     /// The forms of the dialogs seen so far.

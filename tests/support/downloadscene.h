@@ -30,7 +30,7 @@ protected:
 
     void setUp()
     {
-        Varnel::ScreenSaver::instance(); // so that its first words stand in no test's log
+        Varnel::ScreenSaver::instance(); // so that its first log lines are in no test's log
         users = std::make_unique<UsbStick>();
         server = std::make_unique<WebServer>();
         manager = std::make_unique<QNetworkAccessManager>();
@@ -46,7 +46,7 @@ protected:
         });
     }
 
-    /// Takes all down again, and makes sure that every dialog of the test is gone, whatever way it took.
+    /// Destroys the scene, and makes sure that every dialog of the test is closed, however the test ended.
     void tearDown()
     {
         handler.reset();

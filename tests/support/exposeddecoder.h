@@ -16,7 +16,7 @@ public:
     using RlpDecoder::packetSender;
 };
 
-/// What became of one datagram.
+/// The result for one datagram.
 struct Outcome
 {
     bool accepted = false;

@@ -3,7 +3,7 @@
 
 #include <QByteArray>
 
-/// Section types as they stand on the wire.
+/// Section types on the wire.
 enum SectionType : quint16
 {
     DevInfo = 0x10,

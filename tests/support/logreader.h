@@ -49,14 +49,14 @@ public:
     /// Lets go of all lines so far, for a program that runs for hours.
     void forget();
 
-    /// How many lines and octets came so far, forgotten ones included.
+    /// The number of lines and bytes so far, forgotten ones included.
     qint64 lineCount() const { return allLines; }
     qint64 octetCount() const { return allOctets; }
 
     /// Waits, with the event loop running, for exactly `line` behind the reading position. On failure prints
     /// what is missing and the last lines there are.
     [[nodiscard]] bool await(const QString& line, std::chrono::milliseconds limit = patience);
-    /// The same for several lines in this order; others may stand between them.
+    /// The same for several lines in this order; others may be between them.
     [[nodiscard]] bool await(const QStringList& wanted, std::chrono::milliseconds limit = patience);
     /// The same for a line that matches `pattern` somewhere; its captures are in lastMatch().
     [[nodiscard]] bool await(const QRegularExpression& pattern, std::chrono::milliseconds limit = patience);

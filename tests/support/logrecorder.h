@@ -10,7 +10,7 @@
 class LogRecorder
 {
 public:
-    /// One line as it would stand on standard error.
+    /// One line as it would appear on standard error.
     struct Line
     {
         QtMsgType type = QtDebugMsg;

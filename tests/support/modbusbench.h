@@ -9,7 +9,7 @@
 
 struct _modbus;
 
-/// How a script ended and what it said.
+/// A script's exit status and messages.
 struct ScriptRun
 {
     int status = -1;
@@ -92,7 +92,7 @@ public:
     bool write(int address, quint16 word);
     bool writeMany(int address, const QVector<quint16>& words);
 
-    /// What was wrong with the last call: "Illegal data address" and so on; empty when nothing was.
+    /// The error of the last call: "Illegal data address" and so on; empty when there was none.
     QString problem() const { return lastProblem; }
 
 private:

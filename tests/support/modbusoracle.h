@@ -220,7 +220,7 @@ public:
                                                [this](const Register& reg) { return !isUsed(reg); }),
                                 mapping.registers.end());
         typesLoaded = anyComplete;
-        // Of several tables at one address the last one stands.
+        // If several tables have one address, the last one counts.
         std::map<long, Table> standing;
         for (const Table& table : mapping.tables) {
             standing[table.address] = table;
@@ -270,7 +270,7 @@ public:
         return result;
     }
 
-    /// The words that the server is told to keep for the table.
+    /// The words that the server gets for the table.
     long length(long address) const
     {
         long sum = 0;

@@ -32,7 +32,7 @@ public:
     }
     ~NotifySocket() { ::close(handle); }
 
-    /// Where it listens: the value of NOTIFY_SOCKET.
+    /// The socket's address: the value of NOTIFY_SOCKET.
     std::string path() const { return directory.filePath(QStringLiteral("notify")).toStdString(); }
 
     /// All messages so far, those included that only wait in the socket.

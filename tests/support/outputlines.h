@@ -78,7 +78,7 @@ public:
         QDir(root()).mkdir(name);
     }
 
-    /// What was written since the last clear(), each as "gpio224/value=1", in order.
+    /// The writes since the last clear(), each as "gpio224/value=1", in order.
     QStringList writes()
     {
         readEvents();

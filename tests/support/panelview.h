@@ -37,7 +37,7 @@ public:
     /// The text on the page as the user sees it.
     QString text() const { return frame()->toPlainText().trimmed(); }
 
-    /// True when the panel's own error page stands there; there is no picture in these tests.
+    /// True when the panel's own error page is shown; it has no picture in these tests.
     bool showsErrorPage() const { return text().startsWith(QLatin1String("Can't find the error page")); }
 
     /// Loads `url` and waits for its end, good or bad.
@@ -64,7 +64,7 @@ public:
         QCoreApplication::processEvents();
     }
 
-    /// What was logged since the last clear(), without times and without Qt's remarks about having no screen.
+    /// The log since the last clear(), without times and without Qt's messages about a missing screen.
     QStringList log() const
     {
         QStringList lines = withoutStamps(recorder.texts());

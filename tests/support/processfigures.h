@@ -3,13 +3,13 @@
 
 #include <QtGlobal>
 
-/// What the kernel tells of a running process from outside. Memory is in KiB.
+/// The kernel's figures for a running process. Memory is in KiB.
 struct ProcessFigures
 {
     qint64 rss = 0;
     qint64 pss = 0;       ///< what is shared counts in parts
     qint64 uss = 0;       ///< what is not shared
-    qint64 anonymous = 0; ///< memory that no file stands behind: heap, stacks, pictures
+    qint64 anonymous = 0; ///< memory without a file: heap, stacks, pictures
     qint64 heap = 0;      ///< the resident part of the main arena, [heap]
     int descriptors = 0;
     int sockets = 0;

@@ -42,7 +42,7 @@ public:
     int exitStatus() const;
     qint64 pid() const { return process.processId(); }
     LogReader& log() { return reader; }
-    /// What the program wrote to its standard output so far.
+    /// The program's standard output so far.
     QByteArray output() const { return standardOutput; }
 
     /// Runs a tool found in the path to its end; false unless it succeeds.

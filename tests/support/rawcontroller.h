@@ -6,7 +6,7 @@
 
 #include "frame.h"
 
-/// A controller that sends whatever a test wants, from a given address of this host.
+/// A controller that sends any datagram, from a given address of this host.
 class RawController
 {
 public:

@@ -96,7 +96,7 @@ QList<QStringList> RecordingScripts::runs() const
     }
     QList<QByteArray> words = file.readAll().split('\0');
     QList<QStringList> result;
-    // The last element is what stands behind the last NUL: nothing.
+    // The last element is the text after the last NUL, which is empty.
     while (words.size() > 1) {
         const int count = words.takeFirst().toInt();
         QStringList run;

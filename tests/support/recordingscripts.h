@@ -8,7 +8,7 @@
 
 #include "logreader.h"
 
-/// What a recording script does after it has recorded its run.
+/// The action of a recording script after it has recorded its run.
 enum class ScriptBehaviour
 {
     Succeeds,

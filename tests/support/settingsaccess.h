@@ -15,7 +15,7 @@ inline QString nameOf(const Varnel::Settings::Entry& entry)
     return QLatin1String(entry.group) + QLatin1Char('/') + QLatin1String(entry.key);
 }
 
-/// What the settings hold, by the name of the key.
+/// The values of the settings, by the name of the key.
 inline QHash<QString, QVariant> settingsNow()
 {
     QHash<QString, QVariant> values;
@@ -47,7 +47,7 @@ inline void loadSettings(const QHash<QString, QVariant>& values)
     QFile::remove(path);
 }
 
-/// What every key's getter says, by the name of the key.
+/// The values that the getters return, by the name of the key.
 inline QHash<QString, QVariant> byGetters()
 {
     using S = Varnel::Settings;

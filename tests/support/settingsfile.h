@@ -11,7 +11,7 @@ class SettingsFile
 public:
     static QString path();
 
-    /// Sets one key, named "Group/Key"; `text` stands in the file as it is.
+    /// Sets one key, named "Group/Key"; `text` is written to the file unchanged.
     SettingsFile& set(const char* name, const QString& text);
     SettingsFile& set(const char* name, const char* text) { return set(name, QString::fromUtf8(text)); }
     /// Writes the keys that were set, replacing the file. False when it cannot be written.

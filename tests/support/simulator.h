@@ -16,7 +16,7 @@ class Simulator : public Program
 public:
     explicit Simulator(QObject* parent = nullptr);
 
-    /// What its still page ("--page plain") looks like, but for the caption in the band at the bottom, which
+    /// The picture of its still page ("--page plain"), except the caption in the band at the bottom, which
     /// covers less than two parts in a hundred.
     static QImage plainPage();
 
@@ -24,6 +24,6 @@ public:
     [[nodiscard]] bool startAndListen(const QStringList& options = {});
     /// Lets it do one action, as its help describes them.
     void act(const QString& action);
-    /// What happened so far, one object for each frame, request and action.
+    /// The events so far, one object for each frame, request and action.
     QList<QJsonObject> events() const;
 };

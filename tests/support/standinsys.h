@@ -13,7 +13,7 @@
 
 #include "logreader.h"
 
-/// The plain files that stand in for the kernel's tree below /sys: GPIO lines, display, interfaces.
+/// Plain files in place of the kernel's files below /sys: GPIO lines, display, interfaces.
 class StandInSys
 {
 public:

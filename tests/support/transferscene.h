@@ -15,7 +15,7 @@ class TransferScene : public Scene
 public:
     /// The page's colour; nothing else on the screen has it.
     static constexpr QRgb pageColor = qRgb(0, 0xc0, 0);
-    /// Where a dialog stands: over the middle of the panel's window, less the 10 and 40 pixels that the
+    /// The place of a dialog: over the middle of the panel's window, less the 10 and 40 pixels that the
     /// toolkit keeps for a frame when no window has one yet.
     static constexpr QRect chooserPlace{134, 36, 512, 328};
     static constexpr QRect messagePlace{190, 155, 400, 91};
@@ -44,7 +44,8 @@ public:
     static QByteArray readDrive(const QString& name);
     static bool writeDrive(const QString& name, const QByteArray& octets);
 
-    /// The smallest rectangle with all that is not the page's colour; empty when there is only the page.
+    /// The smallest rectangle with everything that does not have the page's colour; empty when there is only
+    /// the page.
     QRect foreground() const;
     /// Waits until exactly this place is covered. On failure says what is, and keeps a picture.
     [[nodiscard]] bool awaitForeground(const QRect& place) const;

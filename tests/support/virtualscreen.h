@@ -12,10 +12,10 @@
 
 struct _XDisplay;
 
-/// What takes care of the windows on a screen.
+/// The window manager of a screen.
 enum class WindowManager
 {
-    Absent, ///< nobody, as on a panel that shows a single program
+    Absent, ///< none, as on a panel that shows a single program
     Openbox,
 };
 
@@ -36,7 +36,7 @@ public:
     /// The display's name for the environment variable DISPLAY.
     QString display() const { return name; }
 
-    /// What the screen shows now.
+    /// The present picture of the screen.
     QImage grab() const;
     /// True when the pointer's picture, which grab() leaves out, has anything to see.
     bool showsCursor() const;

@@ -10,7 +10,7 @@
 
 #include "logreader.h"
 
-/// What a web server does behind the octets of an answer.
+/// The action of a web server after the bytes of an answer.
 enum class AfterAnswer
 {
     Close,    ///< ends the connection in order
@@ -19,9 +19,9 @@ enum class AfterAnswer
     Stream,   ///< sends body octets without end
 };
 
-/// A web server that gives exactly the answers it was told to, right or wrong, in one piece or held up
-/// half-way, and remembers every request. It reads no more of HTTP than it needs, so that nothing repairs a
-/// wrong answer on its way.
+/// A web server that gives exactly the configured answers, right or wrong, in one piece or delayed half-way,
+/// and remembers every request. It reads no more of HTTP than it needs, so that nothing repairs a wrong
+/// answer on its way.
 class WebServer : public QTcpServer
 {
     Q_OBJECT
@@ -85,7 +85,7 @@ public:
     void refuse(const Path& path, const QByteArray& status);
     /// Sends a page without end.
     void serveEndlessly(const Path& path);
-    /// Lets every answer begin so much later.
+    /// Delays the beginning of every answer.
     void setDelay(std::chrono::milliseconds time) { delay = time; }
 
     QUrl url(const Path& path) const;
@@ -102,9 +102,9 @@ public:
     /// Forgets the requests so far.
     void clear() { received.clear(); }
 
-    /// Sends up to `octets` more of what was held back of the answer under `path`.
+    /// Sends up to `octets` more bytes of the delayed rest of the answer under `path`.
     void sendMore(const Path& path, int octets);
-    /// Sends all that was held back of the answer under `path`.
+    /// Sends the delayed rest of the answer under `path`.
     void release(const Path& path);
     /// Closes the connection of the answer under `path` with the rest unsent.
     void breakOff(const Path& path);

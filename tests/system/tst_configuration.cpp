@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the controller configures reaches the device's scripts: which are run, in which order, with which
+// The controller's configuration reaches the device's scripts: which are run, in which order, with which
 // words.
 
 #include <QTest>
@@ -43,7 +43,7 @@ const QStringList snmpRuns{"snmpctl.sh init"_s,
                            "snmptrap.sh add 255.255.255.255 162 V3NOAUTH t12 t14"_s,
                            "snmpctl.sh apply"_s};
 
-/// A frame with all sections in an order of their own; Core, which takes what is left, stands last.
+/// A frame with all sections in an unusual order; Core, which takes the rest of the frame, is the last one.
 Frame wholeFrame(quint32 number)
 {
     return Frame(number)
@@ -88,7 +88,7 @@ void tst_Configuration::frameWithAllSections()
                                      "192.168.1.2 192.168.1.3"_s,
                                      "r7m.sh add 192.168.7.2 7 161 162 0 502 1234"_s, "modbuscfg.sh 1 1502"_s,
                                      "r7m.sh add 192.168.7.2 7 161 162 1 1502 1234"_s}));
-    // "Add R7M" of the first frame stands behind the modbus line, so the welcome was last.
+    // "Add R7M" of the first frame comes after the modbus line, so the welcome was last.
     QVERIFY(scene.panel.log().await({"Set language to \"fr\" (was \"default\" )"_s,
                                      snmpChanged,
                                      "Apply new snmp config"_s,

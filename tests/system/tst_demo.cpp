@@ -90,7 +90,7 @@ private:
     std::unique_ptr<Program> makeDemo();
     /// Waits for the line with the command that reads the registers; empty when it does not come.
     static QString awaitReadingCommand(Program* demo);
-    /// All that the demonstration's stand-ins for scripts have recorded so far.
+    /// The record of the demonstration's scripts so far.
     QByteArray scriptRuns() const;
 
     std::unique_ptr<QTemporaryDir> scratch;

@@ -23,7 +23,7 @@ QRect ink(const QImage& picture, const QRect& area, int grey = 100)
     return box;
 }
 
-/// The size that `text` takes in the panel's font at so many points.
+/// The size of `text` in the panel's font at this number of points.
 QSize textSize(const QString& text, int points)
 {
     QFont font = QGuiApplication::font();

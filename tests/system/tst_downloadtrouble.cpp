@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may come in between while a file is saved: time, the page, the link, the screen, the drive, the end.
+// Events while a file is saved: time, the page, the link, the screen, the drive, the end.
 
 #include <QCryptographicHash>
 #include <QFile>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A service manager's signal ends the panel in order, whatever it is at.
+// A service manager's signal ends the panel in order, whatever it is doing.
 
 #include <QTest>
 

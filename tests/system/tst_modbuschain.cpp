@@ -26,7 +26,7 @@ struct Table
     Words words;
 };
 
-/// What the controller is told to send, by register number.
+/// The values that the controller sends, by register number.
 const QStringList firstValues = {
     QStringLiteral("100=200"),      QStringLiteral("101=60000"),      QStringLiteral("102=305419896"),
     QStringLiteral("104=70012345"), QStringLiteral("106=100000"),     QStringLiteral("200=on"),
@@ -237,7 +237,7 @@ void tst_ModbusChain::lostControllerLeavesTheLastValues()
 {
     controller.reset();
     QVERIFY(panel->log().await(QRegularExpression(QStringLiteral("^No packet received within"))));
-    // What it reads is old, but it is what the controller last said.
+    // The client reads an old value: the controller's last one.
     QVERIFY(await(firstWords));
     // A panel that starts again starts the server afresh: nothing is known of the controller yet.
     QCOMPARE(panel->stop(), 0);

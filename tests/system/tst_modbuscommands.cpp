@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the Modbus server's scripts are given, to the octet: the start-up description, the order of the calls
-// and the update command of every frame.
+// The arguments and files of the Modbus server's scripts, byte by byte: the start-up description, the order
+// of the calls and the update command of every frame.
 
 #include <QFile>
 #include <QTest>

@@ -131,7 +131,7 @@ void tst_Outputs::phases()
     QFETCH(QString, lit);
     Scene scene;
     QVERIFY(scene.start());
-    // All four take the command; a steady one stands beside blinking ones that show the time passing.
+    // All four apply the command; blinking outputs next to a steady one show that time passes.
     const auto value = static_cast<quint8>(command);
     QVERIFY(scene.controller.send(Frame(1).gpioState(value, value, 3, value)));
     QVERIFY(scene.panel.log().await("Add R7M"_s));

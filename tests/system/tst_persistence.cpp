@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What is left of a page when the panel starts again: what the page's scripts stored, never the page itself.
+// The data of a page after a restart of the panel: what its scripts have stored, never the page itself.
 
 #include <QTest>
 

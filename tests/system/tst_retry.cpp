@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the running panel does when its page fails: error page, retry timer, probe, and the lock-in after a
+// The running panel after a failure of its page: error page, retry timer, probe, and the lock-in after a
 // failed probe. Every request is counted at the server.
 
 #include <QTest>

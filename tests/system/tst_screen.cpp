@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a user sees: pictures of the panel's screen from waiting to page, error page and info page.
+// The user's view: pictures of the panel's screen from waiting to page, error page and info page.
 
 #include <QColor>
 #include <QDir>
@@ -130,7 +130,7 @@ void tst_Screen::controllersPageBehindItsLogin()
     Simulator simulator;
     QVERIFY(simulator.startAndListen({"--page"_s, "plain"_s, "--password"_s, "secret"_s}));
     const QImage expected = Simulator::plainPage();
-    // What the band's caption covers is less than two parts in a hundred.
+    // The band's caption covers less than two percent.
     QVERIFY(screen.awaitPicture(expected, {}, 0.02));
     QVERIFY(screen.awaitPicture(upperPart(expected), {}, 0.002));
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a service manager hears of the panel: its start, its end, and that its event loop turns. Who does not
-// ask hears nothing, and the log is the same for both.
+// The panel's messages to a service manager: its start, its end, and heartbeats of its event loop. Who does
+// not ask hears nothing, and the log is the same for both.
 
 #include <fcntl.h>
 #include <sys/stat.h>

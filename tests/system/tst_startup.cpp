@@ -60,8 +60,8 @@ void tst_Startup::commandLine_data()
         << QStringList({"-D"_s, "X"_s, "-R"_s, "Y"_s, "-v"_s}) << QString() << "true"_s
         << "X"_s
         << "Y"_s;
-    QTest::newRow("-x: one line, goes on") << QStringList("-x"_s) << "Unknown argument: -x"_s
-                                           << "false"_s << noDevice << noRelease;
+    QTest::newRow("-x: one line, continues") << QStringList("-x"_s) << "Unknown argument: -x"_s
+                                             << "false"_s << noDevice << noRelease;
     QTest::newRow("-v before a mistake: kept")
         << QStringList({"-v"_s, "-R"_s}) << "Not defined value of the argument: -R"_s
         << "true"_s << noDevice << noRelease;
@@ -130,8 +130,8 @@ void tst_Startup::stampsReadTheSameInEveryLocale()
 void tst_Startup::helpReachesAPipeAtOnce_data()
 {
     QTest::addColumn<QString>("option");
-    QTest::newRow("-h: printed, goes on") << "-h"_s;
-    QTest::newRow("--help: printed, goes on") << "--help"_s;
+    QTest::newRow("-h: printed, continues") << "-h"_s;
+    QTest::newRow("--help: printed, continues") << "--help"_s;
 }
 
 void tst_Startup::helpReachesAPipeAtOnce()

@@ -173,7 +173,7 @@ void tst_Uploads::nothingPicked()
     ask();
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-    QVERIFY(scene->awaitPage()); // the message goes by itself
+    QVERIFY(scene->awaitPage()); // the message closes by itself
     QCOMPARE(submit().value("name"_s).toString(), QString());
 }
 
@@ -199,7 +199,7 @@ void tst_Uploads::drivePulledAfterPicking()
     QVERIFY(QFile::remove(TransferScene::drive("a.txt"_s)));
     screen.tap(TransferScene::okButton);
     QVERIFY(scene->awaitPage());
-    screen.tap(submitButton); // whatever the engine makes of it, the panel goes on
+    screen.tap(submitButton); // whatever the engine does with it, the panel continues to work
     QVERIFY(scene->isAlive());
 }
 

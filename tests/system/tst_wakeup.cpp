@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The screen goes dark and wakes, and the touch that wakes it is none of the page's business.
+// The screen goes dark and wakes, and the page does not get the touch that wakes it.
 
 #include <QTest>
 
@@ -126,7 +126,7 @@ void tst_WakeUp::expectOneClickNext()
     QCOMPARE(scene->server.count("/event/dblclick"), 0);
 }
 
-/// The events that the page has told of, in order.
+/// The events that the page has reported, in order.
 QByteArrayList tst_WakeUp::events() const
 {
     QByteArrayList result;

@@ -7,7 +7,7 @@ using Varnel::CommandLine;
 
 Q_DECLARE_METATYPE(CommandLine)
 
-/// What the options mean, and what remains of a command line that is wrong.
+/// The meaning of the options, and the effect of a wrong command line.
 class tst_CommandLine : public QObject
 {
     Q_OBJECT

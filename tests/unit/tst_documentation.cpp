@@ -108,7 +108,7 @@ QStringList literalsOf(const QString& source)
     return literals;
 }
 
-/// The literals of a source text that stand in a statement which writes a line to the plain log.
+/// The literals of a source text in statements that write a line to the plain log.
 QStringList loggedLiteralsOf(const QString& source)
 {
     static const QRegularExpression statement(

@@ -5,7 +5,7 @@
 
 #include "downloadscene.h"
 
-/// What a download does when all goes well, and how it is refused.
+/// Downloads that succeed, and downloads that are refused.
 class tst_DownloadHandler : public DownloadScene
 {
     Q_OBJECT

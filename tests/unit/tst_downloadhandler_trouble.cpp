@@ -36,8 +36,8 @@ private:
 
 } // namespace
 
-/// What may come in between while a file is saved. Nothing crashes, the log says what is missing, and the
-/// drive is read-only at the end.
+/// Events while a file is saved. Nothing crashes, the log says what is missing, and the drive is read-only at
+/// the end.
 class tst_DownloadHandlerTrouble : public DownloadScene
 {
     Q_OBJECT
@@ -88,7 +88,8 @@ void tst_DownloadHandlerTrouble::savesWhatArrivedOfBrokenReply()
     QTRY_VERIFY(!reply);
 }
 
-// A controller that is switched off says no farewell: without a limit the popup would stand there for hours.
+// A controller that is switched off does not close the connection: without a limit the popup would stay for
+// hours.
 void tst_DownloadHandlerTrouble::givesUpOnSilentServer()
 {
     const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
@@ -99,7 +100,7 @@ void tst_DownloadHandlerTrouble::givesUpOnSilentServer()
     QVERIFY(silence->isActive() && silence->isSingleShot());
     silence->start(60000);
     handler->downloadProgress(10, 23);
-    QCOMPARE(silence->interval(), 120000); // each part that arrives starts the time anew
+    QCOMPARE(silence->interval(), 120000); // each part that arrives restarts the time
 
     silence->start(0);
     QTRY_COMPARE(users->remounts().size(), 2);
@@ -221,7 +222,7 @@ void tst_DownloadHandlerTrouble::secondDownloadReplacesFirst()
     const QPointer<QNetworkReply> second = offer(other, {{}, "1;2;3", 2, true});
     QTRY_COMPARE(started, QVector<bool>({true, true}));
 
-    // What had arrived of the first is on the drive, and the log says that it is not all.
+    // The part of the first file that had arrived is on the drive, and the log says that it is incomplete.
     QCOMPARE(users->content(QStringLiteral("log.txt")), QByteArray("first part"));
     QCOMPARE(criticalLines(),
              QStringList(QStringLiteral("NOW - Download to '%1' broken off: another download takes its place")

@@ -17,7 +17,7 @@
 
 using namespace Varnel;
 
-/// What the engine keeps of pages that are gone, seen by what it asks for again.
+/// The engine's cache of earlier pages, tested by its repeated requests.
 class tst_EngineCaches : public QObject
 {
     Q_OBJECT
@@ -144,7 +144,7 @@ void tst_EngineCaches::scriptThatWaitsForItsUserGoesOn()
     int cleared = 0;
     connect(&user, &QTimer::timeout, this, [&] {
         if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
-            clearEngineCaches(); // compiled code is among what goes, and some of it is running
+            clearEngineCaches(); // this also drops compiled code, and some of it is running
             ++cleared;
             dialog->accept();
         }

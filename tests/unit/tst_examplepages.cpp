@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The worked examples of the documentation are what the panel understands: the octets as they stand there are
-// accepted and give the values and register words that stand beside them.
+// The worked examples of the documentation are correct: the panel accepts their octets and gets the values
+// and register words next to them.
 #include <QtTest>
 
 #include "modbusinterface.h"

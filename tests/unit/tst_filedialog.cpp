@@ -229,7 +229,7 @@ void tst_FileDialog::downloadShowsItsName_data()
 
     QTest::newRow("plain") << QStringLiteral("log.txt");
     QTest::newRow("empty") << QString();
-    QTest::newRow("markup: as it stands") << QStringLiteral("<img src=x>.txt");
+    QTest::newRow("markup: unchanged") << QStringLiteral("<img src=x>.txt");
     QTest::newRow("300 characters: not shortened") << QString(300, QLatin1Char('n'));
 }
 

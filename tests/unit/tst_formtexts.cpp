@@ -47,7 +47,7 @@ QRect drawnPlace(const QLabel* label)
     const QFontMetrics metrics = label->fontMetrics();
     QRect place = metrics.boundingRect(label->contentsRect(), flags, label->text());
     if (!label->wordWrap()) {
-        // Of a single line only what is inked needs room.
+        // A single line needs room only for its visible pixels.
         const QRect ink = metrics.tightBoundingRect(label->text());
         place.setTop(place.top() + metrics.ascent() + ink.top());
         place.setHeight(ink.height());
@@ -85,7 +85,7 @@ void tst_FormTexts::fontOfTheUnit()
 {
     const QString expected = QStringLiteral("Liberation Sans");
     QCOMPARE(QFontInfo(QApplication::font()).family(), expected);
-    QCOMPARE(QFontInfo(QFont(QStringLiteral("Sans Serif"))).family(), expected); // the default on a desktop
+    QCOMPARE(QFontInfo(QFont(QStringLiteral("Sans Serif"))).family(), expected);  // the default on a desktop
     QVERIFY(QFontInfo(QFont(QStringLiteral("sans-serif"))).family() != expected); // a page's is the system's
 }
 

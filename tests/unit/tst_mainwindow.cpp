@@ -280,7 +280,7 @@ void tst_MainWindow::openUrlForce()
 
 void tst_MainWindow::openUrlForceChoosesTheAddress_data()
 {
-    QTest::addColumn<QString>("path"); ///< "-" stands for an empty address, "0" for 0.0.0.0
+    QTest::addColumn<QString>("path"); ///< "-" means an empty address, "0" 0.0.0.0
     QTest::addColumn<bool>("force");
     QTest::addColumn<bool>("loads");
     QTest::newRow("the current page: refused") << pagePath << false << false;

@@ -19,7 +19,7 @@
 
 using namespace Varnel;
 
-/// What the Modbus server is told: its start-up description, the scripts and their arguments, the commands.
+/// The data for the Modbus server: its start-up description, the scripts and their arguments, the commands.
 class tst_ModbusControl : public QObject
 {
     Q_OBJECT
@@ -180,7 +180,7 @@ void tst_ModbusControl::tableLength_data()
     QTest::newRow("register 0: counted, unlike in rendering") << QByteArray("0, 12") << 2.0;
     QTest::newRow("unknown id: 0") << QByteArray("99, 12") << 1.0;
     QTest::newRow("empty: 0") << QByteArray() << 0.0;
-    QTest::newRow("70000: as it stands") << QByteArray("-70000") << 70000.0;
+    QTest::newRow("70000: unchanged") << QByteArray("-70000") << 70000.0;
     QTest::newRow("two billion, twice: the sum")
         << QByteArray("-2000000000, -2000000000, 12") << 4000000001.0;
     QTest::newRow("smallest number there is: its size") << QByteArray("-2147483648") << 2147483648.0;

@@ -322,7 +322,8 @@ void tst_ModbusInterface::tableLayout_data()
     QTest::newRow("gap of two: two zeros") << QByteArray("10, -2, 11") << Words{0x0A0A, 0, 0, 0x0B0B};
     QTest::newRow("id 0: an empty gap") << QByteArray("10, 0, 11") << Words{0x0A0A, 0x0B0B};
     QTest::newRow("gaps at both ends: zeros") << QByteArray("-1, 10, -1") << Words{0, 0x0A0A, 0};
-    QTest::newRow("string: what follows moves down") << QByteArray("13, 10, 13, 11") << Words{0x0A0A, 0x0B0B};
+    QTest::newRow("string: the following registers move down")
+        << QByteArray("13, 10, 13, 11") << Words{0x0A0A, 0x0B0B};
     QTest::newRow("file order: not sorted")
         << QByteArray("11, 12, 10") << Words{0x0B0B, 0x0C0C, 0x0D0D, 0x0A0A};
     QTest::newRow("same id twice: twice") << QByteArray("10, 10") << Words{0x0A0A, 0x0A0A};

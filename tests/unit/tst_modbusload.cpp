@@ -126,7 +126,7 @@ void tst_ModbusLoad::missingFile()
                               infoLines({}, {}, {}) + QStringList(QStringLiteral("CI defs is not an array")));
     QVERIFY(bridge.GetCiTypeList().isEmpty());
 
-    // What was read before stays, but for the document.
+    // The values from before stay, except the document.
     QVERIFY(loadMapping(&bridge, mappingText(registerText(10, "u16", "u16"), tableText(100, "10"))));
     QVERIFY(!bridge.LoadConfig(path));
     QVERIFY(bridge.GetJsonCfg().isEmpty());

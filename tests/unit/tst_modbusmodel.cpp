@@ -166,7 +166,7 @@ void tst_ModbusModel::tables_data()
     QTest::addColumn<QVector<int>>("ids");
 
     const QString t = QStringLiteral("t");
-    QTest::newRow("complete: as it stands")
+    QTest::newRow("complete: unchanged")
         << QByteArray(R"({"name": "t", "mode": "rw", "address": 100, "registers": [3, -2, 3, 0, 1]})") << 100
         << t << 3 << QVector<int>{3, -2, 3, 0, 1};
     QTest::newRow("empty: zero values") << QByteArray("{}") << 0 << QString() << 0 << QVector<int>{};

@@ -436,7 +436,7 @@ void tst_NetworkAccessManager::brokenAnswers()
     QCOMPARE(first->at(0).at(0).toBool(), error);
     QCOMPARE(log.texts().size(), error ? 1 : 0);
 
-    // Nobody listens any more.
+    // The server no longer listens.
     const QUrl url = server->url(page);
     server->close();
     const QNetworkReply* const refused = await(manager->get(QNetworkRequest(url)));

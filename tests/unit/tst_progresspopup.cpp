@@ -102,7 +102,7 @@ void tst_ProgressPopup::barFillsWithoutText()
     const int full = filled(popup, empty);
     QVERIFY2(full > empty.width() - 10, qPrintable(QString::number(full)));
 
-    // A percentage would stand in the middle: the columns of the full bar's middle are all alike.
+    // A percentage would be in the middle: the columns of the full bar's middle are all alike.
     const QImage picture = bar(popup)->grab().toImage();
     const int middle = picture.width() / 2;
     for (int x = middle - 20; x < middle + 20; ++x) {

@@ -55,7 +55,7 @@ QStringList lines(std::initializer_list<const char*> texts)
 
 const char* const badMagic = "Not a RLP magic number. Drop frame";
 
-/// The checksum line for a datagram, with values that stand in it or are computed bit by bit.
+/// The checksum line for a datagram, with values that it contains or that are computed bit by bit.
 QString badChecksum(const QByteArray& octets)
 {
     const quint16 received =
@@ -244,7 +244,8 @@ void tst_RlpFrame::sender_data()
     QTest::addColumn<QHostAddress>("sender");
     QTest::addColumn<bool>("accepted");
     QTest::addColumn<QStringList>("log");
-    QTest::newRow("nobody registered: anybody") << false << stranger << true << QStringList();
+    QTest::newRow("no controller registered: any sender accepted")
+        << false << stranger << true << QStringList();
     QTest::newRow("the registered one: accepted") << true << controller << true << QStringList();
     QTest::newRow("another: dropped")
         << true << stranger << false

@@ -207,7 +207,7 @@ void tst_ScreenSaver::setScreenState()
     QVERIFY(activated.isEmpty());
 
     QVERIFY(!saver->setScreenState(ScreenSaver::ScreenInactive)); // the display file is not there
-    QVERIFY(!saver->active());                                    // but the state stands
+    QVERIFY(!saver->active());                                    // but the state has changed
     QCOMPARE(log.texts(), QStringList({dark, blankFailed}));
     QCOMPARE(log.lines().constLast().type, QtCriticalMsg);
     QVERIFY(saver->setScreenState(ScreenSaver::ScreenInactive));

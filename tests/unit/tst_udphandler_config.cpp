@@ -294,7 +294,7 @@ void tst_UdpHandlerConfig::coreReachesTheModbusServer()
     QCOMPARE(names, (Lines{"r7m.sh", "netcfg.sh", "r7m.sh", "mbserverupdate.sh", "modbuscfg.sh"}));
     QCOMPARE(calls.at(3).size(), 2);
     scripts.clear();
-    // A Core section that does not decode reaches nobody.
+    // A Core section that does not decode is not used.
     link.receiveSections({section(0x80, ""), gpioSection(1, 1, 1, 0)});
     QCOMPARE(scripts.calls().size(), 0);
 }
@@ -309,7 +309,7 @@ void tst_UdpHandlerConfig::badSectionLeavesTheOthers()
                                       QStringLiteral("Too short"), QStringLiteral("Decode error"),
                                       modbusChanged, QStringLiteral("Apply new modbus config")}));
     QCOMPARE(scripts.callLines(), Lines{"modbuscfg.sh 1 502"});
-    // What was not applied is still awaited.
+    // A configuration that was not applied is still pending.
     link.receiveSections({netCfgSection()});
     QCOMPARE(link.count(netChanged), 1);
 }

@@ -123,7 +123,7 @@ void tst_UdpHandlerOutputs::activeLevels()
     const auto low = [high](int bit) { return (high >> bit & 1) != 0 ? 0 : 1; };
     QCOMPARE(lines->writes().mid(0, 8),
              prepared(224, low(0)) + prepared(225, low(1)) + prepared(228, low(2)) + prepared(230, low(3)));
-    // 1 is lit whatever the level: the line turns it round.
+    // 1 is lit at either level: the line inverts it.
     QCOMPARE(lines->writes().mid(8), list("gpio224/value=1 gpio225/value=1 gpio228/value=1 gpio230/value=0"));
 }
 
@@ -262,7 +262,7 @@ void tst_UdpHandlerOutputs::blinkingStartsLit()
     StillLink link(*lines);
     link.handler->blinkSlowTimeout(); // all dark now
     lines->clear();
-    // Green is slow already: it goes on in its phase. Yellow changes and begins lit.
+    // Green is slow already: it stays in its phase. Yellow changes and begins lit.
     link.receiveSections({gpioSection(2, 3, 2, 0)});
     QCOMPARE(lines->writes(), prepared(225, 1) + list("gpio225/value=1 gpio230/value=0"));
     lines->clear();
@@ -395,8 +395,8 @@ void tst_UdpHandlerOutputs::lossKeepsTheBuzzer_data()
     QTest::addColumn<QString>("fast");
     QTest::newRow("off: silent") << 0 << QString() << QString();
     QTest::newRow("on: sounds on") << 1 << QString() << QString();
-    QTest::newRow("slow: goes on slowly") << 2 << QStringLiteral("gpio230/value=0") << QString();
-    QTest::newRow("fast: goes on fast") << 3 << QString() << QStringLiteral("gpio230/value=0");
+    QTest::newRow("slow: keeps blinking slowly") << 2 << QStringLiteral("gpio230/value=0") << QString();
+    QTest::newRow("fast: keeps blinking fast") << 3 << QString() << QStringLiteral("gpio230/value=0");
 }
 
 void tst_UdpHandlerOutputs::lossKeepsTheBuzzer()

@@ -78,7 +78,7 @@ void tst_Watchdog::startAndEndAreTold()
     const Managed managed(socket);
     Watchdog watchdog;
     watchdog.announceReady();
-    feedWatchdog(); // no interval: nobody waits for it
+    feedWatchdog(); // no interval: no heartbeat is expected
     watchdog.announceEnd();
     QCOMPARE(socket.messages(), QStringList({QStringLiteral("READY=1"), QStringLiteral("STOPPING=1")}));
 }

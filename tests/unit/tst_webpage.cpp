@@ -278,7 +278,7 @@ void tst_WebPage::unsupportedContentGoesToTheDownload()
 
 QNetworkReply* tst_WebPage::failedReply(PanelView& panel, const QString& path)
 {
-    // From a manager of its own, so that nobody else handles and deletes it.
+    // From a manager of its own, so that no other object handles and deletes it.
     auto* const manager = new QNetworkAccessManager(&panel.window);
     QNetworkReply* const reply = manager->get(QNetworkRequest(server->url(path)));
     QSignalSpy finished(reply, &QNetworkReply::finished);
@@ -321,7 +321,7 @@ void tst_WebPage::failedUnsupportedContent()
 
 void tst_WebPage::failedDownloadLink()
 {
-    // A file that is gone is a failure of the page, whatever the download made of its first octets.
+    // A file that is gone is a failure of the page, even if the download has saved its first bytes.
     WebServer::Answer gone;
     gone.status = "404 Not Found";
     gone.headers = "Content-Type: application/octet-stream\r\n";

@@ -207,7 +207,7 @@ void tst_WebView::failures_data()
     QTest::newRow("404") << QByteArray("404 Not Found");
     QTest::newRow("500") << QByteArray("500 Internal Server Error");
     QTest::newRow("503") << QByteArray("503 Service Unavailable");
-    QTest::newRow("nobody listens") << QByteArray();
+    QTest::newRow("no server listens") << QByteArray();
 }
 
 void tst_WebView::failures()

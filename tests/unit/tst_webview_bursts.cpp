@@ -151,7 +151,7 @@ void tst_WebViewBursts::outermostPageWins()
     QTRY_VERIFY(panel.text().startsWith(text));
     panel.waitForQuiet();
     QVERIFY(panel.text().startsWith(text));
-    // What was cancelled has failed: each part is reported, and the retry is due.
+    // A cancelled request has failed: each part is reported, and the retry is due.
     QCOMPARE(panel.count(fail), mainPending ? 1 : 3);
     QVERIFY(panel.timer()->isActive());
 }
@@ -182,7 +182,7 @@ void tst_WebViewBursts::openRequestsAtTheEnd()
     }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     QCoreApplication::processEvents();
-    // Window, view and page are gone, with all that was open; a page that goes down reports to nobody.
+    // Window, view and page are gone, with all open requests; a page that is being destroyed reports nothing.
     const QStringList lines = log.texts();
     QVERIFY2(!lines.contains(QStringLiteral("HTTP ERROR")), qPrintable(lines.join(QLatin1Char('\n'))));
     QVERIFY(!lines.contains(fail));

@@ -21,7 +21,7 @@ namespace {
 
 const QString indexPath = QStringLiteral("/index.html");
 
-/// Does something as soon as a dialog stands on the screen, from the dialog's own event loop.
+/// Does something as soon as a dialog is on the screen, from the dialog's own event loop.
 class OnDialog : public QObject
 {
     Q_OBJECT
@@ -64,7 +64,7 @@ void answerYes(QDialog* dialog)
 } // namespace
 
 /// The dialogs that a page's scripts open (alert, confirm, prompt), and a panel that goes to another page
-/// while one of them stands on the screen.
+/// while one of them is open.
 class tst_WebViewDialogs : public QObject
 {
     Q_OBJECT
@@ -79,7 +79,7 @@ private slots:
     void changeClosesDialogs_data();
     void changeClosesDialogs();
     void lastChangeWins();
-    void farewellsAreNotAsked();
+    void beforeUnloadIsNotAsked();
     void userIsAskedBeforeLeaving();
 
 private:
@@ -101,7 +101,7 @@ void tst_WebViewDialogs::answerReachesScript_data()
 {
     QTest::addColumn<QByteArray>("script");
     QTest::addColumn<QString>("text");
-    QTest::newRow("alert: script goes on") << QByteArray("alert('A'); document.write('on')") << "on";
+    QTest::newRow("alert: script continues") << QByteArray("alert('A'); document.write('on')") << "on";
     QTest::newRow("confirm: true") << QByteArray("document.write(confirm('C'))") << "true";
     QTest::newRow("prompt: the text") << QByteArray("document.write(prompt('P', 'seven'))") << "seven";
 }
@@ -214,8 +214,8 @@ void tst_WebViewDialogs::lastChangeWins()
     QCOMPARE(panel.count(QStringLiteral("wv: Load error page ( \"default\" )")), 1);
 }
 
-// Nobody may be there to say yes, and the page is gone in any case.
-void tst_WebViewDialogs::farewellsAreNotAsked()
+// There may be no user to confirm, and the page changes in any case.
+void tst_WebViewDialogs::beforeUnloadIsNotAsked()
 {
     server->serve(indexPath, "<html><body>page<script>window.onbeforeunload = function() { return 'stay?'; };"
                              "window.onunload = function() { alert('bye'); };</script></body></html>");

@@ -69,7 +69,7 @@ QString wholePage(const QString& background,
            device + QStringLiteral("</div><div/></body></html>");
 }
 
-/// What the engine makes of `html`.
+/// The engine's view of `html`.
 QString asParsed(const QString& html)
 {
     QWebPage page;

@@ -12,7 +12,7 @@ using ShowPage = std::function<void(WebView*, const QUrl&)>;
 
 Q_DECLARE_METATYPE(ShowPage)
 
-/// What the view does after a failure: wait, probe the default address, load it, or tick on.
+/// The view after a failure: wait, probe the default address, load it, or tick on.
 class tst_WebViewRetry : public QObject
 {
     Q_OBJECT
@@ -124,7 +124,7 @@ void tst_WebViewRetry::runningTimerIsLeftAlone()
     QTRY_VERIFY(panel.timer()->remainingTime() < panel.timer()->interval() - 20);
     panel.view->handleLoadFinished(false);
     panel.view->handleLoadFinished(false);
-    QVERIFY(panel.timer()->remainingTime() < panel.timer()->interval() - 20); // not started anew
+    QVERIFY(panel.timer()->remainingTime() < panel.timer()->interval() - 20); // not restarted
     QCOMPARE(panel.count(fail), 3);
 }
 
@@ -289,7 +289,7 @@ void tst_WebViewRetry::probesThatFail_data()
     QTest::newRow("404") << QByteArray("404 Not Found");
     QTest::newRow("401") << QByteArray("401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"controller\"");
     QTest::newRow("500") << QByteArray("500 Internal Server Error");
-    QTest::newRow("nobody listens") << QByteArray();
+    QTest::newRow("no server listens") << QByteArray();
 }
 
 void tst_WebViewRetry::probesThatFail()

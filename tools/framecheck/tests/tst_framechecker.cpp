@@ -9,7 +9,7 @@
 #include "reportwriter.h"
 #include "wirelayout.h"
 
-/// What the checker says about frames of another program's encoder.
+/// The checker's output about frames of another program's encoder.
 class tst_FrameChecker : public QObject
 {
     Q_OBJECT

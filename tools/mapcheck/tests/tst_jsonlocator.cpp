@@ -153,7 +153,7 @@ void tst_JsonLocator::deepNesting()
 
 namespace {
 
-/// Compares the line of every value below `value` with the line on which its name or text stands.
+/// Compares the line of every value below `value` with the line of its name or text.
 void compareAll(const JsonLocator& locator, const QList<QByteArray>& lines, const QJsonValue& value,
                 const JsonPath& path, int* compared)
 {

@@ -39,7 +39,7 @@ struct Field
     QString shown;
 };
 
-/// What one of the two programs says about a frame.
+/// One program's output about a frame.
 struct Said
 {
     bool isAccepted = false;
@@ -58,7 +58,7 @@ QByteArray output(const QString& program, const QStringList& arguments)
     return process.readAllStandardOutput();
 }
 
-/// What tshark prints with the dissector.
+/// The output of tshark with the dissector.
 QByteArray tshark(const QStringList& arguments)
 {
     return output(QStringLiteral("tshark"),
