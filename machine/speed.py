@@ -100,7 +100,8 @@ def measure(box):
         panel.start_time() - panel.log_time("eth1: (Gained carrier|Configured)"), 1)
     start_controller(panel, "--sections", "devinfo,gpiostate", "--map", "/usr/local/etc/modbus.map")
     painted(panel)
-    panel.output("systemctl restart varnel-browser", WAIT)
+    # What was on the screen would still be there.
+    panel.output("systemctl stop varnel-browser; head -c 1536000 /dev/zero > /dev/fb0; systemctl start varnel-browser", WAIT)
     row("process started to page painted, warm", painted(panel) - panel.start_time(), 4)
     do(panel, "sections list=devinfo,gpiostate,core")
     spans = longest(panel, "sleep 20")

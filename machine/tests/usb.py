@@ -112,8 +112,9 @@ def filesystems(box):
     panel, _ = box.booted()
     open_files(panel)
     wanted = body(SIZES["report"])
-    for stick in (Stick(box, "fat", FAT, partition=True), Stick(box, "whole-fat", FAT), Stick(box, "exfat", ("mkfs.exfat",)),
-                  Stick(box, "ext4", ("mkfs.ext4", "-q"))):
+    ext4 = Stick(box, "ext4", ("mkfs.ext4", "-q"))
+    subprocess.run(["debugfs", "-w", "-R", "set_inode_field / mode 040777", ext4.path], check=True, capture_output=True)
+    for stick in (Stick(box, "fat", FAT, partition=True), Stick(box, "whole-fat", FAT), Stick(box, "exfat", ("mkfs.exfat",)), ext4):
         stick.plug(panel)
         await_stick(panel)
         save(panel)
