@@ -223,7 +223,7 @@ class Machine:
                 "-device", "virtserialport,chardev=agent,name=org.qemu.guest_agent.0",
                 "-device", "virtio-rng-pci",
                 "-rtc", f"base={changes.get('clock', 'utc')},clock=vm",
-                "-qmp", f"unix:{self.path('monitor')},server=on,wait=off", *changes.get("options", [])]
+                "-qmp", f"unix:{self.path('monitor')},server=on,wait=off", *changes.get("extra", [])]
 
     def start(self, cables=("plant", "link")):
         """Switches the machine on, with these cables plugged in."""

@@ -36,7 +36,7 @@ def tcp(box):
 def rtu(box):
     """RTU: a master at the other end of the serial line"""
     box.dhcp_server()
-    panel = box.panel(options=["-chardev", "pty,id=line", "-device", "isa-serial,chardev=line,index=1"]).start()
+    panel = box.panel(extra=["-chardev", "pty,id=line", "-device", "isa-serial,chardev=line,index=1"]).start()
     line = next(part["filename"] for part in panel.monitor("query-chardev") if part["label"] == "line").removeprefix("pty:")
     panel.await_agent()
     panel.output("sed -i -e 's/^;ModbusMode=.*/ModbusMode=rtu/' -e 's,^;ModbusInterface=.*,ModbusInterface=1:/dev/ttyS1:19200:8N1,' "
