@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What stands around the panel: the plant's network and the controller's, each a tap device, and who lives there."""
+"""The panel's surroundings: the plant's network and the controller's, each a tap device, and their hosts."""
 import json
 import os
 import subprocess

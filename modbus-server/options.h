@@ -8,7 +8,7 @@
 
 namespace Varnel {
 
-/// What the command line asks for.
+/// The options of the command line.
 struct ServerOptions
 {
     /// "system", "session" or a D-Bus address.

@@ -6,7 +6,7 @@
 
 namespace Varnel {
 
-/// What the command line asked for.
+/// The options of the command line.
 struct CommandLine
 {
     bool verbose = false;

@@ -37,7 +37,7 @@ QString Helpers::now()
 
 void Helpers::sleep(int milliseconds)
 {
-    // Nobody signals the condition, so the wait ends with its time-out.
+    // No thread signals the condition, so the wait ends with its time-out.
     QMutex mutex;
     QWaitCondition never;
     mutex.lock();

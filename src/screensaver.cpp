@@ -63,7 +63,7 @@ ScreenSaver::ScreenSaver()
         timerAsleep = new QTimer(this);
         timerAsleep->setTimerType(Qt::PreciseTimer); // a coarse timer may be 5 % early
     }
-    // The initial state is inactive, so this writes the display files, whatever they held before.
+    // The initial state is inactive, so this writes the display files, whatever their previous content.
     setScreenState(ScreenActive);
 }
 

@@ -49,7 +49,7 @@ public:
     explicit SpawnOptions(bool showErrors)
     {
         ::posix_spawn_file_actions_init(&actions);
-        // Nobody reads the output, and a pipe would break when a background child outlives the script.
+        // The output is not used, and a pipe would break when a background child outlives the script.
         ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, nullDevice, O_RDONLY, 0);
         ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, nullDevice, O_WRONLY, 0);
         if (!showErrors) {

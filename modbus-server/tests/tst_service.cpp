@@ -84,7 +84,7 @@ QString tst_Service::goodInit()
         QByteArray::number(port) + "}}");
 }
 
-/// What a client gets for a read request, from the function code on; empty when it cannot connect.
+/// A client's answer to a read request, from the function code on; empty when it cannot connect.
 QByteArray tst_Service::read(int address, int count) const
 {
     QTcpSocket socket;

@@ -42,7 +42,7 @@
     ];
 
     /* Keys of the link sheet: text, action, look; "reload" asks for the page again afterwards. */
-    var deeds = [
+    var linkKeys = [
         ['Silent 5 s', { 'do': 'silence', seconds: 5 }, 'warn'],
         ['Silent 15 s', { 'do': 'silence', seconds: 15 }, 'warn'],
         ['Silent', { 'do': 'silence' }, 'warn'],
@@ -240,11 +240,11 @@
 
     function drawLink(parent) {
         parent.className = 'sheet grid' + (sheet === 'link' ? ' on' : '');
-        deeds.forEach(function (deed, index) {
-            if (deed[3] === 'neighbour' && !state.neighbour)
+        linkKeys.forEach(function (linkKey, index) {
+            if (linkKey[3] === 'neighbour' && !state.neighbour)
                 return;
-            place(key(parent, deed[0], deed[2], function () {
-                send(deed[1], deed[3] === 'reload' ? function () { location.reload(); } : null);
+            place(key(parent, linkKey[0], linkKey[2], function () {
+                send(linkKey[1], linkKey[3] === 'reload' ? function () { location.reload(); } : null);
             }), 18 + (index % 3) * 221, 12 + Math.floor(index / 3) * 68);
         });
     }

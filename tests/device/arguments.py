@@ -48,7 +48,7 @@ OID = r"\.?\d+(?:\.\d+)*"
 USER_WORDS = rf"{WORD}(?: (?:MD5|SHA) {PHRASE}(?: (?:DES|AES) {PHRASE})?)?"
 V3_OPTIONS = rf'-v 3 -u "{WORD}" -l \w+(?: -a (?:MD5|SHA) -A {PHRASE}(?: -x (?:DES|AES) -X {PHRASE})?)?'
 
-# What a line of each kind of configuration may look like, as the daemons will read it.
+# The format of a line of each kind of configuration, as the daemons read it.
 MEANT = {
     "snmpd": rf"""# Written by .*|agentAddress udp:{PORT}|view varnel included {OID}|createUser {USER_WORDS}
         |rouser -s usm {WORD} \w+ -V varnel \*|com2sec -Cn {WORD} varnel default {WORD}|group varnel v(?:1|2c) varnel

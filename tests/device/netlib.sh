@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What the two tests of netcfg.sh share: the network behind the panel with a DHCP server, and the refusals, which are
+# The two tests of netcfg.sh share this: the network behind the panel with a DHCP server, and the refusals, which are
 # the same whatever manages the network. Needs testlib.sh.
 
 prepare_network() {

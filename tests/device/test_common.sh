@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# What the scripts share: checks, settings, files that change in one step; and what all scripts have in common.
+# The scripts' shared part: checks, settings, files that change in one step; and the rules common to all scripts.
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
 enter_namespace "$@"

@@ -23,7 +23,7 @@ networkd_answers() {
         NameHasOwner s org.freedesktop.network1 | grep -q true
 }
 
-# What a distribution brings for every wired interface must not win over ours.
+# A distribution's file for every wired interface must not override ours.
 cat >/etc/systemd/network/80-wired.network <<'END'
 [Match]
 Name=e*

@@ -7,7 +7,7 @@ enter_namespace "$@"
 
 POINT=/run/usbmnt
 
-# One secret of each kind, each in the place where it stands on a panel.
+# One secret of each kind, each in its place on a panel.
 PASSWORD='Web,site-Secret1'
 COMMUNITY=communitySecret2
 USER_NAME=userSecret3

@@ -132,7 +132,7 @@ VALUE="\"value of $CONTROLLER\""
 
 # --- the agent, each security model ---
 
-# What the trial run of snmpd finds around it.
+# The environment of the trial run of snmpd.
 : >"$WORK/trial"
 chmod 0666 "$WORK/trial"
 cat >/usr/local/sbin/snmpd <<'END'
@@ -276,7 +276,7 @@ run 1 "snmptrap.sh add with a short pass phrase: refused" snmptrap.sh add "$MANA
 run 1 "apply after a refused destination: refused" snmpctl.sh apply
 said "a step was refused, the former SNMP configuration stays"
 
-# What only net-snmp itself finds wrong.
+# Errors that only net-snmp itself finds.
 run 0 "init" snmpctl.sh init
 run 0 "snmpcfg.sh with too long a context" snmpcfg.sh "$CONTROLLER" 161 "$(printf '%040d' 0)" comm "$OID" V2
 run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 162 V2 c

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh disable=SC2034
-# What the tests of the device scripts share. A test begins with
+# The tests of the device scripts share this. A test begins with
 #
 #     set -eu
 #     . "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"

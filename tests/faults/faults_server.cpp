@@ -62,7 +62,7 @@ bool acceptInSilence(FaultBench& bench)
     return true;
 }
 
-/// With both keys that let the panel come back by itself. What has no answer is soon tried again.
+/// With both keys that let the panel recover by itself. A request without an answer is soon tried again.
 bool askForRecovery(FaultBench& bench)
 {
     bench.settings.set("Network/PageTimeout", "2").set("Network/ProbeAgain", "true");

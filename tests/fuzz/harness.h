@@ -55,7 +55,7 @@ private:
     }
 };
 
-/// The input, taken from its front. What is not there any more reads as 0 or as nothing.
+/// The input, taken from its front. A read past the end gives 0 or nothing.
 class Input
 {
 public:

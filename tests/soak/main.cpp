@@ -13,7 +13,7 @@ int main(int argc, char** argv)
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("DIRECTORY"), QStringLiteral("takes soak.csv"));
     parser.addPositionalArgument(QStringLiteral("SECONDS"), QStringLiteral("how long to run"));
-    parser.addPositionalArgument(QStringLiteral("COMMAND"), QStringLiteral("stands in front of the panel"),
+    parser.addPositionalArgument(QStringLiteral("COMMAND"), QStringLiteral("prefix of the panel's command"),
                                  QStringLiteral("[COMMAND...]"));
     parser.process(application);
     bool isNumber = false;

@@ -109,8 +109,8 @@ private:
         }
     }
 
-    /// The text of one write. What follows it in the pipe belongs to later ones: the texts of each file have
-    /// one length.
+    /// The text of one write. Later text in the pipe belongs to later ones: the texts of each file have one
+    /// length.
     QByteArray take(const QString& name)
     {
         const bool single =

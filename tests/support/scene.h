@@ -8,8 +8,8 @@
 #include "standinsys.h"
 #include "webserver.h"
 
-/// The panel and all that surrounds it, fresh for one test: stand-in files, recording scripts, a controller
-/// at 192.168.7.2 that sends frames by hand, and its web server.
+/// The panel and its surroundings, created for one test: stand-in files, recording scripts, a controller at
+/// 192.168.7.2 that sends frames by hand, and its web server.
 class Scene
 {
 public:

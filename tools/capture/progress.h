@@ -12,7 +12,7 @@
 class Progress
 {
 public:
-    /// `word` stands before the percentage; `isWanted` false: nothing is shown.
+    /// `word` is shown before the percentage; if `isWanted` is false, nothing is shown.
     Progress(const char* word, qint64 wholeSize, bool isWanted = true)
         : verb(word)
         , whole(wholeSize)

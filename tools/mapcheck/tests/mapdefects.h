@@ -35,7 +35,7 @@ inline QVector<MapDefect> mapDefects()
             defects.last().mapping = whole.join('\n');
         } else if (!from.isEmpty()) {
             if (defects.last().mapping.count(from.join('\n')) != 1) {
-                qFatal("%s: its text does not stand once in the mapping", defects.last().name.constData());
+                qFatal("%s: its text is not exactly once in the mapping", defects.last().name.constData());
             }
             defects.last().mapping.replace(from.join('\n'), to.join('\n'));
         }

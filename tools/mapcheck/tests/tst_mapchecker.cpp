@@ -5,7 +5,7 @@
 #include "mapchecker.h"
 #include "mapdefects.h"
 
-/// What the checker finds in mappings with one defect each, and in hostile texts.
+/// The checker's findings in mappings with one defect each, and in hostile texts.
 class tst_MapChecker : public QObject
 {
     Q_OBJECT
