@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <QTest>
+#include <QtEndian>
 
 #include "exposeddecoder.h"
 #include "frame.h"
