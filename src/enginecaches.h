@@ -7,7 +7,7 @@ namespace Varnel {
 /// page needs. Call it once, before the first page.
 void limitEngineCaches();
 
-/// Empties these caches. What is on the screen stays.
+/// Empties these caches. The screen does not change.
 void clearEngineCaches();
 
 } // namespace Varnel

@@ -158,7 +158,7 @@ check "V2: nothing can be written" sh -c "! ip netns exec far snmpset -r 0 -t 0.
     $OID.1.0 s x >/dev/null 2>&1"
 
 configure 192.168.7.21 161 "" @CONTROLLER@ "$OID" V3NOPRIV hashuser MD5 "at @CONTROLLER@"
-check "a placeholder's look-alike in a pass phrase stays" grep -qF '"at @CONTROLLER@"' /etc/snmp/snmpd.conf
+check "the text @CONTROLLER@ in a pass phrase stays" grep -qF '"at @CONTROLLER@"' /etc/snmp/snmpd.conf
 
 configure "$CONTROLLER" 161 "" comm .1.3.6.1.2.1.1 V2
 check_equal "V2: the controller's system group, not the panel's" "\"controller $CONTROLLER\"" \

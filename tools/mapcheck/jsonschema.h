@@ -9,12 +9,13 @@
 #include "jsonlocator.h"
 
 /// Checks JSON values against a schema that uses a part of JSON Schema draft 7: $ref within the schema, type,
-/// enum, minimum, maximum, items, required, properties, additionalProperties and the pattern of propertyNames.
+/// enum, minimum, maximum, items, required, properties, additionalProperties and the pattern of
+/// propertyNames.
 ///
-/// Debian's header-only validator, valijson, does not replace it. For a wrong value it reports "Value type not
-/// permitted by 'type' constraint." or "Failed to match against any enum values.", so the technician does not
-/// learn which type or values are allowed. It reports each violation once more for every object around it, and
-/// it ignores propertyNames.
+/// Debian's header-only validator, valijson, does not replace it. For a wrong value it reports "Value type
+/// not permitted by 'type' constraint." or "Failed to match against any enum values.", so the technician does
+/// not learn which type or values are allowed. It reports each violation once more for every object around
+/// it, and it ignores propertyNames.
 class JsonSchema
 {
 public:

@@ -53,8 +53,8 @@ void tst_Board::readsLine_data()
     QTest::addColumn<QByteArray>("activeLow");
     QTest::addColumn<QByteArray>("value");
     QTest::addColumn<BoardLine>("expected");
-    QTest::newRow("kernel's line ends: ignored")
-        << QByteArray("out\n") << QByteArray("0\n") << QByteArray("1\n") << BoardLine{true, true, true, false};
+    QTest::newRow("kernel's line ends: ignored") << QByteArray("out\n") << QByteArray("0\n")
+                                                 << QByteArray("1\n") << BoardLine{true, true, true, false};
     QTest::newRow("bare values, active low: on")
         << QByteArray("out") << QByteArray("1") << QByteArray("1") << BoardLine{true, true, true, true};
     QTest::newRow("value 0: off") << QByteArray("out") << QByteArray("1") << QByteArray("0")
