@@ -2,6 +2,7 @@
 // Events while a file is saved: time, the page, the link, the screen, the drive, the end.
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -41,12 +42,16 @@ public:
     {
         mounted =
             Program::runTool({"mount"_s, "-t"_s, "tmpfs"_s, "-o"_s, "ro,size=64k"_s, "drive"_s, "/usbmnt"_s});
-        for (const auto& name : {"usbremount.sh"_s, "varnel-common.sh"_s}) {
+        for (const auto& name : {"usbremount.sh"_s, "varnel-panel.sh"_s, "varnel-common.sh"_s}) {
             const QString target = "/usr/local/bin/"_s + name;
             QFile::remove(target);
             mounted =
                 QFile::copy(QStringLiteral(VARNEL_SOURCE_DIR "/device/scripts/") + name, target) && mounted;
         }
+        // usbremount.sh leaves alone what usbdrive.sh has not mounted.
+        QDir().mkpath("/run/varnel"_s);
+        QFile record("/run/varnel/usbdrive.device"_s);
+        mounted = record.open(QIODevice::WriteOnly) && record.write("drive\n") > 0 && mounted;
     }
 
     ~MountedDrive() { Program::runTool({"umount"_s, "/usbmnt"_s}); }
