@@ -197,7 +197,7 @@ void tst_RequestHandler::statusBlockTellsTheAge()
     QCOMPARE(status(start), hex("04 08 0000 0000 0001 0001"));
     QCOMPARE(status(start + 9999ms), hex("04 08 0009 0000 0001 0001"));
     QCOMPARE(status(start + 10s), hex("04 08 000A 0000 0001 0000"));
-    QCOMPARE(status(start + 100h), hex("04 08 FFFF 0000 0001 0000"));
+    QCOMPARE(status(start + std::chrono::hours(100)), hex("04 08 FFFF 0000 0001 0000"));
     for (int i = 0; i < 0xFFFF; ++i) {
         QVERIFY(store.publish({}, start + 1s)); // the counter's low word passes its end
     }
