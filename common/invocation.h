@@ -9,7 +9,8 @@
 
 namespace Varnel {
 
-/// What main() does with a command line: run with `options`, or print `output` and end with `status`.
+/// The result of reading a command line: main() runs with `options`, or prints `output` and ends with
+/// `status`.
 template<typename Options>
 struct Invocation
 {

@@ -15,8 +15,8 @@ namespace Simulator {
 class Site
 {
 public:
-    /// What the control address calls: perform() does an action; status() returns the controller's present
-    /// state.
+    /// Operations behind the control address: perform() does an action; status() returns the controller's
+    /// present state.
     struct Control
     {
         std::function<Varnel::Outcome<>(const QJsonObject& action)> perform;

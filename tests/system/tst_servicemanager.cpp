@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The panel's messages to a service manager: its start, its end, and heartbeats of its event loop. Who does
-// not ask hears nothing, and the log is the same for both.
+// The panel's messages to a service manager: its start, its end, and heartbeats of its event loop. A manager
+// that does not ask receives none, and the log is the same in both cases.
 
 #include <fcntl.h>
 #include <sys/stat.h>
