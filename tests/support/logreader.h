@@ -8,15 +8,11 @@
 #include <QRegularExpression>
 #include <QStringList>
 
+#include "literals.h"
+
 /// How long a test waits for an event before it gives up: generous, since a loaded machine is slow and a
 /// passing test never waits it out.
 constexpr std::chrono::milliseconds patience{20000};
-
-/// "text"_s: the QString that QStringLiteral("text") makes, easier on the eye where tests are full of them.
-inline QString operator""_s(const char* text, std::size_t size)
-{
-    return QString::fromUtf8(text, static_cast<int>(size));
-}
 
 /// The lines that a program has written, kept whole and in order, with a reading position: each successful
 /// await moves the position behind the line it found, so successive awaits prove an order. A time stamp

@@ -5,6 +5,8 @@
 #include <QVector>
 #include <QtGlobal>
 
+#include "literals.h"
+
 /// Records every line written to Qt's log while it lives, in order and with its type, and keeps them off the
 /// terminal. Recorders nest: the innermost one gets the lines. Main thread only.
 class LogRecorder
