@@ -2,11 +2,11 @@
 // The values of a section come from the panel's records, so they are what the panel has read.
 #include "framefields.h"
 
-#include <algorithm>
 #include <iterator>
 #include <optional>
 
 #include "fieldreader.h"
+#include "sectionkinds.h"
 
 using namespace Varnel;
 
@@ -172,27 +172,6 @@ constexpr SectionField sectionTable[] = {
     {SectionType::ModbusCfg, "modbuscfg.tcp_port", 6, 2, modbus<&modbuscfg_s::tcp_port>, "its port"},
 };
 
-struct SectionKind
-{
-    const char* name;
-    int size;
-    SectionType type;
-};
-
-constexpr SectionKind kinds[] = {
-    {"DevInfo", 28, SectionType::DevInfo},    {"GpioState", 8, SectionType::GpioState},
-    {"NetCfg", 26, SectionType::NetCfg},      {"SnmpCfg", 580, SectionType::SnmpCfg},
-    {"ModbusCfg", 8, SectionType::ModbusCfg}, {"Core", 0, SectionType::Core},
-};
-
-const SectionKind* findKind(quint16 type)
-{
-    const auto* const kind = std::find_if(std::begin(kinds), std::end(kinds), [type](const SectionKind& one) {
-        return quint16(one.type) == type;
-    });
-    return kind == std::end(kinds) ? nullptr : kind;
-}
-
 QString meaningOf(const SectionField& field, const QJsonValue& value)
 {
     QString text = QLatin1String(field.meaning);
@@ -295,12 +274,25 @@ QVector<FrameField> sectionFields(const WalkedSection& section, const RlpFrame& 
 
 QString sectionName(quint16 type)
 {
-    const SectionKind* const kind = findKind(type);
-    return kind != nullptr ? QString(QLatin1String(kind->name)) : QStringLiteral("unknown");
+    switch (SectionType(type)) { // no default: the compiler tells when a kind lacks its name
+    case SectionType::DevInfo:
+        return QStringLiteral("DevInfo");
+    case SectionType::GpioState:
+        return QStringLiteral("GpioState");
+    case SectionType::SnmpCfg:
+        return QStringLiteral("SnmpCfg");
+    case SectionType::NetCfg:
+        return QStringLiteral("NetCfg");
+    case SectionType::Core:
+        return QStringLiteral("Core");
+    case SectionType::ModbusCfg:
+        return QStringLiteral("ModbusCfg");
+    }
+    return QStringLiteral("unknown");
 }
 
 int sectionSize(quint16 type)
 {
-    const SectionKind* const kind = findKind(type);
+    const SectionKind* const kind = findSectionKind(type);
     return kind != nullptr ? kind->size : 0;
 }
