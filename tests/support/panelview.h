@@ -34,6 +34,12 @@ public:
     /// The view's retry timer.
     QTimer* timer() const { return view->findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly); }
 
+    /// Runs a script in the page.
+    QVariant evaluate(const char* script) const
+    {
+        return frame()->evaluateJavaScript(QString::fromLatin1(script));
+    }
+
     /// The text on the page as the user sees it.
     QString text() const { return frame()->toPlainText().trimmed(); }
 
@@ -55,8 +61,7 @@ public:
     void waitForQuiet() const
     {
         const auto isComplete = [this] {
-            return frame()->evaluateJavaScript(QStringLiteral("document.readyState")).toString() ==
-                   QLatin1String("complete");
+            return evaluate("document.readyState").toString() == QLatin1String("complete");
         };
         if (!QTest::qWaitFor(isComplete)) {
             qFatal("the page does not come to rest");
@@ -81,4 +86,26 @@ private:
 public:
     Varnel::MainWindow window;
     Varnel::WebView* view = nullptr;
+};
+
+/// A way from the page on the screen to another one, to `next` where it takes an address.
+using PageChange = void (*)(PanelView& panel, const QUrl& next);
+Q_DECLARE_METATYPE(PageChange)
+
+struct PageChanges
+{
+    static void load(PanelView& panel, const QUrl& next) { panel.view->loadUrl(next); }
+    static void request(PanelView& panel, const QUrl& next)
+    {
+        panel.view->loadRequest(QNetworkRequest(next));
+    }
+    static void setUrl(PanelView& panel, const QUrl& next) { panel.view->setUrl(next); }
+    static void reload(PanelView& panel, const QUrl& /*next*/) { panel.view->reloadUrl(); }
+    static void force(PanelView& panel, const QUrl& next)
+    {
+        panel.window.openUrlForce(next.toString(), true);
+    }
+    static void fail(PanelView& panel, const QUrl& /*next*/) { panel.view->handleLoadFinished(false); }
+    static void showInfo(PanelView& panel, const QUrl& /*next*/) { panel.view->displayInfoFront({}); }
+    static void showError(PanelView& panel, const QUrl& /*next*/) { panel.window.displayError({}); }
 };

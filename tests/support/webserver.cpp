@@ -110,6 +110,12 @@ void WebServer::serve(const Path& path, const QByteArray& body, const QByteArray
     serve(path, answer);
 }
 
+void WebServer::hold(const Path& path, const QByteArray& body)
+{
+    serve(path, body);
+    answers[path].silent = true;
+}
+
 void WebServer::answer(const Path& path, const QByteArray& octets, AfterAnswer after)
 {
     Answer answer;

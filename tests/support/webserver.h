@@ -81,6 +81,8 @@ public:
     void serve(const Path& path, const QByteArray& body, const QByteArray& contentType = "text/html");
     /// The same with exactly these octets.
     void answer(const Path& path, const QByteArray& octets, AfterAnswer after = AfterAnswer::Close);
+    /// Answers with the page `body`, but only on release().
+    void hold(const Path& path, const QByteArray& body = {});
     /// Answers with `status` (such as "404 Not Found") and a short text.
     void refuse(const Path& path, const QByteArray& status);
     /// Sends a page without end.
