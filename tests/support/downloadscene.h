@@ -10,12 +10,12 @@
 #include <QNetworkReply>
 #include <QPointer>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QTest>
 
 #include "dialogdriver.h"
 #include "downloadhandler.h"
 #include "logrecorder.h"
+#include "logstamps.h"
 #include "screensaver.h"
 #include "usbstick.h"
 #include "webserver.h"
@@ -26,7 +26,7 @@
 class DownloadScene : public QObject
 {
 protected:
-    const QString logPath = QStringLiteral("/logs/log.txt");
+    const QString logPath = "/logs/log.txt"_s;
 
     void setUp()
     {
@@ -40,8 +40,8 @@ protected:
         messages.clear();
         started.clear();
         answerChooser(QDialogButtonBox::Ok);
-        user->onWaiting(QStringLiteral("TimedPopup"), [this](QDialog* popup) {
-            messages << popup->findChild<QLabel*>(QStringLiteral("lblMsg"))->text();
+        user->onWaiting("TimedPopup"_s, [this](QDialog* popup) {
+            messages << popup->findChild<QLabel*>("lblMsg"_s)->text();
             popup->close();
         });
     }
@@ -82,15 +82,21 @@ protected:
         return offer(path);
     }
 
-    /// The log so far, with the time stamps replaced by "NOW".
-    QStringList lines() const
+    /// Offers a log whose second half comes on release() only, and waits until its first half is there.
+    QPointer<QNetworkReply> offerHalf()
     {
-        QStringList result = log->texts();
-        result.replaceInStrings(
-            QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} - ")),
-            QStringLiteral("NOW - "));
-        return result;
+        const QPointer<QNetworkReply> reply = offer(logPath, {{}, "first part, second part", 10, true});
+        const auto isThere = [this, reply] {
+            return started == QVector<bool>{true} && reply->bytesAvailable() == 10;
+        };
+        if (!QTest::qWaitFor(isThere)) {
+            qFatal("the download does not begin");
+        }
+        return reply;
     }
+
+    /// The log so far, as withoutStamps() has it.
+    QStringList lines() const { return withoutStamps(log->texts()); }
 
     QStringList criticalLines() const
     {
@@ -107,13 +113,13 @@ protected:
     QStringList savedLines(const QString& path, const char* name) const
     {
         return {
-            QStringLiteral("NOW - Download request for '%1'").arg(url(path)),
-            QStringLiteral("Rw-remount the usb drive"),
-            QStringLiteral("RemountUSB \"rw\""),
-            QStringLiteral("NOW - File will be saved to '%1'").arg(stick(name)),
-            QStringLiteral("NOW - Download complete"),
-            QStringLiteral("Ro-remount the usb drive"),
-            QStringLiteral("RemountUSB \"ro\""),
+            "TIME - Download request for '%1'"_s.arg(url(path)),
+            "Rw-remount the usb drive"_s,
+            "RemountUSB \"rw\""_s,
+            "TIME - File will be saved to '%1'"_s.arg(stick(name)),
+            "TIME - Download complete"_s,
+            "Ro-remount the usb drive"_s,
+            "RemountUSB \"ro\""_s,
         };
     }
 
@@ -125,7 +131,7 @@ protected:
     /// Lets the user press `button` in every chooser from now on, after `before` has happened.
     void answerChooser(QDialogButtonBox::StandardButton button, const std::function<void()>& before = {})
     {
-        user->onWaiting(QStringLiteral("FileDialog"), [button, before](QDialog* dialog) {
+        user->onWaiting("FileDialog"_s, [button, before](QDialog* dialog) {
             if (before) {
                 before();
             }
