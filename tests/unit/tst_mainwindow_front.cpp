@@ -11,29 +11,11 @@
 
 using namespace Varnel;
 
-/// The service link: its info page while the front interface is up, the last page afterwards.
-class tst_MainWindowFront : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void init();
-    void cleanup();
-    void operstate_data();
-    void operstate();
-    void upAndDown();
-    void isPolled();
-
-private:
-    std::unique_ptr<WebServer> server;
-};
-
 namespace {
 
-const QString pagePath = QStringLiteral("/index.html");
-const QString stateFile = QStringLiteral("/sys/class/net/usb0/operstate");
-const QString loadInfo = QStringLiteral("Load front connection info page");
-const QString reloadLast = QStringLiteral("Reload last page");
+const QString stateFile = "/sys/class/net/usb0/operstate"_s;
+const QString loadInfo = "Load front connection info page"_s;
+const QString reloadLast = "Reload last page"_s;
 
 void write(const QString& path, const QByteArray& contents)
 {
@@ -50,124 +32,117 @@ void poll(PanelView& panel)
 
 } // namespace
 
-void tst_MainWindowFront::init()
+/// The service link: its info page while the front interface is up, the last page afterwards.
+class tst_MainWindowFront : public QObject
 {
-    server = std::make_unique<WebServer>();
-    server->serve(pagePath, QByteArray("<p>page</p>"));
-    write(stateFile, "down\n");
-}
+    Q_OBJECT
 
-void tst_MainWindowFront::cleanup()
-{
-    // The last state of the service link outlives a window: bring it back to down.
-    QDir().rmdir(stateFile);
-    write(stateFile, "down\n");
-    PanelView panel;
-    poll(panel);
-    server.reset();
-}
-
-void tst_MainWindowFront::operstate_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<bool>("up");
-    const auto row = [](const char* name, const QByteArray& contents, bool up, const char* kind = "file") {
-        QTest::newRow(name) << contents << QString::fromLatin1(kind) << up;
-    };
-    row("up", "up\n", true);
-    row("up without line end", "up", true);
-    row("down", "down\n", false);
-    row("unknown", "unknown\n", false);
-    row("dormant", "dormant\n", false);
-    row("up anywhere in the line", "setup\n", true);
-    row("up in the second line: not read", "down\nup\n", false);
-    row("UP: another word", "UP\n", false);
-    row("empty", "", false);
-    row("missing", "", false, "missing");
-    row("a directory", "", false, "directory");
-    row("unreadable", "up\n", false, "unreadable");
-}
-
-void tst_MainWindowFront::operstate()
-{
-    QFETCH(QByteArray, contents);
-    QFETCH(QString, kind);
-    QFETCH(bool, up);
-    QVERIFY(QFile::remove(stateFile));
-    if (kind == QLatin1String("directory")) {
-        QVERIFY(QDir().mkdir(stateFile));
-    } else if (kind != QLatin1String("missing")) {
-        write(stateFile, contents);
+private slots:
+    void init()
+    {
+        server = std::make_unique<WebServer>();
+        server->serve("/page", "<p>page</p>");
+        write(stateFile, "down\n");
     }
-    PanelView panel;
-    if (kind == QLatin1String("unreadable")) {
-        QVERIFY(QFile::setPermissions(stateFile, QFileDevice::Permissions()));
-        const WithoutFileOverride asAnybody;
-        poll(panel);
-    } else {
+
+    void cleanup()
+    {
+        // The last state of the service link outlives a window: bring it back to down.
+        QDir().rmdir(stateFile);
+        write(stateFile, "down\n");
+        PanelView panel;
         poll(panel);
     }
-    QCOMPARE(panel.count(loadInfo), up ? 1 : 0);
-    QCOMPARE(panel.log().size(), up ? 3 : 0);
-    QFile::remove(stateFile);
-}
 
-void tst_MainWindowFront::upAndDown()
-{
-    const ScopedSetting<QString> front("Network", "FrontInterface", QStringLiteral("front 0"));
-    const QString path = QStringLiteral("/sys/class/net/front 0");
-    QVERIFY(QDir().mkpath(path));
-    const QString state = path + QStringLiteral("/operstate");
-    write(state, "down\n");
-    PanelView panel;
-    panel.window.openUrlForce(server->url(pagePath).toString(), true);
-    QTRY_COMPARE(panel.text(), QStringLiteral("page"));
-    panel.clear();
-    poll(panel);
-    QCOMPARE(panel.log(), QStringList());
+    void operstate_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("up");
+        const auto row = [](const char* name, const QByteArray& contents, bool up,
+                            const char* kind = "file") {
+            QTest::newRow(name) << contents << QString::fromLatin1(kind) << up;
+        };
+        row("up", "up\n", true);
+        row("up without line end", "up", true);
+        row("down", "down\n", false);
+        row("dormant", "dormant\n", false);
+        row("up anywhere in the line", "setup\n", true);
+        row("up in the second line: not read", "down\nup\n", false);
+        row("UP: another word", "UP\n", false);
+        row("empty", "", false);
+        row("missing", "", false, "missing");
+        row("a directory", "", false, "directory");
+        row("unreadable", "up\n", false, "unreadable");
+    }
 
-    write(state, "up\n");
-    poll(panel);
-    QCOMPARE(panel.log(), (QStringList{loadInfo, QStringLiteral("ws: Load info page ( \"default\" )"),
-                                       QStringLiteral("\"/usr/local/share/default\"")}));
-    QTRY_VERIFY(panel.text().startsWith(QLatin1String("Can't find the info page")));
-    panel.clear();
-    poll(panel);
-    poll(panel);
-    QCOMPARE(panel.log(), QStringList()); // shown once
+    void operstate()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(QString, kind);
+        QFETCH(bool, up);
+        QVERIFY(QFile::remove(stateFile));
+        if (kind == QLatin1String("directory")) {
+            QVERIFY(QDir().mkdir(stateFile));
+        } else if (kind != QLatin1String("missing")) {
+            write(stateFile, contents);
+        }
+        PanelView panel;
+        QVERIFY(kind != "unreadable"_s || QFile::setPermissions(stateFile, QFileDevice::Permissions()));
+        {
+            const WithoutFileOverride asAnybody;
+            poll(panel);
+        }
+        QCOMPARE(panel.count(loadInfo), up ? 1 : 0);
+        QCOMPARE(panel.log().size(), up ? 3 : 0);
+        QFile::remove(stateFile);
+    }
 
-    write(state, "down\n");
-    const QString url = server->url(pagePath).toString();
-    poll(panel);
-    QCOMPARE(panel.log(),
-             (QStringList{reloadLast, QStringLiteral("MainWindow::openUrlForce  \"%1\"").arg(url),
-                          QStringLiteral("TIME - Stop buzzer server: ") + url}));
-    QTRY_COMPARE(panel.text(), QStringLiteral("page"));
-    QCOMPARE(server->count(pagePath), 2);
-    panel.clear();
-    poll(panel);
-    QCOMPARE(panel.log(), QStringList()); // reloaded once
+    void upAndDown()
+    {
+        const ScopedSetting<QString> front("Network", "FrontInterface", "front 0"_s);
+        const QString state = "/sys/class/net/front 0/operstate"_s;
+        QVERIFY(QDir().mkpath(QFileInfo(state).path()));
+        write(state, "down\n");
+        PanelView panel;
+        panel.window.openUrlForce(server->url("/page").toString(), true);
+        QTRY_COMPARE(panel.text(), "page"_s);
+        panel.clear();
+        poll(panel);
+        QCOMPARE(panel.log(), QStringList());
 
-    // Without any page so far, the end of the service link shows the error page.
-    PanelView fresh;
-    write(state, "up\n");
-    poll(fresh);
-    write(state, "down\n");
-    fresh.clear();
-    poll(fresh);
-    QCOMPARE(fresh.log(), (QStringList{reloadLast, QStringLiteral("MainWindow::openUrlForce  \"\""),
-                                       QStringLiteral("wv: Load error page ( \"default\" )"),
-                                       QStringLiteral("\"/usr/local/share/default\""),
-                                       QStringLiteral("Can't open url ( true ,  \"\" )")}));
-}
+        write(state, "up\n");
+        poll(panel);
+        QCOMPARE(panel.log(), QStringList({loadInfo, "ws: Load info page ( \"default\" )"_s,
+                                           "\"/usr/local/share/default\""_s}));
+        QTRY_VERIFY(panel.text().startsWith(QLatin1String("Can't find the info page")));
+        panel.clear();
+        poll(panel);
+        poll(panel);
+        QCOMPARE(panel.log(), QStringList()); // shown once
 
-void tst_MainWindowFront::isPolled()
-{
-    PanelView panel;
-    write(stateFile, "up\n");
-    QTRY_COMPARE(panel.count(loadInfo), 1);
-}
+        write(state, "down\n");
+        const QString url = server->url("/page").toString();
+        poll(panel);
+        QCOMPARE(panel.log(), QStringList({reloadLast, "MainWindow::openUrlForce  \"%1\""_s.arg(url),
+                                           "TIME - Stop buzzer server: "_s + url}));
+        QTRY_COMPARE(panel.text(), "page"_s);
+        QCOMPARE(server->count("/page"), 2);
+        panel.clear();
+        poll(panel);
+        QCOMPARE(panel.log(), QStringList()); // reloaded once
+    }
+
+    void isPolled()
+    {
+        PanelView panel;
+        write(stateFile, "up\n");
+        QTRY_COMPARE(panel.count(loadInfo), 1);
+    }
+
+private:
+    std::unique_ptr<WebServer> server;
+};
 
 QTEST_MAIN(tst_MainWindowFront)
 #include "tst_mainwindow_front.moc"
