@@ -11,6 +11,7 @@
 #include <QtTest>
 
 #include "commandline.h"
+#include "literals.h"
 
 using namespace Varnel;
 
@@ -37,27 +38,34 @@ QStringList filesOf(const QDir& root, const QString& suffix)
     return files;
 }
 
+/// Every match of `pattern` in `text`, or what it captures there, in order.
+QStringList matchesOf(const QRegularExpression& pattern, const QString& text, int capture = 0)
+{
+    QStringList found;
+    auto matches = pattern.globalMatch(text);
+    while (matches.hasNext()) {
+        found.append(matches.next().captured(capture));
+    }
+    return found;
+}
+
 /// A page without its code blocks and code spans, in which nothing is a link.
 QString withoutCode(QString page)
 {
-    page.remove(QRegularExpression(QStringLiteral("^```.*?^```"),
-                                   QRegularExpression::MultilineOption |
-                                       QRegularExpression::DotMatchesEverythingOption));
-    return page.remove(QRegularExpression(QStringLiteral("`[^`\n]*`")));
+    page.remove(QRegularExpression("^```.*?^```"_s, QRegularExpression::MultilineOption |
+                                                        QRegularExpression::DotMatchesEverythingOption));
+    return page.remove(QRegularExpression("`[^`\n]*`"_s));
 }
 
 /// The anchors of a page: its headings in lower case, blanks as hyphens, other punctuation gone.
 QStringList anchorsOf(const QString& page)
 {
-    static const QRegularExpression heading(QStringLiteral("^#+ (.*)$"), QRegularExpression::MultilineOption);
-    static const QRegularExpression target(QStringLiteral("\\]\\([^)]*\\)"));
-    static const QRegularExpression dropped(QStringLiteral("[^\\w\\- ]"),
-                                            QRegularExpression::UseUnicodePropertiesOption);
-    QStringList anchors;
-    auto matches = heading.globalMatch(page);
-    while (matches.hasNext()) {
-        QString text = matches.next().captured(1).toLower().remove(target).remove(dropped);
-        anchors.append(text.replace(QLatin1Char(' '), QLatin1Char('-')));
+    static const QRegularExpression heading("^#+ (.*)$"_s, QRegularExpression::MultilineOption);
+    static const QRegularExpression target("\\]\\([^)]*\\)"_s);
+    static const QRegularExpression dropped("[^\\w\\- ]"_s, QRegularExpression::UseUnicodePropertiesOption);
+    QStringList anchors = matchesOf(heading, page, 1);
+    for (QString& text : anchors) {
+        text = text.toLower().remove(target).remove(dropped).replace(QLatin1Char(' '), QLatin1Char('-'));
     }
     return anchors;
 }
@@ -71,7 +79,7 @@ QString plain(QString text)
 /// The fixed pieces of a text between the places that `hole` matches; those without a letter are left out.
 QStringList pieces(const QString& text, const QRegularExpression& hole)
 {
-    static const QRegularExpression letter(QStringLiteral("[A-Za-z]"));
+    static const QRegularExpression letter("[A-Za-z]"_s);
     QStringList result;
     const QStringList parts = text.split(hole);
     for (const QString& part : parts) {
@@ -86,51 +94,35 @@ QStringList pieces(const QString& text, const QRegularExpression& hole)
 /// of their own.
 bool sameWords(QString piece, const QString& text)
 {
-    static const QRegularExpression letter(QStringLiteral("[A-Za-z]"));
+    static const QRegularExpression letter("[A-Za-z]"_s);
     return !piece.remove(text).contains(letter);
 }
 
-const QRegularExpression documentedValue(QStringLiteral("<[^>]*>|^varnel\\.\\w+:|\\(took <number>ms\\)"));
-const QRegularExpression sourceValue(QStringLiteral("%[\\ds]"));
+const QRegularExpression documentedValue("<[^>]*>|^varnel\\.\\w+:|\\(took <number>ms\\)"_s);
+const QRegularExpression sourceValue("%[\\ds]"_s);
 
 /// All string literals of a source text, adjoining ones joined, escapes resolved as far as they occur here.
 QStringList literalsOf(const QString& source)
 {
-    static const QRegularExpression literal(QStringLiteral("\"((?:[^\"\\\\\n]|\\\\.)*)\""));
-    static const QRegularExpression joint(QStringLiteral("\"\\s*\n\\s*\""));
+    static const QRegularExpression literal("\"((?:[^\"\\\\\n]|\\\\.)*)\""_s);
+    static const QRegularExpression joint("\"\\s*\n\\s*\""_s);
     QString joined = source;
     joined.remove(joint);
-    QStringList literals;
-    auto matches = literal.globalMatch(joined);
-    while (matches.hasNext()) {
-        literals.append(matches.next().captured(1).remove(QLatin1Char('\\')));
-    }
-    return literals;
+    return matchesOf(literal, joined, 1).replaceInStrings("\\"_s, QString());
 }
 
 /// The literals of a source text in statements that write a line to the plain log.
 QStringList loggedLiteralsOf(const QString& source)
 {
     static const QRegularExpression statement(
-        QStringLiteral("\\b(?:qDebug|qWarning|qCWarning|qCritical|qFatal|logLine|logCriticalLine)\\(.*?;\n"),
+        "\\b(?:qDebug|qWarning|qCWarning|qCritical|qFatal|log(?:Critical)?(?:Line|Stamped))\\(.*?;\n"_s,
         QRegularExpression::DotMatchesEverythingOption);
     QStringList literals;
-    auto matches = statement.globalMatch(source);
-    while (matches.hasNext()) {
-        literals += literalsOf(matches.next().captured());
+    const QStringList statements = matchesOf(statement, source);
+    for (const QString& text : statements) {
+        literals += literalsOf(text);
     }
     return literals;
-}
-
-/// Every match of `word` in `text`, in order.
-QStringList wordsOf(const QString& text, const QRegularExpression& word)
-{
-    QStringList words;
-    auto matches = word.globalMatch(text);
-    while (matches.hasNext()) {
-        words.append(matches.next().captured());
-    }
-    return words;
 }
 
 } // namespace
@@ -140,165 +132,118 @@ class tst_Documentation : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void linksLeadSomewhere_data();
-    void linksLeadSomewhere();
-    void documentedLinesAreWritten_data();
-    void documentedLinesAreWritten();
-    void writtenLinesAreDocumented_data();
-    void writtenLinesAreDocumented();
-    void tourNamesEverySource_data();
-    void tourNamesEverySource();
-    void manualNamesEveryOption();
-    void everyLogLineHasMeaningAndAdvice_data();
-    void everyLogLineHasMeaningAndAdvice();
+    void initTestCase()
+    {
+        root.setPath(QFileInfo(QFINDTESTDATA("../../CMakeLists.txt")).absolutePath());
+        QVERIFY(root.exists("docs/logs.md"_s));
+    }
+
+    void linksLeadSomewhere_data()
+    {
+        QTest::addColumn<QString>("file");
+        const QStringList files = filesOf(root, ".md"_s);
+        for (const QString& file : files) {
+            QTest::newRow(qPrintable(file)) << file;
+        }
+    }
+
+    void linksLeadSomewhere()
+    {
+        QFETCH(const QString, file);
+        static const QRegularExpression link("\\]\\(([^)#\\s]*)(?:#([^)\\s]*))?\\)"_s);
+        const QDir folder = QFileInfo(root.filePath(file)).dir();
+        auto matches = link.globalMatch(withoutCode(read(root.filePath(file))));
+        while (matches.hasNext()) {
+            const auto match = matches.next();
+            const QString target = match.captured(1);
+            if (target.contains(QLatin1String("://"))) {
+                continue;
+            }
+            const QString path = target.isEmpty() ? root.filePath(file) : folder.filePath(target);
+            QVERIFY2(QFileInfo::exists(path), qPrintable(target));
+            const QString anchor = match.captured(2);
+            QVERIFY2(anchor.isEmpty() || anchorsOf(read(path)).contains(anchor), qPrintable(anchor));
+        }
+    }
+
+    void documentedLinesAreWritten_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("row");
+        static const QRegularExpression heading("^##+ .*\\]\\(\\.\\./(src/[\\w]+\\.cpp)\\)$"_s);
+        QString source;
+        const QStringList lines = read(root.filePath("docs/logs.md"_s)).split(QLatin1Char('\n'));
+        for (const QString& line : lines) {
+            if (const auto found = heading.match(line); found.hasMatch()) {
+                source = found.captured(1);
+            }
+            if (line.startsWith("| `"_s)) {
+                QTest::newRow(qPrintable(source + ": "_s + line)) << source << line;
+            }
+        }
+    }
+
+    void documentedLinesAreWritten()
+    {
+        QFETCH(const QString, source);
+        QFETCH(const QString, row);
+        static const QRegularExpression lineMeaningAdvice(
+            "^\\| `([^`]+)` \\| [^|]*\\w[^|]* \\| [^|]*\\w[^|]* \\|$"_s);
+        const auto match = lineMeaningAdvice.match(row);
+        QVERIFY(match.hasMatch());
+        QStringList written;
+        const QStringList literals = literalsOf(read(root.filePath(source)));
+        for (const QString& literal : literals) {
+            written += pieces(literal, sourceValue);
+        }
+        const QStringList documented = pieces(match.captured(1), documentedValue);
+        for (const QString& piece : documented) {
+            QVERIFY2(std::any_of(written.cbegin(), written.cend(),
+                                 [&piece](const QString& text) { return sameWords(piece, text); }),
+                     qPrintable(piece));
+        }
+    }
+
+    void everySourceIsDocumented_data()
+    {
+        QTest::addColumn<QString>("source");
+        const QStringList sources = filesOf(QDir(root.filePath("src"_s)), ".cpp"_s);
+        for (const QString& source : sources) {
+            QTest::newRow(qPrintable(source)) << source;
+        }
+    }
+
+    void everySourceIsDocumented()
+    {
+        QFETCH(const QString, source);
+        const QString tour = read(root.filePath("docs/architecture.md"_s));
+        QVERIFY(tour.contains("](../src/%1)"_s.arg(source)));
+        const QString page = plain(read(root.filePath("docs/logs.md"_s)));
+        const QStringList literals = loggedLiteralsOf(read(root.filePath("src/"_s + source)));
+        for (const QString& literal : literals) {
+            const QStringList fixed = pieces(literal, sourceValue);
+            for (const QString& piece : fixed) {
+                QVERIFY2(page.contains(piece), qPrintable(piece));
+            }
+        }
+    }
+
+    void manualNamesEveryOption()
+    {
+        static const QRegularExpression option("(?<![\\w-])--?\\w+"_s);
+        static const QRegularExpression tag("^\\.TP\n\\.B\\w* (.*\\\\-.*)$"_s,
+                                            QRegularExpression::MultilineOption);
+        const QString manual = read(root.filePath("docs/man/varnel-browser.1"_s));
+        const QString tags = matchesOf(tag, manual, 1).join(QLatin1Char(' ')).remove(QLatin1Char('\\'));
+        QStringList inHelp = matchesOf(option, CommandLine::helpText("panel"_s));
+        inHelp.removeDuplicates();
+        QCOMPARE(inHelp.size(), 5);
+        QCOMPARE(matchesOf(option, tags), inHelp);
+    }
 
 private:
     QDir root;
 };
-
-void tst_Documentation::initTestCase()
-{
-    root.setPath(QFileInfo(QFINDTESTDATA("../../CMakeLists.txt")).absolutePath());
-    QVERIFY(root.exists(QStringLiteral("docs/logs.md")));
-}
-
-void tst_Documentation::linksLeadSomewhere_data()
-{
-    QTest::addColumn<QString>("file");
-    const QStringList files = filesOf(root, QStringLiteral(".md"));
-    for (const QString& file : files) {
-        QTest::newRow(qPrintable(file)) << file;
-    }
-}
-
-void tst_Documentation::linksLeadSomewhere()
-{
-    QFETCH(const QString, file);
-    static const QRegularExpression link(QStringLiteral("\\]\\(([^)#\\s]*)(?:#([^)\\s]*))?\\)"));
-    const QDir folder = QFileInfo(root.filePath(file)).dir();
-    auto matches = link.globalMatch(withoutCode(read(root.filePath(file))));
-    while (matches.hasNext()) {
-        const auto match = matches.next();
-        const QString target = match.captured(1);
-        if (target.contains(QLatin1String("://"))) {
-            continue;
-        }
-        const QString path = target.isEmpty() ? root.filePath(file) : folder.filePath(target);
-        QVERIFY2(QFileInfo::exists(path), qPrintable(target));
-        const QString anchor = match.captured(2);
-        QVERIFY2(anchor.isEmpty() || anchorsOf(read(path)).contains(anchor), qPrintable(anchor));
-    }
-}
-
-void tst_Documentation::documentedLinesAreWritten_data()
-{
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("line");
-    static const QRegularExpression heading(QStringLiteral("^##+ .*\\]\\(\\.\\./(src/[\\w]+\\.cpp)\\)$"));
-    static const QRegularExpression row(QStringLiteral("^\\| `([^`]+)` \\|"));
-    QString source;
-    const QStringList lines = read(root.filePath(QStringLiteral("docs/logs.md"))).split(QLatin1Char('\n'));
-    for (const QString& line : lines) {
-        if (const auto found = heading.match(line); found.hasMatch()) {
-            source = found.captured(1);
-        }
-        if (const auto found = row.match(line); found.hasMatch()) {
-            QTest::newRow(qPrintable(source + QStringLiteral(": ") + found.captured(1)))
-                << source << found.captured(1);
-        }
-    }
-}
-
-void tst_Documentation::documentedLinesAreWritten()
-{
-    QFETCH(const QString, source);
-    QFETCH(const QString, line);
-    QStringList written;
-    const QStringList literals = literalsOf(read(root.filePath(source)));
-    for (const QString& literal : literals) {
-        written += pieces(literal, sourceValue);
-    }
-    const QStringList documented = pieces(line, documentedValue);
-    for (const QString& piece : documented) {
-        QVERIFY2(std::any_of(written.cbegin(), written.cend(),
-                             [&piece](const QString& text) { return sameWords(piece, text); }),
-                 qPrintable(piece));
-    }
-}
-
-void tst_Documentation::writtenLinesAreDocumented_data()
-{
-    QTest::addColumn<QString>("source");
-    const QStringList sources = filesOf(QDir(root.filePath(QStringLiteral("src"))), QStringLiteral(".cpp"));
-    for (const QString& source : sources) {
-        QTest::newRow(qPrintable(source)) << source;
-    }
-}
-
-void tst_Documentation::writtenLinesAreDocumented()
-{
-    QFETCH(const QString, source);
-    const QString page = plain(read(root.filePath(QStringLiteral("docs/logs.md"))));
-    const QStringList literals = loggedLiteralsOf(read(root.filePath(QStringLiteral("src/") + source)));
-    for (const QString& literal : literals) {
-        const QStringList fixed = pieces(literal, sourceValue);
-        for (const QString& piece : fixed) {
-            QVERIFY2(page.contains(piece), qPrintable(piece));
-        }
-    }
-}
-
-void tst_Documentation::tourNamesEverySource_data()
-{
-    QTest::addColumn<QString>("source");
-    const QStringList sources = filesOf(QDir(root.filePath(QStringLiteral("src"))), QStringLiteral(".cpp"));
-    for (const QString& source : sources) {
-        QTest::newRow(qPrintable(source)) << source;
-    }
-}
-
-void tst_Documentation::tourNamesEverySource()
-{
-    QFETCH(const QString, source);
-    const QString tour = read(root.filePath(QStringLiteral("docs/architecture.md")));
-    QVERIFY(tour.contains(QStringLiteral("](../src/%1)").arg(source)));
-}
-
-void tst_Documentation::manualNamesEveryOption()
-{
-    static const QRegularExpression option(QStringLiteral("(?<![\\w-])--?\\w+"));
-    static const QRegularExpression tag(QStringLiteral("^\\.TP\n\\.B\\w* (.*\\\\-.*)$"),
-                                        QRegularExpression::MultilineOption);
-    QStringList inManual;
-    auto tags = tag.globalMatch(read(root.filePath(QStringLiteral("docs/man/varnel-browser.1"))));
-    while (tags.hasNext()) {
-        inManual += wordsOf(tags.next().captured(1).remove(QLatin1Char('\\')), option);
-    }
-    QStringList inHelp = wordsOf(CommandLine::helpText(QStringLiteral("panel")), option);
-    inHelp.removeDuplicates();
-    QCOMPARE(inHelp.size(), 5);
-    QCOMPARE(inManual, inHelp);
-}
-
-void tst_Documentation::everyLogLineHasMeaningAndAdvice_data()
-{
-    QTest::addColumn<QString>("row");
-    const QStringList lines = read(root.filePath(QStringLiteral("docs/logs.md"))).split(QLatin1Char('\n'));
-    for (const QString& line : lines) {
-        if (line.startsWith(QLatin1String("| `"))) {
-            QTest::newRow(qPrintable(line)) << line;
-        }
-    }
-}
-
-void tst_Documentation::everyLogLineHasMeaningAndAdvice()
-{
-    QFETCH(const QString, row);
-    static const QRegularExpression full(
-        QStringLiteral("^\\| `[^`]+` \\| [^|]*\\w[^|]* \\| [^|]*\\w[^|]* \\|$"));
-    QVERIFY(full.match(row).hasMatch());
-}
 
 QTEST_APPLESS_MAIN(tst_Documentation)
 #include "tst_documentation.moc"

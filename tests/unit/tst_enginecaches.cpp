@@ -17,30 +17,7 @@
 
 using namespace Varnel;
 
-/// The engine's cache of earlier pages, tested by its repeated requests.
-class tst_EngineCaches : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void init();
-    void noPageIsKeptWhole();
-    void pictureIsKeptFromPageToPage();
-    void manyPicturesPushItOut();
-    void lostControllersPicturesAreForgotten();
-    void oldIconsAreForgotten();
-    void scriptThatWaitsForItsUserGoesOn();
-
-private:
-    std::unique_ptr<WebServer> server;
-};
-
 namespace {
-
-const QString pagePath = QStringLiteral("/index.html");
-const QString otherPath = QStringLiteral("/other.html");
-const QString picturePath = QStringLiteral("/picture.png");
-const QString noisePath = QStringLiteral("/noise.png");
 
 /// A picture that cannot be packed: 300 KiB, packed and unpacked.
 WebServer::Answer keepablePicture()
@@ -62,98 +39,94 @@ WebServer::Answer keepablePicture()
 
 } // namespace
 
-void tst_EngineCaches::init()
+/// The engine's cache of earlier pages, tested by its repeated requests.
+class tst_EngineCaches : public QObject
 {
-    QWebSettings::clearMemoryCaches();
-    server = std::make_unique<WebServer>();
-    server->serve(pagePath, QByteArray("<html><body><img src='/picture.png'></body></html>"));
-    // Each of its addresses has a picture of its own.
-    server->serve(otherPath, QByteArray("<html><body><script>"
-                                        "document.write('<img src=\"/noise.png' + location.search + '\">');"
-                                        "for (var i = 0, a; i < 300000; ++i) { a = [i, {b: i}]; }"
-                                        "</script></body></html>"));
-    server->serve(picturePath, keepablePicture());
-    server->serve(noisePath, keepablePicture());
-}
+    Q_OBJECT
 
-void tst_EngineCaches::noPageIsKeptWhole()
-{
-    const PanelView panel;
-    QCOMPARE(QWebSettings::maximumPagesInCache(), 0);
-}
-
-void tst_EngineCaches::pictureIsKeptFromPageToPage()
-{
-    const PanelView panel;
-    panel.load(server->url(pagePath));
-    panel.load(server->url(otherPath));
-    panel.load(server->url(pagePath));
-    QCOMPARE(server->count(pagePath), 2);
-    QCOMPARE(server->count(picturePath), 1);
-}
-
-void tst_EngineCaches::manyPicturesPushItOut()
-{
-    const PanelView panel;
-    panel.load(server->url(pagePath));
-    constexpr int pages = 20; // four and a half megabytes; the old ones go with the script's garbage
-    for (int i = 0; i < pages; ++i) {
-        QUrl url = server->url(otherPath);
-        url.setQuery(QString::number(i));
-        panel.load(url);
-        QCOMPARE(server->count(noisePath + QLatin1Char('?') + url.query()), 1);
+private slots:
+    void init()
+    {
+        QWebSettings::clearMemoryCaches();
+        server = std::make_unique<WebServer>();
+        server->serve("/page", "<html><body><img src='/picture.png'></body></html>");
+        // Each of its addresses has a picture of its own.
+        server->serve("/other", "<script>document.write('<img src=\"/noise.png' + location.search + '\">');"
+                                "for (var i = 0, a; i < 300000; ++i) { a = [i, {b: i}]; }</script>");
+        server->serve("/picture.png", keepablePicture());
+        server->serve("/noise.png", keepablePicture());
     }
-    panel.load(server->url(pagePath));
-    QCOMPARE(server->count(picturePath), 2);
-}
 
-void tst_EngineCaches::lostControllersPicturesAreForgotten()
-{
-    PanelView panel;
-    panel.load(server->url(pagePath));
-    panel.window.displayError(QStringLiteral("en"));
-    panel.waitForQuiet();
-    QVERIFY(panel.showsErrorPage());
-    panel.load(server->url(pagePath));
-    QCOMPARE(server->count(picturePath), 2); // the next controller may have another one under that name
-}
+    void pictureIsKeptUntilManyPushItOut()
+    {
+        const PanelView panel;
+        QCOMPARE(QWebSettings::maximumPagesInCache(), 0);
+        panel.load(server->url("/page"));
+        panel.load(server->url("/other"));
+        panel.load(server->url("/page"));
+        QCOMPARE(server->count("/page"), 2);
+        QCOMPARE(server->count("/picture.png"), 1);
 
-void tst_EngineCaches::oldIconsAreForgotten()
-{
-    PanelView panel;
-    QPixmap icon(64, 64); // 16 KiB
-    icon.fill(Qt::red);
-    const auto kept = [](int number) { return QPixmapCache::find(QString::number(number), nullptr); };
-    for (int i = 0; i < 100; ++i) {
-        QVERIFY(QPixmapCache::insert(QString::number(i), icon));
-    }
-    QVERIFY(kept(99));
-    QVERIFY(!kept(0)); // more than the limit has come since
-    panel.window.displayError(QStringLiteral("en"));
-    QVERIFY(!kept(99));
-}
-
-void tst_EngineCaches::scriptThatWaitsForItsUserGoesOn()
-{
-    server->serve(pagePath, QByteArray("<html><body><script>function sum(n) { var s = 0;"
-                                       "for (var i = 0; i <= n; ++i) { s += i; if (i == 5000) { alert(i); } }"
-                                       "return s; }"
-                                       "sum(4000); document.title = sum(10000);</script></body></html>"));
-    const PanelView panel;
-    QTimer user;
-    int cleared = 0;
-    connect(&user, &QTimer::timeout, this, [&] {
-        if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
-            clearEngineCaches(); // this also drops compiled code, and some of it is running
-            ++cleared;
-            dialog->accept();
+        constexpr int pages = 20; // four and a half megabytes; the old ones go with the script's garbage
+        for (int i = 0; i < pages; ++i) {
+            const QByteArray query = '?' + QByteArray::number(i);
+            panel.load(server->url("/other" + query));
+            QCOMPARE(server->count("/noise.png" + query), 1);
         }
-    });
-    user.start(10);
-    panel.load(server->url(pagePath));
-    QCOMPARE(cleared, 1);
-    QCOMPARE(panel.frame()->title(), QStringLiteral("50005000"));
-}
+        panel.load(server->url("/page"));
+        QCOMPARE(server->count("/picture.png"), 2);
+    }
+
+    void lostControllersPicturesAreForgotten()
+    {
+        PanelView panel;
+        panel.load(server->url("/page"));
+        panel.window.displayError("en"_s);
+        panel.waitForQuiet();
+        QVERIFY(panel.showsErrorPage());
+        panel.load(server->url("/page"));
+        QCOMPARE(server->count("/picture.png"), 2); // the next controller's may have the same name
+    }
+
+    void oldIconsAreForgotten()
+    {
+        PanelView panel;
+        QPixmap icon(64, 64); // 16 KiB
+        icon.fill(Qt::red);
+        const auto kept = [](int number) { return QPixmapCache::find(QString::number(number), nullptr); };
+        for (int i = 0; i < 100; ++i) {
+            QVERIFY(QPixmapCache::insert(QString::number(i), icon));
+        }
+        QVERIFY(kept(99));
+        QVERIFY(!kept(0)); // more than the limit has come since
+        panel.window.displayError("en"_s);
+        QVERIFY(!kept(99));
+    }
+
+    void scriptThatWaitsForItsUserGoesOn()
+    {
+        server->serve("/page", "<script>function sum(n) { var s = 0;"
+                               "for (var i = 0; i <= n; ++i) { s += i; if (i == 5000) { alert(i); } }"
+                               "return s; } sum(4000); document.title = sum(10000);</script>");
+        const PanelView panel;
+        QTimer user;
+        int cleared = 0;
+        connect(&user, &QTimer::timeout, this, [&] {
+            if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+                clearEngineCaches(); // this also drops compiled code, and some of it is running
+                ++cleared;
+                dialog->accept();
+            }
+        });
+        user.start(10);
+        panel.load(server->url("/page"));
+        QCOMPARE(cleared, 1);
+        QCOMPARE(panel.frame()->title(), "50005000"_s);
+    }
+
+private:
+    std::unique_ptr<WebServer> server;
+};
 
 QTEST_MAIN(tst_EngineCaches)
 #include "tst_enginecaches.moc"

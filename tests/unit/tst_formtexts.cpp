@@ -12,6 +12,7 @@
 #include <QTest>
 
 #include "filedialog.h"
+#include "literals.h"
 #include "mainwindow.h"
 #include "progresspopup.h"
 #include "settings.h"
@@ -29,7 +30,7 @@ bool takeEnvironmentOfTheUnit()
 {
     QFile unit(QFINDTESTDATA("../../device/systemd/varnel-browser.service.in"));
     const QRegularExpression line(
-        QStringLiteral("^Environment=QT_FONT_DPI=(\\d+) FONTCONFIG_FILE=.*/varnel-browser/fonts.conf$"),
+        "^Environment=QT_FONT_DPI=(\\d+) FONTCONFIG_FILE=.*/varnel-browser/fonts.conf$"_s,
         QRegularExpression::MultilineOption);
     if (!unit.open(QIODevice::ReadOnly)) {
         return false;
@@ -72,85 +73,64 @@ class tst_FormTexts : public QObject
     Q_OBJECT
 
 private slots:
-    void fontOfTheUnit();
-    void chooser();
-    void message_data();
-    void message();
-    void progress();
-    void waiting_data();
-    void waiting();
-};
-
-void tst_FormTexts::fontOfTheUnit()
-{
-    const QString expected = QStringLiteral("Liberation Sans");
-    QCOMPARE(QFontInfo(QApplication::font()).family(), expected);
-    QCOMPARE(QFontInfo(QFont(QStringLiteral("Sans Serif"))).family(), expected);  // the default on a desktop
-    QVERIFY(QFontInfo(QFont(QStringLiteral("sans-serif"))).family() != expected); // a page's is the system's
-}
-
-void tst_FormTexts::chooser()
-{
-    FileDialog dialog(true, QStringLiteral("report.pdf"), nullptr);
-    dialog.show();
-    const auto* const label = dialog.findChild<QLabel*>(QStringLiteral("lblFile"));
-    const auto* const name = dialog.findChild<QLabel*>(QStringLiteral("lblFileValue"));
-    QVERIFY(fits(label));
-    QVERIFY(fits(name));
-    QVERIFY(label->x() + drawnPlace(label).right() < name->x() + drawnPlace(name).left());
-    const auto buttons = dialog.findChildren<QPushButton*>();
-    QCOMPARE(buttons.size(), 2);
-    for (const QPushButton* button : buttons) {
-        QStyleOptionButton option;
-        option.initFrom(button);
-        const QRect room = button->style()->subElementRect(QStyle::SE_PushButtonContents, &option, button);
-        const QRect ink = button->fontMetrics().tightBoundingRect(button->text());
-        QVERIFY2(ink.width() <= room.width() && ink.height() <= room.height(), qPrintable(button->text()));
+    void fontOfTheUnit()
+    {
+        const QString expected = "Liberation Sans"_s;
+        QCOMPARE(QFontInfo(QApplication::font()).family(), expected);
+        QCOMPARE(QFontInfo(QFont("Sans Serif"_s)).family(), expected);  // the default on a desktop
+        QVERIFY(QFontInfo(QFont("sans-serif"_s)).family() != expected); // a page's is the system's
     }
-}
 
-void tst_FormTexts::message_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("no drive") << Settings::getUIMsgUSBDriveNotMounted();
-    QTest::newRow("file cannot be opened") << Settings::getUIMsgFailedToOpenFile();
-    QTest::newRow("no file chosen") << Settings::getUIMsgNoFileSelected();
-    QTest::newRow("download complete") << Settings::getUIMsgDownloadComplete();
-}
+    void chooser()
+    {
+        FileDialog dialog(true, "report.pdf"_s, nullptr);
+        dialog.show();
+        const auto* const label = dialog.findChild<QLabel*>("lblFile"_s);
+        const auto* const name = dialog.findChild<QLabel*>("lblFileValue"_s);
+        QVERIFY(fits(label));
+        QVERIFY(fits(name));
+        QVERIFY(label->x() + drawnPlace(label).right() < name->x() + drawnPlace(name).left());
+        const auto buttons = dialog.findChildren<QPushButton*>();
+        QCOMPARE(buttons.size(), 2);
+        for (const QPushButton* button : buttons) {
+            QStyleOptionButton option;
+            option.initFrom(button);
+            const QRect room =
+                button->style()->subElementRect(QStyle::SE_PushButtonContents, &option, button);
+            const QRect ink = button->fontMetrics().tightBoundingRect(button->text());
+            QVERIFY2(ink.width() <= room.width() && ink.height() <= room.height(),
+                     qPrintable(button->text()));
+        }
+    }
 
-void tst_FormTexts::message()
-{
-    QFETCH(QString, text);
-    TimedPopup popup(text, nullptr);
-    popup.show();
-    QVERIFY(fits(popup.findChild<QLabel*>(QStringLiteral("lblMsg"))));
-}
+    void popups()
+    {
+        for (const QString& text :
+             {Settings::getUIMsgUSBDriveNotMounted(), Settings::getUIMsgFailedToOpenFile(),
+              Settings::getUIMsgNoFileSelected(), Settings::getUIMsgDownloadComplete()}) {
+            TimedPopup popup(text, nullptr);
+            popup.show();
+            QVERIFY(fits(popup.findChild<QLabel*>("lblMsg"_s)));
+        }
+        ProgressPopup popup(Settings::getUIMsgDownloadInProgress(), nullptr);
+        popup.show();
+        QVERIFY(fits(popup.findChild<QLabel*>("lblTitle"_s)));
+    }
 
-void tst_FormTexts::progress()
-{
-    ProgressPopup popup(Settings::getUIMsgDownloadInProgress(), nullptr);
-    popup.show();
-    QVERIFY(fits(popup.findChild<QLabel*>(QStringLiteral("lblTitle"))));
-}
-
-void tst_FormTexts::waiting_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("no frame yet") << Settings::getUIMsgWaitingForNetworkConfiguration();
-    QTest::newRow("page asked for") << Settings::getUIMsgConnecting();
-}
-
-void tst_FormTexts::waiting()
-{
-    QFETCH(QString, text);
-    MainWindow window;
-    window.resize(screen);
-    window.show();
-    auto* const label = window.findChild<QLabel*>(QStringLiteral("lblProgress"));
-    label->setText(text);
-    QTRY_COMPARE(label->size(), screen);
-    QVERIFY(fits(label));
-}
+    void waiting()
+    {
+        MainWindow window;
+        window.resize(screen);
+        window.show();
+        auto* const label = window.findChild<QLabel*>("lblProgress"_s);
+        QTRY_COMPARE(label->size(), screen);
+        for (const QString& text :
+             {Settings::getUIMsgWaitingForNetworkConfiguration(), Settings::getUIMsgConnecting()}) {
+            label->setText(text);
+            QVERIFY(fits(label));
+        }
+    }
+};
 
 int main(int argc, char* argv[])
 {
