@@ -1,40 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "downloadhandler.h"
 
-#include <csignal>
-
-#include <sys/resource.h>
-
 #include "downloadscene.h"
-
-namespace {
-
-/// Limits how large a file may grow, for this process and its scripts, as a full drive would.
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t octets)
-        : oldHandler(std::signal(SIGXFSZ, SIG_IGN))
-    {
-        ::getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit limit{octets, old.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-
-    ~FileSizeLimit()
-    {
-        ::setrlimit(RLIMIT_FSIZE, &old);
-        static_cast<void>(std::signal(SIGXFSZ, oldHandler));
-    }
-
-    Q_DISABLE_COPY_MOVE(FileSizeLimit)
-
-private:
-    rlimit old{};
-    void (*oldHandler)(int) = nullptr;
-};
-
-} // namespace
 
 /// Events while a file is saved. Nothing crashes, the log says what is missing, and the drive is read-only at
 /// the end.
@@ -80,25 +47,6 @@ private slots:
         QCOMPARE(findPopup("ProgressPopup"_s), nullptr);
         QVERIFY(!silence->isActive());
         QTRY_VERIFY(!reply);
-    }
-
-    void reportsFullDrive()
-    {
-        const QPointer<QNetworkReply> reply = offer(logPath, {{}, QByteArray(5000, 'x'), 10, true});
-        QTRY_COMPARE(started, QVector<bool>{true});
-        {
-            const FileSizeLimit limit(3000);
-            server->release(logPath);
-            QTRY_COMPARE(users->remounts().size(), 2);
-        }
-        QCOMPARE(users->content("log.txt"_s), QByteArray(3000, 'x'));
-        QStringList expected = savedLines(logPath, "log.txt");
-        expected.insert(5,
-                        "TIME - Error writing file '%1': 3000 of 5000 octets written: File too large"_s.arg(
-                            stick("log.txt")));
-        QCOMPARE(lines(), expected);
-        QCOMPARE(criticalLines(), QStringList(expected.at(5)));
-        QCOMPARE(messages, QStringList("Download complete"_s));
     }
 
     void reportsFailedSynchronization_data()
