@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <utility>
 
 #include <QByteArray>
 #include <QDir>
@@ -85,11 +86,14 @@ public:
         return seen;
     }
 
-    void clear()
+    /// The same, and clears them.
+    QStringList taken()
     {
         readEvents();
-        seen.clear();
+        return std::exchange(seen, {});
     }
+
+    void clear() { taken(); }
 
 private:
     void watch(const QString& path)
