@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "literals.h"
 #include "logrecorder.h"
 #include "logrules.h"
 #include "scopedsetting.h"
@@ -23,56 +24,6 @@
 
 using namespace Varnel;
 using namespace std::chrono_literals;
-
-Q_DECLARE_METATYPE(Varnel::ScriptResult)
-
-/// Real scripts, good and bad, and what is left of them afterwards.
-class tst_ScriptRunner : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void cleanup();
-    void pathIsInTheScriptDirectory();
-    void runnable_data();
-    void runnable();
-    void argumentsArriveAsTheyAre_data();
-    void argumentsArriveAsTheyAre();
-    void noArguments();
-    void pathWithOddLetters_data();
-    void pathWithOddLetters();
-    void exitStatusIsIgnored_data();
-    void exitStatusIsIgnored();
-    void cannotBeStarted_data();
-    void cannotBeStarted();
-    void argumentTooLong();
-    void hangingScriptIsKilled_data();
-    void hangingScriptIsKilled();
-    void childrenAreKilledAtTheLimit();
-    void scriptInTimeIsNotKilled();
-    void backgroundChildIsNotWaitedFor();
-    void muchOutputDoesNotBlock();
-    void readsNoInput();
-    void missingScriptIsLogged_data();
-    void missingScriptIsLogged();
-    void signalsAreFresh();
-    void olderKernel(); // the last one: it cannot be undone
-
-private:
-    QString write(const QString& name, const QByteArray& contents, bool executable = true) const;
-    QString script(const QString& name, const QByteArray& commands) const
-    {
-        return write(name, "#!/bin/sh\n" + commands);
-    }
-    QByteArray contents(const QString& name) const
-    {
-        QFile file(directory.filePath(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    QTemporaryDir directory;
-};
 
 namespace {
 
@@ -100,320 +51,266 @@ bool denyProcessDescriptors()
 
 } // namespace
 
-void tst_ScriptRunner::initTestCase()
+/// Real scripts, good and bad, and what is left of them afterwards.
+class tst_ScriptRunner : public QObject
 {
-    QVERIFY(directory.isValid());
-    // Orphans of the scripts come to this process, which can then tell whether any is left.
-    QCOMPARE(::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 0);
-}
+    Q_OBJECT
 
-void tst_ScriptRunner::cleanup()
-{
-    // No zombie and no running child is left.
-    errno = 0;
-    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
-        QFAIL("a child was left unreaped");
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(directory.isValid());
+        // Orphans of the scripts come to this process, which can then tell whether any is left.
+        QCOMPARE(::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0), 0);
     }
-    QCOMPARE(errno, ECHILD);
-}
 
-QString tst_ScriptRunner::write(const QString& name, const QByteArray& contents, bool executable) const
-{
-    QString path = directory.filePath(name);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()) {
-        qFatal("cannot write %s", qPrintable(path));
+    void cleanup()
+    {
+        // No zombie and no running child is left.
+        errno = 0;
+        while (::waitpid(-1, nullptr, WNOHANG) > 0) {
+            QFAIL("a child was left unreaped");
+        }
+        QCOMPARE(errno, ECHILD);
     }
-    file.close();
-    file.setPermissions(executable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
-                                   : QFile::ReadOwner | QFile::WriteOwner);
-    return path;
-}
 
-void tst_ScriptRunner::pathIsInTheScriptDirectory()
-{
-    QCOMPARE(scriptPath(QStringLiteral("r7m.sh")), QStringLiteral("/usr/local/bin/r7m.sh"));
-    const ScopedSetting<QString> scriptDir("Files", "ScriptDir", QStringLiteral("/a dir/%1"));
-    QCOMPARE(scriptPath(QStringLiteral("r7m.sh")), QStringLiteral("/a dir/%1/r7m.sh"));
-}
+    void pathIsInTheScriptDirectory()
+    {
+        QCOMPARE(scriptPath("r7m.sh"_s), "/usr/local/bin/r7m.sh"_s);
+        const ScopedSetting<QString> scriptDir("Files", "ScriptDir", "/a dir/%1"_s);
+        QCOMPARE(scriptPath("r7m.sh"_s), "/a dir/%1/r7m.sh"_s);
+    }
 
-void tst_ScriptRunner::runnable_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<bool>("runnable");
-    const QString good = script(QStringLiteral("good"), "exit 0\n");
-    QDir(directory.path()).mkdir(QStringLiteral("a directory"));
-    QFile::link(good, directory.filePath(QStringLiteral("link")));
-    QFile::link(QStringLiteral("/nowhere/at/all"), directory.filePath(QStringLiteral("dangling")));
-    QTest::newRow("executable file: runs") << good << true;
-    QTest::newRow("link to it: runs") << directory.filePath(QStringLiteral("link")) << true;
-    QTest::newRow("dangling link: missing") << directory.filePath(QStringLiteral("dangling")) << false;
-    QTest::newRow("missing") << directory.filePath(QStringLiteral("none")) << false;
-    QTest::newRow("empty path: missing") << QString() << false;
-    QTest::newRow("a directory: missing") << directory.filePath(QStringLiteral("a directory")) << false;
-    QTest::newRow("not executable: missing") << write(QStringLiteral("plain"), "#!/bin/sh\n", false) << false;
-}
+    void runnable_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("runnable");
+        const QString good = script("good"_s, "exit 0\n");
+        QDir(directory.path()).mkdir("a directory"_s);
+        QFile::link(good, directory.filePath("link"_s));
+        QFile::link("/nowhere/at/all"_s, directory.filePath("dangling"_s));
+        QTest::newRow("executable file: runs") << good << true;
+        QTest::newRow("link to it: runs") << directory.filePath("link"_s) << true;
+        QTest::newRow("dangling link: missing") << directory.filePath("dangling"_s) << false;
+        QTest::newRow("missing") << directory.filePath("none"_s) << false;
+        QTest::newRow("empty path: missing") << QString() << false;
+        QTest::newRow("a directory: missing") << directory.filePath("a directory"_s) << false;
+        QTest::newRow("not executable: missing") << write("plain"_s, "#!/bin/sh\n", false) << false;
+    }
 
-void tst_ScriptRunner::runnable()
-{
-    QFETCH(QString, path);
-    QFETCH(bool, runnable);
-    QCOMPARE(isRunnableScript(path), runnable);
-    QCOMPARE(runScript(path, {}, plenty), runnable ? ScriptResult::Finished : ScriptResult::Missing);
-}
+    void runnable()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, runnable);
+        const ScriptResult result = runnable ? ScriptResult::Finished : ScriptResult::Missing;
+        const LogRecorder log;
+        QCOMPARE(isRunnableScript(path), runnable);
+        QCOMPARE(runScript(path, {}, plenty), result);
+        QVERIFY(log.lines().isEmpty());
+        QCOMPARE(runScriptOrLog(path, {"add"_s}), result);
+        QCOMPARE(log.texts().join(QLatin1Char(';')),
+                 runnable ? QString() : "Script ' \"%1\" ' not found, do nothing"_s.arg(path));
+    }
 
-void tst_ScriptRunner::argumentsArriveAsTheyAre_data()
-{
-    QTest::addColumn<QString>("argument");
-    QTest::newRow("a word") << QStringLiteral("add");
-    QTest::newRow("empty") << QString();
-    QTest::newRow("blanks") << QStringLiteral(" two  words ");
-    QTest::newRow("quotes") << QStringLiteral("\"'`\\");
-    QTest::newRow("line end") << QStringLiteral("a\nb\n");
-    QTest::newRow("shell text") << QStringLiteral("$HOME $(touch x) ; touch y & * ~ | > z");
-    QTest::newRow("a dash") << QStringLiteral("-n");
-    QTest::newRow("per cent") << QStringLiteral("%1 %s");
-    QTest::newRow("beyond ASCII") << QStringLiteral("\u00e9\u20ac");
-}
+    void argumentsArriveAsTheyAre()
+    {
+        const QString path = script("record"_s, "printf '%s\\0' $# \"$@\" > \"$(dirname \"$0\")/argv\"\n");
+        const QStringList arguments{"add"_s,    QString(),  " two  words "_s,
+                                    "\"'`\\"_s, "a\nb\n"_s, "$HOME $(touch x) ; touch y & * ~ | > z"_s,
+                                    "-n"_s,     "%1 %s"_s,  "\u00e9\u20ac"_s};
+        QCOMPARE(runScript(path, arguments, plenty), ScriptResult::Finished);
+        QByteArray wanted("9\0", 2);
+        for (const QString& argument : arguments) {
+            wanted += argument.toUtf8() + '\0';
+        }
+        QCOMPARE(contents("argv"_s), wanted);
+        QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
+        QCOMPARE(contents("argv"_s), QByteArray("0\0", 2));
+    }
 
-void tst_ScriptRunner::argumentsArriveAsTheyAre()
-{
-    QFETCH(QString, argument);
-    const QString path =
-        script(QStringLiteral("record"), "printf '%s\\0' \"$@\" > \"$(dirname \"$0\")/argv\"\n");
-    const QStringList arguments{QStringLiteral("first"), argument, QStringLiteral("last")};
-    QCOMPARE(runScript(path, arguments, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("argv")),
-             QByteArray("first") + '\0' + argument.toUtf8() + '\0' + "last" + '\0');
-}
+    void pathWithOddLetters()
+    {
+        for (const QString& name :
+             {"a script with blanks.sh"_s, "a\"b'c.sh"_s, "$(exit 3);x.sh"_s, "-rf"_s, "\u00e9.sh"_s}) {
+            const QString path = script(name, "echo ran > \"$(dirname -- \"$0\")/ran\"\n");
+            QFile::remove(directory.filePath("ran"_s));
+            QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
+            QCOMPARE(contents("ran"_s), QByteArray("ran\n"));
+        }
+    }
 
-void tst_ScriptRunner::noArguments()
-{
-    const QString path = script(QStringLiteral("count"), "echo $# > \"$(dirname \"$0\")/count.out\"\n");
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("count.out")), QByteArray("0\n"));
-}
+    void exitStatusIsIgnored()
+    {
+        const LogRecorder log;
+        for (const char* const commands : {"exit 0\n", "exit 1\n", "exit 127\n", "no-such-command\n",
+                                           "kill -KILL $$\n", "ulimit -c 0; kill -SEGV $$\n", "if\n", ""}) {
+            QCOMPARE(runScript(script("ends"_s, commands), {}, plenty), ScriptResult::Finished);
+        }
+        QVERIFY(log.lines().isEmpty());
+    }
 
-void tst_ScriptRunner::pathWithOddLetters_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::newRow("blanks") << QStringLiteral("a script with blanks.sh");
-    QTest::newRow("quotes") << QStringLiteral("a\"b'c.sh");
-    QTest::newRow("shell text") << QStringLiteral("$(exit 3);x.sh");
-    QTest::newRow("leading dash") << QStringLiteral("-rf");
-    QTest::newRow("beyond ASCII") << QStringLiteral("\u00e9.sh");
-}
+    void cannotBeStarted()
+    {
+        QElapsedTimer clock;
+        clock.start();
+        for (const char* const contents :
+             {"#!/no/such/interpreter\n", "#!/tmp\n", "\177ELF and nothing more"}) {
+            const QString path = write("unstartable"_s, contents);
+            const LogRecorder log;
+            QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
+            QVERIFY(log.lines().isEmpty());
+            const LogRules rules("varnel.script.debug=true");
+            QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
+            QVERIFY(log.texts().isEmpty());
+            QCOMPARE(log.texts("varnel.script"_s).size(), 1);
+        }
+        QVERIFY(clock.elapsed() < 10000);
+    }
 
-void tst_ScriptRunner::pathWithOddLetters()
-{
-    QFETCH(QString, name);
-    const QString path = script(name, "echo ran > \"$(dirname -- \"$0\")/ran\"\n");
-    QFile::remove(directory.filePath(QStringLiteral("ran")));
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("ran")), QByteArray("ran\n"));
-}
+    void argumentTooLong()
+    {
+        // The kernel takes no single argument of 128 KiB (MAX_ARG_STRLEN).
+        const LogRecorder log;
+        const LogRules rules("varnel.script.debug=true");
+        const QString path = script("fine"_s, "exit 0\n");
+        QCOMPARE(runScript(path, {QString(131072, QLatin1Char('x'))}, plenty), ScriptResult::FailedToStart);
+        QCOMPARE(log.lines().size(), 1);
+    }
 
-void tst_ScriptRunner::exitStatusIsIgnored_data()
-{
-    QTest::addColumn<QByteArray>("commands");
-    QTest::newRow("exit 0: finished") << QByteArray("exit 0\n");
-    QTest::newRow("exit 1: finished") << QByteArray("exit 1\n");
-    QTest::newRow("exit 127: finished") << QByteArray("exit 127\n");
-    QTest::newRow("command not found: finished") << QByteArray("no-such-command\n");
-    QTest::newRow("killed by SIGKILL: finished") << QByteArray("kill -KILL $$\n");
-    QTest::newRow("killed by SIGSEGV: finished") << QByteArray("ulimit -c 0; kill -SEGV $$\n");
-    QTest::newRow("syntax error: finished") << QByteArray("if\n");
-    QTest::newRow("empty script: finished") << QByteArray();
-}
+    void hangingScriptIsKilled_data()
+    {
+        QTest::addColumn<QByteArray>("commands");
+        QTest::newRow("sleeping") << QByteArray("exec sleep 1000\n");
+        QTest::newRow("busy") << QByteArray("while :; do :; done\n");
+        QTest::newRow("deaf to SIGTERM") << QByteArray("trap '' TERM HUP INT; while :; do :; done\n");
+        QTest::newRow("stopped") << QByteArray("kill -STOP $$\n");
+    }
 
-void tst_ScriptRunner::exitStatusIsIgnored()
-{
-    QFETCH(QByteArray, commands);
-    const LogRecorder log;
-    QCOMPARE(runScript(script(QStringLiteral("ends"), commands), {}, plenty), ScriptResult::Finished);
-    QVERIFY(log.lines().isEmpty());
-}
+    void hangingScriptIsKilled()
+    {
+        QFETCH(QByteArray, commands);
+        const QString path = script("hangs"_s, "echo $$ > \"$(dirname \"$0\")/pid\"\n" + commands);
+        const LogRecorder log;
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(runScript(path, {}, shortLimit), ScriptResult::TimedOut);
+        QVERIFY2(clock.elapsed() >= shortLimit.count(), qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY(!isAlive(contents("pid"_s)));
+        QVERIFY(log.texts().isEmpty());
+    }
 
-void tst_ScriptRunner::cannotBeStarted_data()
-{
-    QTest::addColumn<QByteArray>("contents");
-    QTest::newRow("no such interpreter") << QByteArray("#!/no/such/interpreter\n");
-    QTest::newRow("interpreter is a directory") << QByteArray("#!/tmp\n");
-    QTest::newRow("broken program") << QByteArray("\x7f"
-                                                  "ELF and nothing more");
-}
+    void childrenAreKilledAtTheLimit()
+    {
+        const QString path = script("parent"_s, "here=$(dirname \"$0\")\n"
+                                                "sleep 1000 & echo $! > \"$here/child\"\n"
+                                                "echo $$ > \"$here/pid\"\n"
+                                                "wait\n");
+        const LogRecorder log;
+        QCOMPARE(runScript(path, {}, 500ms), ScriptResult::TimedOut);
+        QVERIFY(!isAlive(contents("pid"_s)));
+        const QByteArray child = contents("child"_s);
+        QVERIFY(!child.isEmpty());
+        // Killed as well; its body comes to this process, since its parent is gone.
+        int status = 0;
+        QCOMPARE(::waitpid(child.trimmed().toInt(), &status, 0), child.trimmed().toInt());
+        QVERIFY(WIFSIGNALED(status));
+        QCOMPARE(WTERMSIG(status), SIGKILL);
+    }
 
-void tst_ScriptRunner::cannotBeStarted()
-{
-    QFETCH(QByteArray, contents);
-    const QString path = write(QStringLiteral("unstartable"), contents);
-    const LogRecorder log;
-    QElapsedTimer clock;
-    clock.start();
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
-    QVERIFY(clock.elapsed() < 10000);
-    QVERIFY(log.lines().isEmpty());
-    const LogRules rules("varnel.script.debug=true");
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::FailedToStart);
-    QVERIFY(log.texts().isEmpty());
-    QCOMPARE(log.texts(QStringLiteral("varnel.script")).size(), 1);
-}
+    void backgroundChildIsNotWaitedFor()
+    {
+        // A service that a script starts keeps the script's output open for as long as it lives.
+        const QString path = script("service"_s, "sleep 1000 & echo $! > \"$(dirname \"$0\")/child\"\n");
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
+        QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
+        const int child = contents("child"_s).trimmed().toInt();
+        QVERIFY(child > 0);
+        QCOMPARE(::kill(child, 0), 0); // it lives on
+        QCOMPARE(::kill(child, SIGKILL), 0);
+        QCOMPARE(::waitpid(child, nullptr, 0), child);
+    }
 
-void tst_ScriptRunner::argumentTooLong()
-{
-    // The kernel takes no single argument of 128 KiB (MAX_ARG_STRLEN).
-    const LogRecorder log;
-    const LogRules rules("varnel.script.debug=true");
-    const QString path = script(QStringLiteral("fine"), "exit 0\n");
-    QCOMPARE(runScript(path, {QString(131072, QLatin1Char('x'))}, plenty), ScriptResult::FailedToStart);
-    QCOMPARE(log.lines().size(), 1);
-}
+    void runsToItsEnd_data()
+    {
+        QTest::addColumn<QByteArray>("commands");
+        QTest::newRow("slow, but in time") << QByteArray("sleep 0.3; echo done");
+        QTest::newRow("far more output than a pipe holds")
+            << QByteArray("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2; echo done");
+        QTest::newRow("a question that nobody can answer") << QByteArray("read answer; echo \"done$answer\"");
+    }
 
-void tst_ScriptRunner::hangingScriptIsKilled_data()
-{
-    QTest::addColumn<QByteArray>("commands");
-    QTest::newRow("sleeping") << QByteArray("exec sleep 1000\n");
-    QTest::newRow("busy") << QByteArray("while :; do :; done\n");
-    QTest::newRow("deaf to SIGTERM") << QByteArray("trap '' TERM HUP INT; while :; do :; done\n");
-    QTest::newRow("stopped") << QByteArray("kill -STOP $$\n");
-}
+    void runsToItsEnd()
+    {
+        QFETCH(QByteArray, commands);
+        QFile::remove(directory.filePath("end"_s));
+        const QString path = script("ends"_s, commands + " > \"$(dirname \"$0\")/end\"\n");
+        const LogRecorder log;
+        QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
+        QCOMPARE(contents("end"_s), QByteArray("done\n"));
+        QVERIFY(log.lines().isEmpty());
+    }
 
-void tst_ScriptRunner::hangingScriptIsKilled()
-{
-    QFETCH(QByteArray, commands);
-    const QString path = script(QStringLiteral("hangs"), "echo $$ > \"$(dirname \"$0\")/pid\"\n" + commands);
-    const LogRecorder log;
-    QElapsedTimer clock;
-    clock.start();
-    QCOMPARE(runScript(path, {}, shortLimit), ScriptResult::TimedOut);
-    QVERIFY2(clock.elapsed() >= shortLimit.count(), qPrintable(QString::number(clock.elapsed())));
-    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
-    QVERIFY(!isAlive(contents(QStringLiteral("pid"))));
-    QVERIFY(log.texts().isEmpty());
-}
+    void signalsAreFresh()
+    {
+        // A script and its programs must end on SIGTERM and on a broken pipe, whatever the panel does with
+        // them.
+        const QString path = script(
+            "signals"_s, "grep -E '^Sig(Blk|Ign)' /proc/self/status > \"$(dirname \"$0\")/signals.out\"\n");
+        sigset_t all;
+        sigset_t before;
+        ::sigfillset(&all);
+        QCOMPARE(::pthread_sigmask(SIG_BLOCK, &all, &before), 0);
+        const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
+        const ScriptResult result = runScript(path, {}, plenty);
+        static_cast<void>(::signal(SIGPIPE, pipeBefore));
+        QCOMPARE(::pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
+        QCOMPARE(result, ScriptResult::Finished);
+        const QList<QByteArray> lines = contents("signals.out"_s).split('\n');
+        QCOMPARE(lines.size(), 3);
+        QCOMPARE(lines.at(0), QByteArray("SigBlk:\t0000000000000000"));
+        const quint64 ignored = lines.at(1).split('\t').constLast().toULongLong(nullptr, 16);
+        QCOMPARE(ignored & 1ULL << unsigned(SIGPIPE - 1), quint64(0));
+    }
 
-void tst_ScriptRunner::childrenAreKilledAtTheLimit()
-{
-    const QString path = script(QStringLiteral("parent"), "here=$(dirname \"$0\")\n"
-                                                          "sleep 1000 & echo $! > \"$here/child\"\n"
-                                                          "echo $$ > \"$here/pid\"\n"
-                                                          "wait\n");
-    const LogRecorder log;
-    QCOMPARE(runScript(path, {}, 500ms), ScriptResult::TimedOut);
-    QVERIFY(!isAlive(contents(QStringLiteral("pid"))));
-    const QByteArray child = contents(QStringLiteral("child"));
-    QVERIFY(!child.isEmpty());
-    // Killed as well; its body comes to this process, since its parent is gone.
-    int status = 0;
-    QCOMPARE(::waitpid(child.trimmed().toInt(), &status, 0), child.trimmed().toInt());
-    QVERIFY(WIFSIGNALED(status));
-    QCOMPARE(WTERMSIG(status), SIGKILL);
-}
+    void olderKernel() // the last one: it cannot be undone
+    {
+        QVERIFY(denyProcessDescriptors());
+        QCOMPARE(::syscall(SYS_pidfd_open, ::getpid(), 0), -1L);
+        const LogRecorder log;
+        QCOMPARE(runScript(script("slow"_s, "sleep 0.1\n"), {}, plenty), ScriptResult::Finished);
+        QVERIFY(log.lines().isEmpty());
+        QCOMPARE(runScript(script("hangs"_s, "exec sleep 1000\n"), {}, shortLimit), ScriptResult::TimedOut);
+    }
 
-void tst_ScriptRunner::scriptInTimeIsNotKilled()
-{
-    const QString path =
-        script(QStringLiteral("slow"), "sleep 0.3; echo done > \"$(dirname \"$0\")/slow.out\"\n");
-    const LogRecorder log;
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("slow.out")), QByteArray("done\n"));
-    QVERIFY(log.lines().isEmpty());
-}
+private:
+    QString write(const QString& name, const QByteArray& contents, bool executable = true) const
+    {
+        QString path = directory.filePath(name);
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()) {
+            qFatal("cannot write %s", qPrintable(path));
+        }
+        file.close();
+        file.setPermissions(executable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
+                                       : QFile::ReadOwner | QFile::WriteOwner);
+        return path;
+    }
 
-void tst_ScriptRunner::backgroundChildIsNotWaitedFor()
-{
-    // A service that a script starts keeps the script's output open for as long as it lives.
-    const QString path =
-        script(QStringLiteral("service"), "sleep 1000 & echo $! > \"$(dirname \"$0\")/child\"\n");
-    QElapsedTimer clock;
-    clock.start();
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
-    const int child = contents(QStringLiteral("child")).trimmed().toInt();
-    QVERIFY(child > 0);
-    QCOMPARE(::kill(child, 0), 0); // it lives on
-    QCOMPARE(::kill(child, SIGKILL), 0);
-    QCOMPARE(::waitpid(child, nullptr, 0), child);
-}
+    QString script(const QString& name, const QByteArray& commands) const
+    {
+        return write(name, "#!/bin/sh\n" + commands);
+    }
+    QByteArray contents(const QString& name) const
+    {
+        QFile file(directory.filePath(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
 
-void tst_ScriptRunner::muchOutputDoesNotBlock()
-{
-    // Far more than a pipe holds, on both streams.
-    const QString path = script(QStringLiteral("chatty"), "head -c 1000000 /dev/zero\n"
-                                                          "head -c 1000000 /dev/zero >&2\n"
-                                                          "echo done > \"$(dirname \"$0\")/chatty.out\"\n");
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("chatty.out")), QByteArray("done\n"));
-}
-
-void tst_ScriptRunner::readsNoInput()
-{
-    // A script that asks a question must not wait for an answer that nobody can type.
-    const QString path =
-        script(QStringLiteral("asks"), "read answer; echo \"[$answer]\" > \"$(dirname \"$0\")/answer\"\n");
-    QCOMPARE(runScript(path, {}, plenty), ScriptResult::Finished);
-    QCOMPARE(contents(QStringLiteral("answer")), QByteArray("[]\n"));
-}
-
-void tst_ScriptRunner::missingScriptIsLogged_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<ScriptResult>("outcome");
-    QTest::addColumn<bool>("logged");
-    QTest::newRow("missing: logged") << directory.filePath(QStringLiteral("none")) << ScriptResult::Missing
-                                     << true;
-    QTest::newRow("not executable: logged")
-        << write(QStringLiteral("plain"), "#!/bin/sh\n", false) << ScriptResult::Missing << true;
-    QTest::newRow("a directory: logged") << directory.path() << ScriptResult::Missing << true;
-    QTest::newRow("good: silent") << script(QStringLiteral("good"), "exit 0\n") << ScriptResult::Finished
-                                  << false;
-    QTest::newRow("fails: silent") << script(QStringLiteral("bad"), "exit 9\n") << ScriptResult::Finished
-                                   << false;
-}
-
-void tst_ScriptRunner::missingScriptIsLogged()
-{
-    QFETCH(QString, path);
-    QFETCH(bool, logged);
-    const LogRecorder log;
-    QTEST(runScriptOrLog(path, {QStringLiteral("add")}), "outcome");
-    QCOMPARE(log.texts(),
-             logged ? QStringList{QStringLiteral("Script ' \"%1\" ' not found, do nothing").arg(path)}
-                    : QStringList());
-}
-
-void tst_ScriptRunner::signalsAreFresh()
-{
-    // A script and its programs must end on SIGTERM and on a broken pipe, whatever the panel does with them.
-    const QString path =
-        script(QStringLiteral("signals"),
-               "grep -E '^Sig(Blk|Ign)' /proc/self/status > \"$(dirname \"$0\")/signals.out\"\n");
-    sigset_t all;
-    sigset_t before;
-    ::sigfillset(&all);
-    QCOMPARE(::pthread_sigmask(SIG_BLOCK, &all, &before), 0);
-    const auto pipeBefore = ::signal(SIGPIPE, SIG_IGN);
-    const ScriptResult result = runScript(path, {}, plenty);
-    static_cast<void>(::signal(SIGPIPE, pipeBefore));
-    QCOMPARE(::pthread_sigmask(SIG_SETMASK, &before, nullptr), 0);
-    QCOMPARE(result, ScriptResult::Finished);
-    const QList<QByteArray> lines = contents(QStringLiteral("signals.out")).split('\n');
-    QCOMPARE(lines.size(), 3);
-    QCOMPARE(lines.at(0), QByteArray("SigBlk:\t0000000000000000"));
-    const quint64 ignored = lines.at(1).split('\t').constLast().toULongLong(nullptr, 16);
-    QCOMPARE(ignored & 1ULL << unsigned(SIGPIPE - 1), quint64(0));
-}
-
-void tst_ScriptRunner::olderKernel()
-{
-    QVERIFY(denyProcessDescriptors());
-    QCOMPARE(::syscall(SYS_pidfd_open, ::getpid(), 0), -1L);
-    const LogRecorder log;
-    QCOMPARE(runScript(script(QStringLiteral("slow"), "sleep 0.1\n"), {}, plenty), ScriptResult::Finished);
-    QVERIFY(log.lines().isEmpty());
-    QCOMPARE(runScript(script(QStringLiteral("hangs"), "exec sleep 1000\n"), {}, shortLimit),
-             ScriptResult::TimedOut);
-}
+    QTemporaryDir directory;
+};
 
 QTEST_GUILESS_MAIN(tst_ScriptRunner)
 #include "tst_scriptrunner.moc"
