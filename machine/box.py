@@ -22,7 +22,7 @@ def shows_board(picture):
 class Panel(Machine):
     """The machine with what only a panel has."""
 
-    def await_page(self, seconds=900):
+    def await_page(self, seconds=240):
         """Waits for the controller's page on the screen; seconds since the start of the machine."""
         self.await_screen("the controller's page on the screen", shows_board, seconds)
         return self.age()
@@ -66,6 +66,20 @@ class Panel(Machine):
     def start_time(self, unit="varnel-browser"):
         """The kernel's time at which the unit's process was started."""
         return int(self.output(f"systemctl show --property=ExecMainStartTimestampMonotonic --value {unit}")) / 1e6
+
+    def reboot(self, command="systemctl reboot", seconds=300):
+        """Ends the system by a command, whose own end cannot be seen, and waits for the machine's reset."""
+        self.agent.ask("guest-exec", path="/bin/sh", arg=["-c", command])
+        self.agent.drop()
+        wait_for(f"a reset after: {command}", self.has_been_reset, seconds, 0.5)
+        self.await_clear(seconds)
+
+    def await_clear(self, seconds=60):
+        """Waits until the page that was on the screen before a reset is gone."""
+        def cleared():
+            picture = self.screen()
+            return picture is None or not shows_board(picture)
+        wait_for("the former picture is gone", cleared, seconds, 0.1)
 
     def logged(self, text, options="-u varnel-browser"):
         """Whether the journal has a line with this text."""
@@ -122,8 +136,8 @@ class Box:
         if not os.path.exists(kept):
             panel = self.panel().start()
             panel.await_agent()
-            panel.await_logged("UDP bound", 900)
-            wait_for("the end of the start", lambda: panel.run("systemctl is-system-running")[1].strip() != "starting", 900, 1)
+            panel.await_logged("UDP bound", 240)
+            wait_for("the end of the start", lambda: panel.run("systemctl is-system-running")[1].strip() != "starting", 240, 1)
             if panel.monitor.human("savevm ready"):
                 raise Failure("the machine's state cannot be kept")
             panel.cut_power()

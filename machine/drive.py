@@ -14,8 +14,8 @@ from qemu import Failure
 from surroundings import make_networks
 
 # In the order in which they run; each is a module of machine/tests with a function "run" and a line about it.
-TESTS = ("boot", "leds", "snmp", "usb", "touch", "network", "modbus", "watchdog", "update", "cuts")
-CI_TESTS = ("boot.both",)
+TESTS = ("boot", "leds", "snmp", "usb", "touch", "network", "modbus", "watchdog", "update", "cuts", "short")
+CI_TESTS = ("short",)
 
 
 def parse():

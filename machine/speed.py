@@ -3,12 +3,18 @@
 
 The controller is a program in a network namespace of the machine: one outside would live in another time.
 """
+import itertools
+import random
 import statistics
+import subprocess
 
 from box import BOARD
-from qemu import Failure
+from qemu import Failure, wait_for
+from surroundings import PANEL
 
-CONTROLLER = "http://192.168.7.2"
+OID = ".1.3.6.1.4.1.53864"
+# Tabs of the control board, by the place of their mark, in the order in which they are touched.
+TOUCHED = 20 * (351, 100)
 POINTS = " ".join(f"{left},{top}={colour}" for left, top, colour in BOARD)
 TRACE = "/sys/kernel/tracing"
 EVENTS = ("sys_enter_poll", "sys_exit_poll", "sys_enter_ppoll", "sys_exit_ppoll", "sys_enter_vfork", "sys_enter_clone", "sys_enter_clone3",
@@ -75,11 +81,52 @@ def longest(panel, command):
     return spans
 
 
-def processor_share(panel, time):
-    files = "/sys/fs/cgroup/system.slice/varnel-browser.service/cpu.stat /sys/fs/cgroup/system.slice/varnel-scripts.service/cpu.stat"
-    lines = panel.output(f"grep -h usage_usec {files}; sleep {time}; grep -h usage_usec {files}", WAIT).splitlines()
-    used = [int(line.split()[1]) for line in lines]
-    return sum(used[2:]) / 1e6 / time - sum(used[:2]) / 1e6 / time
+def used(panel):
+    """The kernel's time, and the seconds for which the panel and its scripts have used the processor."""
+    figures = panel.output("cut -d ' ' -f 1 /proc/uptime; cd /sys/fs/cgroup/system.slice; "
+                           "grep -h usage_usec varnel-browser.service/cpu.stat varnel-scripts.service/cpu.stat", WAIT).splitlines()
+    return float(figures[0]), sum(int(line.split()[1]) for line in figures[1:]) / 1e6
+
+
+def processor_share(panel, command):
+    """The panel's and its scripts' part of the processor while a command runs."""
+    begin, before = used(panel)
+    panel.output(command, WAIT)
+    end, after = used(panel)
+    return (after - before) / (end - begin)
+
+
+def touch(left, top):
+    return f"printf 'down {left} {top}\\nup\\n' > /run/touch-screen"
+
+
+def touch_delays(panel):
+    """Seconds from touches at random moments until the page shows the tab that was touched."""
+    pauses = itertools.cycle(random.sample(range(10), 10))
+    script = "".join(f"watch-screen 10 2,{tab}=f2a33a & sleep 0.1; {touch(56, tab)}; wait $!; sleep 0.{next(pauses)}; " for tab in TOUCHED)
+    shown = panel.output(f"{touch(400, 30)}; sleep 1; {script}", WAIT).splitlines()
+    touched = panel.output(f"journalctl --unit=touch-screen --output=cat | grep down | tail -n {len(TOUCHED)}").splitlines()
+    if len(shown) != len(TOUCHED):
+        raise Failure(f"only {len(shown)} of {len(TOUCHED)} touches changed the page")
+    return [float(after) - float(before.split()[0]) for before, after in zip(touched, shown)]
+
+
+def snmp_delay(box, panel):
+    """Seconds from a new configuration to the plant's manager reading the controller's value by it."""
+    panel.output(f"printf 'agentAddress udp:192.168.7.2:161\\nrocommunity comm\\noverride {OID}.1.0 octet_str value\\n' > /run/agent.conf; "
+                 "systemd-run --quiet ip netns exec controller snmpd -f -r -C -c /run/agent.conf -Lo -I -smux,mteTrigger,mteTriggerConf", WAIT)
+    box.dhcp_server()
+    panel.cable("plant", True)
+    wait_for("the plant's address", lambda: PANEL in panel.output("ip -4 address show eth0", WAIT), WAIT, 1)
+    do(panel, f"set snmpcfg.version=2 snmpcfg.oid={OID} snmpcfg.r7m_community=comm snmpcfg.cli_mode=2 snmpcfg.trap_addr1=192.168.10.1")
+    start = panel.uptime()
+    do(panel, "sections list=devinfo,gpiostate,snmpcfg")
+    # A repetition of the same request, because an answer may take longer in this time than in the machine's.
+    manager = ["snmpget", "-r", "9", "-t", "1", "-O", "qv", "-v", "2c", "-c", "comm", PANEL, f"{OID}.1.0"]
+    wait_for("the controller's value", lambda: b"value" in subprocess.run(manager, capture_output=True, check=False).stdout, WAIT)
+    seconds = panel.uptime() - start
+    panel.cable("plant", False)
+    return seconds
 
 
 def measure(box):
@@ -106,13 +153,16 @@ def measure(box):
     do(panel, "sections list=devinfo,gpiostate,core")
     spans = longest(panel, "sleep 20")
     row(f"loop held up by one Core frame (median of {len(spans)})", statistics.median(spans), 0.010)
-    row("processor share, one Core frame a second, page polled", 100 * processor_share(panel, 60), 10, "%")
+    delays = touch_delays(panel)
+    row(f"touch to the page's changed pixels, one Core frame a second (95th percentile of {len(delays)})", statistics.quantiles(delays, n=20)[-1], 0.1)
+    row("processor share, one Core frame and one touch a second, page polled every 2 s, display lit", 
+        100 * processor_share(panel, f"for turn in $(seq 60); do {touch(400, 30)}; sleep 1; done"), 10, "%")
     do(panel, "sections list=devinfo,gpiostate")
     panel.output("sleep 3", WAIT)
     row("loop held up by a registration", max(longest(panel, "echo silence seconds=13 > /run/controller; sleep 20")), 0.050)
-    do(panel, "set snmpcfg.version=2 snmpcfg.oid=.1.3.6.1.4.1.53864 snmpcfg.r7m_community=comm snmpcfg.cli_mode=2 snmpcfg.trap_addr1=192.168.7.2")
+    row("new SNMP configuration to a manager's reading by it", snmp_delay(box, panel), 10)
     row("loop held up by a new SNMP configuration",
-        max(longest(panel, "echo sections list=devinfo,gpiostate,snmpcfg > /run/controller; sleep 60")), 0.3)
+        max(longest(panel, "echo set snmpcfg.trap_addr1=192.168.7.2 > /run/controller; sleep 60")), 0.3)
     do(panel, "set netcfg.varnel=on netcfg.dhcp=off netcfg.ip=192.168.10.77 netcfg.mask=255.255.255.0 netcfg.gateway=192.168.10.1")
     row("loop held up by a new network configuration",
         max(longest(panel, "echo sections list=devinfo,gpiostate,netcfg > /run/controller; sleep 60")), 0.4)

@@ -58,9 +58,9 @@ class DhcpServer(Daemon):
 class Controller(Daemon):
     """The simulated controller; actions are those of r7m-simulator."""
 
-    def __init__(self, options, *arguments, sections="devinfo,gpiostate"):
+    def __init__(self, options, *arguments, sections="devinfo,gpiostate", port=80):
         super().__init__(options, f"controller-{time.monotonic_ns()}", [
-            options.simulator, "--http", f"{CONTROLLER}:80", "--broadcast", "--log", "--stdin", "--sections", sections, *arguments],
+            options.simulator, "--http", f"{CONTROLLER}:{port}", "--broadcast", "--log", "--stdin", "--sections", sections, *arguments],
             stdin=subprocess.PIPE)
         wait_for("the controller", self.listens, 30, 0.05)
 

@@ -80,7 +80,7 @@ def safe_state(box, how, result, wait):
     safe = panel.log_time("safestate.sh: the panel ended by")
     controller.do("resume")
     wait_for("another process", lambda: panel.main_process() not in (0, process), 120, 1)
-    again = panel.log_time(f"varnel-browser\\[{panel.main_process()}\\]")
+    again = panel.start_time()
     between = [change for change in panel.output_changes(start) if change[0] < again - 0.001]
     lit = {name for when, name, on in between if on and name in NAMES and when > safe - 5}
     final = {name: [on for _, line, on in between if line == name] for name in NAMES}

@@ -18,7 +18,6 @@ def read_tcp(port):
     return answer.stdout if answer.returncode == 0 else None
 
 
-
 def tcp(box):
     """TCP: opened, moved to another port, closed"""
     _, controller = box.booted("--map", MAPPING, "--set", "modbuscfg.tcp_status=on", "--set", "modbuscfg.tcp_port=502",
@@ -35,14 +34,10 @@ def tcp(box):
 
 def rtu(box):
     """RTU: a master at the other end of the serial line"""
-    box.dhcp_server()
-    panel = box.panel(extra=["-chardev", "pty,id=line", "-device", "isa-serial,chardev=line,index=1"]).start()
-    line = next(part["filename"] for part in panel.monitor("query-chardev") if part["label"] == "line").removeprefix("pty:")
-    panel.await_agent()
+    panel, _ = box.booted("--map", MAPPING, sections="devinfo,gpiostate,core")
     panel.output("sed -i -e 's/^;ModbusMode=.*/ModbusMode=rtu/' -e 's,^;ModbusInterface=.*,ModbusInterface=1:/dev/ttyS1:19200:8N1,' "
-                 "/usr/local/etc/varnel-browser.ini && systemctl restart varnel-browser", 300)
-    box.controller("--map", MAPPING, sections="devinfo,gpiostate,core")
-    panel.await_page()
+                 "/usr/local/etc/varnel-browser.ini && systemctl restart --no-block varnel-browser")
+    line = next(part["filename"] for part in panel.monitor("query-chardev") if part["label"] == "line").removeprefix("pty:")
 
     def read():
         answer = subprocess.run(["mbpoll", "-0", "-1", "-q", "-m", "rtu", "-a", "1", "-b", "19200", "-P", "none", "-t", "4", "-r", REGISTER,

@@ -8,7 +8,7 @@ import subprocess
 import time
 
 from box import shows_board
-from qemu import Failure, wait_for
+from qemu import Failure, patient, wait_for
 from usb import FAT, Stick, await_stick
 
 PACKAGES = ("varnel-browser", "varnel-device-scripts", "varnel-modbus-server")
@@ -45,7 +45,7 @@ def watched(panel, command):
     """Runs a command and returns the seconds for which the page was not on the screen, until it is back."""
     process = panel.agent.ask("guest-exec", path="/bin/sh", arg=["-c", f"({command}) > /run/command.log 2>&1"])["pid"]
     gone = back = None
-    end = time.monotonic() + 600
+    end = time.monotonic() + patient(600)
     while True:
         picture = panel.screen()
         there = picture is not None and shows_board(picture)
