@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
-// The controller link of the running panel: first frame, loss, return, strangers, and datagrams of any kind.
+// The controller link of the running panel: first frame, loss, return, strangers, datagrams of any kind, and
+// a recorded controller.
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRandomGenerator>
 #include <QTest>
 #include <QTimer>
 
 #include "scene.h"
+#include "simulator.h"
 
 namespace {
 
@@ -24,6 +27,43 @@ QByteArray randomOctets(int size, quint32 seed)
     return octets;
 }
 
+SettingsFile loginSettings()
+{
+    return SettingsFile().set("WebSite/Login", "admin").set("WebSite/Password", "admin");
+}
+
+/// The different values that were written to a lamp, in order.
+QString changes(const WriteRecorder& lamps, int line)
+{
+    QStringList texts = lamps.texts(StandInSys::valueFile(line));
+    texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
+    return texts.join(QString());
+}
+
+/// Whether the capture holds a frame with the green lamp on and all else off; it is written with a delay.
+bool hasLastFrame(const QString& file)
+{
+    QFile capture(file);
+    return capture.open(QIODevice::ReadOnly) &&
+           capture.readAll().contains(QByteArray::fromHex("2000080001000000"));
+}
+
+/// Records a simulator and a panel that shows its still page: the red lamp is on first, then the green one.
+bool recordSession(const QString& file)
+{
+    Program dumpcap("/usr/bin/dumpcap"_s);
+    Scene scene;
+    Simulator simulator;
+    return dumpcap.start({"-q"_s, "-i"_s, "any"_s, "-w"_s, file}) && dumpcap.log().await("File: "_s + file) &&
+           scene.start(loginSettings(), {"-v"_s}) &&
+           simulator.startAndListen({"--page"_s, "plain"_s, "--set"_s, "gpiostate.good=off"_s, "--set"_s,
+                                     "gpiostate.critical=on"_s}) &&
+           scene.panel.log().await(QRegularExpression("'http://192.168.7.2/images/red.png' finished"_s)) &&
+           (simulator.act("set gpiostate.good=on gpiostate.critical=off"_s), true) &&
+           QTest::qWaitFor([&file] { return hasLastFrame(file); }, 20000) && simulator.stop() == 0 &&
+           dumpcap.stop(SIGINT) == 0;
+}
+
 } // namespace
 
 class tst_Link : public QObject
@@ -38,6 +78,8 @@ private slots:
     void linkLossBlinksFast();
     void datagramsOfAnySizeDoNoHarm();
     void burstIsHandledWhole();
+    void recordedControllerIsReplayed_data();
+    void recordedControllerIsReplayed();
 };
 
 void tst_Link::firstFrameRegistersAndOpensThePage()
@@ -184,6 +226,35 @@ void tst_Link::burstIsHandledWhole()
                               20000);
     QTRY_COMPARE_WITH_TIMEOUT(scene.panel.log().lines().filter("wv: Set language to \"fr\""_s).size(), 50,
                               20000);
+}
+
+void tst_Link::recordedControllerIsReplayed_data()
+{
+    QTest::addColumn<QString>("speed");
+    QTest::newRow("in its own time") << "1"_s;
+    QTest::newRow("three times as fast") << "3"_s;
+}
+
+void tst_Link::recordedControllerIsReplayed()
+{
+    QFETCH(QString, speed);
+    const QString recording = "/tmp/controller.pcapng"_s;
+    QVERIFY(recordSession(recording));
+    Scene scene;
+    QVERIFY(scene.start(loginSettings(), {"-v"_s}));
+    const WriteRecorder lamps(
+        {StandInSys::valueFile(StandInSys::red), StandInSys::valueFile(StandInSys::green)});
+    Simulator simulator;
+    QVERIFY(simulator.startAndListen({"--replay"_s, recording, "--speed"_s, speed}));
+    QVERIFY(scene.panel.log().await(welcome));
+    QVERIFY(scene.panel.log().await(QRegularExpression("'http://192.168.7.2/images/red.png' finished"_s)));
+    QTRY_VERIFY(changes(lamps, StandInSys::red).endsWith("10"_s));
+    QTRY_VERIFY(changes(lamps, StandInSys::green).endsWith("01"_s));
+    QCOMPARE(scene.panel.log().lines().filter("No packet received"_s), QStringList());
+    const QList<QJsonObject> events = simulator.events();
+    QVERIFY(std::none_of(events.begin(), events.end(), [](const QJsonObject& event) {
+        return event.value("path"_s) == "/board.js"_s; // of the simulator's own page
+    }));
 }
 
 QTEST_GUILESS_MAIN(tst_Link)
