@@ -452,9 +452,11 @@ void tst_SimulatorReplay::findsScenariosThatCameWithIt()
     QVERIFY(QFile::copy(QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator"), program));
     QVERIFY(QFile::copy(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/scenarios/link-loss.json"),
                         root.filePath(QStringLiteral("share/varnel-tools/scenarios/link-loss.json"))));
-    for (const char* name : {"link-loss", "link-loss.json"}) {
+    const QString built = QStringLiteral(VARNEL_PROGRAM_DIR "/r7m-simulator");
+    for (const auto& [file, name] : {std::pair(program, "link-loss"), std::pair(program, "link-loss.json"),
+                                     std::pair(built, "link-loss")}) {
         QProcess process;
-        process.start(program,
+        process.start(file,
                       {QStringLiteral("--http"), QStringLiteral("127.0.0.1:0"), QStringLiteral("--scenario"),
                        QLatin1String(name), QStringLiteral("--do"), QStringLiteral("quit")});
         QVERIFY(process.waitForFinished());

@@ -80,6 +80,7 @@ private slots:
     void screenshotOfWhatNeverComesFails();
     void windowAndBoardOnADisplay();
     void withoutDisplayItRunsUntilInterrupted();
+    void filesOfOptionsAreShared();
     void registersChangeInAnotherTerminal_data();
     void registersChangeInAnotherTerminal();
     void portInUseMakesWayForTheNext();
@@ -192,6 +193,21 @@ void tst_Demo::withoutDisplayItRunsUntilInterrupted()
     demo->stop(SIGTERM);
     QCOMPARE(demo->exitStatus(), 143);
     QVERIFY(demo->output().contains("UDP stop"));
+}
+
+void tst_Demo::filesOfOptionsAreShared()
+{
+    QFile scenario(scratch->filePath("step.json"_s));
+    QVERIFY(scenario.open(QIODevice::WriteOnly));
+    scenario.write(R"({"steps": [{"at": 0, "do": "set", "devinfo.lang": "fr"}]})");
+    scenario.close();
+    const QString recording = scratch->filePath("frames.pcap"_s);
+    const auto demo = makeDemo();
+    QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--scenario"_s,
+                         scenario.fileName(), "--record"_s, recording}));
+    QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("Set language to \"fr\""), 60000);
+    demo->stop(SIGTERM);
+    QVERIFY(QFileInfo(recording).size() > 100);
 }
 
 void tst_Demo::registersChangeInAnotherTerminal_data()
