@@ -170,10 +170,11 @@ Findings checkPictures(const PanelFiles& panel)
     if (!languages.contains(QStringLiteral("default"))) {
         languages.prepend(QStringLiteral("default"));
     }
+    constexpr int codeLength = 2; // of a language
     for (const QString& language : qAsConst(languages)) {
         const QString folder = base + QLatin1Char('/') + language + QLatin1Char('/');
         const bool hasPictures = !QDir(panel.path(folder)).entryList({QStringLiteral("*.png")}).isEmpty();
-        if (hasPictures || language == QLatin1String("default")) {
+        if (hasPictures || language.size() == codeLength || language == QLatin1String("default")) {
             checkPicture(panel, folder + QLatin1String("error.png"), &findings);
             checkPicture(panel, folder + QLatin1String("front.png"), &findings);
         }

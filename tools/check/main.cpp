@@ -57,6 +57,15 @@ Report runChecks(const PanelFiles& panel, const QStringList& wanted)
     return report;
 }
 
+QString titles()
+{
+    QStringList all;
+    for (const Check& check : checks) {
+        all += QLatin1String(check.title);
+    }
+    return all.join(QLatin1String(", "));
+}
+
 bool isKnown(const QString& title)
 {
     return std::any_of(std::begin(checks), std::end(checks),
@@ -85,7 +94,8 @@ int main(int argc, char* argv[])
     parser.addOptions({root, json, brief, notes, blink});
     const auto help = parser.addHelpOption();
     const auto version = parser.addVersionOption();
-    parser.addPositionalArgument(QStringLiteral("check"), QStringLiteral("Only these checks; default: all."),
+    parser.addPositionalArgument(QStringLiteral("check"),
+                                 QStringLiteral("Only these checks, of: %1.").arg(titles()),
                                  QStringLiteral("[check...]"));
     if (!parser.parse(QCoreApplication::arguments())) {
         return fail(parser.errorText());

@@ -32,6 +32,12 @@ QString colored(const QString& text, const char* color, bool isColored)
     return isColored ? QStringLiteral("\x1b[%1m%2\x1b[0m").arg(QLatin1String(color), text) : text;
 }
 
+QString counted(int number, const char* what)
+{
+    const QString text = QStringLiteral("%1 %2").arg(number).arg(QLatin1String(what));
+    return number == 1 ? text : text + QLatin1Char('s');
+}
+
 QString asLines(const Finding& finding, bool isColored)
 {
     const Look& look = lookOf(finding);
@@ -76,9 +82,9 @@ QString asText(const Report& report, bool isColored, bool hasNotes)
                 (isGood ? colored(QStringLiteral("ok"), "32", isColored) : QString()) + QLatin1Char('\n') +
                 lines;
     }
-    return text + QStringLiteral("%1 errors, %2 warnings\n")
-                      .arg(count(report, Severity::Error))
-                      .arg(count(report, Severity::Warning));
+    return text + QStringLiteral("%1, %2\n")
+                      .arg(counted(count(report, Severity::Error), "error"),
+                           counted(count(report, Severity::Warning), "warning"));
 }
 
 QString asShortText(const Report& report)

@@ -286,6 +286,9 @@ void tst_Check::findsFault_data()
         with(picture, QByteArray::fromHex("89504e470d0a1a0a0000000d49484452000004000000030008020000")),
         &checkPictures, Severity::Warning, picture, "the picture has 1024 x 768 pixels, not 800 x 480",
         "Scale it to 800 x 480.");
+    row("language without pictures", with(QStringLiteral("/usr/local/share/pl/error.jpg"), "x"),
+        &checkPictures, Severity::Warning, QStringLiteral("/usr/local/share/pl/error.png"),
+        "the picture is missing", "Copy an 800 x 480 PNG picture there.");
     row("language incomplete", with(QStringLiteral("/usr/local/share/pl/other.png"), "x"), &checkPictures,
         Severity::Warning, QStringLiteral("/usr/local/share/pl/error.png"), "the picture is missing",
         "Copy an 800 x 480 PNG picture there.");
@@ -394,7 +397,7 @@ void tst_Check::reportSaysWhatWhyAndHow()
                            {QStringLiteral("network"), {}}};
     QCOMPARE(asText(report, false, false),
              QStringLiteral("settings: \n  error: f:2: bad\n      Because.\n      -> Do it.\n"
-                            "network: ok\n1 errors, 0 warnings\n"));
+                            "network: ok\n1 error, 0 warnings\n"));
     QVERIFY(asText(report, false, true).contains(QStringLiteral("  note: g: fact\n")));
     QVERIFY(asText(report, true, false).contains(QStringLiteral("\x1b[31merror:\x1b[0m f:2")));
     QCOMPARE(asShortText(report), QStringLiteral("error: f:2: bad. Do it.\n"));
