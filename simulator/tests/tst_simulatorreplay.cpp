@@ -196,17 +196,15 @@ void tst_SimulatorReplay::keepsOrderAndSpacing()
     }
     Panel panel;
     SimulatorProcess simulator;
+    QElapsedTimer clock; // from before the start: on a busy computer the first frame is read late
+    clock.start();
     QVERIFY(simulator.start(replay(capture(), panel)));
-    QElapsedTimer clock;
     qint64 latest = 0;
     for (int i = 0; i < times.size(); ++i) {
         QCOMPARE(panel.next().data(), frame(quint32(i)));
-        if (i == 0) {
-            clock.start();
-        }
         latest = qMax(latest, times[i]);
-        QVERIFY2(clock.elapsed() >= latest - 60, qPrintable(QString::number(clock.elapsed())));
-        QVERIFY2(clock.elapsed() <= latest + 1500, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() >= latest, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(clock.elapsed() <= latest + 5000, qPrintable(QString::number(clock.elapsed())));
     }
 }
 
@@ -218,14 +216,14 @@ void tst_SimulatorReplay::playsFaster()
     }
     Panel panel;
     SimulatorProcess simulator;
-    QVERIFY(simulator.start(replay(capture(), panel) +
-                            QStringList{QStringLiteral("--speed"), QStringLiteral("200")}));
     QElapsedTimer clock;
     clock.start();
+    QVERIFY(simulator.start(replay(capture(), panel) +
+                            QStringList{QStringLiteral("--speed"), QStringLiteral("200")}));
     for (int i = 0; i < 11; ++i) {
         QCOMPARE(panel.next().data(), frame(quint32(i)));
     }
-    QVERIFY(clock.elapsed() >= 400 && clock.elapsed() < 5000); // 100 s in half a second
+    QVERIFY(clock.elapsed() >= 500 && clock.elapsed() < 10000); // 100 s in half a second
 }
 
 void tst_SimulatorReplay::keepsSendersApart()
