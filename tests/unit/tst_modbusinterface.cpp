@@ -1,14 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include <QtTest>
 
-#include "logrecorder.h"
+#include "frame.h"
+#include "literals.h"
+#include "loadedbridge.h"
 #include "logrules.h"
-#include "mappingfile.h"
-#include "modbusinterface.h"
 
 Q_DECLARE_METATYPE(Varnel::core_tmp)
 
 using namespace Varnel;
+
+namespace {
+
+constexpr int typeU16 = 4;
+constexpr int typeMissing = 99;
+
+using Words = QVector<quint16>;
+
+const QByteArray aRegister = registerText(10, "u16", "u16");
+
+} // namespace
 
 /// The road of a controller value: from a Core item to the value of a register, and from there to words.
 class tst_ModbusInterface : public QObject
@@ -16,434 +27,303 @@ class tst_ModbusInterface : public QObject
     Q_OBJECT
 
 private slots:
-    void decoding_data();
-    void decoding();
-    void unknownTypeIsEntered();
-    void unknownRegisterIsCreated();
-    void tablesToUpdate();
-    void untabledRegistersStay();
-    void coordinateDecides_data();
-    void coordinateDecides();
-    void itemsNeedNoTable();
-    void rendering_data();
-    void rendering();
-    void convertedValues_data();
-    void convertedValues();
-    void tableLayout_data();
-    void tableLayout();
-    void severalTables();
-    void unknownTableIsEntered();
-    void unknownRegisterInTableIsEntered();
-    void hugeGapsAreCut_data();
-    void hugeGapsAreCut();
-    void repeatedAddressSpaceIsCut();
+    void decoding_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<QVariant>("value");
+        const auto row = [](const char* name, const QString& type, const QByteArray& payload,
+                            const QVariant& value) { QTest::newRow(name) << type << payload << value; };
+        row("bool 00: false", "bool"_s, hex("00"), false);
+        row("bool 01: true", "bool"_s, hex("01"), true);
+        row("bool 80000000: true", "bool"_s, hex("80000000"), true);
+        row("bool empty: false", "bool"_s, {}, false);
+        row("bool of five octets: false", "bool"_s, hex("0101010101"), false);
+        row("uint8 0102: low octet 2", "u8"_s, hex("0102"), 2);
+        row("uint8 ff: 255", "u8"_s, hex("ff"), 255);
+        row("int8 ff: -1", "s8"_s, hex("ff"), -1);
+        row("int8 017f: 127", "s8"_s, hex("017f"), 127);
+        row("int8 ffffffff: no signed number, 0", "s8"_s, hex("ffffffff"), 0);
+        row("int8 7fffff80: -128", "s8"_s, hex("7fffff80"), -128);
+        row("uint16 fffe: 65534", "u16"_s, hex("fffe"), 65534);
+        row("uint16 ffffffff: low half 65535", "u16"_s, hex("ffffffff"), 65535);
+        row("uint16 07: 7", "u16"_s, hex("07"), 7);
+        row("int16 fffe: -2", "s16"_s, hex("fffe"), -2);
+        row("int16 fe: 254, not sign-extended", "s16"_s, hex("fe"), 254);
+        row("int16 8000: -32768", "s16"_s, hex("8000"), -32768);
+        row("int16 80000001: no signed number, 0", "s16"_s, hex("80000001"), 0);
+        row("uint32 ffffffff: 4294967295", "u32"_s, hex("ffffffff"), 4294967295U);
+        row("uint32 12345678: most significant first", "u32"_s, hex("12345678"), 0x12345678U);
+        row("uint32 of five octets: 0", "u32"_s, hex("0000000001"), 0U);
+        row("int32 80000000: 0", "s32"_s, hex("80000000"), 0);
+        row("int32 7fffffff: 2147483647", "s32"_s, hex("7fffffff"), 2147483647);
+        row("int32 010203: 66051", "s32"_s, hex("010203"), 66051);
+        row("float text 3.5: 3.5", "float"_s, "3.5", 3.5F);
+        row("float text -1e-3: -0.001", "float"_s, "-1e-3", -0.001F);
+        row("float of IEEE 754 octets: 0", "float"_s, hex("40600000"), 0.0F);
+        row("float text 1e99: out of range, 0", "float"_s, "1e99", 0.0F);
+        row("float text 0x10: 0", "float"_s, "0x10", 0.0F);
+        row("float empty: 0", "float"_s, {}, 0.0F);
+        row("string: text", "string"_s, "Pump 1", "Pump 1"_s);
+        row("string empty: empty", "string"_s, {}, QString());
+        row("string in UTF-8: decoded", "string"_s, "\xC3\xA9", QString(QChar(0xE9)));
+        row("struct: 0", "struct"_s, hex("0102"), 0);
+        row("undef: 0", "undef"_s, hex("0102"), 0);
+    }
+
+    void decoding()
+    {
+        QFETCH(QString, type);
+        QFETCH(QByteArray, payload);
+        QFETCH(QVariant, value);
+        LoadedBridge bridge(aRegister);
+        QVERIFY(bridge.SetRegisterValue(10, {7, 3, 0, bridge.GetCiTypeIndex(type)}, payload));
+        const QVariant stored = bridge.GetRegisterList().value(10).value;
+        QCOMPARE(stored, value);
+        QCOMPARE(stored.userType(), value.userType());
+    }
+
+    void unknownsAreEntered()
+    {
+        LoadedBridge bridge(aRegister, tableText(100, "99, 10"));
+        QVERIFY(!bridge.GetCiTypeList().contains(typeMissing));
+        QVERIFY(bridge.SetRegisterValue(10, {7, 3, 0, typeMissing}, hex("01")));
+        QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(0));
+        QVERIFY(bridge.GetCiTypeList().contains(typeMissing));
+        QCOMPARE(bridge.GetCiTypeList().value(typeMissing).name, QString());
+
+        QVERIFY(bridge.SetRegisterValue(77, {7, 3, 0, typeU16}, hex("0102")));
+        QCOMPARE(bridge.GetRegisterList().value(77).value, QVariant(258));
+        QCOMPARE(bridge.GetRegisterList().value(77).name, QString());
+        QCOMPARE(bridge.GetRegisterList().value(77).mbtype, 0);
+
+        const QVector<MbRawData_s> tables = bridge.ComputeRawData({55, 100});
+        QCOMPARE(tables[0].baseaddr, 55);
+        QCOMPARE(tables[0].values, Words());
+        QVERIFY(bridge.GetTableList().contains(55));
+        QCOMPARE(bridge.GetTableList().value(55).mode, ACCESS_NO);
+        QCOMPARE(tables[1].values, Words({0}));
+        QVERIFY(bridge.GetRegisterList().contains(99));
+        QVERIFY(bridge.GetCiTypeList().contains(0)); // the type code of a register that nothing defines
+    }
+
+    void tablesToUpdate()
+    {
+        LoadedBridge bridge(aRegister + "," + registerText(11, "u16", "u16", 1) + "," +
+                                registerText(12, "u16", "u16", 2) + "," + registerText(13, "u16", "u16", 3),
+                            tableText(100, "10, 11") + "," + tableText(200, "12") + "," +
+                                tableText(300, "10"));
+        const auto value = [&bridge](int id) { return bridge.GetRegisterList().value(id).value.toInt(); };
+        const auto item = [](int index, const char* octets) { return coreItem(index, typeU16, hex(octets)); };
+
+        QCOMPARE(bridge.CheckTableToUpdate({}), QVector<int>());
+        QCOMPARE(bridge.CheckTableToUpdate({item(0, "0001"), item(1, "0002")}), QVector<int>({100, 300}));
+        QCOMPARE(bridge.CheckTableToUpdate({item(2, "0003"), item(1, "0004"), item(0, "0005")}),
+                 QVector<int>({200, 100, 300})); // the order of first need
+        QCOMPARE(value(10), 5);
+        QCOMPARE(value(11), 4);
+        QCOMPARE(value(12), 3);
+        // Twice the same item: the later value stays.
+        QCOMPARE(bridge.CheckTableToUpdate({item(2, "0006"), item(2, "0007")}), QVector<int>({200}));
+        QCOMPARE(value(12), 7);
+        // A register in no table.
+        QCOMPARE(bridge.CheckTableToUpdate({item(3, "0008")}), QVector<int>());
+        QCOMPARE(value(13), 0);
+    }
+
+    void coordinateDecides_data()
+    {
+        QTest::addColumn<core_tmp>("item");
+        QTest::addColumn<bool>("mapped");
+        QTest::newRow("same coordinate: mapped") << core_tmp{7, 3, 200, 4, 1, "\x05"} << true;
+        QTest::newRow("other class: ignored") << core_tmp{8, 3, 200, 4, 1, "\x05"} << false;
+        QTest::newRow("other field: ignored") << core_tmp{7, 4, 200, 4, 1, "\x05"} << false;
+        QTest::newRow("other instance: ignored") << core_tmp{7, 3, 201, 4, 1, "\x05"} << false;
+        QTest::newRow("other type: ignored") << core_tmp{7, 3, 200, 6, 1, "\x05"} << false;
+        QTest::newRow("wide index in the mapping: beyond every instance")
+            << core_tmp{7, 3, 44, 4, 1, "\x05"} << false;
+    }
+
+    void coordinateDecides()
+    {
+        QFETCH(core_tmp, item);
+        QFETCH(bool, mapped);
+        LoadedBridge bridge(registerText(10, "u32", "u16", 200) + "," + registerText(11, "u32", "u16", 300),
+                            tableText(100, "10, 11"));
+        QCOMPARE(bridge.CheckTableToUpdate({item}), mapped ? QVector<int>({100}) : QVector<int>());
+        QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(mapped ? 5 : 0));
+    }
+
+    void itemsNeedNoTable()
+    {
+        ModbusInterface bridge; // nothing loaded at all
+        QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, typeU16, hex("0001"))}), QVector<int>());
+        QVERIFY(bridge.GetRegisterList().isEmpty());
+        QVERIFY(bridge.GetCiTypeList().isEmpty());
+        QCOMPARE(bridge.ComputeRawData({}).size(), 0);
+    }
+
+    void rendering_data()
+    {
+        QTest::addColumn<QByteArray>("mbType");
+        QTest::addColumn<QByteArray>("ciType");
+        QTest::addColumn<QByteArray>("payload");
+        QTest::addColumn<Words>("words");
+        const auto row = [](const char* name, const char* mbType, const char* ciType,
+                            const QByteArray& payload, const Words& words) {
+            QTest::newRow(name) << QByteArray(mbType) << QByteArray(ciType) << payload << words;
+        };
+        row("uint32 12345678: high word first", "u32", "u32", hex("12345678"), {0x1234, 0x5678});
+        row("float 1.0: 3f80 0000", "float", "float", "1.0", {0x3F80, 0x0000});
+        row("float -2.5: c020 0000", "float", "float", "-2.5", {0xC020, 0x0000});
+        row("float 0.1: 3dcc cccd", "float32", "float", "0.1", {0x3DCC, 0xCCCD});
+        row("300 as uint8: low octet", "u8", "u16", hex("012c"), {0x002C});
+        row("-2 as int16: two's complement", "s16", "s16", hex("fffe"), {0xFFFE});
+        row("-2 as int8: low octet only", "s8", "s8", hex("fe"), {0x00FE});
+        row("-2 as int32: both words", "s32", "s16", hex("fffe"), {0xFFFF, 0xFFFE});
+        row("-2 as uint32: both words", "u32", "s16", hex("fffe"), {0xFFFF, 0xFFFE});
+        row("uint32 in int16: low word", "s16", "u32", hex("12345678"), {0x5678});
+        row("true as bool: 1", "bool", "bool", hex("05"), {1});
+        row("5 as bool: 1", "bool", "u8", hex("05"), {1});
+        row("0 as bool: 0", "bool", "u8", hex("00"), {0});
+        row("3.5 as uint16: rounded", "u16", "float", "3.5", {4});
+        row("3.5 as int32: rounded", "s32", "float", "3.5", {0, 4});
+        row("true as uint32: 1", "u32", "bool", hex("ff"), {0, 1});
+        row("3 as float: 4040 0000", "float", "u8", hex("03"), {0x4040, 0x0000});
+        row("text 42 as uint16: 42", "u16", "string", "42", {42});
+        row("text 70000 as uint32: both words", "u32", "string", "70000", {1, 4464});
+        row("text -5 as int32: -5", "s32", "string", "-5", {0xFFFF, 0xFFFB});
+        row("text -5 as uint32: no unsigned number, 0", "u32", "string", "-5", {0, 0});
+        row("text of 64 bits as uint32: low half", "u32", "string", "18446744073414584320", {0xEE6B, 0x2800});
+        row("text false as bool: 0", "bool", "string", "false", {0});
+        row("float 1e10 as uint32: low half", "u32", "float", "1e10", {0x540B, 0xE400});
+        row("float 1e30 as uint32: beyond 64 bits, 0", "u32", "float", "1e30", {0, 0});
+        row("float -1e30 as uint32: beyond 64 bits, 0", "u32", "float", "-1e30", {0, 0});
+        row("float 1e30 as int32: beyond 64 bits, 0", "s32", "float", "1e30", {0, 0});
+        row("float 9.3e18 as int32: beyond 63 bits, 0", "s32", "float", "9.3e18", {0, 0});
+        row("float inf as uint16: 0", "u16", "float", "inf", {0});
+        row("float nan as int16: 0", "s16", "float", "nan", {0});
+        row("float 1e30 as bool: 1", "bool", "float", "1e30", {1});
+        row("float -1e30 as bool: 1", "bool", "float", "-1e30", {1});
+        row("float nan as bool: 0", "bool", "float", "nan", {0});
+        row("as string: no word", "string", "u16", hex("0001"), {});
+        row("as struct: no word", "struct", "u16", hex("0001"), {});
+        row("as undef: no word", "undef", "u16", hex("0001"), {});
+        row("as an unknown name: no word", "UINT16", "u16", hex("0001"), {});
+    }
+
+    void rendering()
+    {
+        QFETCH(QByteArray, mbType);
+        QFETCH(QByteArray, ciType);
+        QFETCH(QByteArray, payload);
+        LoadedBridge bridge(registerText(10, mbType, ciType), tableText(100, "10"));
+        QCOMPARE(bridge.CheckTableToUpdate(
+                     {coreItem(0, bridge.GetCiTypeIndex(QString::fromLatin1(ciType)), payload)}),
+                 QVector<int>({100}));
+        const QVector<MbRawData_s> tables = bridge.ComputeRawData({100});
+        QCOMPARE(tables.size(), 1);
+        QCOMPARE(tables[0].baseaddr, 100);
+        QTEST(tables[0].values, "words");
+    }
+
+    void tableLayout_data()
+    {
+        QTest::addColumn<QByteArray>("ids");
+        QTest::addColumn<Words>("words");
+        // 10: u16 0x0A0A, 11: u16 0x0B0B, 12: u32 0x0C0C0D0D, 13: string, 0: u16
+        QTest::newRow("gap of two: two zeros") << QByteArray("10, -2, 11") << Words{0x0A0A, 0, 0, 0x0B0B};
+        QTest::newRow("id 0: an empty gap") << QByteArray("10, 0, 11") << Words{0x0A0A, 0x0B0B};
+        QTest::newRow("gaps at both ends: zeros") << QByteArray("-1, 10, -1") << Words{0, 0x0A0A, 0};
+        QTest::newRow("string: the following registers move down")
+            << QByteArray("13, 10, 13, 11") << Words{0x0A0A, 0x0B0B};
+        QTest::newRow("file order: not sorted")
+            << QByteArray("11, 12, 10") << Words{0x0B0B, 0x0C0C, 0x0D0D, 0x0A0A};
+        QTest::newRow("same id twice: twice") << QByteArray("10, 10") << Words{0x0A0A, 0x0A0A};
+        QTest::newRow("id unknown: no word") << QByteArray("10, 99, 11") << Words{0x0A0A, 0x0B0B};
+        QTest::newRow("empty: no word") << QByteArray() << Words{};
+        QTest::newRow("neighbours from the last one on: all found")
+            << QByteArray("12, 13, 99, 10, 11") << Words{0x0C0C, 0x0D0D, 0x0A0A, 0x0B0B};
+    }
+
+    void tableLayout()
+    {
+        QFETCH(QByteArray, ids);
+        LoadedBridge bridge(registerText(10, "u16", "u16", 0) + "," + registerText(11, "u16", "u16", 1) +
+                                "," + registerText(12, "u32", "u32", 2) + "," +
+                                registerText(13, "string", "string", 3) + "," +
+                                registerText(0, "u16", "u16", 4),
+                            tableText(100, ids));
+        bridge.SetRegisterValue(10, {7, 3, 0, typeU16}, hex("0a0a"));
+        bridge.SetRegisterValue(11, {7, 3, 1, typeU16}, hex("0b0b"));
+        bridge.SetRegisterValue(12, {7, 3, 2, 6}, hex("0c0c0d0d"));
+        bridge.SetRegisterValue(13, {7, 3, 3, 9}, "text");
+        bridge.SetRegisterValue(0, {7, 3, 4, typeU16}, hex("0e0e"));
+        QTEST(bridge.ComputeRawData({100}).at(0).values, "words");
+    }
+
+    void severalTables()
+    {
+        LoadedBridge bridge(aRegister, tableText(300, "10, -1") + "," + tableText(100, "-1, 10"));
+        bridge.SetRegisterValue(10, {7, 3, 0, typeU16}, hex("0009"));
+        const QVector<MbRawData_s> tables = bridge.ComputeRawData({300, 100, 300});
+        QCOMPARE(tables.size(), 3); // in the order of the request
+        QCOMPARE(tables[0].baseaddr, 300);
+        QCOMPARE(tables[0].values, Words({9, 0}));
+        QCOMPARE(tables[1].baseaddr, 100);
+        QCOMPARE(tables[1].values, Words({0, 9}));
+        QCOMPARE(tables[2].values, Words({9, 0}));
+    }
+
+    void hugeGapsAreCut_data()
+    {
+        QTest::addColumn<QByteArray>("ids");
+        QTest::addColumn<int>("words");
+        QTest::addColumn<bool>("reported");
+        QTest::newRow("65536 words: whole") << QByteArray("-65536") << 65536 << false;
+        QTest::newRow("65535 and a register: whole") << QByteArray("-65535, 10") << 65536 << false;
+        QTest::newRow("65536 and a register: cut") << QByteArray("-65536, 10") << 65536 << true;
+        QTest::newRow("two billion: cut") << QByteArray("10, -2000000000, 10") << 65536 << true;
+        QTest::newRow("smallest number there is: cut")
+            << QByteArray("-2147483648, -2147483648, 10") << 65536 << true;
+        QTest::newRow("below the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
+    }
+
+    void hugeGapsAreCut()
+    {
+        QFETCH(QByteArray, ids);
+        QFETCH(bool, reported);
+        LoadedBridge bridge(aRegister, tableText(100, ids));
+        const LogRecorder log;
+        QTEST(bridge.ComputeRawData({100}).at(0).values.size(), "words");
+        QVERIFY(log.lines().isEmpty());
+
+        LoadedBridge talkative(aRegister, tableText(100, ids));
+        const LogRules rules("varnel.modbus.debug=true");
+        talkative.ComputeRawData({100});
+        talkative.ComputeRawData({100}); // once, not at every update
+        QCOMPARE(log.texts("varnel.modbus"_s).join(QLatin1Char(';')),
+                 reported ? "Table at address 100 does not fit the Modbus address space, cut"_s : QString());
+        QCOMPARE(log.texts(), QStringList());
+    }
+
+    void repeatedAddressSpaceIsCut()
+    {
+        QByteArray tables;
+        QVector<int> addresses;
+        for (int address = 0; address < 18; ++address) {
+            tables += (tables.isEmpty() ? "" : ",") + tableText(address, "-65536");
+            addresses << address;
+        }
+        LoadedBridge bridge("", tables);
+        const LogRecorder log;
+        const QVector<MbRawData_s> rendered = bridge.ComputeRawData(addresses);
+        QCOMPARE(rendered.size(), 18);
+        QCOMPARE(rendered.at(15).values.size(), 65536);
+        QCOMPARE(rendered.at(16).values.size(), 0);
+        QCOMPARE(rendered.at(17).values.size(), 0);
+    }
 };
 
-namespace {
-
-constexpr int typeBool = 1;
-constexpr int typeU8 = 2;
-constexpr int typeS8 = 3;
-constexpr int typeU16 = 4;
-constexpr int typeS16 = 5;
-constexpr int typeU32 = 6;
-constexpr int typeS32 = 7;
-constexpr int typeFloat = 8;
-constexpr int typeString = 9;
-constexpr int typeStruct = 10;
-constexpr int typeUndef = 11;
-constexpr int typeMissing = 99;
-
-using Words = QVector<quint16>;
-
-QByteArray octets(const char* hex)
-{
-    return QByteArray::fromHex(hex);
-}
-
-/// Loads registers and tables, and keeps the log quiet.
-void load(ModbusInterface* bridge, const QByteArray& registers, const QByteArray& tables)
-{
-    const LogRecorder log;
-    if (!loadMapping(bridge, mappingText(registers, tables))) {
-        qFatal("the mapping of the test does not load");
-    }
-}
-
-} // namespace
-
-void tst_ModbusInterface::decoding_data()
-{
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QByteArray>("payload");
-    QTest::addColumn<QVariant>("value");
-
-    const auto row = [](const char* name, int type, const QByteArray& payload, const QVariant& value) {
-        QTest::newRow(name) << type << payload << value;
-    };
-    row("bool 00: false", typeBool, octets("00"), false);
-    row("bool 01: true", typeBool, octets("01"), true);
-    row("bool 80000000: true", typeBool, octets("80000000"), true);
-    row("bool empty: false", typeBool, {}, false);
-    row("bool of five octets: false", typeBool, octets("0101010101"), false);
-    row("uint8 02: 2", typeU8, octets("02"), 2);
-    row("uint8 0102: low octet 2", typeU8, octets("0102"), 2);
-    row("uint8 ff: 255", typeU8, octets("ff"), 255);
-    row("uint8 empty: 0", typeU8, {}, 0);
-    row("int8 ff: -1", typeS8, octets("ff"), -1);
-    row("int8 80: -128", typeS8, octets("80"), -128);
-    row("int8 017f: 127", typeS8, octets("017f"), 127);
-    row("int8 ffffffff: no signed number, 0", typeS8, octets("ffffffff"), 0);
-    row("int8 7fffff80: -128", typeS8, octets("7fffff80"), -128);
-    row("uint16 fffe: 65534", typeU16, octets("fffe"), 65534);
-    row("uint16 ffffffff: low half 65535", typeU16, octets("ffffffff"), 65535);
-    row("uint16 07: 7", typeU16, octets("07"), 7);
-    row("int16 fffe: -2", typeS16, octets("fffe"), -2);
-    row("int16 fe: 254, not sign-extended", typeS16, octets("fe"), 254);
-    row("int16 8000: -32768", typeS16, octets("8000"), -32768);
-    row("int16 80000001: no signed number, 0", typeS16, octets("80000001"), 0);
-    row("uint32 ffffffff: 4294967295", typeU32, octets("ffffffff"), 4294967295U);
-    row("uint32 12345678: most significant first", typeU32, octets("12345678"), 0x12345678U);
-    row("uint32 of five octets: 0", typeU32, octets("0000000001"), 0U);
-    row("uint32 empty: 0", typeU32, {}, 0U);
-    row("int32 ffffffff: 0", typeS32, octets("ffffffff"), 0);
-    row("int32 80000000: 0", typeS32, octets("80000000"), 0);
-    row("int32 7fffffff: 2147483647", typeS32, octets("7fffffff"), 2147483647);
-    row("int32 010203: 66051", typeS32, octets("010203"), 66051);
-    row("float text 3.5: 3.5", typeFloat, "3.5", 3.5F);
-    row("float text -1e-3: -0.001", typeFloat, "-1e-3", -0.001F);
-    row("float text with a comma: 0", typeFloat, "3,5", 0.0F);
-    row("float of IEEE 754 octets: 0", typeFloat, octets("40600000"), 0.0F);
-    row("float text 1e99: out of range, 0", typeFloat, "1e99", 0.0F);
-    row("float text 0x10: 0", typeFloat, "0x10", 0.0F);
-    row("float empty: 0", typeFloat, {}, 0.0F);
-    row("string: text", typeString, "Pump 1", QStringLiteral("Pump 1"));
-    row("string empty: empty", typeString, {}, QString());
-    row("string in UTF-8: decoded", typeString, "\xC3\xA9", QString(QChar(0xE9)));
-    row("struct: 0", typeStruct, octets("0102"), 0);
-    row("undef: 0", typeUndef, octets("0102"), 0);
-    row("code without type: 0", typeMissing, octets("0102"), 0);
-}
-
-void tst_ModbusInterface::decoding()
-{
-    QFETCH(int, type);
-    QFETCH(QByteArray, payload);
-    QFETCH(QVariant, value);
-
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), "");
-    QVERIFY(bridge.SetRegisterValue(10, {7, 3, 0, type}, payload));
-    const QVariant stored = bridge.GetRegisterList().value(10).value;
-    QCOMPARE(stored, value);
-    QCOMPARE(stored.userType(), value.userType());
-}
-
-void tst_ModbusInterface::unknownTypeIsEntered()
-{
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), "");
-    QVERIFY(!bridge.GetCiTypeList().contains(typeMissing));
-    QVERIFY(bridge.SetRegisterValue(10, {7, 3, 0, typeMissing}, octets("01")));
-    QVERIFY(bridge.GetCiTypeList().contains(typeMissing));
-    QCOMPARE(bridge.GetCiTypeList().value(typeMissing).name, QString());
-}
-
-void tst_ModbusInterface::unknownRegisterIsCreated()
-{
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), "");
-    QVERIFY(bridge.SetRegisterValue(77, {7, 3, 0, typeU16}, octets("0102")));
-    QCOMPARE(bridge.GetRegisterList().value(77).value, QVariant(258));
-    QCOMPARE(bridge.GetRegisterList().value(77).name, QString());
-    QCOMPARE(bridge.GetRegisterList().value(77).mbtype, 0);
-}
-
-void tst_ModbusInterface::tablesToUpdate()
-{
-    ModbusInterface bridge;
-    load(&bridge,
-         registerText(10, "u16", "u16", 0) + "," + registerText(11, "u16", "u16", 1) + "," +
-             registerText(12, "u16", "u16", 2),
-         tableText(100, "10, 11") + "," + tableText(200, "12") + "," + tableText(300, "10"));
-
-    QCOMPARE(bridge.CheckTableToUpdate({}), QVector<int>());
-    QCOMPARE(bridge.CheckTableToUpdate(
-                 {coreItem(0, typeU16, octets("0001")), coreItem(1, typeU16, octets("0002"))}),
-             QVector<int>({100, 300}));
-    QCOMPARE(
-        bridge.CheckTableToUpdate({coreItem(2, typeU16, octets("0003")), coreItem(1, typeU16, octets("0004")),
-                                   coreItem(0, typeU16, octets("0005"))}),
-        QVector<int>({200, 100, 300})); // the order of first need
-    QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(5));
-    QCOMPARE(bridge.GetRegisterList().value(11).value, QVariant(4));
-    QCOMPARE(bridge.GetRegisterList().value(12).value, QVariant(3));
-
-    // Twice the same item: the later value stays.
-    QCOMPARE(bridge.CheckTableToUpdate(
-                 {coreItem(2, typeU16, octets("0006")), coreItem(2, typeU16, octets("0007"))}),
-             QVector<int>({200}));
-    QCOMPARE(bridge.GetRegisterList().value(12).value, QVariant(7));
-}
-
-void tst_ModbusInterface::untabledRegistersStay()
-{
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16", 0) + "," + registerText(11, "u16", "u16", 1),
-         tableText(100, "11"));
-    QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, typeU16, octets("0001"))}), QVector<int>());
-    QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(0));
-}
-
-void tst_ModbusInterface::coordinateDecides_data()
-{
-    QTest::addColumn<core_tmp>("item");
-    QTest::addColumn<bool>("mapped");
-    QTest::newRow("same coordinate: mapped") << core_tmp{7, 3, 200, 4, 1, "\x05"} << true;
-    QTest::newRow("other class: ignored") << core_tmp{8, 3, 200, 4, 1, "\x05"} << false;
-    QTest::newRow("other field: ignored") << core_tmp{7, 4, 200, 4, 1, "\x05"} << false;
-    QTest::newRow("other instance: ignored") << core_tmp{7, 3, 201, 4, 1, "\x05"} << false;
-    QTest::newRow("other type: ignored") << core_tmp{7, 3, 200, 6, 1, "\x05"} << false;
-    QTest::newRow("wide index in the mapping: beyond every instance")
-        << core_tmp{7, 3, 44, 4, 1, "\x05"} << false;
-}
-
-void tst_ModbusInterface::coordinateDecides()
-{
-    QFETCH(core_tmp, item);
-    QFETCH(bool, mapped);
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u32", "u16", 200) + "," + registerText(11, "u32", "u16", 300),
-         tableText(100, "10, 11"));
-    QCOMPARE(bridge.CheckTableToUpdate({item}), mapped ? QVector<int>({100}) : QVector<int>());
-    QCOMPARE(bridge.GetRegisterList().value(10).value, QVariant(mapped ? 5 : 0));
-}
-
-void tst_ModbusInterface::itemsNeedNoTable()
-{
-    ModbusInterface bridge; // nothing loaded at all
-    QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, typeU16, octets("0001"))}), QVector<int>());
-    QVERIFY(bridge.GetRegisterList().isEmpty());
-    QVERIFY(bridge.GetCiTypeList().isEmpty());
-    QCOMPARE(bridge.ComputeRawData({}).size(), 0);
-}
-
-void tst_ModbusInterface::rendering_data()
-{
-    QTest::addColumn<QByteArray>("mbType");
-    QTest::addColumn<QByteArray>("ciType");
-    QTest::addColumn<int>("ciCode");
-    QTest::addColumn<QByteArray>("payload");
-    QTest::addColumn<Words>("words");
-
-    const auto row = [](const char* name, const char* mbType, const char* ciType, int code,
-                        const QByteArray& payload, const Words& words) {
-        QTest::newRow(name) << QByteArray(mbType) << QByteArray(ciType) << code << payload << words;
-    };
-    row("uint32 12345678: high word first", "u32", "u32", typeU32, octets("12345678"), {0x1234, 0x5678});
-    row("float 1.0: 3f80 0000", "float", "float", typeFloat, "1.0", {0x3F80, 0x0000});
-    row("float -2.5: c020 0000", "float", "float", typeFloat, "-2.5", {0xC020, 0x0000});
-    row("float 0.1: 3dcc cccd", "float32", "float", typeFloat, "0.1", {0x3DCC, 0xCCCD});
-    row("300 as uint8: low octet", "u8", "u16", typeU16, octets("012c"), {0x002C});
-    row("-2 as int16: two's complement", "s16", "s16", typeS16, octets("fffe"), {0xFFFE});
-    row("-2 as int8: low octet only", "s8", "s8", typeS8, octets("fe"), {0x00FE});
-    row("-2 as int32: both words", "s32", "s16", typeS16, octets("fffe"), {0xFFFF, 0xFFFE});
-    row("-2 as uint32: both words", "u32", "s16", typeS16, octets("fffe"), {0xFFFF, 0xFFFE});
-    row("uint32 in int16: low word", "s16", "u32", typeU32, octets("12345678"), {0x5678});
-    row("true as bool: 1", "bool", "bool", typeBool, octets("05"), {1});
-    row("5 as bool: 1", "bool", "u8", typeU8, octets("05"), {1});
-    row("0 as bool: 0", "bool", "u8", typeU8, octets("00"), {0});
-    row("true as uint32: 1", "u32", "bool", typeBool, octets("ff"), {0, 1});
-    row("3 as float: 4040 0000", "float", "u8", typeU8, octets("03"), {0x4040, 0x0000});
-    row("text 42 as uint16: 42", "u16", "string", typeString, "42", {42});
-    row("text 70000 as uint32: both words", "u32", "string", typeString, "70000", {1, 4464});
-    row("text x as uint16: 0", "u16", "string", typeString, "x", {0});
-    row("text -5 as int32: -5", "s32", "string", typeString, "-5", {0xFFFF, 0xFFFB});
-    row("text -5 as uint32: no unsigned number, 0", "u32", "string", typeString, "-5", {0, 0});
-    row("text of 64 bits as uint32: low half", "u32", "string", typeString, "18446744073414584320",
-        {0xEE6B, 0x2800});
-    row("text false as bool: 0", "bool", "string", typeString, "false", {0});
-    row("float 1e10 as uint32: low half", "u32", "float", typeFloat, "1e10", {0x540B, 0xE400});
-    row("float 1e30 as uint32: beyond 64 bits, 0", "u32", "float", typeFloat, "1e30", {0, 0});
-    row("float -1e30 as uint32: beyond 64 bits, 0", "u32", "float", typeFloat, "-1e30", {0, 0});
-    row("float 1e30 as int32: beyond 64 bits, 0", "s32", "float", typeFloat, "1e30", {0, 0});
-    row("float 9.3e18 as int32: beyond 63 bits, 0", "s32", "float", typeFloat, "9.3e18", {0, 0});
-    row("float inf as uint16: 0", "u16", "float", typeFloat, "inf", {0});
-    row("float nan as int16: 0", "s16", "float", typeFloat, "nan", {0});
-    row("float 1e30 as bool: 1", "bool", "float", typeFloat, "1e30", {1});
-    row("float -1e30 as bool: 1", "bool", "float", typeFloat, "-1e30", {1});
-    row("float nan as bool: 0", "bool", "float", typeFloat, "nan", {0});
-    row("as string: no word", "string", "u16", typeU16, octets("0001"), {});
-    row("as struct: no word", "struct", "u16", typeU16, octets("0001"), {});
-    row("as undef: no word", "undef", "u16", typeU16, octets("0001"), {});
-    row("as an unknown name: no word", "UINT16", "u16", typeU16, octets("0001"), {});
-}
-
-void tst_ModbusInterface::rendering()
-{
-    QFETCH(QByteArray, mbType);
-    QFETCH(QByteArray, ciType);
-    QFETCH(int, ciCode);
-    QFETCH(QByteArray, payload);
-
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, mbType, ciType), tableText(100, "10"));
-    QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, ciCode, payload)}), QVector<int>({100}));
-    const QVector<MbRawData_s> tables = bridge.ComputeRawData({100});
-    QCOMPARE(tables.size(), 1);
-    QCOMPARE(tables[0].baseaddr, 100);
-    QTEST(tables[0].values, "words");
-}
-
-void tst_ModbusInterface::convertedValues_data()
-{
-    QTest::addColumn<QByteArray>("mbType");
-    QTest::addColumn<Words>("words");
-    QTest::newRow("uint16: the rounded value") << QByteArray("u16") << Words{4};
-    QTest::newRow("int32: the rounded value") << QByteArray("s32") << Words{0, 4};
-    QTest::newRow("bool: 1") << QByteArray("bool") << Words{1};
-}
-
-void tst_ModbusInterface::convertedValues()
-{
-    QFETCH(QByteArray, mbType);
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, mbType, "float"), tableText(100, "10"));
-    QCOMPARE(bridge.CheckTableToUpdate({coreItem(0, typeFloat, "3.5")}).size(), 1);
-    QTEST(bridge.ComputeRawData({100}).at(0).values, "words");
-}
-
-void tst_ModbusInterface::tableLayout_data()
-{
-    QTest::addColumn<QByteArray>("ids");
-    QTest::addColumn<Words>("words");
-
-    // 10: u16 0x0A0A, 11: u16 0x0B0B, 12: u32 0x0C0C0D0D, 13: string, 0: u16
-    QTest::newRow("gap of two: two zeros") << QByteArray("10, -2, 11") << Words{0x0A0A, 0, 0, 0x0B0B};
-    QTest::newRow("id 0: an empty gap") << QByteArray("10, 0, 11") << Words{0x0A0A, 0x0B0B};
-    QTest::newRow("gaps at both ends: zeros") << QByteArray("-1, 10, -1") << Words{0, 0x0A0A, 0};
-    QTest::newRow("string: the following registers move down")
-        << QByteArray("13, 10, 13, 11") << Words{0x0A0A, 0x0B0B};
-    QTest::newRow("file order: not sorted")
-        << QByteArray("11, 12, 10") << Words{0x0B0B, 0x0C0C, 0x0D0D, 0x0A0A};
-    QTest::newRow("same id twice: twice") << QByteArray("10, 10") << Words{0x0A0A, 0x0A0A};
-    QTest::newRow("id unknown: no word") << QByteArray("10, 99, 11") << Words{0x0A0A, 0x0B0B};
-    QTest::newRow("empty: no word") << QByteArray() << Words{};
-    QTest::newRow("neighbours from the last one on: all found")
-        << QByteArray("12, 13, 99, 10, 11") << Words{0x0C0C, 0x0D0D, 0x0A0A, 0x0B0B};
-}
-
-void tst_ModbusInterface::tableLayout()
-{
-    QFETCH(QByteArray, ids);
-    ModbusInterface bridge;
-    load(&bridge,
-         registerText(10, "u16", "u16", 0) + "," + registerText(11, "u16", "u16", 1) + "," +
-             registerText(12, "u32", "u32", 2) + "," + registerText(13, "string", "string", 3) + "," +
-             registerText(0, "u16", "u16", 4),
-         tableText(100, ids));
-    bridge.SetRegisterValue(10, {7, 3, 0, typeU16}, octets("0a0a"));
-    bridge.SetRegisterValue(11, {7, 3, 1, typeU16}, octets("0b0b"));
-    bridge.SetRegisterValue(12, {7, 3, 2, typeU32}, octets("0c0c0d0d"));
-    bridge.SetRegisterValue(13, {7, 3, 3, typeString}, "text");
-    bridge.SetRegisterValue(0, {7, 3, 4, typeU16}, octets("0e0e"));
-    QTEST(bridge.ComputeRawData({100}).at(0).values, "words");
-}
-
-void tst_ModbusInterface::severalTables()
-{
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), tableText(300, "10, -1") + "," + tableText(100, "-1, 10"));
-    bridge.SetRegisterValue(10, {7, 3, 0, typeU16}, octets("0009"));
-    const QVector<MbRawData_s> tables = bridge.ComputeRawData({300, 100, 300});
-    QCOMPARE(tables.size(), 3); // in the order of the request
-    QCOMPARE(tables[0].baseaddr, 300);
-    QCOMPARE(tables[0].values, Words({9, 0}));
-    QCOMPARE(tables[1].baseaddr, 100);
-    QCOMPARE(tables[1].values, Words({0, 9}));
-    QCOMPARE(tables[2].baseaddr, 300);
-    QCOMPARE(tables[2].values, Words({9, 0}));
-}
-
-void tst_ModbusInterface::unknownTableIsEntered()
-{
-    ModbusInterface bridge;
-    const QVector<MbRawData_s> tables = bridge.ComputeRawData({55});
-    QCOMPARE(tables.size(), 1);
-    QCOMPARE(tables[0].baseaddr, 55);
-    QCOMPARE(tables[0].values, Words());
-    QVERIFY(bridge.GetTableList().contains(55));
-    QCOMPARE(bridge.GetTableList().value(55).mode, ACCESS_NO);
-}
-
-void tst_ModbusInterface::unknownRegisterInTableIsEntered()
-{
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), tableText(100, "99, 10"));
-    QCOMPARE(bridge.ComputeRawData({100}).at(0).values, Words({0}));
-    QVERIFY(bridge.GetRegisterList().contains(99));
-    QVERIFY(bridge.GetCiTypeList().contains(0)); // the type code of a register that nothing defines
-}
-
-void tst_ModbusInterface::hugeGapsAreCut_data()
-{
-    QTest::addColumn<QByteArray>("ids");
-    QTest::addColumn<int>("words");
-    QTest::addColumn<bool>("reported");
-    QTest::newRow("65536 words: whole") << QByteArray("-65536") << 65536 << false;
-    QTest::newRow("65535 and a register: whole") << QByteArray("-65535, 10") << 65536 << false;
-    QTest::newRow("65536 and a register: cut") << QByteArray("-65536, 10") << 65536 << true;
-    QTest::newRow("two billion: cut") << QByteArray("10, -2000000000, 10") << 65536 << true;
-    QTest::newRow("smallest number there is: cut")
-        << QByteArray("-2147483648, -2147483648, 10") << 65536 << true;
-    QTest::newRow("below the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
-}
-
-void tst_ModbusInterface::hugeGapsAreCut()
-{
-    QFETCH(QByteArray, ids);
-    QFETCH(bool, reported);
-    ModbusInterface bridge;
-    load(&bridge, registerText(10, "u16", "u16"), tableText(100, ids));
-    LogRecorder log;
-    {
-        ModbusInterface quiet;
-        load(&quiet, registerText(10, "u16", "u16"), tableText(100, ids));
-        QTEST(quiet.ComputeRawData({100}).at(0).values.size(), "words");
-        QVERIFY(log.lines().isEmpty());
-    }
-    const LogRules rules("varnel.modbus.debug=true");
-    QTEST(bridge.ComputeRawData({100}).at(0).values.size(), "words");
-    QTEST(bridge.ComputeRawData({100}).at(0).values.size(), "words");
-    const QStringList expected =
-        reported
-            ? QStringList{QStringLiteral("Table at address 100 does not fit the Modbus address space, cut")}
-            : QStringList();
-    QCOMPARE(log.texts(QStringLiteral("varnel.modbus")), expected); // once, not at every update
-    QCOMPARE(log.texts(), QStringList());
-}
-
-void tst_ModbusInterface::repeatedAddressSpaceIsCut()
-{
-    ModbusInterface bridge;
-    QByteArray tables;
-    QVector<int> addresses;
-    for (int address = 0; address < 40; ++address) {
-        tables += (tables.isEmpty() ? "" : ",") + tableText(address, "-65536");
-        addresses << address;
-    }
-    load(&bridge, "", tables);
-    const LogRecorder log;
-    const QVector<MbRawData_s> rendered = bridge.ComputeRawData(addresses);
-    QCOMPARE(rendered.size(), 40);
-    qint64 total = 0;
-    for (const MbRawData_s& table : rendered) {
-        total += table.values.size();
-    }
-    QCOMPARE(total, qint64(16) * 65536);
-    QCOMPARE(rendered.last().values, Words());
-}
-
 QTEST_GUILESS_MAIN(tst_ModbusInterface)
-
 #include "tst_modbusinterface.moc"
