@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <memory>
 
-#include <QApplication>
 #include <QBuffer>
 #include <QDialog>
 #include <QImage>
 #include <QPixmapCache>
 #include <QRandomGenerator>
 #include <QTest>
-#include <QTimer>
 #include <QWebSettings>
 
+#include "dialogdriver.h"
 #include "enginecaches.h"
 #include "panelview.h"
 #include "webserver.h"
@@ -109,18 +108,13 @@ private slots:
                                "for (var i = 0; i <= n; ++i) { s += i; if (i == 5000) { alert(i); } }"
                                "return s; } sum(4000); document.title = sum(10000);</script>");
         const PanelView panel;
-        QTimer user;
-        int cleared = 0;
-        connect(&user, &QTimer::timeout, this, [&] {
-            if (auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
-                clearEngineCaches(); // this also drops compiled code, and some of it is running
-                ++cleared;
-                dialog->accept();
-            }
+        DialogDriver user;
+        user.onWaiting(QString(), [](QDialog* dialog) {
+            clearEngineCaches(); // this also drops compiled code, and some of it is running
+            dialog->accept();
         });
-        user.start(10);
         panel.load(server->url("/page"));
-        QCOMPARE(cleared, 1);
+        QCOMPARE(user.seen().size(), 1);
         QCOMPARE(panel.frame()->title(), "50005000"_s);
     }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <functional>
+#include <memory>
 
 #include <QApplication>
 #include <QMessageBox>
@@ -8,6 +8,7 @@
 #include <QTest>
 #include <QTimer>
 
+#include "dialogdriver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
 #include "webserver.h"
@@ -16,31 +17,7 @@ using namespace Varnel;
 
 namespace {
 
-/// Does something as soon as a dialog is on the screen, from the dialog's own event loop.
-class OnDialog : public QObject
-{
-    Q_OBJECT
-
-public:
-    explicit OnDialog(std::function<void(QDialog*)> act)
-    {
-        connect(&timer, &QTimer::timeout, this, [this, act = std::move(act)] {
-            auto* const dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
-            if (dialog != nullptr && dialog != last) {
-                last = dialog;
-                ++seen;
-                act(dialog);
-            }
-        });
-        timer.start(0);
-    }
-
-    int seen = 0; ///< how many dialogs there were
-
-private:
-    QTimer timer;
-    QDialog* last = nullptr;
-};
+const QString anyDialog; ///< the dialogs of scripts have no names
 
 void answerYes(QDialog* dialog)
 {
@@ -81,9 +58,10 @@ private slots:
         QFETCH(QString, text);
         server->serve("/index", "<script>" + script + "</script>");
         PanelView panel;
-        const OnDialog user(&answerYes);
+        DialogDriver user;
+        user.onWaiting(anyDialog, &answerYes);
         panel.load(server->url("/index"));
-        QCOMPARE(user.seen, 1);
+        QCOMPARE(user.seen().size(), 1);
         QCOMPARE(panel.text(), text);
     }
 
@@ -107,7 +85,8 @@ private slots:
         server->serve("/index", answer);
         PanelView panel;
         const auto* const manager = panel.window.getNetworkAccessManager();
-        const OnDialog user([&](QDialog* dialog) {
+        DialogDriver user;
+        user.onWaiting(anyDialog, [&](QDialog* dialog) {
             connect(manager, &QNetworkAccessManager::finished, dialog, [dialog] {
                 // Behind the turn in which the reply would be deleted.
                 QTimer::singleShot(
@@ -116,7 +95,7 @@ private slots:
             server->release("/index");
         });
         panel.load(server->url("/index"));
-        QCOMPARE(user.seen, 1);
+        QCOMPARE(user.seen().size(), 1);
         QCOMPARE(panel.evaluate("document.documentElement.id").toString(), "done"_s);
         QTRY_COMPARE(manager->findChildren<QNetworkReply*>().size(), 0);
     }
@@ -151,19 +130,21 @@ private slots:
         server->serve("/index", "<html><body><script>" + script + "; document.write('more')</script>after" +
                                     "<script>document.write('end')</script></body></html>");
         PanelView panel;
-        const OnDialog meanwhile([&](QDialog*) { change(panel, server->url("/next")); });
+        DialogDriver meanwhile;
+        meanwhile.onWaiting(anyDialog, [&](QDialog*) { change(panel, server->url("/next")); });
         panel.view->loadUrl(server->url("/index"));
-        QTRY_COMPARE(meanwhile.seen, 1);
+        QTRY_COMPARE(meanwhile.seen().size(), 1);
         QTRY_VERIFY(panel.text().startsWith(text));
         QVERIFY(QApplication::activeModalWidget() == nullptr);
-        QCOMPARE(meanwhile.seen, 1);
+        QCOMPARE(meanwhile.seen().size(), 1);
     }
 
     void lastChangeWins()
     {
         server->serve("/index", "<script>alert(1)</script>");
         PanelView panel;
-        const OnDialog meanwhile([&](QDialog*) {
+        DialogDriver meanwhile;
+        meanwhile.onWaiting(anyDialog, [&](QDialog*) {
             panel.window.displayError(QString());
             panel.window.openUrlForce(server->url("/next").toString(), true);
         });
@@ -178,11 +159,12 @@ private slots:
         server->serve("/index", "<script>window.onbeforeunload = function() { return 'stay?'; };"
                                 "window.onunload = function() { alert('bye'); };</script>page");
         PanelView panel;
-        const OnDialog user([](QDialog* dialog) { dialog->reject(); });
+        DialogDriver user;
+        user.onWaiting(anyDialog, [](QDialog* dialog) { dialog->reject(); });
         panel.load(server->url("/index"));
         panel.window.displayError(QString());
         QTRY_VERIFY(panel.showsErrorPage());
-        QCOMPARE(user.seen, 0);
+        QCOMPARE(user.seen().size(), 0);
     }
 
     void userIsAskedBeforeLeaving()
@@ -191,10 +173,11 @@ private slots:
                       "<script>window.onbeforeunload = function() { return 'stay?'; };</script>page");
         PanelView panel;
         panel.load(server->url("/index"));
-        const OnDialog user(&answerYes);
+        DialogDriver user;
+        user.onWaiting(anyDialog, &answerYes);
         panel.evaluate("location.href = '/next'");
         QTRY_COMPARE(panel.text(), "the next page"_s);
-        QCOMPARE(user.seen, 1);
+        QCOMPARE(user.seen().size(), 1);
     }
 
 private:
