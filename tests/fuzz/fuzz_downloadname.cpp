@@ -3,10 +3,9 @@
 // new file in the drive's directory. Lines of the input: the Content-Disposition, the URL, and the files that
 // are there, each with one octet in front that says what it is.
 #include <cerrno>
+#include <filesystem>
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -24,82 +23,46 @@ using fuzz::requireSame;
 namespace {
 
 constexpr int longestName = 255; // octets, of every file system of a drive
+const QTemporaryDir* directory = nullptr;
 
-struct Stage
+QString drive()
 {
-    QTemporaryDir directory;
-    QString drive = directory.filePath(QStringLiteral("the drive"));
-};
-
-Stage* stage = nullptr;
-
-QByteArray path(const QByteArray& name)
-{
-    return QFile::encodeName(stage->drive) + '/' + name;
+    return directory->filePath(QStringLiteral("the drive"));
 }
 
-/// The names in the drive's directory, as the kernel has them.
-QList<QByteArray> entries()
+std::size_t countEntries()
 {
-    QList<QByteArray> result;
-    DIR* const directory = ::opendir(QFile::encodeName(stage->drive).constData());
-    require(directory != nullptr, "the drive's directory stays");
-    while (const dirent* const entry = ::readdir(directory)) {
-        const QByteArray name = entry->d_name;
-        if (name != "." && name != "..") {
-            result << name;
-        }
-    }
-    ::closedir(directory);
-    return result;
-}
-
-void clearDrive()
-{
-    for (const QByteArray& name : entries()) {
-        if (::unlink(path(name).constData()) != 0) {
-            require(::rmdir(path(name).constData()) == 0, "the drive can be cleared");
-        }
-    }
+    const std::filesystem::directory_iterator entries(drive().toStdString());
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
 /// Puts a file there, or by its first octet a directory or a link to nowhere.
 void put(const QByteArray& line)
 {
-    const QByteArray name = line.mid(1);
-    if (name.isEmpty() || name.contains('/') || name.contains('\0')) {
+    const std::filesystem::path path = (drive().toUtf8() + '/' + line.mid(1)).toStdString();
+    if (line.size() < 2 || line.contains('/') || line.contains('\0')) {
         return;
     }
+    std::error_code ignored;
     switch (line.at(0) % 8) {
     case 0:
-        ::mkdir(path(name).constData(), 0700);
+        std::filesystem::create_directory(path, ignored);
         break;
     case 1:
-        std::ignore = ::symlink("nowhere", path(name).constData());
+        std::filesystem::create_symlink("nowhere", path, ignored);
         break;
     default:
-        ::close(::open(path(name).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        ::close(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     }
-}
-
-bool isBlank(char octet)
-{
-    return octet == ' ' || (octet >= '\t' && octet <= '\r');
 }
 
 /// The header's name for plain ASCII, octet by octet.
 QByteArray asciiName(const QByteArray& header)
 {
     QByteArray name;
-    for (QByteArray part : header.split(';')) {
-        while (!part.isEmpty() && isBlank(part.front())) {
-            part.remove(0, 1);
-        }
-        while (!part.isEmpty() && isBlank(part.back())) {
-            part.chop(1);
-        }
-        if (part.startsWith("filename=")) {
-            name = part.mid(9);
+    for (const QByteArray& part : header.split(';')) {
+        if (const QByteArray text = part.trimmed(); text.startsWith("filename=")) {
+            name = text.mid(9);
         }
     }
     return name;
@@ -113,27 +76,25 @@ bool isAscii(const QByteArray& octets)
 /// Saves as the panel does, by the drive's path for the name, and finds exactly one more entry there.
 void save(const QString& name)
 {
-    const QList<QByteArray> before = entries();
-    const QString target = pathOnDrive(QDir(stage->drive), name);
-    const QByteArray encoded = QFile::encodeName(target);
-    requireSame(target, stage->drive + QLatin1Char('/') + name, "the file goes into the drive's directory");
+    const std::size_t before = countEntries();
+    const QString target = pathOnDrive(QDir(drive()), name);
+    requireSame(target, drive() + QLatin1Char('/') + name, "the file goes into the drive's directory");
     require(!QFile::encodeName(name).contains('/'), "no separator in the name");
-    const int descriptor = ::open(encoded.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    const int descriptor =
+        ::open(QFile::encodeName(target).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (descriptor < 0) {
         require(errno == ENAMETOOLONG && QFile::encodeName(name).size() > longestName,
                 "a name is free, unless it is too long for any file system");
         return;
     }
     ::close(descriptor);
-    const QList<QByteArray> after = entries();
-    require(after.size() == before.size() + 1 && after.contains(QFile::encodeName(name)),
-            "one new file, so named");
+    require(countEntries() == before + 1, "one new file in the drive's directory");
 }
 
 /// One download by this name: the drive then holds a file more.
 void download(const QString& name)
 {
-    const QString free = freeFileName(QDir(stage->drive), name);
+    const QString free = freeFileName(QDir(drive()), name);
     require(staysOnDrive(free) == staysOnDrive(name),
             "a name that leads elsewhere is not made to look better");
     if (staysOnDrive(free)) {
@@ -153,22 +114,20 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
     qputenv("LC_ALL", "C.UTF-8"); // the panel's
     fuzz::QuietLog::install();
     new QCoreApplication(*argc, *argv); // lives as long as the process
-    stage = new Stage;
-    require(QDir().mkpath(stage->drive), "the harness can make its directory");
+    directory = new QTemporaryDir;
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzz::QuietLog::clear();
+    std::filesystem::remove_all(drive().toStdString());
+    std::filesystem::create_directory(drive().toStdString());
     fuzz::Input input(data, size);
-    const QByteArray header = input.takeUntil('\n');
-    const QUrl url = QUrl::fromEncoded(input.takeUntil('\n'));
+    const QByteArray header = input.takeUntil("\n");
+    const QUrl url = QUrl::fromEncoded(input.takeUntil("\n"));
     for (int count = 0; !input.isEmpty() && count < 20; ++count) {
-        const QByteArray line = input.takeUntil('\n');
-        if (!line.isEmpty()) {
-            put(line);
-        }
+        put(input.takeUntil("\n"));
     }
     const QString given = headerFileName(header);
     if (isAscii(header)) {
@@ -184,6 +143,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (int downloads = 0; downloads < 3; ++downloads) {
         download(name);
     }
-    clearDrive();
     return 0;
 }

@@ -12,7 +12,6 @@
 #include <QtEndian>
 
 #include "harness.h"
-#include "mapinput.h"
 #include "modbusinterface.h"
 #include "registerstore.h"
 #include "registerupdate.h"
@@ -38,17 +37,35 @@ struct Stage
 
 Stage* stage = nullptr;
 
-void writeFile(const QString& path, const QByteArray& octets)
-{
-    QFile file(path);
-    require(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(octets) == octets.size(),
-            "the harness can write its files");
-}
-
 QByteArray readFile(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// The items behind the mapping's text and a NUL, at most 200: the number of a register, or from 240 on a
+/// coordinate in six octets; then the value with its length in one octet.
+QList<core_tmp> readItems(fuzz::Input* input, const ModbusInterface& bridge)
+{
+    const QList<MbRegister_s> registers = bridge.GetRegisterList().values();
+    QList<core_tmp> items;
+    while (!input->isEmpty() && items.size() < 200) {
+        const quint8 number = input->u8();
+        core_tmp item;
+        if (number < 240 && !registers.isEmpty()) {
+            const CiCoord_s& ci = registers.at(number % registers.size()).ci;
+            item = {quint16(ci.ciClass), quint16(ci.ciField), quint8(ci.ciIndex), quint8(ci.ciType), 0, {}};
+        } else {
+            item.ci_class = input->u16();
+            item.ci_field = input->u16();
+            item.instance = input->u8();
+            item.ci_type = input->u8();
+        }
+        item.baData = input->take(input->u8());
+        item.datalen = static_cast<quint16>(item.baData.size());
+        items.append(item);
+    }
+    return items;
 }
 
 bool sameModel(const ModbusInterface& one, const ModbusInterface& other)
@@ -256,9 +273,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     fuzz::QuietLog::clear();
     fuzz::Input input(data, size);
-    const QByteArray text = input.takeUntil('\0');
-    const QList<core_tmp> items = fuzz::readItems(input.rest());
-    writeFile(stage->map, text);
+    fuzz::writeFile(stage->map, input.takeUntil(QByteArray(1, '\0')));
     ModbusInterface bridge;
     ModbusInterface other;
     const bool loaded = bridge.LoadConfig(stage->map);
@@ -271,6 +286,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (config) {
         stage->store.configure(config->tables);
     }
+    const QList<core_tmp> items = readItems(&input, bridge);
     const int half = items.size() / 2;
     const QVector<MbRawData_s> raw = other.ComputeRawData(other.CheckTableToUpdate(items.mid(0, half)));
     requireSame(update(&bridge, items.mid(0, half), config), ModbusInterface::GenerateDbusUpdateQuery(raw),

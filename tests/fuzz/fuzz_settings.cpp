@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Settings files: what is loaded is what the file's groups and keys say, and nothing else changes.
 #include <QCoreApplication>
-#include <QFile>
 #include <QJsonObject>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -25,16 +24,6 @@ struct Stage
 };
 
 Stage* stage = nullptr;
-
-/// Every file has a name of its own: QSettings keeps what it has read by the file's name, size and time.
-QString newFile(const QByteArray& octets)
-{
-    QString path = stage->directory.filePath(QString::number(++stage->files));
-    QFile file(path);
-    require(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(octets) == octets.size(),
-            "the harness can write its files");
-    return path;
-}
 
 /// The value of a key's text for a setting of this type.
 QVariant converted(const QVariant& value, int type)
@@ -121,7 +110,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     require(Settings::load(stage->defaultsFile), "the defaults are back");
-    const QString path = newFile(octets);
+    // Every file has a name of its own: QSettings keeps what it has read by the file's name, size and time.
+    const QString path = stage->directory.filePath(QString::number(++stage->files));
+    fuzz::writeFile(path, octets);
     require(Settings::load(path), "a file that exists is read");
     require(fuzz::QuietLog::lines().isEmpty(), "bad values are not reported");
     compareWithFile(path);

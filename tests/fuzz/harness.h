@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include <QByteArray>
+#include <QFile>
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
@@ -28,6 +29,21 @@ inline void requireSame(const QString& actual, const QString& wanted, const char
         std::fprintf(stderr, "is:     %s\nwanted: %s\n", qUtf8Printable(actual), qUtf8Printable(wanted));
         require(false, promise);
     }
+}
+
+/// A copy in a buffer of its own, in which the sanitizer sees a read past the end.
+inline QByteArray copied(const QByteArray& octets)
+{
+    QByteArray copy(octets.constData(), octets.size());
+    copy.squeeze();
+    return copy;
+}
+
+inline void writeFile(const QString& path, const QByteArray& octets)
+{
+    QFile file(path);
+    require(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(octets) == octets.size(),
+            "the harness can write its files");
 }
 
 /// Takes the place of standard error: every line is formatted as always, and kept until the next clear().
@@ -74,24 +90,22 @@ public:
         return static_cast<quint16>(low | u8() << 8U);
     }
 
-    /// At most `count` octets, as a copy of its own: the sanitizer sees a read past its end.
+    /// At most `count` octets.
     QByteArray take(int count)
     {
         const int length = qMin(count, octets.size() - at);
-        QByteArray part(octets.constData() + at, length);
-        part.squeeze();
         at += length;
-        return part;
+        return copied(QByteArray::fromRawData(octets.constData() + at - length, length));
     }
 
     QByteArray rest() { return take(octets.size() - at); }
 
     /// Up to the next `separator`, which is taken as well, or all that is left.
-    QByteArray takeUntil(char separator)
+    QByteArray takeUntil(const QByteArray& separator)
     {
         const int end = octets.indexOf(separator, at);
         const QByteArray part = take(end < 0 ? octets.size() - at : end - at);
-        at += end < 0 ? 0 : 1;
+        at += end < 0 ? 0 : separator.size();
         return part;
     }
 
