@@ -1,132 +1,111 @@
 // SPDX-License-Identifier: MIT
-// Starting a script and waiting for its end, against posix_spawn and waitpid: in a small process, and in one
-// that has written to as much memory as the panel with its page. Then what the panel's most frequent script
-// costs, against the start of a program that does nothing: mbserverupdate.sh by itself, and through the
-// script service, both with a Modbus server that publishes. To be run in the sandbox. Options: --rounds N,
-// --quick.
-#include <cstring>
-
-#include <sys/mman.h>
+// Starting a script and waiting for its end, against posix_spawn and waitpid, in a process that has written
+// to as much memory as the panel with its page. Before that, what the panel's most frequent script costs,
+// against the start of a program that does nothing: mbserverupdate.sh by itself, and through the script
+// service, both with a Modbus server that publishes. To be run in the sandbox. Options: --rounds N, --quick.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QProcess>
-#include <QTemporaryDir>
 
 #include "figures.h"
-#include "scriptfloor.h"
+#include "modbusbench.h"
 #include "scriptrunner.h"
 
 using namespace VarnelBench;
 
 namespace {
 
-/// As many pages, in small pieces, as the panel has written to by the time its page is shown.
-void growToThePanelsSize()
-{
-    constexpr std::size_t size = 48U << 20U;
-    void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) {
-        qFatal("no memory");
-    }
-    ::madvise(memory, size, MADV_NOHUGEPAGE);
-    std::memset(memory, 1, size);
-}
-
 const QString programs = QStringLiteral(VARNEL_PROGRAM_DIR "/");
 const QString scripts = QStringLiteral("/usr/local/bin/");
-const QString askers = QStringLiteral("/run/panel/");
 const QString update = QStringLiteral("mbserverupdate.sh");
 
-/// A helper program that ends with this one.
-class Companion
+/// Starts the script with null streams and waits for its end.
+void spawnAndWait(const QString& script, const QString& argument)
 {
-public:
-    Companion(const QString& program, const QStringList& arguments, const QString& sign)
-    {
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start(program, arguments);
-        QByteArray said;
-        while (!said.contains(sign.toUtf8())) {
-            if (!process.waitForReadyRead()) {
-                qFatal("%s does not start: %s", qPrintable(program), said.constData());
-            }
-            said += process.readAll();
-        }
-    }
-    ~Companion()
-    {
-        process.kill();
-        process.waitForFinished();
-    }
-    Companion(const Companion&) = delete;
-    Companion& operator=(const Companion&) = delete;
-
-private:
-    QProcess process;
-};
-
-void install(const QString& program, const QString& path)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    if (!QFile::copy(program, path)) {
-        qFatal("cannot install %s", qPrintable(path));
-    }
-}
-
-/// The tables of the sample mapping's size, served at any port.
-void serveTables()
-{
-    QFile init(QStringLiteral("/run/init"));
-    const bool written =
-        init.open(QIODevice::WriteOnly) &&
-        init.write(R"({"cmd":"init","protocol":"tcp","tcp":{"listen":"127.0.0.1","port":502,"clients":10},)"
-                   R"("tables":[{"address":100,"length":100,"mode":"r"}]})") > 0;
-    init.close();
-    const QString server = QStringLiteral("org.varnel.ModbusServer1");
-    if (!written ||
-        QProcess::execute(QStringLiteral("busctl"),
-                          {QStringLiteral("call"), server, QStringLiteral("/org/varnel/ModbusServer1"),
-                           server, QStringLiteral("Start"), QStringLiteral("s"), init.fileName()}) != 0) {
-        qFatal("the Modbus server does not start");
-    }
-}
-
-void runOrDie(const QByteArray& path, const QByteArray& argument)
-{
-    if (spawnAndWait(path, argument) != 0) {
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    QByteArray path = QFile::encodeName(script);
+    QByteArray text = argument.toUtf8();
+    char* const arguments[] = {path.data(), text.data(), nullptr};
+    pid_t pid = 0;
+    int status = -1;
+    if (::posix_spawn(&pid, path.constData(), &actions, nullptr, arguments, environ) != 0 ||
+        ::waitpid(pid, &status, 0) != pid || status != 0) {
         qFatal("%s failed", path.constData());
     }
+    ::posix_spawn_file_actions_destroy(&actions);
+}
+
+/// Measures starts of scripts, in wall time: single runs in turn, the median of some of them as one value. A
+/// run is short, and whatever else the machine does meanwhile hits one or the other.
+std::vector<Series> measureScripts(const std::vector<Work>& works, int rounds)
+{
+    constexpr int runsPerRound = 20;
+    std::vector<Series> result = measureInTurn(works, rounds * runsPerRound, 1, Clock::Wall);
+    for (Series& one : result) {
+        std::vector<double> medians;
+        for (auto run = one.values.begin(); run != one.values.end(); run += runsPerRound) {
+            medians.push_back(medianOf({run, run + runsPerRound}));
+        }
+        one.values = medians;
+    }
+    return result;
 }
 
 /// An update of one table of 100 registers, as the bare program, by itself, and through the script service.
-void measureUpdate(int rounds)
+void benchUpdate(int rounds)
 {
-    install(programs + update, scripts + update);
-    install(programs + QStringLiteral("varnel-script-request"), askers + update);
-    QDir().mkpath(QStringLiteral("/run/dbus/services"));
-    const Companion bus(QStringLiteral("dbus-daemon"),
-                        {QStringLiteral("--config-file=" VARNEL_SOURCE_DIR "/scripts/sandbox-bus.conf"),
-                         QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                         QStringLiteral("--nosyslog"), QStringLiteral("--print-address")},
-                        QStringLiteral("unix:"));
-    const Companion server(programs + QStringLiteral("varnel-modbus-server"), {}, QStringLiteral("ready on"));
-    const Companion service(QStringLiteral("systemd-socket-activate"),
-                            {QStringLiteral("--listen=/run/varnel-scripts.socket"),
-                             programs + QStringLiteral("varnel-script-service"), scripts},
-                            QStringLiteral("Listening"));
-    serveTables();
-    const QByteArray bare = QFile::encodeName(programs + QStringLiteral("floor-program"));
-    const QByteArray alone = QFile::encodeName(scripts + update);
-    const QByteArray served = QFile::encodeName(askers + update);
-    const QByteArray command = R"({"cmd":"setconfig","data":[{"address":100,"values":[)" +
-                               QByteArray("4660,").repeated(99) + "4660]}]}";
+    const QString asker = QStringLiteral("/run/panel/") + update;
+    ModbusBench bus;
+    Program server(QStringLiteral("varnel-modbus-server"));
+    Program service(QStringLiteral("/usr/bin/systemd-socket-activate"));
+    const bool ready =
+        bus.start() && server.start() && server.log().await(QRegularExpression(QStringLiteral("ready on"))) &&
+        ModbusBench::run(
+            QStringLiteral("mbserverstart.sh"),
+            {ModbusBench::writeInit(QStringLiteral("tcp"),
+                                    QStringLiteral(R"("listen":"127.0.0.1","port":502,"clients":10)"),
+                                    QStringLiteral(R"({"address":100,"length":100,"mode":"r"})"))})
+                .status == 0 &&
+        service.start({QStringLiteral("--listen=/run/varnel-scripts.socket"),
+                       programs + QStringLiteral("varnel-script-service"), scripts}) &&
+        service.log().await(QRegularExpression(QStringLiteral("Listening"))) &&
+        QDir().mkpath(QStringLiteral("/run/panel")) &&
+        QFile::copy(programs + QStringLiteral("varnel-script-request"), asker);
+    if (!ready) {
+        qFatal("the Modbus server or the script service does not start");
+    }
+    const QString command = ModbusBench::update(100, QVector<quint16>(100, 4660));
+    const QString bare = programs + QStringLiteral("floor-program");
     printFigure("register update by mbserverupdate.sh", "us",
-                measureScripts({{"start of a bare program", [&] { runOrDie(bare, command); }},
-                                {"the script", [&] { runOrDie(alone, command); }, 2},
-                                {"the script through the service", [&] { runOrDie(served, command); }, 3}},
+                measureScripts({{"start of a bare program", [&] { spawnAndWait(bare, command); }},
+                                {"the script", [&] { spawnAndWait(scripts + update, command); }, 2},
+                                {"the script through the service", [&] { spawnAndWait(asker, command); }, 3}},
+                               rounds));
+}
+
+void benchStart(int rounds)
+{
+    const std::vector<char> asMuchAsThePanel(48U << 20U, 1);
+    const QString path = scripts + QStringLiteral("script.sh");
+    QFile script(path);
+    if (!script.open(QIODevice::WriteOnly) || script.write("#!/bin/sh\nexit 0\n") < 0) {
+        qFatal("cannot write the script");
+    }
+    script.close();
+    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QString argument = QStringLiteral("add");
+    printFigure("script start and wait", "us",
+                measureScripts({{"`posix_spawn`, `waitpid`", [&] { spawnAndWait(path, argument); }},
+                                {"panel", [&] { Varnel::runScript(path, {argument}); }, 1.5}},
                                rounds));
 }
 
@@ -136,17 +115,8 @@ int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     const int rounds = roundsFrom(argc, argv);
-    measureUpdate(rounds);
+    benchUpdate(rounds);
     dropLog();
-    const QTemporaryDir directory;
-    const QString path = writeScript(directory.filePath(QStringLiteral("script.sh")));
-    const QByteArray name = QFile::encodeName(path);
-    const std::vector<Work> works = {
-        {"posix_spawn, waitpid", [&] { runOrDie(name, "add"); }},
-        {"panel", [&] { Varnel::runScript(path, {QStringLiteral("add")}); }, 1.5},
-    };
-    printFigure("script start and wait, small process", "us", measureScripts(works, rounds));
-    growToThePanelsSize();
-    printFigure("script start and wait, process of the panel's size", "us", measureScripts(works, rounds));
+    benchStart(rounds);
     return 0;
 }

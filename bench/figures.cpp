@@ -15,9 +15,18 @@ namespace VarnelBench {
 
 namespace {
 
-void printSpread(const Spread& spread)
+std::string number(double value)
 {
-    std::printf("\t%.6g\t%.6g\t%.6g", spread.median, spread.lowest, spread.highest);
+    char text[32];
+    std::ignore = std::snprintf(text, sizeof text, value >= 1000 ? "%.0f" : "%.3g", value);
+    return text;
+}
+
+/// Median and range.
+std::string spread(const std::vector<double>& values, const std::string& unit)
+{
+    const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
+    return number(medianOf(values)) + " (" + number(*lowest) + " to " + number(*highest) + ")" + unit;
 }
 
 double nowUs(Clock clock)
@@ -29,38 +38,28 @@ double nowUs(Clock clock)
 
 } // namespace
 
-Spread spreadOf(std::vector<double> values)
+double medianOf(std::vector<double> values)
 {
-    if (values.empty()) {
-        return {};
-    }
     std::sort(values.begin(), values.end());
     const std::size_t middle = values.size() / 2;
-    const double median = values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-    return {median, values.front(), values.back()};
+    return values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-void printFigure(const std::string& figure, const std::string& unit, const std::vector<Series>& all,
-                 Floor floor)
+void printFigure(const std::string& figure, const std::string& unit, const std::vector<Series>& all)
 {
     for (const Series& one : all) {
-        std::printf("%s\t%s\t%s\t%zu", figure.c_str(), unit.c_str(), one.subject.c_str(), one.values.size());
-        printSpread(spreadOf(one.values));
-        if (floor == Floor::None) {
-            std::printf("\t\t\t");
-        } else {
-            std::vector<double> ratios;
-            const std::vector<double>& base = all.front().values;
-            for (std::size_t i = 0; i < std::min(one.values.size(), base.size()); ++i) {
-                ratios.push_back(one.values[i] / base[i]);
-            }
-            printSpread(spreadOf(ratios));
+        std::vector<double> ratios;
+        for (std::size_t i = 0; i < one.values.size(); ++i) {
+            ratios.push_back(one.values[i] / all.front().values[i]);
         }
+        const bool isFloor = &one == &all.front();
+        std::string target;
         if (one.target > 0) {
-            std::printf("\t%.6g\n", one.target);
-        } else {
-            std::printf("\t\n");
+            target = number(one.target) + (medianOf(ratios) <= one.target ? ": met" : ": MISSED");
         }
+        std::printf("| %s | %s | %s | %s | %s |\n", isFloor ? figure.c_str() : "", one.subject.c_str(),
+                    spread(one.values, ' ' + unit).c_str(), isFloor ? "" : spread(ratios, "").c_str(),
+                    target.c_str());
     }
     std::ignore = std::fflush(stdout);
 }
@@ -70,7 +69,7 @@ std::vector<Series> measureInTurn(const std::vector<Work>& all, int rounds, doub
     std::vector<Series> result;
     result.reserve(all.size());
     for (const Work& work : all) {
-        result.push_back({work.subject, {}, work.target});
+        result.push_back({work.subject, work.target});
     }
     for (int round = -1; round < rounds; ++round) {
         for (std::size_t i = 0; i < all.size(); ++i) {

@@ -11,31 +11,15 @@ namespace VarnelBench {
 struct Series
 {
     std::string subject;
-    std::vector<double> values = {};
     double target = 0; ///< the highest ratio to the floor that is wanted; 0 where none is
+    std::vector<double> values = {};
 };
 
-/// Median, lowest and highest of some numbers.
-struct Spread
-{
-    double median = 0;
-    double lowest = 0;
-    double highest = 0;
-};
-Spread spreadOf(std::vector<double> values);
+/// Prints one row of a Markdown table for each series: figure, subject, median and range, the same of the
+/// ratios to the value of the first series in the same round, target and verdict.
+void printFigure(const std::string& figure, const std::string& unit, const std::vector<Series>& all);
 
-/// Whether a figure's first series is the floor that the others are compared with.
-enum class Floor
-{
-    First,
-    None,
-};
-
-/// Prints one line for each series, fields separated by tabs: figure, unit, subject, rounds, median, lowest,
-/// highest, then the same three of the ratios to the floor's value of the same round, and the target. Fields
-/// that do not apply are empty. scripts/bench makes its table of these lines.
-void printFigure(const std::string& figure, const std::string& unit, const std::vector<Series>& all,
-                 Floor floor = Floor::First);
+double medianOf(std::vector<double> values);
 
 /// One piece of work to be measured in this process.
 struct Work

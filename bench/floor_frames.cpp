@@ -1,25 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The floor for a program that receives frames: an event loop, a socket, a table CRC. Usage: floor-frames
-// PORT, or floor-frames PORT --window for the same in a program with an empty window.
-#include <memory>
-
-#include <QApplication>
+// PORT
+#include <QCoreApplication>
 #include <QUdpSocket>
-#include <QWidget>
 
 #include "kermit.h"
 
 int main(int argc, char* argv[])
 {
-    std::unique_ptr<QCoreApplication> application;
-    std::unique_ptr<QWidget> window;
-    if (argc > 2) {
-        application = std::make_unique<QApplication>(argc, argv);
-        window = std::make_unique<QWidget>();
-        window->showMaximized();
-    } else {
-        application = std::make_unique<QCoreApplication>(argc, argv);
-    }
+    const QCoreApplication application(argc, argv);
     QUdpSocket socket;
     const bool bound = socket.bind(QHostAddress::AnyIPv4, QCoreApplication::arguments().value(1).toUShort());
     unsigned sum = 0;

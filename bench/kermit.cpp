@@ -8,11 +8,6 @@ namespace VarnelBench {
 
 namespace {
 
-constexpr unsigned shiftOut(unsigned crc)
-{
-    return (crc & 1U) != 0 ? (crc >> 1U) ^ 0x8408U : crc >> 1U;
-}
-
 using Table = std::array<std::uint16_t, 256>;
 
 constexpr std::array<Table, 8> makeTables()
@@ -21,7 +16,7 @@ constexpr std::array<Table, 8> makeTables()
     for (unsigned octet = 0; octet < 256; ++octet) {
         unsigned crc = octet;
         for (int bit = 0; bit < 8; ++bit) {
-            crc = shiftOut(crc);
+            crc = (crc & 1U) != 0 ? (crc >> 1U) ^ 0x8408U : crc >> 1U;
         }
         made[0][octet] = static_cast<std::uint16_t>(crc);
     }
@@ -37,18 +32,6 @@ constexpr std::array<Table, 8> makeTables()
 constexpr std::array<Table, 8> tables = makeTables();
 
 } // namespace
-
-unsigned kermitByBits(const unsigned char* data, int length)
-{
-    unsigned crc = 0;
-    for (int i = 0; i < length; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = shiftOut(crc);
-        }
-    }
-    return crc;
-}
 
 unsigned kermitByTable(const unsigned char* data, int length)
 {

@@ -3,8 +3,7 @@
 
 namespace VarnelBench {
 
-/// CRC-16/KERMIT (polynomial 0x1021 reflected, initial value 0) in the three usual ways, as floors.
-unsigned kermitByBits(const unsigned char* data, int length);
+/// CRC-16/KERMIT (polynomial 0x1021 reflected, initial value 0) in two usual ways, as floors.
 /// One look-up in a table of 256 words for each octet.
 unsigned kermitByTable(const unsigned char* data, int length);
 /// Eight look-ups in as many tables for each eight octets.

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "stage.h"
 
-#include <chrono>
+#include <ctime>
 #include <thread>
 
 #include <QCoreApplication>
-#include <QFile>
-#include <QtDebug>
+#include <QtEndian>
 
 namespace VarnelBench {
 
@@ -30,14 +29,17 @@ const char* const style =
 const char* const script =
     "window.onload = function () { document.getElementById('clock').textContent = 'Loaded'; };";
 
-QStringList usualEnvironment(const QString& display)
-{
-    return {QStringLiteral("QT_QPA_PLATFORM=xcb"), QStringLiteral("DISPLAY=") + display};
-}
+/// What the panel sets for itself (src/enginesetup.cpp): a floor has nothing either that the page does not
+/// need.
+const std::pair<const char*, const char*> tuned[] = {
+    {"QT_XCB_GL_INTEGRATION", "none"}, {"GST_PLUGIN_SYSTEM_PATH_1_0", ""}, {"GST_REGISTRY_DISABLE", "yes"},
+    {"GST_REGISTRY_FORK", "no"},       {"QT_ACCESSIBILITY", "0"},          {"NO_AT_BRIDGE", "1"},
+    {"QT_BEARER_POLL_TIMEOUT", "-1"},
+};
 
-QString programPath(const char* name)
+double inMs(const timespec& time)
 {
-    return QStringLiteral(VARNEL_PROGRAM_DIR "/") + QLatin1String(name);
+    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
 }
 
 } // namespace
@@ -45,71 +47,73 @@ QString programPath(const char* name)
 Stage::Stage()
 {
     QFile logo(QStringLiteral(VARNEL_SOURCE_DIR "/simulator/web/images/logo.png"));
-    const bool ready = screen.start(QSize(800, 480), {QStringLiteral("-fbdir"), directory.path()}) &&
-                       frame.map(directory.filePath(QStringLiteral("Xvfb_screen0"))) &&
-                       logo.open(QIODevice::ReadOnly) && server.listen();
-    if (!ready) {
+    const bool started = screen.start(QSize(800, 480), {QStringLiteral("-fbdir"), directory.path()});
+    screenFile.setFileName(directory.filePath(QStringLiteral("Xvfb_screen0")));
+    if (!started || !logo.open(QIODevice::ReadOnly) || !server.listen() ||
+        !screenFile.open(QIODevice::ReadOnly) || (dump = screenFile.map(0, screenFile.size())) == nullptr) {
         qFatal("the stage cannot be set up");
     }
+    server.serve("/", page);
     server.serve("/index.html", page);
     server.serve("/style.css", style, "text/css");
     server.serve("/page.js", script, "application/javascript");
     server.serve("/logo.png", logo.readAll(), "image/png");
 }
 
-Subject Stage::panel(const QString& program, double target) const
+std::unique_ptr<Program> Stage::start(const QStringList& command)
 {
-    return {QStringLiteral("panel"),
-            {program.isEmpty() ? programPath("varnel-browser") : program},
-            usualEnvironment(screen.display()),
-            target};
-}
-
-Subject Stage::plainFloor(const QString& name, const QStringList& options) const
-{
-    return {name,
-            QStringList(programPath("floor-browser")) + options +
-                QStringList(QStringLiteral("http://192.168.7.2/index.html")),
-            usualEnvironment(screen.display())};
-}
-
-Subject Stage::tunedFloor(const QString& name, const QStringList& options) const
-{
-    Subject subject = plainFloor(name, options);
-    subject.environment += {
-        QStringLiteral("QT_XCB_GL_INTEGRATION=none"), QStringLiteral("GST_PLUGIN_SYSTEM_PATH_1_0="),
-        QStringLiteral("GST_REGISTRY_DISABLE=yes"),   QStringLiteral("GST_REGISTRY_FORK=no"),
-        QStringLiteral("QT_ACCESSIBILITY=0"),         QStringLiteral("NO_AT_BRIDGE=1"),
-        QStringLiteral("QT_BEARER_POLL_TIMEOUT=-1"),
-    };
-    return subject;
+    await("an empty screen", [this] { return pixel(probe) == emptyColor && pixel({4, 4}) == emptyColor; });
+    auto program = std::make_unique<Program>(command.first());
+    program->setEnvironment(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    program->setEnvironment(QStringLiteral("DISPLAY"), screen.display());
+    for (const auto& [name, value] : tuned) {
+        if (command.first().startsWith(QLatin1String("floor"))) {
+            program->setEnvironment(QLatin1String(name), QLatin1String(value));
+        }
+    }
+    if (!program->start(command.mid(1))) {
+        qFatal("a program is missing");
+    }
+    return program;
 }
 
 void Stage::sendFrame()
 {
-    const auto usual = Frame(++sequence).devInfo("en").gpioState(2, 3, 2, 3);
-    if (!controller.send(usual)) {
+    if (!controller.send(Frame(++sequence).devInfo("en").gpioState(2, 3, 2, 3))) {
         qFatal("the controller cannot send");
     }
 }
 
-bool Stage::isPageShown() const
+double Stage::awaitPage()
 {
-    return frame.pixel(probe) == pageColor;
+    double nextFrame = 0;
+    return await("the page", [this, &nextFrame] {
+        if (nowMs() >= nextFrame) {
+            sendFrame();
+            nextFrame = nowMs() + 2;
+        }
+        return pixel(probe) == pageColor;
+    });
 }
 
-bool Stage::isTextShown() const
+double Stage::awaitPageOnly()
 {
-    return frame.pixel({4, 4}) != emptyColor && frame.isWrittenOn(QRect(200, 180, 400, 120));
+    return await("the page", [this] { return pixel(probe) == pageColor; });
+}
+
+/// Read from the file in memory where the server keeps its screen, which puts no load on the server. The file
+/// is an X window dump (X11/XWDFile.h): header, colours of 12 octets, lines.
+unsigned Stage::pixel(QPoint at) const
+{
+    const auto field = [this](std::ptrdiff_t number) -> std::ptrdiff_t {
+        return qFromBigEndian<qint32>(dump + 4 * number);
+    };
+    const uchar* const pixels = dump + field(0) + field(19) * 12;
+    return qFromLittleEndian<quint32>(pixels + at.y() * field(12) + std::ptrdiff_t{at.x()} * 4) & 0xFFFFFFU;
 }
 
 void Stage::turn()
 {
-    const double now = nowMs();
-    if (sending && now >= nextFrame) {
-        sendFrame();
-        nextFrame = now + 2;
-    }
     QCoreApplication::processEvents();
     std::this_thread::sleep_for(std::chrono::microseconds(50));
 }
@@ -132,24 +136,36 @@ void Stage::serveFor(double ms)
     }
 }
 
-void Stage::awaitEmptyScreen()
-{
-    await("an empty screen", [this] {
-        return frame.pixel(probe) == emptyColor && frame.pixel({4, 4}) == emptyColor;
-    });
-}
-
-bool isPortBound(quint16 port)
+std::optional<SocketQueue> socketQueue()
 {
     QFile file(QStringLiteral("/proc/net/udp"));
-    return file.open(QIODevice::ReadOnly) &&
-           file.readAll().contains(':' + QByteArray::number(port, 16).toUpper() + ' ');
+    const QByteArray suffix = ':' + QByteArray::number(panelPort, 16).toUpper();
+    if (!file.open(QIODevice::ReadOnly)) {
+        qFatal("cannot read /proc/net/udp");
+    }
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        const QList<QByteArray> words = line.simplified().split(' ');
+        if (words.value(1).endsWith(suffix)) {
+            return SocketQueue{words.value(4).endsWith("00000000"), words.constLast().toLongLong()};
+        }
+    }
+    return std::nullopt;
 }
 
-QString otherPanel(const QStringList& arguments)
+double nowMs()
 {
-    const int option = arguments.indexOf(QLatin1String("--panel"));
-    return option >= 0 ? arguments.value(option + 1) : QString();
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return inMs(time);
+}
+
+double cpuMs(const Program& program)
+{
+    clockid_t clock{};
+    timespec time{};
+    ::clock_getcpuclockid(static_cast<pid_t>(program.pid()), &clock);
+    ::clock_gettime(clock, &time);
+    return inMs(time);
 }
 
 } // namespace VarnelBench

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
+#include <QFile>
 #include <QTemporaryDir>
 
-#include "framebuffer.h"
+#include "processfigures.h"
+#include "program.h"
 #include "rawcontroller.h"
-#include "subject.h"
 #include "virtualscreen.h"
 #include "webserver.h"
 
@@ -23,49 +25,57 @@ public:
     /// Starts it all; ends this program when something is missing.
     Stage();
 
-    /// The panel. `program` is another build's, if not empty.
-    Subject panel(const QString& program, double target) const;
-    /// The floor program with these arguments and the environment of a default desktop.
-    Subject plainFloor(const QString& name, const QStringList& options = {}) const;
-    /// The same without everything that the page does not need.
-    Subject tunedFloor(const QString& name, const QStringList& options = {}) const;
+    /// Starts a program of the build on the empty screen, a floor with the variables that the panel sets for
+    /// itself; ends this program when that fails.
+    std::unique_ptr<Program> start(const QStringList& command);
+    /// The command for a bare web view with the controller's page.
+    static QStringList webView()
+    {
+        return {QStringLiteral("floor-browser"), QStringLiteral("http://192.168.7.2/")};
+    }
 
     /// Sends the controller's next frame, as broadcast.
     void sendFrame();
-    /// Sends a frame about every 2 ms while await() waits, as if the controller had been there for long.
-    void setControllerSending(bool on) { sending = on; }
-    /// How often the page was asked for.
-    int pageRequests() const { return server.count("/index.html"); }
-    /// True when the controller's page is painted.
-    bool isPageShown() const;
-    /// True when a window is on the screen with something written on it.
-    bool isTextShown() const;
+    /// Waits for the painted page while the controller sends, as if it had been there for long.
+    double awaitPage();
+    /// The same without a frame.
+    double awaitPageOnly();
 
     /// Waits, serving the page meanwhile, until `condition` holds; returns the time as nowMs() gives it. Ends
     /// this program, naming `what`, after 20 s.
     double await(const char* what, const std::function<bool()>& condition);
     /// Serves for this time.
     void serveFor(double ms);
-    /// Waits until the screen is empty again.
-    void awaitEmptyScreen();
 
 private:
+    unsigned pixel(QPoint at) const;
     void turn();
 
     VirtualScreen screen;
     WebServer server{QHostAddress()};
     RawController controller;
     QTemporaryDir directory;
-    FrameBuffer frame;
+    QFile screenFile;
+    const uchar* dump = nullptr;
     quint32 sequence = 0;
-    bool sending = false;
-    double nextFrame = 0;
 };
 
-/// True when a UDP socket of this network is bound to `port`.
-bool isPortBound(quint16 port);
+/// Datagrams that wait in the socket of the panel's port, and those it has lost.
+struct SocketQueue
+{
+    bool empty = true;
+    qint64 lost = 0;
+};
 
-/// The other build's panel that "--panel PROGRAM" names; empty without that option.
-QString otherPanel(const QStringList& arguments);
+constexpr quint16 panelPort = 9876;
+
+/// The queue of the panel's port; nothing while no socket is bound to it.
+std::optional<SocketQueue> socketQueue();
+
+/// Milliseconds since some time in the past.
+double nowMs();
+
+/// CPU time of a process so far in milliseconds, finer than processFigures() tells it.
+double cpuMs(const Program& program);
 
 } // namespace VarnelBench
