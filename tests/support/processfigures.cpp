@@ -92,13 +92,11 @@ ProcessFigures processFigures(qint64 pid)
     ProcessFigures figures;
     figures.rss = numberOf(memory, "Rss");
     figures.pss = numberOf(memory, "Pss");
-    figures.uss = numberOf(memory, "Private_Clean") + numberOf(memory, "Private_Dirty");
     figures.anonymous = numberOf(memory, "Anonymous");
     figures.heap = heapOf(directory);
     addDescriptors(directory, &figures);
     addThreads(directory, &figures);
     figures.children = childrenOf(pid);
-    figures.read = numberOf(contents(directory + QStringLiteral("/io")), "read_bytes") / 1024;
     const QList<QByteArray> fields = statFields(directory);
     // User and system time are the fields 14 and 15 of the whole line.
     const qint64 ticks = fields.value(11).toLongLong() + fields.value(12).toLongLong();

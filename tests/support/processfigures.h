@@ -8,7 +8,6 @@ struct ProcessFigures
 {
     qint64 rss = 0;
     qint64 pss = 0;       ///< what is shared counts in parts
-    qint64 uss = 0;       ///< what is not shared
     qint64 anonymous = 0; ///< memory without a file: heap, stacks, pictures
     qint64 heap = 0;      ///< the resident part of the main arena, [heap]
     int descriptors = 0;
@@ -19,7 +18,6 @@ struct ProcessFigures
     qint64 voluntarySwitches = 0;   ///< of all threads: how often it waited, timers included
     qint64 involuntarySwitches = 0; ///< of all threads
     qint64 cpuMs = 0;               ///< user and system time, children not counted
-    qint64 read = 0;                ///< KiB read from a disk
 };
 
 /// Reads the figures of process `pid`; all 0 when there is none.
