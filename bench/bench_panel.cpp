@@ -22,7 +22,7 @@ void benchStart(Stage* stage, int rounds)
         for (std::size_t i = 0; i < time.size(); ++i) {
             const double before = nowMs();
             const auto program = stage->start(commands[i]);
-            const double shown = stage->awaitPage();
+            const double shown = stage->awaitPageWhileSending();
             const double used = cpuMs(*program);
             if (round >= 0) {
                 time[i].values.push_back(shown - before);
@@ -51,7 +51,7 @@ void benchFirstFrame(Stage* stage, int rounds)
             stage->serveFor(waitMs);
             const double start = nowMs();
             stage->sendFrame();
-            time[i].values.push_back(stage->awaitPageOnly() - start);
+            time[i].values.push_back(stage->awaitPage() - start);
         }
     }
     printFigure("first frame to page painted", "ms", time);
@@ -66,7 +66,7 @@ void benchMemory(Stage* stage, int rounds)
     for (int round = 0; round < rounds; ++round) {
         for (std::size_t i = 0; i < memory.size(); ++i) {
             const auto program = stage->start(commands[i]);
-            stage->awaitPage();
+            stage->awaitPageWhileSending();
             stage->serveFor(settleMs);
             memory[i].values.push_back(static_cast<double>(processFigures(program->pid()).rss) / 1024);
         }
@@ -81,7 +81,7 @@ void benchWakeUps(Stage* stage, int rounds)
     constexpr double documented = 4 + 1 + 0.5 + 1;
     std::vector<Series> wakeUps{{"documented timers and frames"}, {"panel", 1.15}};
     const auto program = stage->start(panel);
-    stage->awaitPage();
+    stage->awaitPageWhileSending();
     stage->serveFor(10000);
     for (int round = 0; round < rounds; ++round) {
         const qint64 before = processFigures(program->pid()).voluntarySwitches;

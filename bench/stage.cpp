@@ -53,7 +53,6 @@ Stage::Stage()
         !screenFile.open(QIODevice::ReadOnly) || (dump = screenFile.map(0, screenFile.size())) == nullptr) {
         qFatal("the stage cannot be set up");
     }
-    server.serve("/", page);
     server.serve("/index.html", page);
     server.serve("/style.css", style, "text/css");
     server.serve("/page.js", script, "application/javascript");
@@ -84,7 +83,7 @@ void Stage::sendFrame()
     }
 }
 
-double Stage::awaitPage()
+double Stage::awaitPageWhileSending()
 {
     double nextFrame = 0;
     return await("the page", [this, &nextFrame] {
@@ -96,7 +95,7 @@ double Stage::awaitPage()
     });
 }
 
-double Stage::awaitPageOnly()
+double Stage::awaitPage()
 {
     return await("the page", [this] { return pixel(probe) == pageColor; });
 }

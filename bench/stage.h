@@ -31,15 +31,15 @@ public:
     /// The command for a bare web view with the controller's page.
     static QStringList webView()
     {
-        return {QStringLiteral("floor-browser"), QStringLiteral("http://192.168.7.2/")};
+        return {QStringLiteral("floor-browser"), QStringLiteral("http://192.168.7.2/index.html")};
     }
 
     /// Sends the controller's next frame, as broadcast.
     void sendFrame();
-    /// Waits for the painted page while the controller sends, as if it had been there for long.
+    /// Waits for the painted page.
     double awaitPage();
-    /// The same without a frame.
-    double awaitPageOnly();
+    /// The same while the controller sends, as if it had been there for long.
+    double awaitPageWhileSending();
 
     /// Waits, serving the page meanwhile, until `condition` holds; returns the time as nowMs() gives it. Ends
     /// this program, naming `what`, after 20 s.

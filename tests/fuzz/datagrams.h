@@ -84,8 +84,7 @@ inline std::vector<Event> readEvents(const uint8_t* data, size_t size)
     std::vector<Event> events;
     Input input(data, size);
     while (!input.isEmpty()) {
-        const QByteArray octets = input.takeUntil("\xf0"
-                                                  "EVT");
+        const QByteArray octets = input.takeUntil("\360EVT");
         const quint8 bits = octets.isEmpty() ? 0 : quint8(octets[0]);
         const auto sequence = static_cast<quint32>(events.size() + 1);
         const QByteArray rest = octets.mid(1);
