@@ -7,11 +7,11 @@
 #include <memory>
 
 #include <QApplication>
-#include <QUdpSocket>
 #include <QtDebug>
 
 #include "crc16.h"
 #include "figures.h"
+#include "floorloop.h"
 #include "frame.h"
 #include "kermit.h"
 #include "mainwindow.h"
@@ -28,35 +28,6 @@ constexpr quint16 panelPort = 9876;
 
 using Build = std::function<QByteArray(quint32 sequence)>;
 
-/// The least that a program on this toolkit does with frames.
-class FloorLoop
-{
-public:
-    FloorLoop()
-    {
-        if (!socket.bind(QHostAddress::LocalHost, floorPort)) {
-            qFatal("cannot bind the floor's port");
-        }
-    }
-
-    void readAll()
-    {
-        for (qint64 size = socket.pendingDatagramSize(); size >= 0; size = socket.pendingDatagramSize()) {
-            QByteArray data(static_cast<int>(size), Qt::Uninitialized);
-            QHostAddress sender;
-            socket.readDatagram(data.data(), size, &sender);
-            sum += kermitByTable(reinterpret_cast<const unsigned char*>(data.constData()), data.size());
-            ++count;
-        }
-    }
-
-    unsigned sum = 0;
-    int count = 0;
-
-private:
-    QUdpSocket socket;
-};
-
 /// The readers, and the sender of their frames.
 class Bench
 {
@@ -65,6 +36,9 @@ public:
         : rounds(rounds)
         , handler(new Varnel::UdpHandler(loopback, panelPort, &window, nullptr))
     {
+        if (!floor.bind(QHostAddress::LocalHost, floorPort)) {
+            qFatal("cannot bind the floor's port");
+        }
         Varnel::main_window = &window;
         handler->init();
         toPanel.send(Frame(++sequence).devInfo("en"));
@@ -88,12 +62,13 @@ public:
                 }
             };
         };
-        floor.count = 0;
-        const std::vector<Series> measured =
-            measureInTurn({{"`QUdpSocket`, table CRC", [this] { floor.readAll(); }, 0, sendTo(&toFloor)},
-                           {"panel", [this] { handler->processDatagrams(); }, target, sendTo(&toPanel)}},
-                          rounds, batch);
-        if (floor.count != (rounds + 1) * batch) {
+        int count = 0;
+        unsigned sum = 0;
+        const std::vector<Series> measured = measureInTurn(
+            {{"`QUdpSocket`, table CRC", [&] { count += readFrames(&floor, &sum); }, 0, sendTo(&toFloor)},
+             {"panel", [this] { handler->processDatagrams(); }, target, sendTo(&toPanel)}},
+            rounds, batch);
+        if (count != (rounds + 1) * batch) {
             qFatal("datagrams were lost");
         }
         printFigure(what + ", " + std::to_string(build(1).size()) + " octets", "us a frame", measured);
@@ -102,7 +77,7 @@ public:
 private:
     int rounds;
     quint32 sequence = 0;
-    FloorLoop floor;
+    QUdpSocket floor;
     RawController toFloor{loopback, loopback, floorPort};
     RawController toPanel{loopback, loopback, panelPort};
     Varnel::MainWindow window;

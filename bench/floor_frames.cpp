@@ -2,9 +2,8 @@
 // The floor for a program that receives frames: an event loop, a socket, a table CRC. Usage: floor-frames
 // PORT
 #include <QCoreApplication>
-#include <QUdpSocket>
 
-#include "kermit.h"
+#include "floorloop.h"
 
 int main(int argc, char* argv[])
 {
@@ -12,15 +11,8 @@ int main(int argc, char* argv[])
     QUdpSocket socket;
     const bool bound = socket.bind(QHostAddress::AnyIPv4, QCoreApplication::arguments().value(1).toUShort());
     unsigned sum = 0;
-    QObject::connect(&socket, &QUdpSocket::readyRead, &socket, [&] {
-        for (qint64 size = socket.pendingDatagramSize(); size >= 0; size = socket.pendingDatagramSize()) {
-            QByteArray data(static_cast<int>(size), Qt::Uninitialized);
-            QHostAddress sender;
-            socket.readDatagram(data.data(), size, &sender);
-            sum += VarnelBench::kermitByTable(reinterpret_cast<const unsigned char*>(data.constData()),
-                                              data.size());
-        }
-    });
+    QObject::connect(&socket, &QUdpSocket::readyRead, &socket,
+                     [&] { VarnelBench::readFrames(&socket, &sum); });
     const int status = bound ? QCoreApplication::exec() : 1;
     return sum == 0xFFFFFFFFU ? 2 : status; // so that the sums are computed
 }
