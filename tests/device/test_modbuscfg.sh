@@ -63,22 +63,30 @@ nft add rule ip other input tcp dport 9999 drop
 other=$(nft list table ip other)
 
 check "before: a client gets through" reaches 502
-applied modbus "0 502" modbuscfg.sh 0 502
+run 0 "0 502: closed" modbuscfg.sh 0 502
+settled modbus "0 502: in effect"
 check_not "closed: a client is refused" reaches 502
 check "closed: the panel itself gets through" python3 "$WORK/client" 127.0.0.1 502
-applied modbus "0 0: closed without a port" modbuscfg.sh 0 0
-applied modbus "1 502" modbuscfg.sh 1 502
+run 0 "0 0: closed without a port" modbuscfg.sh 0 0
+settled modbus "0 0: in effect"
+run 0 "1 502: open" modbuscfg.sh 1 502
+settled modbus "1 502: in effect"
 check "open: a client gets through" reaches 502
 
-applied modbus "1 1502: open under the controller's port" modbuscfg.sh 1 1502
+run 0 "1 1502: open under the controller's port" modbuscfg.sh 1 1502
+settled modbus "1 1502: in effect"
 check "1502: a client gets through to the server's port" reaches 1502
 check_not "502: no longer open" reaches 502
-applied modbus "1 1503: moved" modbuscfg.sh 1 1503
+run 0 "1 1503: moved" modbuscfg.sh 1 1503
+settled modbus "1 1503: in effect"
 check "1503: a client gets through" reaches 1503
 check_not "1502: no longer open" reaches 1502
 
 before=$(nft list ruleset)
-wrong_usage modbuscfg.sh "" "1" "2 502" "1 0" "1 65536" "1 x" "x 502" "1 502 3" "0 -1" "1 502;accept"
+for bad in "" "1" "2 502" "1 0" "1 65536" "1 x" "x 502" "1 502 3" "0 -1" "1 502;accept"; do
+    # shellcheck disable=SC2086
+    run 2 "arguments '$bad': refused" modbuscfg.sh $bad
+done
 check_equal "refused: nothing changed" "$before" "$(nft list ruleset)"
 
 mkfifo "$WORK/answer"
@@ -86,37 +94,45 @@ far python3 "$WORK/client" 192.168.7.2 1503 stay >"$WORK/answer" &
 exec 7<"$WORK/answer"
 read -r line <&7
 check_equal "standing connection: there" "connected" "$line"
-applied modbus "0 1503" modbuscfg.sh 0 1503
+run 0 "0 1503: closed" modbuscfg.sh 0 1503
+settled modbus "0 1503: in effect"
 read -r line <&7
 check_equal "standing connection: cut when the port closes" "cut" "$line"
 check_not "1503: closed" reaches 1503
 
 serve 1700
 printf '[ModbusServer]\nModbusInterface=0.0.0.0:1700:10\n' >/usr/local/etc/varnel-browser.ini
-applied modbus "1 1504 with the server on 1700" modbuscfg.sh 1 1504
+run 0 "1 1504 with the server on 1700: open" modbuscfg.sh 1 1504
+settled modbus "1504: in effect"
 check "the panel's settings name the server's port" reaches 1504
 check_not "1700: not open by itself" reaches 1700
 echo "MODBUS_SERVER_PORT=502" >>/usr/local/etc/varnel-device.conf
-applied modbus "MODBUS_SERVER_PORT: wins over the panel's settings" modbuscfg.sh 1 502
+run 0 "MODBUS_SERVER_PORT: wins over the panel's settings" modbuscfg.sh 1 502
+settled modbus "502: in effect"
 check "502: open" reaches 502
 
 # --- ports that the controller must not take ---
 
 before=$(nft list ruleset)
-refused 1 "another program listens on port 1700, the Modbus port stays as it is" modbuscfg.sh 1 1700
+run 1 "another program's port: refused" modbuscfg.sh 1 1700
+said "another program listens on port 1700, the Modbus port stays as it is"
 for port in 22 80 501 503 1023; do
-    refused 1 "MODBUS_PORTS does not allow port $port" modbuscfg.sh 1 "$port"
+    run 1 "port $port: refused" modbuscfg.sh 1 "$port"
+    said "MODBUS_PORTS does not allow port $port"
 done
 echo 'MODBUS_PORTS="22 502 40000-40002"' >>/usr/local/etc/varnel-device.conf
 for port in 1023 1700 39999 40003; do
     run 1 "MODBUS_PORTS, port $port: refused" modbuscfg.sh 1 "$port"
 done
 check_equal "refused ports: nothing changed" "$before" "$(nft list ruleset)"
-applied modbus "MODBUS_PORTS: a port in its range" modbuscfg.sh 1 40002
+run 0 "MODBUS_PORTS: a port in its range" modbuscfg.sh 1 40002
+settled modbus "40002: in effect"
 check "40002: open" reaches 40002
-applied modbus "MODBUS_PORTS: a single port" modbuscfg.sh 1 22
+run 0 "MODBUS_PORTS: a single port" modbuscfg.sh 1 22
+settled modbus "22: in effect"
 echo "MODBUS_SERVER_PORT=none" >>/usr/local/etc/varnel-device.conf
-refused 1 "'none' is no port" modbuscfg.sh 1 502
+run 1 "a bad server port: refused" modbuscfg.sh 1 502
+said "'none' is no port"
 
 # --- what happens to the rules behind the panel's back ---
 
@@ -128,12 +144,14 @@ said "modbus in effect: open on TCP port 22"
 settled modbus "after a restart: the last wish comes back"
 # The program that took the port first keeps it.
 echo 'MODBUS_PORTS="502 1024-65535"' >>/usr/local/etc/varnel-device.conf
-applied modbus "1 1800" modbuscfg.sh 1 1800
+run 0 "1 1800: written down" modbuscfg.sh 1 1800
+settled modbus "1800: in effect"
 nft delete table ip varnel_modbus
 serve 1800
 "$SCRIPTS/varnel-config" apply modbus 2>"$WORK/err" &
 unsettled modbus "another program listens on port 1800"
-applied modbus "0 1800: the last wish wins over one that is tried again" modbuscfg.sh 0 1800
+run 0 "0 1800: the last wish wins over one that is tried again" modbuscfg.sh 0 1800
+settled modbus "closed: in effect"
 
 check_equal "another table: untouched" "$other" "$(nft list table ip other)"
 finish

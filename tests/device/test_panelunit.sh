@@ -125,14 +125,17 @@ ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
 ip link set eth1 up
 
 export QT_QPA_PLATFORM=linuxfb
-refused 1 "no frame buffer /dev/fb0" panelcheck.sh
+run 1 "linuxfb without a frame buffer: fails" panelcheck.sh
+said "no frame buffer /dev/fb0"
 touch /dev/fb0
 run 0 "linuxfb: fine" panelcheck.sh
 check_equal "all fine: not a word" "" "$(cat "$WORK/err")"
 export QT_QPA_PLATFORM=linuxfb:rotation=90:fb=/dev/fb1:nographicsmodeswitch
-refused 1 "no frame buffer /dev/fb1" panelcheck.sh
+run 1 "the frame buffer of the option is missing: fails" panelcheck.sh
+said "no frame buffer /dev/fb1"
 export QT_QPA_PLATFORM=eglfs
-refused 1 "no display below /dev/dri" panelcheck.sh
+run 1 "eglfs without a card: fails" panelcheck.sh
+said "no display below /dev/dri"
 mkdir /dev/dri
 touch /dev/dri/card1
 run 0 "eglfs with a card: fine" panelcheck.sh

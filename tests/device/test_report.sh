@@ -75,11 +75,13 @@ run 1 "no such directory: refused" varnel-report /nowhere/x.tar.gz
 
 # --- the stick ---
 
-refused 1 "no drive is mounted on $POINT" varnel-report --stick
+run 1 "no stick: refused" varnel-report --stick
+said "no drive is mounted on $POINT"
 mount -t tmpfs -o ro,size=8M tmpfs "$POINT"
 mkdir -p /run/varnel
 echo tmpfs >/run/varnel/usbdrive.device # as if usbdrive.sh had mounted it
-refused 1 "the drive has no empty file varnel-report" varnel-report --stick
+run 1 "stick without a request: refused" varnel-report --stick
+said "the drive has no empty file varnel-report"
 check_equal "stick without a request: untouched" "" "$(ls "$POINT")"
 
 request() {
@@ -92,7 +94,8 @@ run 1 "request by a link: refused" varnel-report --stick
 request sh -c "rm $POINT/varnel-report; echo text >$POINT/varnel-report"
 run 1 "request that is not empty: refused" varnel-report --stick
 request sh -c ": >$POINT/varnel-report; truncate -s 7900K $POINT/filler; cat /dev/zero >$POINT/filler 2>/dev/null || :"
-refused 1 "KiB free" varnel-report --stick
+run 1 "full stick: refused" varnel-report --stick
+said "KiB free"
 check_equal "full stick: nothing of the report is left" "filler varnel-report" "$(cd "$POINT" && echo *)"
 request rm "$POINT/filler"
 run 0 "stick with a request: written" varnel-report --stick

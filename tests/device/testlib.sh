@@ -141,24 +141,6 @@ said() {
     fi
 }
 
-# refused STATUS TEXT SCRIPT ARGUMENT...: the run ends with this status and says why.
-refused() {
-    refused_status=$1 refused_text=$2
-    shift 2
-    run "$refused_status" "$*: status $refused_status" "$@"
-    said "$refused_text"
-}
-
-# wrong_usage SCRIPT TEXT...: with the words of each text as its arguments, the script shows its usage.
-wrong_usage() {
-    wrong_script=$1
-    shift
-    for wrong_words in "$@"; do
-        # shellcheck disable=SC2086
-        refused 2 "($wrong_script --help shows the usage)" "$wrong_script" $wrong_words
-    done
-}
-
 # eventually COMMAND...: within 10 s the command succeeds.
 eventually() {
     tries=100
@@ -194,22 +176,6 @@ unsettled() {
         flunk "$1 is not in effect: $unsettled_text"
         sed 's/^/       /' "$WORK/status" "$WORK/err"
     fi
-}
-
-# applied KIND NAME SCRIPT ARGUMENT...: the run succeeds, and what it asks for comes into effect.
-applied() {
-    applied_kind=$1 applied_name=$2
-    shift 2
-    run 0 "$applied_name" "$@"
-    settled "$applied_kind" "$applied_name: in effect"
-}
-
-# postponed KIND TEXT SCRIPT ARGUMENT...: the run succeeds, but what it asks for does not come into effect.
-postponed() {
-    postponed_kind=$1 postponed_text=$2
-    shift 2
-    run 0 "$*: written down" "$@"
-    unsettled "$postponed_kind" "$postponed_text"
 }
 
 status_says() {

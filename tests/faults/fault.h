@@ -2,15 +2,40 @@
 #pragma once
 
 #include <functional>
+#include <type_traits>
 #include <vector>
 
 #include "faultbench.h"
 
+/// Something that is done or awaited. It fails when its function returns false; a function that returns
+/// nothing succeeds, as no function does.
+class Step
+{
+public:
+    Step() = default;
+
+    template<typename Function>
+    Step(Function function) // NOLINT(google-explicit-constructor)
+        : run([function](FaultBench& bench) {
+            if constexpr (std::is_void_v<std::invoke_result_t<Function, FaultBench&>>) {
+                std::invoke(function, bench);
+                return true;
+            } else {
+                return std::invoke(function, bench);
+            }
+        })
+    {
+    }
+
+    bool operator()(FaultBench& bench) const { return !run || run(bench); }
+
+private:
+    std::function<bool(FaultBench&)> run;
+};
+
 /// One thing that may go wrong around the panel, and what it may cost.
 struct Fault
 {
-    using Step = std::function<bool(FaultBench&)>;
-
     /// The fault's name in the campaign.
     const char* name;
     /// The effect for the user and the loss, in words that observe() and the measurement check.

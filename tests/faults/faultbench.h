@@ -5,65 +5,62 @@
 
 #include <QElapsedTimer>
 
-#include "framesource.h"
-#include "modbusbench.h"
-#include "panel.h"
-#include "plcreader.h"
-#include "recordingscripts.h"
-#include "settingsfile.h"
-#include "standinsys.h"
+#include "scene.h"
+#include "traffic.h"
 #include "virtualscreen.h"
-#include "webserver.h"
 
-/// The contents of the screen.
-enum class Shown
+/// The contents of the screen, by their colour; any other is the panel's own text, or nothing expected.
+enum class Shown : QRgb
 {
-    ControllerPage,
-    OtherControllersPage,
-    ErrorPage,
-    Blank, ///< a white screen
-    Else,  ///< the panel's own text, or anything unexpected
+    ControllerPage = qRgb(0, 0xc0, 0),
+    OtherControllersPage = qRgb(0xc0, 0xc0, 0),
+    ErrorPage = qRgb(0xc0, 0, 0),
+    Blank = qRgb(0xff, 0xff, 0xff),
 };
 
 /// The panel at work: a controller that sends frames, a page that asks its server for something twice a
 /// second and loads itself again every three seconds, a Modbus server that a PLC reads, all of them the real
 /// ones but for the controller. A fault is caused while all of them run.
-class FaultBench
+class FaultBench : public Scene
 {
-    Q_DISABLE_COPY_MOVE(FaultBench)
-
 public:
-    /// Seconds until a silent controller counts as lost, and until a failed page is tried again.
-    static constexpr int udpTimeout = 3;
-    static constexpr int retryTimeout = 4;
     /// Frames a second.
     static constexpr int usualRate = 5;
 
     explicit FaultBench(VirtualScreen& virtualScreen);
     ~FaultBench();
+    Q_DISABLE_COPY_MOVE(FaultBench)
 
-    /// Settings that start() writes; more may be set before.
+    /// Settings that start() writes; more may be set before. A silent controller counts as lost after 3 s, a
+    /// failed page is tried again after 4 s.
     SettingsFile settings;
     /// Starts everything and waits until it works, touch included. With `served` false, no PLC reads, and
     /// nothing is asked of the Modbus server.
     [[nodiscard]] bool start(bool served = true);
-    /// Lets the PLC read, where it did not from the start.
-    void startPlc();
-    /// Ends the panel, if it runs, and starts it again; false unless it ended in order.
-    [[nodiscard]] bool restartPanel();
+    /// Ends the panel and starts it again, and lets the PLC read; false unless the panel ended in order.
+    [[nodiscard]] bool restartPanelAndRead();
 
     /// The present contents of the screen.
     Shown shown() const;
     [[nodiscard]] bool awaitShown(Shown wanted, std::chrono::milliseconds limit = patience) const;
+    [[nodiscard]] bool awaitErrorPage() const { return awaitShown(Shown::ErrorPage); }
     /// Takes the present as the beginning of a recovery.
     void mark();
     /// Waits until the page is on the screen, has asked its server for something, and the PLC has read a
     /// value of a frame, all of them younger than the mark. Seconds since the mark; negative at the limit.
     [[nodiscard]] double awaitWorking(std::chrono::milliseconds limit);
+    /// Waits until the page on the screen has asked its server for something this often.
+    [[nodiscard]] bool awaitTicks(int wanted) const;
+    [[nodiscard]] bool pageGoesOn() const { return awaitTicks(3); }
     /// Touches the page and waits until it shows that, and has said so to its server.
-    [[nodiscard]] bool answersTouch(std::chrono::milliseconds limit = patience);
+    [[nodiscard]] bool answersTouch();
     /// Touches the page and forgets it; true when the page has shown it within `limit`.
-    [[nodiscard]] bool showsTouch(std::chrono::milliseconds limit);
+    [[nodiscard]] bool showsTouch(std::chrono::milliseconds limit = patience);
+    /// Lets the controller be silent, or send frames.
+    void silence() { frames.setRate(0); }
+    void speak() { frames.setRate(usualRate); }
+    /// Lets the controller be silent until the panel has noticed.
+    [[nodiscard]] bool loseLink();
     /// Lets the page leave for another address at its next question.
     void sendPageTo(const QByteArray& url);
     /// Makes all the answers of the page's server what they are when nothing is wrong.
@@ -71,29 +68,21 @@ public:
     /// How often the page has asked so far.
     int ticks() const { return server.count("/tick"); }
     /// The time in milliseconds that the page's script last read off its clock.
-    qint64 pageClock() const { return lastHeader("x-now").toLongLong(); }
+    qint64 pageClock() const { return server.last("/tick").headers.value("x-now").toLongLong(); }
     /// The number of a frame that the PLC last read; 0 where none reads.
     quint32 plcValue() const { return plc ? plc->value() : 0; }
-    /// Bytes of the panel that are in memory.
-    qint64 panelMemory() const;
     /// Puts the device's Modbus scripts in place, all others as recording ones.
-    [[nodiscard]] bool installScripts();
+    [[nodiscard]] bool installScripts() const;
 
-    StandInSys sys;
-    RecordingScripts scripts;
     ModbusBench bus;
-    WebServer server{QHostAddress()};
     WebServer otherServer{QHostAddress()};
-    FrameSource frames{QStringLiteral("192.168.7.2")};
-    FrameSource otherFrames{QStringLiteral("192.168.7.3")};
-    Panel panel;
+    FrameSource frames{"192.168.7.2"_s};
+    FrameSource otherFrames{"192.168.7.3"_s};
     VirtualScreen& screen;
 
 private:
-    QByteArray lastHeader(const QByteArray& name) const;
     bool isWorking() const;
 
-    bool served = true;
     std::unique_ptr<PlcReader> plc;
     QElapsedTimer sinceMark;
     int ticksAtMark = 0;

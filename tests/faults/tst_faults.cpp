@@ -21,11 +21,6 @@ Faults allFaults()
     return all;
 }
 
-bool run(const Fault::Step& step, FaultBench& bench)
-{
-    return !step || step(bench);
-}
-
 /// The first line of the log that says what is wrong; empty when the panel has nothing to say.
 QString reason(const Fault& fault, FaultBench& bench)
 {
@@ -50,84 +45,74 @@ class tst_Faults : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase() { QVERIFY(screen.start()); }
+
     void recovers_data() { addRows(); }
-    void recovers();
+
+    void recovers()
+    {
+        QFETCH(int, number);
+        const Fault& fault = faults.at(static_cast<std::size_t>(number));
+        FaultBench bench(screen);
+        QVERIFY(bringIn(fault, bench));
+        QVERIFY(fault.end(bench));
+        bench.mark();
+        QVERIFY(fault.push(bench));
+        bench.mark();
+        const double seconds = bench.awaitWorking(fault.recoveryLimit);
+        QVERIFY(seconds >= 0);
+        QVERIFY(bench.answersTouch());
+        QCOMPARE(bench.panel.stop(), 0);
+        report("recovery", fault, seconds, reason(fault, bench));
+    }
+
     void endsInOrder_data() { addRows(); }
-    void endsInOrder();
+
+    void endsInOrder()
+    {
+        QFETCH(int, number);
+        const Fault& fault = faults.at(static_cast<std::size_t>(number));
+        FaultBench bench(screen);
+        QVERIFY(bringIn(fault, bench));
+        bench.panel.log().skip();
+        QElapsedTimer timer;
+        timer.start();
+        bench.panel.signal(SIGTERM);
+        QVERIFY(bench.panel.awaitEnd(fault.endLimit + patience));
+        const double seconds = static_cast<double>(timer.elapsed()) / 1000;
+        QCOMPARE(bench.panel.exitStatus(), 0);
+        QVERIFY(bench.panel.log().await("UDP stop"_s));
+        QVERIFY2(seconds <= static_cast<double>(fault.endLimit.count()),
+                 qPrintable(QString::number(seconds)));
+        QVERIFY(fault.end(bench));
+        report("end", fault, seconds, reason(fault, bench));
+    }
 
 private:
-    void addRows() const;
-    bool bringIn(const Fault& fault, FaultBench& bench);
+    void addRows() const
+    {
+        QTest::addColumn<int>("number");
+        for (std::size_t i = 0; i < faults.size(); ++i) {
+            QTest::newRow(faults[i].name) << static_cast<int>(i);
+        }
+    }
+
+    /// Starts everything, puts the fault in and waits until it is seen and logged.
+    bool bringIn(const Fault& fault, FaultBench& bench)
+    {
+        if (!fault.prepare(bench) || !bench.start(fault.served)) {
+            return false;
+        }
+        bench.panel.log().skip();
+        if (!fault.inject(bench) || !fault.observe(bench)) {
+            return false;
+        }
+        return *fault.line == '\0' || awaitTrue([&] { return !reason(fault, bench).isEmpty(); });
+    }
 
     const Faults faults = allFaults();
     VirtualScreen screen;
 };
-
-void tst_Faults::initTestCase()
-{
-    QVERIFY(screen.start());
-}
-
-void tst_Faults::addRows() const
-{
-    QTest::addColumn<int>("number");
-    for (std::size_t i = 0; i < faults.size(); ++i) {
-        QTest::newRow(faults[i].name) << static_cast<int>(i);
-    }
-}
-
-/// Starts everything, puts the fault in and waits until it is seen and logged.
-bool tst_Faults::bringIn(const Fault& fault, FaultBench& bench)
-{
-    if (!run(fault.prepare, bench) || !bench.start(fault.served)) {
-        return false;
-    }
-    bench.panel.log().skip();
-    if (!fault.inject(bench) || !fault.observe(bench)) {
-        return false;
-    }
-    return *fault.line == '\0' ||
-           QTest::qWaitFor([&] { return !reason(fault, bench).isEmpty(); }, int(patience.count()));
-}
-
-void tst_Faults::recovers()
-{
-    QFETCH(int, number);
-    const Fault& fault = faults.at(static_cast<std::size_t>(number));
-    FaultBench bench(screen);
-    QVERIFY(bringIn(fault, bench));
-    QVERIFY(fault.end(bench));
-    bench.mark();
-    if (fault.push) {
-        QVERIFY(fault.push(bench));
-        bench.mark();
-    }
-    const double seconds = bench.awaitWorking(fault.recoveryLimit);
-    QVERIFY(seconds >= 0);
-    QVERIFY(bench.answersTouch());
-    QCOMPARE(bench.panel.stop(), 0);
-    report("recovery", fault, seconds, reason(fault, bench));
-}
-
-void tst_Faults::endsInOrder()
-{
-    QFETCH(int, number);
-    const Fault& fault = faults.at(static_cast<std::size_t>(number));
-    FaultBench bench(screen);
-    QVERIFY(bringIn(fault, bench));
-    bench.panel.log().skip();
-    QElapsedTimer timer;
-    timer.start();
-    bench.panel.signal(SIGTERM);
-    QVERIFY(bench.panel.awaitEnd(fault.endLimit + patience));
-    const double seconds = static_cast<double>(timer.elapsed()) / 1000;
-    QCOMPARE(bench.panel.exitStatus(), 0);
-    QVERIFY(bench.panel.log().await("UDP stop"_s));
-    QVERIFY2(seconds <= static_cast<double>(fault.endLimit.count()), qPrintable(QString::number(seconds)));
-    QVERIFY(fault.end(bench));
-    report("end", fault, seconds, reason(fault, bench));
-}
 
 QTEST_GUILESS_MAIN(tst_Faults)
 #include "tst_faults.moc"

@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "soak.h"
-
-#include <vector>
+// The soak: runs the panel through everything that happens to one, again and again. See scripts/soak.
 
 #include <QBuffer>
+#include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QDir>
-#include <QDirIterator>
-#include <QTest>
+#include <QElapsedTimer>
+#include <QFile>
+
+#include "processfigures.h"
+#include "traffic.h"
+#include "transferscene.h"
 
 namespace {
 
-constexpr std::chrono::seconds samplePeriod{5};
 constexpr QPoint onTheLink{400, 200};
 constexpr QPoint besideTheLink{400, 440}; // as are the chooser's buttons
 constexpr int warmUpCycles = 3;
@@ -21,31 +22,31 @@ constexpr int spareThreads = 4;
 constexpr int mostPictures = 20;
 constexpr int mostFailedCycles = 5;
 
-const char* const languages[] = {"de", "fr", "it", "es", "en"};
+const char* const languageCodes[] = {"de", "fr", "it", "es", "en"};
 
 /// All in the page's colour, so that the screen shows nothing else while nothing covers the page.
-const char* const page = "<!DOCTYPE html><html><head><link rel='stylesheet' href='/style.css'><script "
-                         "src='/page.js'></script></head>"
-                         "<body><a href='/file'><img src='/logo.png' width='800' height='300' alt=''></a>"
-                         "<table><tr><td>Supply</td><td id='value'></td></tr></table>"
-                         "<img id='live' src='/live.png' alt=''></body></html>";
-const char* const style = "body { margin: 0; background: #00c000; color: #00c000; font-family: sans-serif }"
-                          "a { display: block; width: 800px; height: 300px }";
+const char* const page = R"(<!DOCTYPE html><html><head><link rel='stylesheet' href='/style.css'>
+<script src='/page.js'></script></head><body>
+<a href='/file'><img src='/logo.png' width='800' height='300' alt=''></a>
+<table><tr><td>Supply</td><td id='value'></td></tr></table>
+<img id='live' src='/live.png' alt=''></body></html>)";
+const char* const style = R"(body { margin: 0; background: #00c000; color: #00c000; font-family: sans-serif }
+a { display: block; width: 800px; height: 300px })";
 /// Asks for the values again and again, does what the answer says, and shows it, with a picture of its own
 /// for each, as pages do that want no picture from a cache.
-const char* const script = "var timer = setInterval(function () {"
-                           "  var request = new XMLHttpRequest();"
-                           "  request.onload = function () {"
-                           "    if (request.responseText == 'reload') { location.reload(); }"
-                           "    else if (request.responseText == 'pause') { clearInterval(timer); }"
-                           "    else {"
-                           "      document.getElementById('value').textContent = request.responseText;"
-                           "      document.getElementById('live').src = '/live.png?' + Date.now();"
-                           "    }"
-                           "  };"
-                           "  request.open('GET', '/values', true);"
-                           "  request.send();"
-                           "}, 400);";
+const char* const script = R"(var timer = setInterval(function () {
+  var request = new XMLHttpRequest();
+  request.onload = function () {
+    if (request.responseText == 'reload') { location.reload(); }
+    else if (request.responseText == 'pause') { clearInterval(timer); }
+    else {
+      document.getElementById('value').textContent = request.responseText;
+      document.getElementById('live').src = '/live.png?' + Date.now();
+    }
+  };
+  request.open('GET', '/values', true);
+  request.send();
+}, 400);)";
 
 QByteArray plainPicture(QSize size)
 {
@@ -58,389 +59,427 @@ QByteArray plainPicture(QSize size)
     return octets;
 }
 
-bool copyPictures()
-{
-    const QString from = QStringLiteral(VARNEL_SOURCE_DIR "/device/share");
-    QDirIterator files(from, {QStringLiteral("*.png")}, QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        const QString path = QStringLiteral("/usr/local/share") + files.next().mid(from.size());
-        if (!QDir().mkpath(QFileInfo(path).path()) ||
-            !(QFile::exists(path) || QFile::copy(files.filePath(), path))) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool isDark()
 {
-    return StandInSys::read(StandInSys::backlightFile()) == QLatin1String("1");
+    return StandInSys::read(StandInSys::backlightFile()) == "1"_s;
 }
+
+/// A panel that lives through months in hours: cycle after cycle of everything that happens to one, each
+/// thing checked, with a sample of what the kernel tells of the process every few seconds.
+class Soak : public QObject
+{
+public:
+    /// `outputDirectory` takes the record and the pictures of failures.
+    Soak(const QString& outputDirectory, VirtualScreen& virtualScreen)
+        : directory(outputDirectory)
+        , screen(virtualScreen)
+        , scene(virtualScreen)
+    {
+        connect(&scene.server, &WebServer::requested, this, [this] { ++requests; });
+        connect(&pace, &QTimer::timeout, this, &Soak::sample);
+    }
+
+    /// Puts a command in front of the panel, which it must become itself: "env" with variables, for example.
+    void setLauncher(const QStringList& command) { scene.panel.setLauncher(command); }
+    /// Runs whole cycles until `duration` is over, at least one, and ends the panel. True without any
+    /// failure.
+    [[nodiscard]] bool run(std::chrono::milliseconds duration)
+    {
+        clock.start();
+        if (!start()) {
+            qWarning() << "The panel cannot be started";
+            return false;
+        }
+        for (int failedInARow = 0; failedInARow < mostFailedCycles;) {
+            const bool good = cycle();
+            failedInARow = good ? 0 : failedInARow + 1;
+            if (!scene.panel.isRunning() || clock.elapsed() >= duration.count()) {
+                break;
+            }
+            if (!good) {
+                recover();
+            }
+        }
+        sample();
+        traffic.stop();
+        now = "end";
+        if (scene.panel.stop() != 0) {
+            fail("the panel has not ended in order");
+        }
+        return failures == 0;
+    }
+
+private:
+    bool start()
+    {
+        serveUsual();
+        scene.server.serve("/style.css", style, "text/css");
+        scene.server.serve("/page.js", script, "application/javascript");
+        scene.server.serve("/logo.png", plainPicture({400, 300}), "image/png");
+        scene.server.serve("/live.png", plainPicture({320, 240}), "image/png");
+        const auto settings = SettingsFile()
+                                  .set("Network/UdpTimeout", "3")
+                                  .set("Network/RetryTimeout", "2")
+                                  .set("UI/ScreenSaverInterval", "6000");
+        QFile map("/usr/local/etc/modbus.map"_s);
+        const bool mapped = map.open(QIODevice::WriteOnly) && map.write(Traffic::modbusMap()) > 0;
+        map.close();
+        record.setFileName(directory + "/soak.csv"_s);
+        pace.start(std::chrono::seconds(5));
+        return mapped && record.open(QIODevice::WriteOnly) && scene.server.listen() &&
+               scene.start(settings) &&
+               Program::runTool(
+                   {"cp"_s, "-r"_s, VARNEL_SOURCE_DIR "/device/share/."_s, "/usr/local/share"_s});
+    }
+
+    bool cycle()
+    {
+        struct Step
+        {
+            const char* name;
+            bool (Soak::*act)();
+        };
+        static const Step steps[] = {
+            {"find", &Soak::findController},      {"outputs", &Soak::checkOutputs},
+            {"touch", &Soak::touchAside},         {"download", &Soak::download},
+            {"language", &Soak::changeLanguages}, {"reload", &Soak::reloadPage},
+            {"service", &Soak::plugServiceLink},  {"dark", &Soak::darkenAndWake},
+            {"refuse", &Soak::refusePage},        {"rest", &Soak::rest},
+            {"loss", &Soak::loseController},
+        };
+        for (const Step& step : steps) {
+            now = step.name;
+            log().skip();
+            log().forget();
+            scene.server.clear();
+            if (!(this->*step.act)()) {
+                fail(now);
+                return false;
+            }
+        }
+        scene.scripts.clear();
+        ++cycles;
+        return true;
+    }
+
+    void recover()
+    {
+        now = "recover";
+        traffic.stop();
+        scene.sys.setOperState("usb0"_s, "down"_s);
+        serveUsual();
+        touch(TransferScene::cancelButton);
+        if (!log().await("Remove R7M"_s)) {
+            fail(now);
+        }
+    }
+
+    void fail(const char* what)
+    {
+        ++failures;
+        qWarning().noquote() << QDateTime::currentDateTimeUtc().toString(Qt::ISODate) << "cycle" << cycles + 1
+                             << "failed at:" << what;
+        if (failures <= mostPictures) {
+            screen.grab().save(directory + "/failure-%1.png"_s.arg(failures));
+        }
+    }
+
+    /// Adds a line to the record, written through at once so that a run that is cut short keeps all but its
+    /// last seconds. The first line has the names.
+    void sample()
+    {
+        if (!scene.panel.isRunning()) {
+            return;
+        }
+        const ProcessFigures panel = processFigures(scene.panel.pid());
+        const ProcessFigures driver = processFigures(QCoreApplication::applicationPid());
+        const std::pair<const char*, qint64> columns[] = {
+            {"rss_kib", panel.rss},
+            {"pss_kib", panel.pss},
+            {"anonymous_kib", panel.anonymous},
+            {"heap_kib", panel.heap},
+            {"descriptors", panel.descriptors},
+            {"sockets", panel.sockets},
+            {"timer_descriptors", panel.timerDescriptors},
+            {"children", panel.children},
+            {"threads", panel.threads},
+            {"voluntary_switches", panel.voluntarySwitches},
+            {"involuntary_switches", panel.involuntarySwitches},
+            {"cpu_ms", panel.cpuMs},
+            {"frames", traffic.sent()},
+            {"log_lines", log().lineCount()},
+            {"log_octets", log().octetCount()},
+            {"requests", requests},
+            {"cycles", cycles},
+            {"reloads", reloads},
+            {"languages", languages},
+            {"losses", losses},
+            {"downloads", downloads},
+            {"darkenings", darkenings},
+            {"error_pages", errorPages},
+            {"failures", failures},
+            {"driver_rss_kib", driver.rss},
+        };
+        QByteArray names = "seconds,step";
+        QByteArray values = QByteArray::number(double(clock.elapsed()) / 1000, 'f', 1) + ',' + now;
+        for (const auto& [name, value] : columns) {
+            names += QByteArray(",") + name;
+            values += ',' + QByteArray::number(value);
+        }
+        if (record.write((record.pos() == 0 ? names + '\n' : QByteArray()) + values + '\n') < 0 ||
+            !record.flush()) {
+            qWarning() << "Cannot write" << record.fileName() << record.errorString();
+        }
+    }
+
+    /// Frames begin, for every other cycle those of a controller that has rebooted.
+    bool findController()
+    {
+        if (cycles % 2 == 0) {
+            traffic.reboot();
+        }
+        traffic.start();
+        return log().await("Add R7M"_s) && scene.server.awaitCount("/index.html", 1) && scene.awaitPage();
+    }
+
+    bool checkOutputs()
+    {
+        for (const char* const outputs : {"1010", "0101", "1110", "0000"}) {
+            traffic.hold(outputs);
+            if (!awaitTrue([outputs] { return StandInSys::outputs() == QLatin1String(outputs); })) {
+                return false;
+            }
+        }
+        traffic.hold({});
+        return true;
+    }
+
+    bool touchAside()
+    {
+        touch(besideTheLink);
+        // A touch right behind another, which no finger can do, would be lost to the window manager.
+        return log().await("resetTimer"_s) && awaitTrue([] { return !isDark(); });
+    }
+
+    /// Touches the link and the chooser's button; the file must arrive complete, and is removed again.
+    bool download()
+    {
+        const QString name = "soak-%1.bin"_s.arg(cycles % 10);
+        const QByteArray body = generatedBody((100 << 10) << (cycles % 5));
+        scene.server.answer("/file",
+                            "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
+                                QByteArray::number(body.size()) +
+                                "\r\nContent-Disposition: attachment; filename=" + name.toLatin1() +
+                                "\r\nConnection: close\r\n\r\n" + body);
+        touch(onTheLink);
+        if (!log().await("WebPage::UnsupportedContent"_s) || !scene.awaitChooser()) {
+            return false;
+        }
+        touch(TransferScene::okButton);
+        const bool saved = log().await({"<now> - Download complete"_s, "RemountUSB \"ro\""_s}) &&
+                           scene.drive.content(name) == body;
+        QFile::remove(scene.drive.path(name));
+        scene.server.refuse("/file", "404 Not Found");
+        ++downloads;
+        return saved && scene.awaitPage();
+    }
+
+    bool changeLanguages()
+    {
+        for (const char* const language : languageCodes) {
+            traffic.setLanguage(language);
+            if (!log().await(
+                    QRegularExpression("^wv: Set language to \"%1\""_s.arg(QLatin1String(language))))) {
+                return false;
+            }
+            ++languages;
+        }
+        return true;
+    }
+
+    bool reloadPage()
+    {
+        for (int i = 0; i < 6; ++i) {
+            const int before = scene.server.count("/index.html");
+            if (!tellPage("reload") || !scene.server.awaitCount("/index.html", before + 1)) {
+                return false;
+            }
+            scene.server.serve("/values", QByteArray::number(i), "text/plain");
+            // The page that asks again is the new one, at work.
+            if (!scene.server.awaitCount("/values", scene.server.count("/values") + 1)) {
+                return false;
+            }
+            ++reloads;
+        }
+        return scene.awaitPage();
+    }
+
+    /// Somebody plugs the service cable: the info page comes, and the page again when it is pulled.
+    bool plugServiceLink()
+    {
+        if (!tellPage("pause")) {
+            return false;
+        }
+        scene.sys.setOperState("usb0"_s, "up"_s);
+        if (!log().await(QRegularExpression("^ws: Load info page"_s)) || !awaitNoPage()) {
+            return false;
+        }
+        serveUsual();
+        scene.sys.setOperState("usb0"_s, "down"_s);
+        return log().await("Reload last page"_s) && scene.server.awaitCount("/index.html", 1) &&
+               scene.awaitPage();
+    }
+
+    bool darkenAndWake()
+    {
+        if (!awaitTrue(isDark)) {
+            return false;
+        }
+        ++darkenings;
+        screen.move(besideTheLink + QPoint(darkenings % 2, 1));
+        if (!awaitTrue([] { return !isDark(); })) {
+            return false;
+        }
+        touch(besideTheLink);
+        return log().await("resetTimer"_s);
+    }
+
+    /// The server refuses one reload, each time in another way; the retry brings the page back.
+    bool refusePage()
+    {
+        const char* const statuses[] = {"500 Internal Server Error", "404 Not Found", "401 Unauthorized"};
+        if (cycles % 4 < 3) {
+            scene.server.refuse("/index.html", statuses[cycles % 4]);
+        } else {
+            scene.server.answer("/index.html", {}, AfterAnswer::Reset);
+        }
+        if (!tellPage("reload") || !log().await(QRegularExpression("^wv: Load error page"_s))) {
+            return false;
+        }
+        serveUsual();
+        ++errorPages;
+        return awaitNoPage() && log().await(QRegularExpression("^WebView::loadUrl\\(\\)"_s)) &&
+               scene.awaitPage();
+    }
+
+    /// Nothing to do but frames: the moment to look at what the process has got hold of.
+    bool rest()
+    {
+        // Each cycle starts a new record of the scripts.
+        if (scene.scripts.argumentsOf("mbserverupdate.sh"_s).isEmpty()) {
+            qWarning() << "No values have gone to the Modbus server";
+            return false;
+        }
+        ProcessFigures figures;
+        if (cycles < warmUpCycles) {
+            figures = processFigures(scene.panel.pid());
+            atRest.descriptors = qMax(atRest.descriptors, figures.descriptors);
+            atRest.threads = qMax(atRest.threads, figures.threads);
+            return true;
+        }
+        const bool bounded = awaitTrue([&] {
+            QTest::qWait(100);
+            figures = processFigures(scene.panel.pid());
+            return figures.descriptors <= atRest.descriptors + spareDescriptors &&
+                   figures.threads <= atRest.threads + spareThreads && figures.children == 0;
+        });
+        if (!bounded) {
+            qWarning() << "descriptors" << figures.descriptors << "of" << atRest.descriptors << "threads"
+                       << figures.threads << "of" << atRest.threads << "children" << figures.children;
+        }
+        return bounded;
+    }
+
+    bool loseController()
+    {
+        if (!tellPage("pause")) {
+            return false;
+        }
+        traffic.stop();
+        ++losses;
+        if (!log().await({"Remove R7M"_s}) || !awaitNoPage()) {
+            return false;
+        }
+        serveUsual();
+        return true;
+    }
+
+    void serveUsual()
+    {
+        scene.server.serve("/index.html", page);
+        scene.server.serve("/values", "1", "text/plain");
+    }
+
+    /// Gives the page's next request for values this answer and waits until it is asked for.
+    bool tellPage(const QByteArray& word)
+    {
+        const int before = scene.server.count("/values");
+        scene.server.serve("/values", word, "text/plain");
+        return scene.server.awaitCount("/values", before + 1);
+    }
+
+    /// Waits until something else than the page is shown.
+    bool awaitNoPage()
+    {
+        return awaitTrue([this] { return screen.grab().pixel(onTheLink) != TransferScene::pageColor; });
+    }
+
+    /// A touch that reaches what is shown, however long the last one is ago.
+    void touch(QPoint point)
+    {
+        if (isDark()) {
+            screen.move(point + QPoint(0, 1));
+            if (!awaitTrue([] { return !isDark(); })) {
+                fail("the screen stays dark");
+            }
+        }
+        screen.tap(point);
+    }
+
+    LogReader& log() { return scene.panel.log(); }
+
+    QString directory;
+    VirtualScreen& screen;
+    TransferScene scene;
+    Traffic traffic;
+    QFile record; ///< CSV, which ../soak/report reads
+    QElapsedTimer clock;
+    QTimer pace;
+    ProcessFigures atRest;
+    const char* now = "start"; ///< the step
+    int requests = 0;
+    int cycles = 0;
+    int reloads = 0;
+    int languages = 0;
+    int losses = 0;
+    int downloads = 0;
+    int darkenings = 0;
+    int errorPages = 0;
+    int failures = 0;
+};
 
 } // namespace
 
-const std::vector<Soak::Step>& Soak::steps()
+int main(int argc, char** argv)
 {
-    static const std::vector<Step> all = {
-        {"find", &Soak::findController},      {"outputs", &Soak::checkOutputs},
-        {"touch", &Soak::touchAside},         {"download", &Soak::download},
-        {"language", &Soak::changeLanguages}, {"reload", &Soak::reloadPage},
-        {"service", &Soak::plugServiceLink},  {"dark", &Soak::darkenAndWake},
-        {"refuse", &Soak::refusePage},        {"rest", &Soak::rest},
-        {"loss", &Soak::loseController},
-    };
-    return all;
-}
-
-Soak::Soak(const QString& directory, VirtualScreen& screen)
-    : directory(directory)
-    , screen(screen)
-    , scene(screen)
-{
-    connect(&scene.server, &WebServer::requested, this, [this] { ++counts.requests; });
-    connect(&pace, &QTimer::timeout, this, &Soak::sample);
-}
-
-bool Soak::run(std::chrono::milliseconds duration)
-{
-    QElapsedTimer clock;
-    clock.start();
-    if (!start()) {
-        qWarning() << "The panel cannot be started";
-        return false;
+    QCoreApplication application(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addPositionalArgument("DIRECTORY"_s, "takes soak.csv"_s);
+    parser.addPositionalArgument("SECONDS"_s, "how long to run"_s);
+    parser.addPositionalArgument("COMMAND"_s, "prefix of the panel's command"_s, "[COMMAND...]"_s);
+    parser.process(application);
+    bool isNumber = false;
+    const QStringList arguments = parser.positionalArguments();
+    const int seconds = arguments.value(1).toInt(&isNumber);
+    if (!isNumber || seconds < 0) {
+        parser.showHelp(2);
     }
-    for (int failedInARow = 0; failedInARow < mostFailedCycles;) {
-        const bool good = cycle();
-        failedInARow = good ? 0 : failedInARow + 1;
-        if (!scene.panel.isRunning() || clock.elapsed() >= duration.count()) {
-            break;
-        }
-        if (!good) {
-            recover();
-        }
+    VirtualScreen screen;
+    if (!screen.start()) {
+        return 1;
     }
-    sample();
-    traffic.stop();
-    now = QStringLiteral("end");
-    if (scene.panel.stop() != 0) {
-        fail(QStringLiteral("the panel has not ended in order"));
-    }
-    qInfo().noquote() << QStringLiteral("%1 s, %2 cycles, %3 frames, %4 reloads, %5 languages, %6 losses, "
-                                        "%7 downloads, %8 darkenings, %9 error pages, %10 failures")
-                             .arg(clock.elapsed() / 1000)
-                             .arg(counts.cycles)
-                             .arg(traffic.sent())
-                             .arg(counts.reloads)
-                             .arg(counts.languages)
-                             .arg(counts.losses)
-                             .arg(counts.downloads)
-                             .arg(counts.darkenings)
-                             .arg(counts.errorPages)
-                             .arg(counts.failures);
-    return counts.failures == 0;
-}
-
-bool Soak::start()
-{
-    QFile map(QStringLiteral("/usr/local/etc/modbus.map"));
-    const QByteArray text = Traffic::modbusMap();
-    servePage();
-    scene.server.serve("/values", "1", "text/plain");
-    scene.server.serve("/style.css", style, "text/css");
-    scene.server.serve("/page.js", script, "application/javascript");
-    scene.server.serve("/logo.png", plainPicture({400, 300}), "image/png");
-    scene.server.serve("/live.png", plainPicture({320, 240}), "image/png");
-    const auto settings = SettingsFile()
-                              .set("Network/UdpTimeout", "3")
-                              .set("Network/RetryTimeout", "2")
-                              .set("UI/ScreenSaverInterval", "6000");
-    if (!map.open(QIODevice::WriteOnly) || map.write(text) != text.size()) {
-        return false;
-    }
-    map.close();
-    const bool ready = copyPictures() && scene.server.listen() && scene.start(settings) &&
-                       record.open(directory + QStringLiteral("/soak.csv"));
-    pace.start(samplePeriod);
-    return ready;
-}
-
-bool Soak::cycle()
-{
-    for (const Step& step : steps()) {
-        now = QString::fromLatin1(step.name);
-        log().skip();
-        log().forget();
-        scene.server.clear();
-        if (!(this->*step.act)()) {
-            fail(now);
-            return false;
-        }
-    }
-    scene.scripts.clear();
-    ++counts.cycles;
-    return true;
-}
-
-void Soak::fail(const QString& what)
-{
-    ++counts.failures;
-    qWarning().noquote() << QDateTime::currentDateTimeUtc().toString(Qt::ISODate) << "cycle"
-                         << counts.cycles + 1 << "failed at:" << what;
-    if (counts.failures <= mostPictures) {
-        screen.grab().save(directory + QStringLiteral("/failure-%1.png").arg(counts.failures));
-    }
-}
-
-void Soak::recover()
-{
-    now = QStringLiteral("recover");
-    traffic.stop();
-    scene.sys.setOperState(QStringLiteral("usb0"), QStringLiteral("down"));
-    servePage();
-    scene.server.serve("/values", "1", "text/plain");
-    touch(TransferScene::cancelButton);
-    if (!log().await(QStringLiteral("Remove R7M"))) {
-        fail(now);
-    }
-}
-
-void Soak::sample()
-{
-    counts.frames = traffic.sent();
-    counts.logLines = log().lineCount();
-    counts.logOctets = log().octetCount();
-    if (scene.panel.isRunning()) {
-        record.add(now, processFigures(scene.panel.pid()), processFigures(QCoreApplication::applicationPid()),
-                   counts);
-    }
-}
-
-/// Frames begin, for every other cycle those of a controller that has rebooted.
-bool Soak::findController()
-{
-    if (counts.cycles % 2 == 0) {
-        traffic.reboot();
-    }
-    traffic.start();
-    return log().await(QStringLiteral("Add R7M")) && scene.server.awaitCount("/index.html", 1) &&
-           scene.awaitPage();
-}
-
-bool Soak::checkOutputs()
-{
-    for (const Outputs& outputs :
-         {Outputs{1, 0, 1, 0}, Outputs{0, 1, 0, 1}, Outputs{1, 1, 1, 0}, Outputs{}}) {
-        traffic.hold(outputs);
-        if (!awaitOutputs(outputs)) {
-            return false;
-        }
-    }
-    traffic.hold({});
-    return true;
-}
-
-bool Soak::touchAside()
-{
-    touch(besideTheLink);
-    // A touch right behind another, which no finger can do, would be lost to the window manager.
-    return log().await(QStringLiteral("resetTimer")) && awaitTrue([] { return !isDark(); });
-}
-
-/// Touches the link and the chooser's button; the file must arrive complete, and is removed again.
-bool Soak::download()
-{
-    const QString name = QStringLiteral("soak-%1.bin").arg(counts.cycles % 10);
-    const QByteArray body = generatedBody((100 << 10) << (counts.cycles % 5));
-    scene.server.answer("/file",
-                        "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
-                            QByteArray::number(body.size()) +
-                            "\r\nContent-Disposition: attachment; filename=" + name.toLatin1() +
-                            "\r\nConnection: close\r\n\r\n" + body);
-    touch(onTheLink);
-    if (!log().await(QStringLiteral("WebPage::UnsupportedContent")) || !scene.awaitChooser()) {
-        return false;
-    }
-    touch(TransferScene::okButton);
-    const bool saved = log().await(QStringLiteral("<now> - Download complete")) &&
-                       log().await(QStringLiteral("RemountUSB \"ro\"")) &&
-                       TransferScene::readDrive(name) == body;
-    QFile::remove(TransferScene::drive(name));
-    scene.server.refuse("/file", "404 Not Found");
-    ++counts.downloads;
-    return saved && scene.awaitPage();
-}
-
-bool Soak::changeLanguages()
-{
-    for (const char* const language : languages) {
-        traffic.setLanguage(language);
-        if (!log().await(QRegularExpression(
-                QStringLiteral("^wv: Set language to \"%1\"").arg(QLatin1String(language))))) {
-            return false;
-        }
-        ++counts.languages;
-    }
-    return true;
-}
-
-bool Soak::reloadPage()
-{
-    for (int i = 0; i < 6; ++i) {
-        const int before = scene.server.count("/index.html");
-        if (!tellPage("reload") || !scene.server.awaitCount("/index.html", before + 1)) {
-            return false;
-        }
-        scene.server.serve("/values", QByteArray::number(i), "text/plain");
-        // The page that asks again is the new one, at work.
-        if (!scene.server.awaitCount("/values", scene.server.count("/values") + 1)) {
-            return false;
-        }
-        ++counts.reloads;
-    }
-    return scene.awaitPage();
-}
-
-/// Somebody plugs the service cable: the info page comes, and the page again when it is pulled.
-bool Soak::plugServiceLink()
-{
-    if (!tellPage("pause")) {
-        return false;
-    }
-    scene.sys.setOperState(QStringLiteral("usb0"), QStringLiteral("up"));
-    if (!log().await(QRegularExpression(QStringLiteral("^ws: Load info page"))) || !awaitNoPage()) {
-        return false;
-    }
-    scene.server.serve("/values", "1", "text/plain");
-    scene.sys.setOperState(QStringLiteral("usb0"), QStringLiteral("down"));
-    return log().await(QStringLiteral("Reload last page")) && scene.server.awaitCount("/index.html", 1) &&
-           scene.awaitPage();
-}
-
-bool Soak::darkenAndWake()
-{
-    if (!awaitTrue(isDark)) {
-        return false;
-    }
-    ++counts.darkenings;
-    screen.move(besideTheLink + QPoint(counts.darkenings % 2, 1));
-    if (!awaitTrue([] { return !isDark(); })) {
-        return false;
-    }
-    touch(besideTheLink);
-    return log().await(QStringLiteral("resetTimer"));
-}
-
-/// The server refuses one reload, each time in another way; the retry brings the page back.
-bool Soak::refusePage()
-{
-    switch (counts.cycles % 4) {
-    case 0:
-        scene.server.refuse("/index.html", "500 Internal Server Error");
-        break;
-    case 1:
-        scene.server.refuse("/index.html", "404 Not Found");
-        break;
-    case 2:
-        scene.server.refuse("/index.html", "401 Unauthorized");
-        break;
-    default:
-        scene.server.answer("/index.html", {}, AfterAnswer::Reset);
-        break;
-    }
-    if (!tellPage("reload") || !log().await(QRegularExpression(QStringLiteral("^wv: Load error page")))) {
-        return false;
-    }
-    servePage();
-    scene.server.serve("/values", "1", "text/plain");
-    ++counts.errorPages;
-    return awaitNoPage() && log().await(QRegularExpression(QStringLiteral("^WebView::loadUrl\\(\\)"))) &&
-           scene.awaitPage();
-}
-
-/// Nothing to do but frames: the moment to look at what the process has got hold of.
-bool Soak::rest()
-{
-    // Each cycle starts a new record of the scripts.
-    if (scene.scripts.runsOf(QStringLiteral("mbserverupdate.sh")).isEmpty()) {
-        qWarning() << "No values have gone to the Modbus server";
-        return false;
-    }
-    ProcessFigures figures;
-    if (counts.cycles < warmUpCycles) {
-        figures = processFigures(scene.panel.pid());
-        atRest.descriptors = qMax(atRest.descriptors, figures.descriptors);
-        atRest.threads = qMax(atRest.threads, figures.threads);
-        return true;
-    }
-    const bool bounded = awaitTrue([&] {
-        QTest::qWait(100);
-        figures = processFigures(scene.panel.pid());
-        return figures.descriptors <= atRest.descriptors + spareDescriptors &&
-               figures.threads <= atRest.threads + spareThreads && figures.children == 0;
-    });
-    if (!bounded) {
-        qWarning() << "descriptors" << figures.descriptors << "of" << atRest.descriptors << "threads"
-                   << figures.threads << "of" << atRest.threads << "children" << figures.children;
-    }
-    return bounded;
-}
-
-bool Soak::loseController()
-{
-    if (!tellPage("pause")) {
-        return false;
-    }
-    traffic.stop();
-    ++counts.losses;
-    if (!log().await({QStringLiteral("Remove R7M")}) || !awaitNoPage()) {
-        return false;
-    }
-    scene.server.serve("/values", "1", "text/plain");
-    return true;
-}
-
-void Soak::servePage()
-{
-    scene.server.serve("/index.html", page);
-}
-
-/// Gives the page's next request for values this answer and waits until it is asked for.
-bool Soak::tellPage(const QByteArray& word)
-{
-    const int before = scene.server.count("/values");
-    scene.server.serve("/values", word, "text/plain");
-    return scene.server.awaitCount("/values", before + 1);
-}
-
-/// Waits until something else than the page is shown.
-bool Soak::awaitNoPage()
-{
-    return awaitTrue([this] { return screen.grab().pixel(onTheLink) != TransferScene::pageColor; });
-}
-
-bool Soak::awaitOutputs(const Outputs& outputs)
-{
-    return awaitTrue([&outputs] {
-        return StandInSys::value(StandInSys::green) == QString::number(outputs.good) &&
-               StandInSys::value(StandInSys::yellow) == QString::number(outputs.warning) &&
-               StandInSys::value(StandInSys::red) == QString::number(outputs.critical) &&
-               StandInSys::value(StandInSys::buzzer) == QString::number(outputs.buzzer);
-    });
-}
-
-/// A touch that reaches what is shown, however long the last one is ago.
-void Soak::touch(QPoint point)
-{
-    if (isDark()) {
-        screen.move(point + QPoint(0, 1));
-        if (!awaitTrue([] { return !isDark(); })) {
-            fail(QStringLiteral("the screen stays dark"));
-        }
-    }
-    screen.tap(point);
-}
-
-bool Soak::awaitTrue(const std::function<bool()>& condition) const
-{
-    return QTest::qWaitFor(condition, static_cast<int>(patience.count()));
+    Soak soak(arguments.constFirst(), screen);
+    soak.setLauncher(arguments.mid(2));
+    return soak.run(std::chrono::seconds(seconds)) ? 0 : 1;
 }

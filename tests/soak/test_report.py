@@ -46,9 +46,8 @@ def record(hours=2.0, growth_kib=0.0, failures=0, seed=1):
 
 def write(columns, directory, cut=0):
     path = Path(directory) / "soak.csv"
-    rows = [",".join(COLUMNS)] + [",".join(str(columns[name][i]) for name in COLUMNS)
-                                  for i in range(len(columns["seconds"]))]
-    text = "\n".join(rows) + "\n"
+    rows = [COLUMNS, *zip(*(columns[name] for name in COLUMNS))]
+    text = "".join(",".join(map(str, row)) + "\n" for row in rows)
     path.write_text(text[:len(text) - cut], encoding="utf-8")
     return path
 
@@ -82,45 +81,32 @@ class ReportTest(unittest.TestCase):
     def test_interval_holds_the_true_slope(self):
         # Of 40 intervals of 95 %, at most a fourth may miss when the wandering is not mistaken for noise; with
         # independent residuals two thirds would.
-        inside = 0
-        for seed in range(40):
-            slope = self.slope(record(growth_kib=500, seed=seed))
-            inside += slope.low <= 500 <= slope.high
-        self.assertGreaterEqual(inside, 30)
+        slopes = [self.slope(record(growth_kib=500, seed=seed)) for seed in range(40)]
+        self.assertGreaterEqual(sum(slope.low <= 500 <= slope.high for slope in slopes), 30)
 
     def test_wandering_widens_the_interval(self):
         columns = record()
-        shuffled = dict(columns, anonymous_kib=random.Random(1).sample(columns["anonymous_kib"],
-                                                                       len(columns["anonymous_kib"])))
+        values = columns["anonymous_kib"]
+        shuffled = dict(columns, anonymous_kib=random.Random(1).sample(values, len(values)))
         self.assertGreater(self.slope(columns).error, 2 * self.slope(shuffled).error)
 
-    def test_growth_is_found(self):
-        _, message = run(write(record(growth_kib=8000), self.directory))
-        self.assertEqual(message, "soak: anonymous memory grows")
-
-    def test_leaking_descriptors_are_found(self):
-        columns = record()
-        columns["descriptors"] = [18.0 + int(time / 900) for time in columns["seconds"]]
-        _, message = run(write(columns, self.directory))
-        self.assertEqual(message, "soak: file descriptors grows")
-
-    def test_steady_run_is_good(self):
-        printed, message = run(write(record(), self.directory))
-        self.assertIsNone(message)
-        self.assertIn("2.00 hours, the first 20 minutes warm-up", printed)
-        self.assertIn("frames 50 a second", printed)
-
-    def test_short_run_gives_no_verdict_on_growth(self):
-        _, message = run(write(record(hours=0.2, growth_kib=8000), self.directory))
-        self.assertIsNone(message)
-
-    def test_failures_count(self):
-        _, message = run(write(record(failures=2), self.directory))
-        self.assertEqual(message, "soak: 2 failures")
+    def test_verdicts(self):
+        leaking = record()
+        leaking["descriptors"] = [18.0 + int(time / 900) for time in leaking["seconds"]]
+        for columns, verdict in (
+                (record(), None),
+                (record(growth_kib=8000), "soak: anonymous memory grows"),
+                (record(hours=0.2, growth_kib=8000), None),  # too short for a verdict on growth
+                (leaking, "soak: file descriptors grows"),
+                (record(failures=2), "soak: 2 failures")):
+            printed, message = run(write(columns, self.directory))
+            self.assertEqual(message, verdict)
+            self.assertIn("frames 50 a second", printed)
 
     def test_record_that_was_cut_short(self):
         printed, message = run("--markdown", write(record(), self.directory, cut=7))
         self.assertIsNone(message)
+        self.assertIn("2.00 hours, the first 20 minutes warm-up", printed)
         self.assertIn("| file descriptors | 18.", printed)
 
     def test_record_without_samples(self):
@@ -139,15 +125,9 @@ class ReportTest(unittest.TestCase):
         self.assertEqual([lines[0], lines[-1]], ["before", "after"])
         self.assertNotIn("old", lines)
         self.assertEqual(sum(line.startswith("| file descriptors |") for line in lines), 1)
-        self.assertTrue((results / "soak.svg").exists())
-
-    def test_plot_is_a_picture(self):
-        picture = Path(self.directory) / "soak.svg"
-        run("--plot", picture, write(record(), self.directory))
-        document = xml.dom.minidom.parse(str(picture))
-        curves = document.getElementsByTagName("polyline")
         # Every curve but the two counters has its line.
-        self.assertEqual(len(curves), 9 + 7)
+        picture = xml.dom.minidom.parse(str(results / "soak.svg"))
+        self.assertEqual(len(picture.getElementsByTagName("polyline")), 9 + 7)
 
 
 if __name__ == "__main__":

@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "logreader.h"
 
-#include <QTest>
-
-LogReader::LogReader(QObject* parent)
-    : QObject(parent)
-{
-}
+#include <algorithm>
 
 void LogReader::feed(const QByteArray& octets)
 {
@@ -17,7 +12,6 @@ void LogReader::feed(const QByteArray& octets)
         addLine(unfinished.left(end));
         unfinished.remove(0, end + 1);
     }
-    emit added();
 }
 
 void LogReader::finish()
@@ -26,20 +20,13 @@ void LogReader::finish()
         addLine(unfinished);
         unfinished.clear();
     }
-    emit added();
-}
-
-void LogReader::forget()
-{
-    received.clear();
-    position = 0;
 }
 
 void LogReader::addLine(const QByteArray& line)
 {
     ++allLines;
-    static const QRegularExpression stamp(QStringLiteral(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} - )"));
-    received += QString::fromUtf8(line).replace(stamp, QStringLiteral("<now> - "));
+    static const QRegularExpression stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} - )"_s);
+    received += QString::fromUtf8(line).replace(stamp, "<now> - "_s);
 }
 
 bool LogReader::await(const QString& line, std::chrono::milliseconds limit)
@@ -62,25 +49,19 @@ bool LogReader::await(const QRegularExpression& pattern, std::chrono::millisecon
     return awaitCondition(matches, pattern.pattern(), limit);
 }
 
-bool LogReader::awaitCondition(const Condition& condition, const QString& wanted,
+bool LogReader::awaitCondition(const std::function<bool(const QString&)>& condition, const QString& wanted,
                                std::chrono::milliseconds limit)
 {
-    const bool found =
-        QTest::qWaitFor([this, &condition] { return advance(condition); }, static_cast<int>(limit.count()));
+    const auto advance = [&] {
+        const auto line = std::find_if(received.cbegin() + position, received.cend(), condition);
+        const bool isThere = line != received.cend();
+        position = isThere ? static_cast<int>(line - received.cbegin()) + 1 : position;
+        return isThere;
+    };
+    const bool found = awaitTrue(advance, limit);
     if (!found) {
         qWarning().noquote() << "Not logged:" << wanted << "\nThe last lines logged are:\n "
-                             << received.mid(qMax(0, received.size() - 25)).join(QStringLiteral("\n  "));
+                             << received.mid(qMax(0, received.size() - 25)).join("\n  "_s);
     }
     return found;
-}
-
-bool LogReader::advance(const Condition& condition)
-{
-    for (int i = position; i < received.size(); ++i) {
-        if (condition(received.at(i))) {
-            position = i + 1;
-            return true;
-        }
-    }
-    return false;
 }

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <functional>
 
-#include <QObject>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QTest>
 
 #include "literals.h"
 
@@ -14,19 +14,19 @@
 /// passing test never waits it out.
 constexpr std::chrono::milliseconds patience{20000};
 
+/// Waits, with the event loop running, until `condition` holds; false when it does not within `limit`.
+template<typename Condition>
+[[nodiscard]] bool awaitTrue(Condition condition, std::chrono::milliseconds limit = patience)
+{
+    return QTest::qWaitFor(condition, static_cast<int>(limit.count()));
+}
+
 /// The lines that a program has written, kept whole and in order, with a reading position: each successful
 /// await moves the position behind the line it found, so successive awaits prove an order. A time stamp
 /// "yyyy-MM-dd hh:mm:ss.zzz" in front of a line is kept as "<now>".
-class LogReader : public QObject
+class LogReader
 {
-    Q_OBJECT
-    Q_DISABLE_COPY_MOVE(LogReader)
-
 public:
-    using Condition = std::function<bool(const QString&)>;
-
-    explicit LogReader(QObject* parent = nullptr);
-
     /// Adds octets as the program wrote them; an unfinished line is kept until its end arrives.
     void feed(const QByteArray& octets);
     /// Adds what is left of an unfinished line, once the program has ended.
@@ -43,7 +43,11 @@ public:
     /// Moves the reading position back to the first line.
     void rewind() { position = 0; }
     /// Lets go of all lines so far, for a program that runs for hours.
-    void forget();
+    void forget()
+    {
+        received.clear();
+        position = 0;
+    }
 
     /// The number of lines and bytes so far, forgotten ones included.
     qint64 lineCount() const { return allLines; }
@@ -58,13 +62,10 @@ public:
     [[nodiscard]] bool await(const QRegularExpression& pattern, std::chrono::milliseconds limit = patience);
     const QRegularExpressionMatch& lastMatch() const { return match; }
 
-signals:
-    void added();
-
 private:
     void addLine(const QByteArray& line);
-    bool awaitCondition(const Condition& condition, const QString& wanted, std::chrono::milliseconds limit);
-    bool advance(const Condition& condition);
+    bool awaitCondition(const std::function<bool(const QString&)>& condition, const QString& wanted,
+                        std::chrono::milliseconds limit);
 
     QStringList received;
     QByteArray unfinished;

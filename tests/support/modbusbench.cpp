@@ -2,102 +2,55 @@
 #include "modbusbench.h"
 
 #include <cerrno>
-#include <csignal>
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTest>
 
 #include <modbus.h>
 
 namespace {
 
-const QString sourceDir = QStringLiteral(VARNEL_SOURCE_DIR);
-const QString scriptDir = QStringLiteral("/usr/local/bin");
-const QString busSocket = QStringLiteral("/run/dbus/system_bus_socket");
-const QString serviceDir = QStringLiteral("/run/dbus/services");
-const char* const deviceScripts[] = {
-    VARNEL_SOURCE_DIR "/device/scripts/varnel-common.sh",
-    VARNEL_SOURCE_DIR "/device/scripts/varnel-modbus.sh",
-    VARNEL_SOURCE_DIR "/device/scripts/mbserverstart.sh",
-    VARNEL_SOURCE_DIR "/device/scripts/mbserverstop.sh",
-    VARNEL_PROGRAM_DIR "/mbserverupdate.sh",
-};
+const QString scriptDirectory = "/usr/local/bin/"_s;
+const QString busSocket = "/run/dbus/system_bus_socket"_s;
 
-bool writeFile(const QString& path, const QString& text)
+bool runShell(const QString& command)
 {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text.toUtf8()) >= 0;
+    return Program::runTool({"sh"_s, "-c"_s, command});
 }
 
 } // namespace
 
 bool ModbusBench::installScripts()
 {
-    for (const char* script : deviceScripts) {
-        const QFileInfo source(QString::fromLatin1(script));
-        const QString target = scriptDir + QLatin1Char('/') + source.fileName();
-        QFile::remove(target);
-        if (!QFile::copy(source.filePath(), target)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Lets the bus start the server: with the device's own activation file, but for the program's place and
-/// options.
-bool ModbusBench::offerService(const QString& activation)
-{
-    QDir(serviceDir).removeRecursively();
-    if (!QDir().mkpath(serviceDir)) {
-        return false;
-    }
-    if (activation.isNull()) {
-        return true;
-    }
-    QFile service(sourceDir + QStringLiteral("/device/dbus/org.varnel.ModbusServer1.service.in"));
-    if (!service.open(QIODevice::ReadOnly)) {
-        return false;
-    }
-    const QString program = QStringLiteral(VARNEL_PROGRAM_DIR "/varnel-modbus-server");
-    const QString text = QString::fromUtf8(service.readAll())
-                             .replace(QStringLiteral("@CMAKE_INSTALL_FULL_BINDIR@/varnel-modbus-server"),
-                                      program + QLatin1Char(' ') + activation);
-    return writeFile(serviceDir + QStringLiteral("/org.varnel.ModbusServer1.service"), text);
+    return runShell("cd " VARNEL_SOURCE_DIR "/device/scripts && "
+                    "cp --remove-destination varnel-common.sh varnel-modbus.sh mbserverstart.sh "
+                    "mbserverstop.sh " VARNEL_PROGRAM_DIR "/mbserverupdate.sh "_s +
+                    scriptDirectory);
 }
 
 bool ModbusBench::start(const QString& activation)
 {
-    // Locks of serial ports, which a device has.
-    if (!QDir().mkpath(QStringLiteral("/var/lock")) || !installScripts() || !offerService(activation)) {
-        return false;
-    }
-    QFile::remove(busSocket);
-    daemon = std::make_unique<Program>(QStringLiteral("/usr/bin/dbus-daemon"));
-    return daemon->start(
-               {QStringLiteral("--config-file=") + sourceDir + QStringLiteral("/scripts/sandbox-bus.conf"),
-                QStringLiteral("--nofork"), QStringLiteral("--nopidfile"), QStringLiteral("--nosyslog")}) &&
-           QTest::qWaitFor([] { return QFile::exists(busSocket); }, int(patience.count()));
+    // The device's own activation file, but for the program's place and options.
+    const QString offer = " && sed 's|@CMAKE_INSTALL_FULL_BINDIR@\\(.*\\)|" VARNEL_PROGRAM_DIR
+                          "\\1 %1|' " VARNEL_SOURCE_DIR "/device/dbus/org.varnel.ModbusServer1.service.in"
+                          " > /run/dbus/services/org.varnel.ModbusServer1.service"_s;
+    // /var/lock has the locks of serial ports.
+    const QString prepare = "rm -rf /run/dbus && mkdir -p /run/dbus/services /var/lock"_s;
+    daemon = std::make_unique<Program>("/usr/bin/dbus-daemon"_s);
+    return runShell(activation.isNull() ? prepare : prepare + offer.arg(activation)) && installScripts() &&
+           daemon->start({"--config-file=" VARNEL_SOURCE_DIR "/scripts/sandbox-bus.conf"_s, "--nofork"_s,
+                          "--nopidfile"_s, "--nosyslog"_s}) &&
+           awaitTrue([] { return QFile::exists(busSocket); });
 }
 
 bool ModbusBench::killServer()
 {
-    Program pidof(QStringLiteral("/usr/bin/pidof"));
-    if (!pidof.start({QStringLiteral("varnel-modbus-server")}) || !pidof.awaitEnd()) {
-        return false;
-    }
-    const pid_t pid = pidof.output().trimmed().toInt();
-    return pid > 0 && ::kill(pid, SIGKILL) == 0;
+    return runShell("kill -KILL $(pidof varnel-modbus-server)"_s);
 }
 
 ScriptRun ModbusBench::run(const QString& script, const QStringList& arguments)
 {
-    Program program(scriptDir + QLatin1Char('/') + script);
+    Program program(scriptDirectory + script);
     if (!program.start(arguments) || !program.awaitEnd()) {
         return {};
     }
@@ -106,30 +59,22 @@ ScriptRun ModbusBench::run(const QString& script, const QStringList& arguments)
 
 QString ModbusBench::writeInit(const QString& protocol, const QString& interface, const QString& tables)
 {
-    const QJsonObject root{
-        {QStringLiteral("cmd"), QStringLiteral("init")},
-        {QStringLiteral("delay"), 500},
-        {QStringLiteral("protocol"), protocol},
-        {protocol, QJsonDocument::fromJson('{' + interface.toUtf8() + '}').object()},
-        {QStringLiteral("tables"), QJsonDocument::fromJson('[' + tables.toUtf8() + ']').array()},
-    };
-    const QString path = QStringLiteral("/tmp/etc/mbserver_init.dbus");
+    const QString text = R"({"cmd": "init", "delay": 500, "protocol": "%1", "%1": {%2}, "tables": [%3]})"_s;
+    QDir().mkpath("/tmp/etc"_s);
+    QFile file("/tmp/etc/mbserver_init.dbus"_s);
     const bool written =
-        QDir().mkpath(QStringLiteral("/tmp/etc")) &&
-        writeFile(path, QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Indented)));
-    return written ? path : QString();
+        file.open(QIODevice::WriteOnly) && file.write(text.arg(protocol, interface, tables).toUtf8()) > 0;
+    return written ? file.fileName() : QString();
 }
 
 QString ModbusBench::update(int address, const QVector<quint16>& words)
 {
-    QJsonArray values;
+    QStringList values;
     for (const quint16 word : words) {
-        values.append(word);
+        values += QString::number(word);
     }
-    const QJsonObject run{{QStringLiteral("address"), address}, {QStringLiteral("values"), values}};
-    const QJsonObject root{{QStringLiteral("cmd"), QStringLiteral("setconfig")},
-                           {QStringLiteral("data"), QJsonArray{run}}};
-    return QString::fromUtf8(QJsonDocument(root).toJson(QJsonDocument::Compact));
+    return R"({"cmd":"setconfig","data":[{"address":%1,"values":[%2]}]})"_s.arg(
+        QString::number(address), values.join(QLatin1Char(',')));
 }
 
 SerialLine::~SerialLine()
@@ -141,11 +86,10 @@ SerialLine::~SerialLine()
 
 bool SerialLine::start()
 {
-    cable = std::make_unique<Program>(QStringLiteral("/usr/bin/socat"));
-    const QString end = QStringLiteral("pty,rawer,link=");
+    cable = std::make_unique<Program>("/usr/bin/socat"_s);
+    const QString end = "pty,rawer,link="_s;
     return cable->start({end + serverPort(), end + plcPort()}) &&
-           QTest::qWaitFor([] { return QFile::exists(serverPort()) && QFile::exists(plcPort()); },
-                           int(patience.count()));
+           awaitTrue([] { return QFile::exists(serverPort()) && QFile::exists(plcPort()); });
 }
 
 ModbusClient::ModbusClient(_modbus* newContext)
@@ -214,9 +158,4 @@ QVector<quint8> ModbusClient::discrete(int address, int count)
 bool ModbusClient::write(int address, quint16 word)
 {
     return note(modbus_write_register(context, address, word));
-}
-
-bool ModbusClient::writeMany(int address, const QVector<quint16>& words)
-{
-    return note(modbus_write_registers(context, address, words.size(), words.constData()));
 }

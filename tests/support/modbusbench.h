@@ -35,20 +35,20 @@ public:
     /// none.
     [[nodiscard]] static bool killServer();
 
+    /// Puts the device's scripts in place.
+    [[nodiscard]] static bool installScripts();
+
     /// Runs a script of the device to its end.
     static ScriptRun run(const QString& script, const QStringList& arguments);
 
-    /// Writes an init file as the panel writes it and returns its path. `interface` is the object behind the
-    /// protocol's name, without braces.
+    /// Writes an init file with the panel's members and returns its path. `interface` is the object behind
+    /// the protocol's name, without braces.
     static QString writeInit(const QString& protocol, const QString& interface, const QString& tables);
 
     /// The update command that puts `words` at `address`, as the panel writes it.
     static QString update(int address, const QVector<quint16>& words);
 
 private:
-    static bool installScripts();
-    static bool offerService(const QString& activation);
-
     std::unique_ptr<Program> daemon;
 };
 
@@ -61,8 +61,8 @@ public:
     SerialLine() = default;
     ~SerialLine();
 
-    static QString serverPort() { return QStringLiteral("/tmp/server-port"); }
-    static QString plcPort() { return QStringLiteral("/tmp/plc-port"); }
+    static QString serverPort() { return "/tmp/server-port"_s; }
+    static QString plcPort() { return "/tmp/plc-port"_s; }
 
     /// Plugs the cable in; false when that fails.
     [[nodiscard]] bool start();
@@ -90,7 +90,6 @@ public:
     QVector<quint8> coils(int address, int count);
     QVector<quint8> discrete(int address, int count);
     bool write(int address, quint16 word);
-    bool writeMany(int address, const QVector<quint16>& words);
 
     /// The error of the last call: "Illegal data address" and so on; empty when there was none.
     QString problem() const { return lastProblem; }

@@ -6,6 +6,9 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
+
+#include "literals.h"
 
 namespace {
 
@@ -16,70 +19,42 @@ QByteArray contents(const QString& path)
 }
 
 /// The number behind the first line "`name`: number".
-qint64 numberOf(const QByteArray& text, const QByteArray& name)
+qint64 numberOf(const QByteArray& text, const char* name)
 {
-    const int at = ('\n' + text).indexOf('\n' + name + ':');
-    if (at < 0) {
-        return 0;
-    }
-    const int begin = at + name.size() + 1;
-    return text.mid(begin, text.indexOf('\n', begin) - begin)
-        .simplified()
-        .split(' ')
-        .constFirst()
-        .toLongLong();
-}
-
-/// The fields of a "stat" file behind the program's name, which may hold anything; the first is the state.
-QList<QByteArray> statFields(const QString& directory)
-{
-    const QByteArray text = contents(directory + QStringLiteral("/stat"));
-    return text.mid(text.lastIndexOf(')') + 2).split(' ');
+    const QRegularExpression line("^%1:\\s*(\\d+)"_s.arg(QLatin1String(name)),
+                                  QRegularExpression::MultilineOption);
+    return line.match(QString::fromLatin1(text)).captured(1).toLongLong();
 }
 
 qint64 heapOf(const QString& directory)
 {
-    const QByteArray text = contents(directory + QStringLiteral("/smaps"));
+    const QByteArray text = contents(directory + "/smaps"_s);
     const int at = text.indexOf("[heap]\n");
     return at < 0 ? 0 : numberOf(text.mid(at, 1000), "Rss");
 }
 
-int childrenOf(qint64 pid)
-{
-    int children = 0;
-    const QStringList entries =
-        QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
-    for (const QString& entry : entries) {
-        children += statFields(QStringLiteral("/proc/") + entry).value(1).toLongLong() == pid ? 1 : 0;
-    }
-    return children;
-}
-
 void addDescriptors(const QString& directory, ProcessFigures* figures)
 {
-    const QDir descriptors(directory + QStringLiteral("/fd"));
+    const QDir descriptors(directory + "/fd"_s);
     const QStringList numbers = descriptors.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
     figures->descriptors = numbers.size();
     for (const QString& number : numbers) {
-        QByteArray target(128, '\0');
-        const QByteArray link = QFile::encodeName(descriptors.filePath(number));
-        target.truncate(
-            static_cast<int>(qMax(ssize_t(0), ::readlink(link.constData(), target.data(),
-                                                         static_cast<std::size_t>(target.size())))));
-        figures->sockets += target.startsWith("socket:") ? 1 : 0;
-        figures->timerDescriptors += target.contains("timerfd") ? 1 : 0;
+        const QString target = QFile::symLinkTarget(descriptors.filePath(number));
+        figures->sockets += target.contains("socket:"_s) ? 1 : 0;
+        figures->timerDescriptors += target.contains("timerfd"_s) ? 1 : 0;
     }
 }
 
 void addThreads(const QString& directory, ProcessFigures* figures)
 {
-    const QDir tasks(directory + QStringLiteral("/task"));
+    const QDir tasks(directory + "/task"_s);
     const QStringList threads = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     figures->threads = threads.size();
     for (const QString& thread : threads) {
-        const QByteArray status = contents(tasks.filePath(thread + QStringLiteral("/status")));
+        const QByteArray status = contents(tasks.filePath(thread + "/status"_s));
         figures->voluntarySwitches += numberOf(status, "voluntary_ctxt_switches");
         figures->involuntarySwitches += numberOf(status, "nonvoluntary_ctxt_switches");
+        figures->children += contents(tasks.filePath(thread + "/children"_s)).count(' ');
     }
 }
 
@@ -87,8 +62,8 @@ void addThreads(const QString& directory, ProcessFigures* figures)
 
 ProcessFigures processFigures(qint64 pid)
 {
-    const QString directory = QStringLiteral("/proc/%1").arg(pid);
-    const QByteArray memory = contents(directory + QStringLiteral("/smaps_rollup"));
+    const QString directory = "/proc/%1"_s.arg(pid);
+    const QByteArray memory = contents(directory + "/smaps_rollup"_s);
     ProcessFigures figures;
     figures.rss = numberOf(memory, "Rss");
     figures.pss = numberOf(memory, "Pss");
@@ -96,9 +71,10 @@ ProcessFigures processFigures(qint64 pid)
     figures.heap = heapOf(directory);
     addDescriptors(directory, &figures);
     addThreads(directory, &figures);
-    figures.children = childrenOf(pid);
-    const QList<QByteArray> fields = statFields(directory);
-    // User and system time are the fields 14 and 15 of the whole line.
+    // User and system time are the fields 14 and 15, counted behind the program's name, which may hold
+    // anything.
+    const QByteArray stat = contents(directory + "/stat"_s);
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     const qint64 ticks = fields.value(11).toLongLong() + fields.value(12).toLongLong();
     figures.cpuMs = ticks * 1000 / ::sysconf(_SC_CLK_TCK);
     return figures;

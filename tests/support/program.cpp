@@ -1,28 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "program.h"
 
-#include <QTest>
+#include <QDir>
 
-namespace {
-
-QString programPath(const QString& name)
+Program::Program(const QString& name)
+    : path(QDir(QStringLiteral(VARNEL_PROGRAM_DIR)).filePath(name))
 {
-    return name.startsWith(QLatin1Char('/')) ? name : QStringLiteral(VARNEL_PROGRAM_DIR "/") + name;
-}
-
-} // namespace
-
-Program::Program(const QString& name, QObject* parent)
-    : QObject(parent)
-    , path(programPath(name))
-{
-    connect(&process, &QProcess::readyReadStandardError, &reader,
+    connect(&process, &QProcess::readyReadStandardError, this,
             [this] { reader.feed(process.readAllStandardError()); });
-    connect(&process, &QProcess::readyReadStandardOutput, this, [this] {
-        standardOutput += process.readAllStandardOutput();
-        emit outputAdded();
-    });
-    connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), &reader,
+    connect(&process, &QProcess::readyReadStandardOutput, this,
+            [this] { standardOutput += process.readAllStandardOutput(); });
+    connect(&process, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
             [this] { reader.finish(); });
 }
 
@@ -65,7 +53,7 @@ void Program::signal(int signalNumber) const
 
 bool Program::awaitEnd(std::chrono::milliseconds limit)
 {
-    return QTest::qWaitFor([this] { return !isRunning(); }, static_cast<int>(limit.count()));
+    return awaitTrue([this] { return !isRunning(); }, limit);
 }
 
 int Program::stop(int signalNumber)
@@ -89,4 +77,21 @@ bool Program::runTool(const QStringList& command)
 {
     Program tool(QStringLiteral("/usr/bin/env"));
     return tool.start(command) && tool.awaitEnd() && tool.exitStatus() == 0;
+}
+
+Panel::Panel()
+    : Program("varnel-browser"_s)
+{
+    setEnvironment("QT_QPA_PLATFORM"_s, "offscreen"_s);
+}
+
+void Panel::setDisplay(const QString& name)
+{
+    setEnvironment("QT_QPA_PLATFORM"_s, "xcb"_s);
+    setEnvironment("DISPLAY"_s, name);
+}
+
+bool Panel::startAndBind(const QStringList& arguments)
+{
+    return start(arguments) && log().await({"UDP bound"_s, "All LEDs on, Buzzer off"_s});
 }

@@ -17,7 +17,7 @@ class Program : public QObject
 
 public:
     /// `name` is a file of the build's program directory, or an absolute path.
-    explicit Program(const QString& name, QObject* parent = nullptr);
+    explicit Program(const QString& name);
     ~Program() override;
 
     /// Sets or, with a null string, removes a variable of the environment that start() will use.
@@ -28,7 +28,7 @@ public:
     /// Starts the program; false, with a warning, when the kernel refuses.
     [[nodiscard]] bool start(const QStringList& arguments = {});
     /// Writes to the program's standard input.
-    void write(const QByteArray& octets) { process.write(octets); }
+    bool write(const QByteArray& octets) { return process.write(octets) == octets.size(); }
     /// Sends `signalNumber` to the program.
     void signal(int signalNumber) const;
     /// Waits until the program has ended, its last output read.
@@ -47,9 +47,8 @@ public:
 
     /// Runs a tool found in the path to its end; false unless it succeeds.
     static bool runTool(const QStringList& command);
-
-signals:
-    void outputAdded();
+    /// The same for a command line without quotes.
+    static bool runTool(const QString& commandLine) { return runTool(commandLine.split(QLatin1Char(' '))); }
 
 private:
     QString path;
@@ -58,4 +57,16 @@ private:
     LogReader reader;
     QByteArray standardOutput;
     QProcess process;
+};
+
+/// The panel application. It runs on the offscreen platform unless a display is set.
+class Panel : public Program
+{
+public:
+    Panel();
+
+    /// Lets it run on the X display `name`, such as ":99".
+    void setDisplay(const QString& name);
+    /// Starts it and waits until its UDP port is bound and its event loop is about to run.
+    [[nodiscard]] bool startAndBind(const QStringList& arguments = {});
 };

@@ -5,6 +5,7 @@
 #include <QUdpSocket>
 
 #include "frame.h"
+#include "literals.h"
 
 /// A controller that sends any datagram, from a given address of this host.
 class RawController
@@ -12,8 +13,8 @@ class RawController
 public:
     /// Sends from `source` to the panel's default port at `panel`, by default the broadcast address of the
     /// sandbox's eth1, where a panel with default settings listens.
-    explicit RawController(const QString& source = QStringLiteral("192.168.7.2"),
-                           const QString& panel = QStringLiteral("192.168.7.255"), quint16 port = 9876)
+    explicit RawController(const QString& source = "192.168.7.2"_s, const QString& panel = "192.168.7.255"_s,
+                           quint16 port = 9876)
         : panelAddress(panel)
         , panelPort(port)
     {

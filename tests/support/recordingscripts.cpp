@@ -1,109 +1,71 @@
 // SPDX-License-Identifier: MIT
 #include "recordingscripts.h"
 
+#include <algorithm>
+
 #include <QDir>
 #include <QFile>
 #include <QTest>
 
-namespace {
-
-const auto scriptDirectory = QStringLiteral("/usr/local/bin/");
-const auto recordFile = QStringLiteral("/run/script-runs");
-
-/// The script that the demonstration uses, too: it records the run and succeeds.
-QByteArray recordingScript()
-{
-    QFile file(QStringLiteral(VARNEL_SOURCE_DIR "/scripts/record-run"));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QByteArray behaviourLine(ScriptBehaviour behaviour)
-{
-    switch (behaviour) {
-    case ScriptBehaviour::Succeeds:
-        return "exit 0\n";
-    case ScriptBehaviour::Fails:
-        return "echo 'told to fail' >&2\nexit 3\n";
-    case ScriptBehaviour::Hangs:
-        return "sleep infinity\n";
-    case ScriptBehaviour::KillsItself:
-        return "kill -KILL $$\n";
-    }
-    Q_UNREACHABLE();
-}
-
-} // namespace
-
 QStringList RecordingScripts::allNames()
 {
-    return {QStringLiteral("r7m.sh"),
-            QStringLiteral("netcfg.sh"),
-            QStringLiteral("snmpctl.sh"),
-            QStringLiteral("snmpcfg.sh"),
-            QStringLiteral("snmptrap.sh"),
-            QStringLiteral("modbuscfg.sh"),
-            QStringLiteral("mbserverstart.sh"),
-            QStringLiteral("mbserverstop.sh"),
-            QStringLiteral("mbserverupdate.sh"),
-            QStringLiteral("usbremount.sh")};
+    return {"r7m.sh"_s,          "netcfg.sh"_s,        "snmpctl.sh"_s,    "snmpcfg.sh"_s,
+            "snmptrap.sh"_s,     "modbuscfg.sh"_s,     "usbremount.sh"_s, "mbserverstart.sh"_s,
+            "mbserverstop.sh"_s, "mbserverupdate.sh"_s};
 }
 
-RecordingScripts::RecordingScripts()
+RecordingScripts::RecordingScripts(const QString& scriptDirectory)
+    : directory(scriptDirectory)
 {
-    QDir().mkpath(scriptDirectory);
+    QDir().mkpath(directory);
     const QStringList names = allNames();
-    for (const QString& name : names) {
-        remove(name);
-    }
+    std::for_each(names.cbegin(), names.cend(), [this](const QString& name) { remove(name); });
     clear();
 }
 
-bool RecordingScripts::install(const QString& name, ScriptBehaviour behaviour)
+bool RecordingScripts::install(const QString& name, const QByteArray& commands) const
 {
+    // The demonstration uses this script, too.
+    QFile original(VARNEL_SOURCE_DIR "/scripts/record-run"_s);
     // Written aside and moved: a script that runs meanwhile is never cut short.
-    const QString aside = scriptDirectory + QStringLiteral(".") + name;
-    QFile file(aside);
-    if (!file.open(QIODevice::WriteOnly) || file.write(recordingScript() + behaviourLine(behaviour)) < 0) {
+    QFile file(path("."_s + name));
+    if (!original.open(QIODevice::ReadOnly) || !file.open(QIODevice::WriteOnly)) {
         return false;
     }
+    const QByteArray text =
+        original.readAll().replace("#!/bin/sh\n", "#!/bin/sh\nSCRIPT_RUNS='" + record().toUtf8() + "'\n") +
+        commands + '\n';
+    file.write(text);
     file.close();
     file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     remove(name);
-    return QFile::rename(aside, scriptDirectory + name);
+    return file.rename(path(name));
 }
 
-bool RecordingScripts::installAll()
+bool RecordingScripts::installAll() const
 {
     const QStringList names = allNames();
     return std::all_of(names.cbegin(), names.cend(), [this](const QString& name) { return install(name); });
 }
 
-void RecordingScripts::remove(const QString& name)
+void RecordingScripts::remove(const QString& name) const
 {
-    QFile::remove(scriptDirectory + name);
+    QFile::remove(path(name));
 }
 
-void RecordingScripts::makeNotExecutable(const QString& name)
+QList<QByteArrayList> RecordingScripts::calls() const
 {
-    QFile::setPermissions(scriptDirectory + name, QFile::ReadOwner | QFile::WriteOwner);
-}
-
-QList<QStringList> RecordingScripts::runs() const
-{
-    QFile file(recordFile);
+    QFile file(record());
     if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
-    QList<QByteArray> words = file.readAll().split('\0');
-    QList<QStringList> result;
+    QByteArrayList words = file.readAll().split('\0');
+    QList<QByteArrayList> result;
     // The last element is the text after the last NUL, which is empty.
     while (words.size() > 1) {
         const int count = words.takeFirst().toInt();
-        QStringList run;
-        for (int i = 0; i < count && words.size() > 1; ++i) {
-            run += QString::fromUtf8(words.takeFirst());
-        }
-        result += run;
+        result += words.mid(0, count);
+        words = words.mid(count);
     }
     return result;
 }
@@ -111,37 +73,35 @@ QList<QStringList> RecordingScripts::runs() const
 QStringList RecordingScripts::runLines() const
 {
     QStringList lines;
-    const QList<QStringList> all = runs();
-    for (const QStringList& run : all) {
-        lines += run.join(QLatin1Char(' '));
+    const QList<QByteArrayList> all = calls();
+    for (const QByteArrayList& call : all) {
+        lines += QString::fromUtf8(call.join(' '));
     }
     return lines;
 }
 
-QList<QStringList> RecordingScripts::runsOf(const QString& name) const
+QStringList RecordingScripts::argumentsOf(const QString& name) const
 {
-    QList<QStringList> result;
-    const QList<QStringList> all = runs();
-    for (const QStringList& run : all) {
-        if (run.value(0) == name) {
-            result += run.mid(1);
+    QStringList result;
+    const QStringList lines = runLines();
+    for (const QString& line : lines) {
+        if (line.section(QLatin1Char(' '), 0, 0) == name) {
+            result += line.section(QLatin1Char(' '), 1);
         }
     }
     return result;
 }
 
-bool RecordingScripts::awaitRuns(int count, std::chrono::milliseconds limit) const
+bool RecordingScripts::awaitRuns(int count) const
 {
-    const bool reached =
-        QTest::qWaitFor([this, count] { return runs().size() >= count; }, static_cast<int>(limit.count()));
+    const bool reached = awaitTrue([this, count] { return calls().size() >= count; });
     if (!reached) {
-        qWarning().noquote() << "Not" << count << "script runs, but\n "
-                             << runLines().join(QStringLiteral("\n  "));
+        qWarning().noquote() << "Not" << count << "script runs, but\n " << runLines().join("\n  "_s);
     }
     return reached;
 }
 
-void RecordingScripts::clear()
+void RecordingScripts::clear() const
 {
-    QFile::remove(recordFile);
+    QFile::remove(record());
 }

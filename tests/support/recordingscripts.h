@@ -1,49 +1,42 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <chrono>
-
-#include <QList>
+#include <QByteArrayList>
 #include <QStringList>
 
 #include "logreader.h"
 
-/// The action of a recording script after it has recorded its run.
-enum class ScriptBehaviour
-{
-    Succeeds,
-    Fails,       ///< exit status 3
-    Hangs,       ///< never ends by itself
-    KillsItself, ///< ends by SIGKILL
-};
-
-/// Stand-ins for the device's scripts in the panel's default script directory, each of which appends its
-/// name and its arguments to one record.
+/// Stand-ins for the device's scripts, each of which appends its name and its arguments to one record.
 class RecordingScripts
 {
 public:
     /// Every script that the panel knows.
     static QStringList allNames();
 
-    /// An empty script directory and an empty record.
-    RecordingScripts();
+    /// Removes the panel's scripts from the directory, and the record.
+    explicit RecordingScripts(const QString& scriptDirectory = "/usr/local/bin"_s);
 
-    /// Puts the script `name` in place; false when that fails.
-    [[nodiscard]] bool install(const QString& name, ScriptBehaviour behaviour = ScriptBehaviour::Succeeds);
+    QString path(const QString& name) const { return directory + QLatin1Char('/') + name; }
+    /// Puts the script `name` in place; after the record it runs the shell's `commands`. False when that
+    /// fails.
+    [[nodiscard]] bool install(const QString& name, const QByteArray& commands = {}) const;
     /// Puts all scripts in place.
-    [[nodiscard]] bool installAll();
-    void remove(const QString& name);
-    /// Takes the executable bits away.
-    void makeNotExecutable(const QString& name);
+    [[nodiscard]] bool installAll() const;
+    void remove(const QString& name) const;
 
-    /// Every run so far, in order: name, then arguments.
-    QList<QStringList> runs() const;
+    /// Every run so far, in order: name, then arguments, as the octets that arrived.
+    QList<QByteArrayList> calls() const;
     /// The same as one text each: name and arguments separated by a blank.
     QStringList runLines() const;
-    /// The runs of the script `name`, in order, without the name.
-    QList<QStringList> runsOf(const QString& name) const;
+    /// The arguments of each run of the script `name`, as one text each.
+    QStringList argumentsOf(const QString& name) const;
     /// Waits until there are at least `count` runs.
-    [[nodiscard]] bool awaitRuns(int count, std::chrono::milliseconds limit = patience) const;
+    [[nodiscard]] bool awaitRuns(int count) const;
     /// Forgets the runs so far.
-    void clear();
+    void clear() const;
+
+private:
+    QString record() const { return path(".runs"_s); }
+
+    QString directory;
 };

@@ -2,22 +2,20 @@
 #pragma once
 
 #include <QFile>
-#include <QList>
 #include <QTemporaryDir>
 
+#include "recordingscripts.h"
 #include "scopedsetting.h"
 
-/// The directory of the panel's scripts, full of scripts that record their calls in one list, so that the
-/// order among them is seen, too. Arguments are kept as the octets that arrived.
+/// The directory of the panel's scripts, full of recording ones.
 class ScriptDirectory
 {
 public:
     /// One call: the script's name and its arguments.
-    using Call = QList<QByteArray>;
+    using Call = QByteArrayList;
 
     explicit ScriptDirectory(const QList<QByteArray>& names = {"r7m.sh", "netcfg.sh", "snmpctl.sh",
                                                                "snmpcfg.sh", "snmptrap.sh", "modbuscfg.sh"})
-        : setting("Files", "ScriptDir", directory.path())
     {
         for (const QByteArray& name : names) {
             put(name);
@@ -31,35 +29,18 @@ public:
     /// A recording script of that name, executable or not.
     void put(const QByteArray& name, bool executable = true) const
     {
-        QFile file(path(name));
-        if (!file.open(QIODevice::WriteOnly)) {
+        if (!scripts.install(QString::fromLatin1(name))) {
             qFatal("cannot write the script %s", name.constData());
         }
-        file.write("#!/bin/sh\n"
-                   "{ printf '%s\\036' \"${0##*/}\" \"$@\"; printf '\\035'; } >> \"${0%/*}/calls\"\n");
-        file.close();
-        file.setPermissions(executable ? QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner
-                                       : QFile::ReadOwner | QFile::WriteOwner);
+        if (!executable) {
+            QFile::setPermissions(path(name), QFile::ReadOwner | QFile::WriteOwner);
+        }
     }
 
-    void remove(const QByteArray& name) const { QFile::remove(path(name)); }
+    void remove(const QByteArray& name) const { scripts.remove(QString::fromLatin1(name)); }
 
     /// All calls since the last clear(), in order.
-    QList<Call> calls() const
-    {
-        QFile file(path("calls"));
-        QList<Call> result;
-        if (file.open(QIODevice::ReadOnly)) {
-            for (const QByteArray& call : file.readAll().split('\035')) {
-                Call words = call.split('\036');
-                words.removeLast(); // what follows the last mark
-                if (!words.isEmpty()) {
-                    result << words;
-                }
-            }
-        }
-        return result;
-    }
+    QList<Call> calls() const { return scripts.calls(); }
 
     /// The same with the words of each call in one line, for calls without blanks in their arguments.
     QList<QByteArray> callLines() const
@@ -72,9 +53,10 @@ public:
         return lines;
     }
 
-    void clear() const { QFile::remove(path("calls")); }
+    void clear() const { scripts.clear(); }
 
 private:
     QTemporaryDir directory;
-    ScopedSetting<QString> setting;
+    RecordingScripts scripts{directory.path()};
+    ScopedSetting<QString> setting{"Files", "ScriptDir", directory.path()};
 };

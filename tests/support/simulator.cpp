@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "simulator.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QPainter>
-#include <QTest>
-
-Simulator::Simulator(QObject* parent)
-    : Program("r7m-simulator"_s, parent)
-{
-}
 
 QImage Simulator::plainPage()
 {
@@ -26,28 +21,29 @@ QImage Simulator::plainPage()
 bool Simulator::startAndListen(const QStringList& options)
 {
     const QStringList usual{"--http"_s, "192.168.7.2:80"_s, "--broadcast"_s, "--stdin"_s, "--log"_s};
-    const bool listening = start(usual + options) &&
-                           QTest::qWaitFor([this] { return output().contains("listening"); },
-                                           static_cast<int>(std::chrono::milliseconds(patience).count()));
+    const bool listening =
+        start(usual + options) && awaitTrue([this] { return output().contains("listening"); });
     if (!listening) {
         qWarning() << "The simulator does not listen:" << log().lines();
     }
     return listening;
 }
 
-void Simulator::act(const QString& action)
+QJsonObject Simulator::awaitUpload() const
 {
-    write(action.toUtf8() + '\n');
-}
-
-QList<QJsonObject> Simulator::events() const
-{
-    QList<QJsonObject> result;
-    const QList<QByteArray> lines = output().split('\n');
-    for (const QByteArray& line : lines) {
-        if (line.startsWith('{')) {
-            result += QJsonDocument::fromJson(line).object();
+    QJsonObject request;
+    const auto arrives = [&] {
+        const QList<QByteArray> lines = output().split('\n');
+        for (const QByteArray& line : lines) {
+            request = QJsonDocument::fromJson(line).object();
+            if (request.value("path"_s) == "/upload"_s) {
+                return true;
+            }
         }
+        return false;
+    };
+    if (!awaitTrue(arrives)) {
+        qWarning() << "Nothing arrives";
     }
-    return result;
+    return request.value("uploads"_s).toArray().at(0).toObject();
 }

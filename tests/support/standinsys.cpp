@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "standinsys.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -9,7 +11,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTest>
 
 namespace {
 
@@ -22,66 +23,31 @@ void write(const QString& path, const QByteArray& octets)
     }
 }
 
-QString lineDirectory(int line)
-{
-    return QStringLiteral("/sys/class/gpio/gpio%1").arg(line);
-}
-
 } // namespace
-
-QString StandInSys::valueFile(int line)
-{
-    return lineDirectory(line) + QStringLiteral("/value");
-}
-
-QString StandInSys::blankFile()
-{
-    return QStringLiteral("/sys/class/graphics/fb0/blank");
-}
-
-QString StandInSys::backlightFile()
-{
-    return QStringLiteral("/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power");
-}
-
-QString StandInSys::exportFile()
-{
-    return QStringLiteral("/sys/class/gpio/export");
-}
 
 StandInSys::StandInSys()
 {
-    QDir(QStringLiteral("/sys/class")).removeRecursively();
+    QDir("/sys/class"_s).removeRecursively();
     write(exportFile(), {});
     for (const int line : {green, yellow, red, buzzer}) {
-        addLine(line);
+        write(lineFile(line, "direction"), "in\n");
+        write(lineFile(line, "active_low"), "0\n");
+        write(valueFile(line), "0\n");
     }
     write(blankFile(), "0\n");
     write(backlightFile(), "0\n");
-    setOperState(QStringLiteral("eth1"), QStringLiteral("up"));
-    setOperState(QStringLiteral("usb0"), QStringLiteral("down"));
-}
-
-void StandInSys::addLine(int line)
-{
-    write(lineDirectory(line) + QStringLiteral("/direction"), "in\n");
-    write(lineDirectory(line) + QStringLiteral("/active_low"), "0\n");
-    write(valueFile(line), "0\n");
-}
-
-void StandInSys::removeLine(int line)
-{
-    QDir(lineDirectory(line)).removeRecursively();
+    setOperState("eth1"_s, "up"_s);
+    setOperState("usb0"_s, "down"_s);
 }
 
 void StandInSys::setOperState(const QString& interface, const QString& text)
 {
-    write(QStringLiteral("/sys/class/net/%1/operstate").arg(interface), text.toUtf8() + '\n');
+    write("/sys/class/net/%1/operstate"_s.arg(interface), text.toUtf8() + '\n');
 }
 
 void StandInSys::removeInterface(const QString& interface)
 {
-    QDir(QStringLiteral("/sys/class/net/") + interface).removeRecursively();
+    QDir("/sys/class/net/"_s + interface).removeRecursively();
 }
 
 QString StandInSys::read(const QString& path)
@@ -139,27 +105,28 @@ void WriteRecorder::record(const QString& path)
     recorded += write;
 }
 
-QList<WriteRecorder::Write> WriteRecorder::writes() const
+QList<WriteRecorder::Write> WriteRecorder::writes(const QString& path) const
 {
     const std::lock_guard lock(mutex);
-    return recorded;
+    QList<Write> result;
+    std::copy_if(recorded.cbegin(), recorded.cend(), std::back_inserter(result),
+                 [&path](const Write& write) { return path.isEmpty() || write.path == path; });
+    return result;
 }
 
 QStringList WriteRecorder::texts(const QString& path) const
 {
     QStringList result;
-    const QList<Write> all = writes();
+    const QList<Write> all = writes(path);
     for (const Write& write : all) {
-        if (write.path == path) {
-            result += write.text;
-        }
+        result += write.text;
     }
     return result;
 }
 
-bool WriteRecorder::awaitWrites(const QString& path, int count, std::chrono::milliseconds limit) const
+bool WriteRecorder::awaitWrites(const QString& path, int count) const
 {
-    return QTest::qWaitFor([&] { return texts(path).size() >= count; }, static_cast<int>(limit.count()));
+    return awaitTrue([&] { return writes(path).size() >= count; });
 }
 
 void WriteRecorder::clear()

@@ -8,7 +8,6 @@
 
 #include <QList>
 #include <QMap>
-#include <QString>
 #include <QStringList>
 
 #include "logreader.h"
@@ -23,17 +22,21 @@ public:
     static constexpr int red = 228;
     static constexpr int buzzer = 230;
 
-    static QString valueFile(int line);
-    static QString blankFile();
-    static QString backlightFile();
-    static QString exportFile();
+    static QString lineFile(int line, const char* file)
+    {
+        return "/sys/class/gpio/gpio%1/%2"_s.arg(line).arg(QLatin1String(file));
+    }
+    static QString valueFile(int line) { return lineFile(line, "value"); }
+    static QString blankFile() { return "/sys/class/graphics/fb0/blank"_s; }
+    static QString backlightFile()
+    {
+        return "/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0/bl_power"_s;
+    }
+    static QString exportFile() { return "/sys/class/gpio/export"_s; }
 
     /// A fresh tree: the four lines exported, inputs, low, active high; display lit; eth1 up, usb0 down.
     StandInSys();
 
-    /// Makes the line's directory with its three files, as the kernel does on export.
-    void addLine(int line);
-    void removeLine(int line);
     /// Sets what /sys/class/net/`interface`/operstate reads, a line end added.
     void setOperState(const QString& interface, const QString& text);
     void removeInterface(const QString& interface);
@@ -42,6 +45,8 @@ public:
     static QString read(const QString& path);
     /// The text that the line's value file holds.
     static QString value(int line) { return read(valueFile(line)); }
+    /// The values of green, yellow, red and buzzer, such as "1001".
+    static QString outputs() { return value(green) + value(yellow) + value(red) + value(buzzer); }
 };
 
 /// Watches files from a thread of its own and keeps every text written to them, in order, with the time. Two
@@ -62,13 +67,12 @@ public:
     explicit WriteRecorder(const QStringList& paths);
     ~WriteRecorder();
 
-    /// All writes so far.
-    QList<Write> writes() const;
+    /// All writes so far, or those to `path`.
+    QList<Write> writes(const QString& path = {}) const;
     /// The texts written to `path` so far, in order.
     QStringList texts(const QString& path) const;
     /// Waits until `path` has been written at least `count` times.
-    [[nodiscard]] bool awaitWrites(const QString& path, int count,
-                                   std::chrono::milliseconds limit = patience) const;
+    [[nodiscard]] bool awaitWrites(const QString& path, int count) const;
     /// Forgets the writes so far.
     void clear();
 

@@ -1,32 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "transferscene.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTest>
-
-namespace {
-
-const auto markerFile = QStringLiteral("/tmp/usbdrive");
-const auto fileServer = QStringLiteral("http://192.168.7.3");
-
-bool writeFile(const QString& path, const QByteArray& octets)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(octets) == octets.size();
-}
-
-} // namespace
+#include <algorithm>
 
 TransferScene::TransferScene(VirtualScreen& virtualScreen)
     : screen(virtualScreen)
 {
-    const QStringList entries = driveEntries();
+    const QStringList entries = drive.entries();
     for (const QString& entry : entries) {
-        QFile::remove(drive(entry));
-        QDir(drive(entry)).removeRecursively();
+        QFile::remove(drive.path(entry));
+        QDir(drive.path(entry)).removeRecursively();
     }
-    plug();
+    drive.plug();
     panel.setDisplay(screen.display());
     screen.move({400, 470});
 }
@@ -39,50 +24,21 @@ SettingsFile TransferScene::quietSettings()
 bool TransferScene::open(const QByteArray& html, const SettingsFile& settings)
 {
     server.serve("/index.html", "<html><body style='margin:0;background:#00c000'>" + html + "</body></html>");
-    return files.startAndListen({QStringLiteral("--http"), QStringLiteral("192.168.7.3:80"),
-                                 QStringLiteral("--sections"), QStringLiteral("none"),
-                                 QStringLiteral("--login"), QString()}) &&
+    return files.startAndListen(
+               {"--http"_s, "192.168.7.3:80"_s, "--sections"_s, "none"_s, "--login"_s, {}}) &&
            start(settings) && connectController() && awaitPage();
 }
 
 void TransferScene::leadTo(const QString& path)
 {
-    server.answer("/go", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: " +
-                             (fileServer + path).toUtf8() + "\r\n\r\n");
+    server.answer("/go", "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: "
+                         "http://192.168.7.3" +
+                             path.toUtf8() + "\r\n\r\n");
 }
 
 QByteArray TransferScene::linkPage()
 {
     return "<a href='/go' style='display:block;width:800px;height:480px'></a>";
-}
-
-void TransferScene::plug()
-{
-    if (!writeFile(markerFile, {})) {
-        qWarning() << "Cannot write" << markerFile;
-    }
-}
-
-void TransferScene::pull()
-{
-    QFile::remove(markerFile);
-}
-
-QStringList TransferScene::driveEntries()
-{
-    return QDir(QStringLiteral("/usbmnt"))
-        .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-QByteArray TransferScene::readDrive(const QString& name)
-{
-    QFile file(drive(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool TransferScene::writeDrive(const QString& name, const QByteArray& octets)
-{
-    return writeFile(drive(name), octets);
 }
 
 QRect TransferScene::foreground() const
@@ -107,13 +63,10 @@ QRect TransferScene::foreground() const
 
 bool TransferScene::awaitForeground(const QRect& place) const
 {
-    const bool shown = QTest::qWaitFor([&] { return foreground() == place; }, 20000);
+    const bool shown = awaitTrue([&] { return foreground() == place; });
     if (!shown) {
-        const QString path = QStringLiteral("%1/%2.png")
-                                 .arg(qEnvironmentVariable("VARNEL_TEST_PICTURES", QStringLiteral("/tmp")),
-                                      QString::fromLatin1(QTest::currentTestFunction()));
-        screen.grab().save(path);
-        qWarning() << "Covered:" << foreground() << "instead of" << place << "- see" << path;
+        qWarning() << "Covered:" << foreground() << "instead of" << place;
+        VirtualScreen::keep(screen.grab(), "screen"_s);
     }
     return shown;
 }
@@ -121,20 +74,9 @@ bool TransferScene::awaitForeground(const QRect& place) const
 void TransferScene::keepPicture(const QString& name) const
 {
     const QString directory = qEnvironmentVariable("VARNEL_TEST_SCREENSHOTS");
-    if (!directory.isEmpty() &&
-        !screen.grab().save(directory + QLatin1Char('/') + name + QStringLiteral(".png"))) {
+    if (!directory.isEmpty() && !screen.grab().save("%1/%2.png"_s.arg(directory, name))) {
         qWarning() << "Cannot keep the picture" << name;
     }
-}
-
-QStringList TransferScene::remounts() const
-{
-    QStringList result;
-    const QList<QStringList> runs = scripts.runsOf(QStringLiteral("usbremount.sh"));
-    for (const QStringList& run : runs) {
-        result += run.join(QLatin1Char(' '));
-    }
-    return result;
 }
 
 QByteArray generatedBody(int size)
@@ -144,4 +86,24 @@ QByteArray generatedBody(int size)
         body[i] = static_cast<char>((i ^ (i >> 8) ^ (i >> 16)) & 0xff);
     }
     return body;
+}
+
+void TransferTest::initTestCase()
+{
+    QVERIFY(screen.start());
+}
+
+void TransferTest::init()
+{
+    scene = std::make_unique<TransferScene>(screen);
+}
+
+void TransferTest::cleanup()
+{
+    if (scene->panel.isRunning()) {
+        QVERIFY(scene->isAlive());
+        QCOMPARE(scene->panel.stop(), 0);
+    }
+    QCOMPARE(scene->panel.exitStatus(), 0);
+    scene.reset();
 }

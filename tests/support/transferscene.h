@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <memory>
+
 #include <QImage>
 #include <QRect>
 
+#include "drive.h"
 #include "scene.h"
 #include "simulator.h"
 #include "virtualscreen.h"
@@ -23,6 +26,8 @@ public:
     /// The middle of the chooser's buttons.
     static constexpr QPoint okButton{476, 342};
     static constexpr QPoint cancelButton{578, 342};
+    /// The middle of the first, second, ... row of the chooser's list.
+    static constexpr QPoint row(int index) { return {284, 120 + index * 45}; }
 
     /// An empty drive, its marker in place; nothing runs yet.
     explicit TransferScene(VirtualScreen& virtualScreen);
@@ -36,14 +41,6 @@ public:
     /// A link to "/go" that covers the page.
     static QByteArray linkPage();
 
-    /// Plugs the drive in, or pulls it: only the marker is looked at.
-    static void plug();
-    static void pull();
-    static QString drive(const QString& name) { return QStringLiteral("/usbmnt/") + name; }
-    static QStringList driveEntries();
-    static QByteArray readDrive(const QString& name);
-    static bool writeDrive(const QString& name, const QByteArray& octets);
-
     /// The smallest rectangle with everything that does not have the page's colour; empty when there is only
     /// the page.
     QRect foreground() const;
@@ -56,11 +53,30 @@ public:
     /// Keeps the place's picture as NAME.png where the variable VARNEL_TEST_SCREENSHOTS names a directory.
     void keepPicture(const QString& name) const;
     /// The remount script's runs: "rw", "ro", in order.
-    QStringList remounts() const;
+    QStringList remounts() const { return scripts.argumentsOf("usbremount.sh"_s); }
 
     VirtualScreen& screen;
+    Drive drive;
     Simulator files;
 };
 
 /// The body of `size` octets that the simulator makes for a download.
 QByteArray generatedBody(int size);
+
+/// Tests with a screen for all functions and a transfer scene for each. Behind each, a panel that still runs
+/// must work, and end in order.
+class TransferTest : public QObject
+{
+    Q_OBJECT
+
+protected slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+protected:
+    LogReader& log() { return scene->panel.log(); }
+
+    VirtualScreen screen;
+    std::unique_ptr<TransferScene> scene;
+};

@@ -1,72 +1,38 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QDir>
-#include <QFile>
-#include <QStringList>
 #include <QTemporaryDir>
 
+#include "drive.h"
+#include "recordingscripts.h"
 #include "scopedsetting.h"
 
-/// A stand-in for the USB drive: a directory, the marker file beside it, and a remount script that records
-/// its arguments, all in a temporary directory that the settings point to.
-class UsbStick
+/// A USB drive and a remount script in a temporary directory, to which the settings point.
+class UsbStick : QTemporaryDir, public Drive
 {
 public:
     UsbStick()
+        : Drive(filePath("stick of the day"_s), filePath("plugged"_s))
     {
-        QDir(root.path()).mkpath(QStringLiteral("stick of the day"));
-        QDir(root.path()).mkpath(QStringLiteral("bin"));
+        QDir().mkpath(Drive::path());
         plug();
-        writeFile(script(), "#!/bin/sh\necho \"$*\" >> '" + QFile::encodeName(record()) + "'\n");
-        QFile::setPermissions(script(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        if (!scripts.install(remount)) {
+            qFatal("cannot write %s", qUtf8Printable(script()));
+        }
     }
 
     Q_DISABLE_COPY_MOVE(UsbStick)
 
-    void plug() const { writeFile(marker(), {}); }
-    void pull() const { QFile::remove(marker()); }
-
-    QString path() const { return root.filePath(QStringLiteral("stick of the day")); }
-    QString path(const QString& name) const { return path() + QLatin1Char('/') + name; }
-    QString marker() const { return root.filePath(QStringLiteral("plugged")); }
-    QString script() const { return root.filePath(QStringLiteral("bin/usbremount.sh")); }
+    using Drive::path;
+    QString script() const { return scripts.path(remount); }
 
     /// The argument lists with which the remount script was run.
-    QStringList remounts() const
-    {
-        return QString::fromUtf8(readFile(record())).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
-
-    /// All entries of the drive.
-    QStringList entries() const
-    {
-        return QDir(path()).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot,
-                                      QDir::Name);
-    }
-
-    QByteArray content(const QString& name) const { return readFile(path(name)); }
-    void put(const QString& name, const QByteArray& octets) const { writeFile(path(name), octets); }
+    QStringList remounts() const { return scripts.argumentsOf(remount); }
 
 private:
-    QString record() const { return root.filePath(QStringLiteral("remounts")); }
-
-    static QByteArray readFile(const QString& name)
-    {
-        QFile file(name);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
-    static void writeFile(const QString& name, const QByteArray& octets)
-    {
-        QFile file(name);
-        if (!file.open(QIODevice::WriteOnly) || file.write(octets) != octets.size()) {
-            qFatal("cannot write %s", qUtf8Printable(name));
-        }
-    }
-
-    QTemporaryDir root;
+    const QString remount = "usbremount.sh"_s;
+    RecordingScripts scripts{filePath("bin"_s)};
     ScopedSetting<QString> directory{"Files", "Directory", path()};
     ScopedSetting<QString> markerFile{"Files", "UsbDriveFile", marker()};
-    ScopedSetting<QString> scripts{"Files", "ScriptDir", root.filePath(QStringLiteral("bin"))};
+    ScopedSetting<QString> scriptDirectory{"Files", "ScriptDir", filePath("bin"_s)};
 };

@@ -2,8 +2,7 @@
 #include "virtualscreen.h"
 
 #include <algorithm>
-
-#include <QTest>
+#include <utility>
 
 // Last: its macros (None, Bool, Status) would break Qt's headers.
 #include <X11/Xlib.h>
@@ -13,44 +12,38 @@
 
 namespace {
 
-bool isClose(QRgb one, QRgb other, int tolerance)
+bool isClose(QRgb one, QRgb other, int tolerance = 8)
 {
     return qAbs(qRed(one) - qRed(other)) <= tolerance && qAbs(qGreen(one) - qGreen(other)) <= tolerance &&
            qAbs(qBlue(one) - qBlue(other)) <= tolerance;
 }
 
-void keep(const QImage& picture, const QString& kind)
-{
-    QString directory = qEnvironmentVariable("VARNEL_TEST_PICTURES");
-    if (directory.isEmpty()) {
-        directory = QStringLiteral("/tmp");
-    }
-    const QString path = QStringLiteral("%1/%2-%3.png")
-                             .arg(directory, QString::fromLatin1(QTest::currentTestFunction()), kind);
-    qWarning() << (picture.save(path) ? "Picture kept in" : "Cannot write") << path;
-}
-
 } // namespace
 
-double difference(const QImage& one, const QImage& other, int tolerance)
+double difference(const QImage& one, const QImage& other)
 {
     if (one.size() != other.size() || one.isNull()) {
         return 1;
     }
-    const QImage left = one.convertToFormat(QImage::Format_RGB32);
-    const QImage right = other.convertToFormat(QImage::Format_RGB32);
-    qint64 count = 0;
-    for (int y = 0; y < left.height(); ++y) {
-        for (int x = 0; x < left.width(); ++x) {
-            count += isClose(left.pixel(x, y), right.pixel(x, y), tolerance) ? 0 : 1;
+    int pixels = 0;
+    for (int y = 0; y < one.height(); ++y) {
+        for (int x = 0; x < one.width(); ++x) {
+            pixels += isClose(one.pixel(x, y), other.pixel(x, y)) ? 0 : 1;
         }
     }
-    return static_cast<double>(count) / (static_cast<double>(left.width()) * left.height());
+    return static_cast<double>(pixels) / (one.width() * one.height());
 }
 
-VirtualScreen::VirtualScreen(QObject* parent)
-    : QObject(parent)
+int countPixels(const QImage& picture, QRgb color, QRect area)
 {
+    area = area.isNull() ? picture.rect() : area;
+    int pixels = 0;
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x) {
+            pixels += picture.pixel(x, y) == color ? 1 : 0;
+        }
+    }
+    return pixels;
 }
 
 VirtualScreen::~VirtualScreen()
@@ -68,18 +61,12 @@ VirtualScreen::~VirtualScreen()
 
 bool VirtualScreen::start(QSize size, const QStringList& options, WindowManager manager)
 {
-    server = std::make_unique<Program>(QStringLiteral("/usr/bin/Xvfb"));
-    const QString geometry = QStringLiteral("%1x%2x24").arg(size.width()).arg(size.height());
-    const QStringList usual{QStringLiteral("-displayfd"),
-                            QStringLiteral("1"),
-                            QStringLiteral("-screen"),
-                            QStringLiteral("0"),
-                            geometry,
-                            QStringLiteral("-nolisten"),
-                            QStringLiteral("tcp"),
-                            QStringLiteral("-noreset")};
+    server = std::make_unique<Program>("/usr/bin/Xvfb"_s);
+    const QString geometry = "%1x%2x24"_s.arg(size.width()).arg(size.height());
+    const QStringList usual{"-displayfd"_s, "1"_s,         "-screen"_s, "0"_s,
+                            geometry,       "-nolisten"_s, "tcp"_s,     "-noreset"_s};
     const bool started = server->start(usual + options);
-    if (!started || !QTest::qWaitFor([this] { return server->output().endsWith('\n'); }, 20000)) {
+    if (!started || !awaitTrue([this] { return server->output().endsWith('\n'); })) {
         qWarning() << "Xvfb does not start" << server->log().lines();
         return false;
     }
@@ -90,28 +77,10 @@ bool VirtualScreen::start(QSize size, const QStringList& options, WindowManager 
 
 bool VirtualScreen::startWindowManager()
 {
-    windowManager = std::make_unique<Program>(QStringLiteral("/usr/bin/openbox"));
-    windowManager->setEnvironment(QStringLiteral("DISPLAY"), name);
-    return windowManager->start() && awaitWindowManager();
-}
-
-bool VirtualScreen::awaitWindowManager()
-{
-    const Atom property = XInternAtom(connection, "_NET_SUPPORTING_WM_CHECK", False);
-    const auto isManaged = [this, property] {
-        Atom type = 0;
-        int format = 0;
-        unsigned long items = 0;
-        unsigned long rest = 0;
-        unsigned char* data = nullptr;
-        XGetWindowProperty(connection, DefaultRootWindow(connection), property, 0, 1, False, AnyPropertyType,
-                           &type, &format, &items, &rest, &data);
-        if (data != nullptr) {
-            XFree(data);
-        }
-        return items == 1;
-    };
-    return QTest::qWaitFor(isManaged, 20000);
+    windowManager = std::make_unique<Program>("/usr/bin/openbox"_s);
+    windowManager->setEnvironment("DISPLAY"_s, name);
+    return windowManager->start({"--startup"_s, "echo manages"_s}) &&
+           awaitTrue([this] { return windowManager->output().contains("manages"); });
 }
 
 QImage VirtualScreen::grab() const
@@ -146,49 +115,49 @@ bool VirtualScreen::showsCursor() const
     return visible;
 }
 
-bool VirtualScreen::awaitPixel(QPoint point, const QColor& color, int tolerance,
-                               std::chrono::milliseconds limit) const
+bool VirtualScreen::awaitPixel(QPoint point, const QColor& color, int tolerance) const
 {
-    const bool shown = QTest::qWaitFor([&] { return isClose(grab().pixel(point), color.rgb(), tolerance); },
-                                       static_cast<int>(limit.count()));
+    const bool shown = awaitTrue([&] { return isClose(grab().pixel(point), color.rgb(), tolerance); });
     if (!shown) {
         const QImage picture = grab();
         qWarning() << "Pixel" << point << "is" << QColor(picture.pixel(point)) << "instead of" << color;
-        keep(picture, QStringLiteral("screen"));
+        keep(picture, "screen"_s);
     }
     return shown;
 }
 
-bool VirtualScreen::awaitPicture(const QImage& picture, QPoint at, double fraction, int tolerance,
-                                 std::chrono::milliseconds limit) const
+bool VirtualScreen::awaitPicture(const QImage& picture, QPoint at, double fraction) const
 {
     const QRect area(at, picture.size());
-    const bool shown =
-        QTest::qWaitFor([&] { return difference(grab().copy(area), picture, tolerance) <= fraction; },
-                        static_cast<int>(limit.count()));
+    const bool shown = awaitTrue([&] { return difference(grab().copy(area), picture) <= fraction; });
     if (!shown) {
         const QImage screen = grab().copy(area);
-        qWarning() << "Share of pixels that differ:" << difference(screen, picture, tolerance);
-        keep(screen, QStringLiteral("screen"));
-        keep(picture, QStringLiteral("expected"));
+        qWarning() << "Share of pixels that differ:" << difference(screen, picture);
+        keep(screen, "screen"_s);
+        keep(picture, "expected"_s);
     }
     return shown;
 }
 
-bool VirtualScreen::awaitStill(std::chrono::milliseconds quiet, std::chrono::milliseconds limit) const
+bool VirtualScreen::awaitStill() const
 {
-    const auto pause = static_cast<int>(quiet.count());
-    const auto deadline = std::chrono::steady_clock::now() + limit;
     QImage before = grab();
-    while (std::chrono::steady_clock::now() < deadline) {
-        QTest::qWait(pause);
-        const QImage now = grab();
-        if (now == before) {
-            return true;
-        }
-        before = now;
+    return awaitTrue([&] {
+        QTest::qWait(300);
+        const QImage last = std::exchange(before, grab());
+        return last == before;
+    });
+}
+
+void VirtualScreen::keep(const QImage& picture, const QString& kind)
+{
+    QString directory = qEnvironmentVariable("VARNEL_TEST_PICTURES");
+    if (directory.isEmpty()) {
+        directory = "/tmp"_s;
     }
-    return false;
+    const QString path =
+        "%1/%2-%3.png"_s.arg(directory, QString::fromLatin1(QTest::currentTestFunction()), kind);
+    qWarning() << (picture.save(path) ? "Picture kept in" : "Cannot write") << path;
 }
 
 void VirtualScreen::move(QPoint to)
@@ -197,15 +166,9 @@ void VirtualScreen::move(QPoint to)
     XSync(connection, False);
 }
 
-void VirtualScreen::press()
+void VirtualScreen::button(bool down)
 {
-    XTestFakeButtonEvent(connection, 1, True, CurrentTime);
-    XSync(connection, False);
-}
-
-void VirtualScreen::release()
-{
-    XTestFakeButtonEvent(connection, 1, False, CurrentTime);
+    XTestFakeButtonEvent(connection, 1, down ? True : False, CurrentTime);
     XSync(connection, False);
 }
 
@@ -214,12 +177,6 @@ void VirtualScreen::tap(QPoint at)
     move(at);
     press();
     release();
-}
-
-void VirtualScreen::doubleTap(QPoint at)
-{
-    tap(at);
-    tap(at);
 }
 
 void VirtualScreen::key(unsigned long symbol)

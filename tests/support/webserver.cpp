@@ -5,7 +5,6 @@
 
 #include <sys/socket.h>
 
-#include <QTest>
 #include <QTimer>
 
 namespace {
@@ -51,26 +50,18 @@ QByteArray head(const WebServer::Answer& answer)
 
 void end(QTcpSocket* socket, AfterAnswer after)
 {
-    switch (after) {
-    case AfterAnswer::Close:
+    if (after == AfterAnswer::Close) {
         socket->disconnectFromHost();
-        break;
-    case AfterAnswer::Reset: {
+    } else if (after == AfterAnswer::Reset) {
         // With a lingering time of zero the kernel ends the connection by a reset.
         const linger none{1, 0};
         ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
         socket->abort();
-        break;
-    }
-    case AfterAnswer::KeepOpen:
-        break;
-    case AfterAnswer::Stream: {
+    } else if (after == AfterAnswer::Stream) {
         auto* const pace = new QTimer(socket);
         QObject::connect(pace, &QTimer::timeout, socket,
                          [socket] { socket->write(QByteArray(1024, 'x') + "<br>"); });
         pace->start(std::chrono::milliseconds(20));
-        break;
-    }
     }
 }
 
@@ -102,48 +93,10 @@ void WebServer::close()
     }
 }
 
-void WebServer::serve(const Path& path, const QByteArray& body, const QByteArray& contentType)
-{
-    Answer answer;
-    answer.headers = "Content-Type: " + contentType + "\r\n";
-    answer.body = body;
-    serve(path, answer);
-}
-
-void WebServer::hold(const Path& path, const QByteArray& body)
-{
-    serve(path, body);
-    answers[path].silent = true;
-}
-
-void WebServer::answer(const Path& path, const QByteArray& octets, AfterAnswer after)
-{
-    Answer answer;
-    answer.body = octets;
-    answer.hasHead = false;
-    answer.after = after;
-    serve(path, answer);
-}
-
-void WebServer::refuse(const Path& path, const QByteArray& status)
-{
-    Answer answer;
-    answer.headers = "Content-Type: text/plain\r\n";
-    answer.status = status;
-    answer.body = status;
-    serve(path, answer);
-}
-
-void WebServer::serveEndlessly(const Path& path)
-{
-    answer(path, "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n<html><body>", AfterAnswer::Stream);
-}
-
 QUrl WebServer::url(const Path& path) const
 {
     return QUrl(
-        QStringLiteral("http://%1:%2%3")
-            .arg(serverAddress().toString(), QString::number(serverPort()), QString::fromLatin1(path)));
+        "http://%1:%2%3"_s.arg(serverAddress().toString()).arg(serverPort()).arg(QLatin1String(path)));
 }
 
 int WebServer::count(const Path& path) const
@@ -154,8 +107,7 @@ int WebServer::count(const Path& path) const
 
 bool WebServer::awaitCount(const Path& path, int wanted, std::chrono::milliseconds limit) const
 {
-    const bool reached =
-        QTest::qWaitFor([&] { return count(path) >= wanted; }, static_cast<int>(limit.count()));
+    const bool reached = awaitTrue([&] { return count(path) >= wanted; }, limit);
     if (!reached) {
         qWarning() << "Only" << count(path) << "of" << wanted << "requests for" << path;
     }

@@ -31,18 +31,15 @@ public:
     /// A path, as whichever kind of text is at hand.
     struct Path : QByteArray
     {
-        Path(const char* text) // NOLINT(google-explicit-constructor)
+        using QByteArray::QByteArray;
+        Path(const QByteArray& text)
             : QByteArray(text)
         {
-        }
-        Path(const QByteArray& text) // NOLINT(google-explicit-constructor)
-            : QByteArray(text)
-        {
-        }
-        Path(const QString& text) // NOLINT(google-explicit-constructor)
+        } // NOLINT(google-explicit-constructor)
+        Path(const QString& text)
             : QByteArray(text.toLatin1())
         {
-        }
+        } // NOLINT(google-explicit-constructor)
     };
 
     struct Answer
@@ -78,15 +75,31 @@ public:
     /// its own. Paths without an answer are answered by 404.
     void serve(const Path& path, const Answer& answer) { answers.insert(path, answer); }
     /// The same for a body alone.
-    void serve(const Path& path, const QByteArray& body, const QByteArray& contentType = "text/html");
+    void serve(const Path& path, const QByteArray& body, const QByteArray& contentType = "text/html")
+    {
+        serve(path, Answer{"Content-Type: " + contentType + "\r\n", body});
+    }
     /// The same with exactly these octets.
-    void answer(const Path& path, const QByteArray& octets, AfterAnswer after = AfterAnswer::Close);
+    void answer(const Path& path, const QByteArray& octets, AfterAnswer after = AfterAnswer::Close)
+    {
+        serve(path, Answer{{}, octets, -1, false, {}, false, false, after});
+    }
     /// Answers with the page `body`, but only on release().
-    void hold(const Path& path, const QByteArray& body = {});
+    void hold(const Path& path, const QByteArray& body = {})
+    {
+        serve(path, body);
+        answers[path].silent = true;
+    }
     /// Answers with `status` (such as "404 Not Found") and a short text.
-    void refuse(const Path& path, const QByteArray& status);
+    void refuse(const Path& path, const QByteArray& status)
+    {
+        serve(path, Answer{"Content-Type: text/plain\r\n", status, -1, true, status});
+    }
     /// Sends a page without end.
-    void serveEndlessly(const Path& path);
+    void serveEndlessly(const Path& path)
+    {
+        answer(path, "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n\r\n<html><body>", AfterAnswer::Stream);
+    }
     /// Delays the beginning of every answer.
     void setDelay(std::chrono::milliseconds time) { delay = time; }
 

@@ -17,17 +17,6 @@ namespace {
 
 const QString demoScript = VARNEL_SOURCE_DIR "/scripts/demo"_s;
 
-int count(const QImage& picture, QRgb color)
-{
-    int pixels = 0;
-    for (int y = 0; y < picture.height(); ++y) {
-        for (int x = 0; x < picture.width(); ++x) {
-            pixels += picture.pixel(x, y) == color ? 1 : 0;
-        }
-    }
-    return pixels;
-}
-
 /// How many processes have `text` in their environment.
 int processesWith(const QString& text)
 {
@@ -73,212 +62,195 @@ class tst_Demo : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void helpSaysWhatItDoes();
-    void screenshotShowsThePage();
-    void screenshotOfWhatNeverComesFails();
-    void windowAndBoardOnADisplay();
-    void withoutDisplayItRunsUntilInterrupted();
-    void filesOfOptionsAreShared();
-    void registersChangeInAnotherTerminal_data();
-    void registersChangeInAnotherTerminal();
-    void portInUseMakesWayForTheNext();
-    void killedDemoFreesItsPort();
+    void init()
+    {
+        scratch = std::make_unique<QTemporaryDir>();
+        QVERIFY(scratch->isValid());
+    }
+
+    void cleanup()
+    {
+        QCOMPARE(QDir(scratch->path()).entryList({"panel-demo*"_s}, QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList());
+        // Whatever the demonstration starts inherits the name of its scratch directory; the sandbox's inside
+        // ends with its outside.
+        QTRY_COMPARE_WITH_TIMEOUT(processesWith(scratch->path()), 0, 5000);
+    }
+
+    void helpSaysWhatItDoes()
+    {
+        const auto demo = makeDemo();
+        QVERIFY(demo->start({"--help"_s}));
+        QVERIFY(demo->awaitEnd());
+        QCOMPARE(demo->exitStatus(), 0);
+        QVERIFY(demo->output().startsWith("Usage: scripts/demo"));
+        QVERIFY(demo->output().contains("--screenshot FILE"));
+    }
+
+    void screenshotShowsThePage()
+    {
+        const QString file = scratch->filePath("with blank.png"_s);
+        const auto demo = makeDemo();
+        QVERIFY(demo->start(
+            {"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--screenshot"_s, file, "--page"_s, "plain"_s}));
+        QVERIFY(demo->awaitEnd(std::chrono::seconds(90)));
+        QVERIFY2(demo->exitStatus() == 0, qPrintable(demo->log().lines().join(QLatin1Char('\n'))));
+        const QImage picture(file);
+        QVERIFY(difference(picture, Simulator::plainPage()) < 0.02);
+    }
+
+    void screenshotOfWhatNeverComesFails()
+    {
+        const QString file = scratch->filePath("none.png"_s);
+        const auto demo = makeDemo();
+        QVERIFY(demo->start(
+            {"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--screenshot"_s, file, "--no-such-option"_s}));
+        QVERIFY(demo->awaitEnd(std::chrono::seconds(90)));
+        QVERIFY(demo->exitStatus() > 0);
+        QVERIFY(!QFile::exists(file));
+    }
+
+    void windowAndBoardOnADisplay()
+    {
+        VirtualScreen desk;
+        QVERIFY(desk.start({1400, 700}));
+        const auto demo = makeDemo();
+        demo->setEnvironment("DISPLAY"_s, desk.display());
+        QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--log"_s, "--page"_s, "plain"_s,
+                             "--set"_s, "gpiostate.critical=on"_s}));
+        // The right half of the page, and the board's red lamp.
+        QTRY_VERIFY_WITH_TIMEOUT(countPixels(desk.grab(), qRgb(0xf6, 0xdc, 0xd7)) > 50000, 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(countPixels(desk.grab(), qRgb(0xff, 0x30, 0x20)) > 1000, 20000);
+        demo->stop(SIGINT);
+        QCOMPARE(demo->exitStatus(), 130);
+        QVERIFY(demo->output().contains("UDP stop"));
+        QTRY_COMPARE_WITH_TIMEOUT(countPixels(desk.grab(), qRgb(0xff, 0x30, 0x20)), 0, 20000);
+    }
+
+    void withoutDisplayItRunsUntilInterrupted()
+    {
+        const auto demo = makeDemo();
+        QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+        QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("First frame, try to connect"), 60000);
+        demo->stop(SIGTERM);
+        QCOMPARE(demo->exitStatus(), 143);
+        QVERIFY(demo->output().contains("UDP stop"));
+    }
+
+    void filesOfOptionsAreShared()
+    {
+        QFile scenario(scratch->filePath("step.json"_s));
+        QVERIFY(scenario.open(QIODevice::WriteOnly));
+        scenario.write(R"({"steps": [{"at": 0, "do": "set", "devinfo.lang": "fr"}]})");
+        scenario.close();
+        const QString recording = scratch->filePath("frames.pcap"_s);
+        const auto demo = makeDemo();
+        QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--scenario"_s,
+                             scenario.fileName(), "--record"_s, recording}));
+        QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("Set language to \"fr\""), 60000);
+        demo->stop(SIGTERM);
+        const auto again = makeDemo();
+        QVERIFY(again->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--replay"_s, recording}));
+        QTRY_VERIFY_WITH_TIMEOUT(again->output().contains("Set language to \"fr\""), 60000);
+        again->stop(SIGTERM);
+    }
+
+    void registersChangeInAnotherTerminal_data()
+    {
+        QTest::addColumn<QStringList>("user");
+        QTest::newRow("as the user who runs the test") << QStringList();
+        if (const QStringList nobody = becomeNobody(); !nobody.isEmpty()) {
+            QTest::newRow("as nobody") << nobody;
+        }
+    }
+
+    void registersChangeInAnotherTerminal()
+    {
+        QFETCH(QStringList, user);
+        QVERIFY(QFile::setPermissions(scratch->path(), QFile::Permissions(0x7777)));
+        const auto demo = makeDemo();
+        demo->setLauncher(QStringList{"/usr/bin/setsid"_s} + user);
+        QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+        const QString command = awaitReadingCommand(demo.get());
+        QVERIFY(!command.isEmpty());
+        QVERIFY(demo->output().isEmpty()); // the panel's log would push the command off the terminal
+
+        // As pasted, and nothing else: it polls until it is interrupted.
+        Program terminal("/bin/sh"_s);
+        terminal.setLauncher(user + QStringList{"/usr/bin/stdbuf"_s, "-oL"_s});
+        QVERIFY(terminal.start({"-c"_s, "exec "_s + command}));
+        QTRY_VERIFY2_WITH_TIMEOUT(valuesRead(terminal.output()).size() >= 3, terminal.output().constData(),
+                                  20000);
+
+        // The real scripts do the work, and the board still hears of them.
+        const QByteArray runs = scriptRuns();
+        QVERIFY(runs.contains(QByteArray("1\0mbserverstop.sh\0", 18)));
+        QVERIFY(runs.contains("mbserverstart.sh"));
+        QVERIFY(runs.contains("{\"cmd\":\"setconfig\",\"data\":[{\"address\":100,"));
+
+        // The connection is still open, and must not outlive the demonstration.
+        demo->stop(SIGINT);
+        QCOMPARE(demo->exitStatus(), 130);
+        QVERIFY(terminal.log().await(QRegularExpression("failed"_s)));
+    }
+
+    void portInUseMakesWayForTheNext()
+    {
+        QTcpServer other;
+        std::ignore = other.listen(QHostAddress::LocalHost, 1502); // or somebody else has it
+        const auto demo = makeDemo();
+        QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+        const QString command = awaitReadingCommand(demo.get());
+        QVERIFY(!command.isEmpty() && !command.contains(" -p 1502 "_s));
+        Program terminal("/bin/sh"_s);
+        QVERIFY(terminal.start({"-c"_s, "exec "_s + command + " -1"_s}));
+        QVERIFY(terminal.awaitEnd());
+        QCOMPARE(terminal.exitStatus(), 0);
+        QCOMPARE(valuesRead(terminal.output()).size(), 1);
+        demo->stop(SIGINT);
+        QCOMPARE(demo->exitStatus(), 130);
+    }
+
+    void killedDemoFreesItsPort()
+    {
+        const auto demo = makeDemo();
+        QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
+        QVERIFY(!awaitReadingCommand(demo.get()).isEmpty());
+        demo->stop(SIGKILL);
+        QTRY_COMPARE(processesWith(scratch->path()), 0);
+        // Its files are the only thing that it could not clean up.
+        scratch = std::make_unique<QTemporaryDir>();
+    }
 
 private:
     /// The script with these programs, in a process group of its own, its scratch files in `scratch`.
-    std::unique_ptr<Program> makeDemo();
+    std::unique_ptr<Program> makeDemo()
+    {
+        auto demo = std::make_unique<Program>(demoScript);
+        demo->setLauncher({"/usr/bin/setsid"_s});
+        demo->setEnvironment("TMPDIR"_s, scratch->path());
+        demo->setEnvironment("DISPLAY"_s, QString());
+        return demo;
+    }
+
     /// Waits for the line with the command that reads the registers; empty when it does not come.
-    static QString awaitReadingCommand(Program* demo);
+    static QString awaitReadingCommand(Program* demo)
+    {
+        static const QRegularExpression line("^demo: registers change here.*: (mbpoll .*)$"_s);
+        return demo->log().await(line, std::chrono::seconds(60)) ? demo->log().lastMatch().captured(1)
+                                                                 : QString();
+    }
+
     /// The record of the demonstration's scripts so far.
-    QByteArray scriptRuns() const;
+    QByteArray scriptRuns() const
+    {
+        const QStringList found = QDir(scratch->path()).entryList({"panel-demo*"_s}, QDir::Dirs);
+        QFile file(scratch->filePath(found.value(0) + "/run/script-runs"_s));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
 
     std::unique_ptr<QTemporaryDir> scratch;
 };
-
-void tst_Demo::init()
-{
-    scratch = std::make_unique<QTemporaryDir>();
-    QVERIFY(scratch->isValid());
-}
-
-void tst_Demo::cleanup()
-{
-    QCOMPARE(QDir(scratch->path()).entryList({"panel-demo*"_s}, QDir::AllEntries | QDir::NoDotAndDotDot),
-             QStringList());
-    // Whatever the demonstration starts inherits the name of its scratch directory; the sandbox's inside
-    // ends with its outside.
-    QTRY_COMPARE_WITH_TIMEOUT(processesWith(scratch->path()), 0, 5000);
-}
-
-std::unique_ptr<Program> tst_Demo::makeDemo()
-{
-    auto demo = std::make_unique<Program>(demoScript);
-    demo->setLauncher({"/usr/bin/setsid"_s});
-    demo->setEnvironment("TMPDIR"_s, scratch->path());
-    demo->setEnvironment("DISPLAY"_s, QString());
-    return demo;
-}
-
-QString tst_Demo::awaitReadingCommand(Program* demo)
-{
-    static const QRegularExpression line("^demo: registers change here.*: (mbpoll .*)$"_s);
-    return demo->log().await(line, std::chrono::seconds(60)) ? demo->log().lastMatch().captured(1)
-                                                             : QString();
-}
-
-QByteArray tst_Demo::scriptRuns() const
-{
-    const QStringList found = QDir(scratch->path()).entryList({"panel-demo*"_s}, QDir::Dirs);
-    QFile file(scratch->filePath(found.value(0) + "/run/script-runs"_s));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void tst_Demo::helpSaysWhatItDoes()
-{
-    const auto demo = makeDemo();
-    QVERIFY(demo->start({"--help"_s}));
-    QVERIFY(demo->awaitEnd());
-    QCOMPARE(demo->exitStatus(), 0);
-    QVERIFY(demo->output().startsWith("Usage: scripts/demo"));
-    QVERIFY(demo->output().contains("--screenshot FILE"));
-}
-
-void tst_Demo::screenshotShowsThePage()
-{
-    const QString file = scratch->filePath("with blank.png"_s);
-    const auto demo = makeDemo();
-    QVERIFY(demo->start(
-        {"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--screenshot"_s, file, "--page"_s, "plain"_s}));
-    QVERIFY(demo->awaitEnd(std::chrono::seconds(90)));
-    QVERIFY2(demo->exitStatus() == 0, qPrintable(demo->log().lines().join(QLatin1Char('\n'))));
-    const QImage picture(file);
-    QVERIFY(difference(picture, Simulator::plainPage(), 8) < 0.02);
-}
-
-void tst_Demo::screenshotOfWhatNeverComesFails()
-{
-    const QString file = scratch->filePath("none.png"_s);
-    const auto demo = makeDemo();
-    QVERIFY(
-        demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--screenshot"_s, file, "--no-such-option"_s}));
-    QVERIFY(demo->awaitEnd(std::chrono::seconds(90)));
-    QVERIFY(demo->exitStatus() > 0);
-    QVERIFY(!QFile::exists(file));
-}
-
-void tst_Demo::windowAndBoardOnADisplay()
-{
-    VirtualScreen desk;
-    QVERIFY(desk.start({1400, 700}));
-    const auto demo = makeDemo();
-    demo->setEnvironment("DISPLAY"_s, desk.display());
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--log"_s, "--page"_s, "plain"_s, "--set"_s,
-                         "gpiostate.critical=on"_s}));
-    // The right half of the page, and the board's red lamp.
-    QTRY_VERIFY_WITH_TIMEOUT(count(desk.grab(), qRgb(0xf6, 0xdc, 0xd7)) > 50000, 60000);
-    QTRY_VERIFY_WITH_TIMEOUT(count(desk.grab(), qRgb(0xff, 0x30, 0x20)) > 1000, 20000);
-    demo->stop(SIGINT);
-    QCOMPARE(demo->exitStatus(), 130);
-    QVERIFY(demo->output().contains("UDP stop"));
-    QTRY_COMPARE_WITH_TIMEOUT(count(desk.grab(), qRgb(0xff, 0x30, 0x20)), 0, 20000);
-}
-
-void tst_Demo::withoutDisplayItRunsUntilInterrupted()
-{
-    const auto demo = makeDemo();
-    QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
-    QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("First frame, try to connect"), 60000);
-    demo->stop(SIGTERM);
-    QCOMPARE(demo->exitStatus(), 143);
-    QVERIFY(demo->output().contains("UDP stop"));
-}
-
-void tst_Demo::filesOfOptionsAreShared()
-{
-    QFile scenario(scratch->filePath("step.json"_s));
-    QVERIFY(scenario.open(QIODevice::WriteOnly));
-    scenario.write(R"({"steps": [{"at": 0, "do": "set", "devinfo.lang": "fr"}]})");
-    scenario.close();
-    const QString recording = scratch->filePath("frames.pcap"_s);
-    const auto demo = makeDemo();
-    QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--scenario"_s,
-                         scenario.fileName(), "--record"_s, recording}));
-    QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("Set language to \"fr\""), 60000);
-    demo->stop(SIGTERM);
-    const auto again = makeDemo();
-    QVERIFY(again->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--replay"_s, recording}));
-    QTRY_VERIFY_WITH_TIMEOUT(again->output().contains("Set language to \"fr\""), 60000);
-    again->stop(SIGTERM);
-}
-
-void tst_Demo::registersChangeInAnotherTerminal_data()
-{
-    QTest::addColumn<QStringList>("user");
-    QTest::newRow("as the user who runs the test") << QStringList();
-    if (const QStringList nobody = becomeNobody(); !nobody.isEmpty()) {
-        QTest::newRow("as nobody") << nobody;
-    }
-}
-
-void tst_Demo::registersChangeInAnotherTerminal()
-{
-    QFETCH(QStringList, user);
-    QVERIFY(QFile::setPermissions(scratch->path(), QFile::Permissions(0x7777)));
-    const auto demo = makeDemo();
-    demo->setLauncher(QStringList{"/usr/bin/setsid"_s} + user);
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
-    const QString command = awaitReadingCommand(demo.get());
-    QVERIFY(!command.isEmpty());
-    QVERIFY(demo->output().isEmpty()); // the panel's log would push the command off the terminal
-
-    // As pasted, and nothing else: it polls until it is interrupted.
-    Program terminal("/bin/sh"_s);
-    terminal.setLauncher(user + QStringList{"/usr/bin/stdbuf"_s, "-oL"_s});
-    QVERIFY(terminal.start({"-c"_s, "exec "_s + command}));
-    QTRY_VERIFY2_WITH_TIMEOUT(valuesRead(terminal.output()).size() >= 3, terminal.output().constData(),
-                              20000);
-
-    // The real scripts do the work, and the board still hears of them.
-    const QByteArray runs = scriptRuns();
-    QVERIFY(runs.contains(QByteArray("1\0mbserverstop.sh\0", 18)));
-    QVERIFY(runs.contains("mbserverstart.sh"));
-    QVERIFY(runs.contains("{\"cmd\":\"setconfig\",\"data\":[{\"address\":100,"));
-
-    // The connection is still open, and must not outlive the demonstration.
-    demo->stop(SIGINT);
-    QCOMPARE(demo->exitStatus(), 130);
-    QVERIFY(terminal.log().await(QRegularExpression("failed"_s)));
-}
-
-void tst_Demo::portInUseMakesWayForTheNext()
-{
-    QTcpServer other;
-    std::ignore = other.listen(QHostAddress::LocalHost, 1502); // or somebody else has it
-    const auto demo = makeDemo();
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
-    const QString command = awaitReadingCommand(demo.get());
-    QVERIFY(!command.isEmpty() && !command.contains(" -p 1502 "_s));
-    Program terminal("/bin/sh"_s);
-    QVERIFY(terminal.start({"-c"_s, "exec "_s + command + " -1"_s}));
-    QVERIFY(terminal.awaitEnd());
-    QCOMPARE(terminal.exitStatus(), 0);
-    QCOMPARE(valuesRead(terminal.output()).size(), 1);
-    demo->stop(SIGINT);
-    QCOMPARE(demo->exitStatus(), 130);
-}
-
-void tst_Demo::killedDemoFreesItsPort()
-{
-    const auto demo = makeDemo();
-    QVERIFY(demo->start({"--programs"_s, VARNEL_PROGRAM_DIR ""_s}));
-    QVERIFY(!awaitReadingCommand(demo.get()).isEmpty());
-    demo->stop(SIGKILL);
-    QTRY_COMPARE(processesWith(scratch->path()), 0);
-    // Its files are the only thing that it could not clean up.
-    scratch = std::make_unique<QTemporaryDir>();
-}
 
 QTEST_GUILESS_MAIN(tst_Demo)
 #include "tst_demo.moc"

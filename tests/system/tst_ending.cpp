@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A service manager's signal ends the panel in order, whatever it is doing.
 
+#include <functional>
+
 #include <QTest>
 
 #include "scene.h"
@@ -9,135 +11,120 @@ namespace {
 
 const QByteArray page = "/index.html";
 
-/// Brings the panel to where the row's name says it is.
-bool reach(Scene& scene, const QString& state)
+/// Brings the panel to a state; false when that fails.
+using Reach = std::function<bool(Scene&)>;
+
+/// The page is answered by these octets and no more.
+Reach answered(const QByteArray& octets)
 {
-    LogReader& log = scene.panel.log();
-    if (state == "waiting"_s) {
-        return true;
-    }
-    if (state == "connected"_s) {
-        return scene.connectController() && scene.isAlive();
-    }
-    if (state == "page request open"_s) {
-        scene.server.answer(page, QByteArray(), AfterAnswer::KeepOpen);
+    return [octets](Scene& scene) {
+        scene.server.answer(page, octets, AfterAnswer::KeepOpen);
         return scene.connectController();
+    };
+}
+
+bool openPictures(Scene& scene)
+{
+    scene.server.serve(page, "<html><img src=/1.png><img src=/2.png><img src=/3.png></html>");
+    for (const char* const path : {"/1.png", "/2.png", "/3.png"}) {
+        scene.server.answer(path, "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n", AfterAnswer::KeepOpen);
     }
-    if (state == "half a page here"_s) {
-        scene.server.answer(page, "HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n<html>half",
-                            AfterAnswer::KeepOpen);
-        return scene.connectController() && scene.isAlive();
-    }
-    if (state == "endless page"_s) {
-        scene.server.serveEndlessly(page);
-        return scene.connectController() && scene.isAlive();
-    }
-    if (state == "pictures open"_s) {
-        scene.server.serve(page, "<html><img src=/1.png><img src=/2.png><img src=/3.png></html>");
-        for (const char* const path : {"/1.png", "/2.png", "/3.png"}) {
-            scene.server.answer(path, "HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n",
-                                AfterAnswer::KeepOpen);
-        }
-        return scene.connectController() && scene.server.awaitCount("/3.png", 1);
-    }
-    if (state == "error page"_s) {
-        scene.server.refuse(page, "500 Oops");
-        return scene.connectController() && log.await("WebView::handleRetryTimer()"_s);
-    }
-    if (state == "probe open"_s) {
-        scene.server.refuse(page, "500 Oops");
-        const bool connected = scene.connectController();
-        scene.server.answer(page, QByteArray(), AfterAnswer::KeepOpen);
-        return connected && scene.server.awaitCount(page, 2);
-    }
-    if (state == "link lost"_s) {
-        return scene.connectController() && log.await("Remove R7M"_s);
-    }
-    if (state == "screen dark"_s) {
-        return log.await("goSleep"_s);
-    }
-    scene.sys.setOperState("usb0"_s, "up"_s);
-    return log.await("Load front connection info page"_s);
+    return scene.connectController() && scene.server.awaitCount("/3.png", 1);
+}
+
+bool errorPage(Scene& scene)
+{
+    scene.server.refuse(page, "500 Oops");
+    return scene.connectController() && scene.panel.log().await("WebView::handleRetryTimer()"_s);
+}
+
+bool openProbe(Scene& scene)
+{
+    scene.server.refuse(page, "500 Oops");
+    const bool connected = scene.connectController();
+    scene.server.answer(page, QByteArray(), AfterAnswer::KeepOpen);
+    return connected && scene.server.awaitCount(page, 2);
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Reach)
+Q_DECLARE_METATYPE(SettingsFile)
 
 class tst_Ending : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void signalEndsInOrder_data();
-    void signalEndsInOrder();
-    void signalDuringStartUp();
-    void secondSignalDoesNoHarm();
-    void outputsStayAsTheyAre();
-};
-
-void tst_Ending::signalEndsInOrder_data()
-{
-    QTest::addColumn<QString>("state");
-    QTest::addColumn<int>("signalNumber");
-    for (const char* const state :
-         {"waiting", "connected", "page request open", "half a page here", "endless page", "pictures open",
-          "error page", "probe open", "link lost", "screen dark", "info page"}) {
-        QTest::addRow("SIGTERM, %s: status 0", state) << QString::fromLatin1(state) << SIGTERM;
+    void signalEndsInOrder_data()
+    {
+        QTest::addColumn<SettingsFile>("settings");
+        QTest::addColumn<Reach>("reach");
+        QTest::addColumn<int>("signalNumber");
+        const auto patient = SettingsFile().set("Network/UdpTimeout", "600");
+        const auto row = [](const char* name, const Reach& reach, const SettingsFile& settings,
+                            int signalNumber = SIGTERM) {
+            QTest::newRow(name) << settings << reach << signalNumber;
+        };
+        const Reach waiting = [](Scene& /*scene*/) { return true; };
+        row("waiting", waiting, patient);
+        row("waiting, SIGINT", waiting, patient, SIGINT);
+        row(
+            "connected", [](Scene& scene) { return scene.connectController() && scene.isAlive(); }, patient);
+        row("page request open", answered({}), patient);
+        row("page request open, SIGINT", answered({}), patient, SIGINT);
+        row("half a page here", answered("HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n<html>half"),
+            patient);
+        row(
+            "endless page",
+            [](Scene& scene) {
+                scene.server.serveEndlessly(page);
+                return scene.connectController() && scene.isAlive();
+            },
+            patient);
+        row("pictures open", openPictures, patient);
+        row("error page", errorPage, SettingsFile(patient).set("Network/RetryTimeout", "1"));
+        row("probe open", openProbe, SettingsFile(patient).set("Network/RetryTimeout", "1"));
+        row(
+            "link lost",
+            [](Scene& scene) { return scene.connectController() && scene.panel.log().await("Remove R7M"_s); },
+            SettingsFile().set("Network/UdpTimeout", "1"));
+        row(
+            "screen dark", [](Scene& scene) { return scene.panel.log().await("goSleep"_s); },
+            SettingsFile().set("UI/ScreenSaverInterval", "0"));
+        row(
+            "info page",
+            [](Scene& scene) {
+                scene.sys.setOperState("usb0"_s, "up"_s);
+                return scene.panel.log().await("Load front connection info page"_s);
+            },
+            patient);
     }
-    QTest::newRow("SIGINT, waiting: status 0") << "waiting"_s << SIGINT;
-    QTest::newRow("SIGINT, page request open: status 0") << "page request open"_s << SIGINT;
-}
 
-void tst_Ending::signalEndsInOrder()
-{
-    QFETCH(QString, state);
-    QFETCH(int, signalNumber);
-    Scene scene;
-    const bool lost = state == "link lost"_s;
-    const bool dark = state == "screen dark"_s;
-    QVERIFY(scene.start(SettingsFile()
-                            .set("Network/UdpTimeout", lost ? "1" : "600")
-                            .set("Network/RetryTimeout", "1")
-                            .set("UI/ScreenSaverInterval", dark ? "0" : "600000")));
-    scene.panel.log().rewind();
-    QVERIFY(reach(scene, state));
-    scene.panel.log().skip();
-    QCOMPARE(scene.panel.stop(signalNumber), 0);
-    QVERIFY(scene.panel.log().await("UDP stop"_s));
-}
+    void signalEndsInOrder()
+    {
+        QFETCH(SettingsFile, settings);
+        QFETCH(Reach, reach);
+        QFETCH(int, signalNumber);
+        Scene scene;
+        QVERIFY(scene.start(settings));
+        scene.panel.log().rewind();
+        QVERIFY(reach(scene));
+        scene.panel.log().skip();
+        QCOMPARE(scene.panel.stop(signalNumber), 0);
+        QVERIFY(scene.panel.log().await("UDP stop"_s));
+    }
 
-void tst_Ending::signalDuringStartUp()
-{
-    Scene scene;
-    QVERIFY(scene.panel.start());
-    QVERIFY(scene.panel.log().await("release =  \"ReleaseUndef\""_s));
-    QCOMPARE(scene.panel.stop(), 0);
-    scene.panel.log().rewind();
-    QVERIFY(scene.panel.log().await({"UDP bound"_s, "UDP stop"_s}));
-}
-
-void tst_Ending::secondSignalDoesNoHarm()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.connectController());
-    scene.panel.signal(SIGTERM);
-    scene.panel.signal(SIGINT);
-    QCOMPARE(scene.panel.stop(), 0);
-}
-
-void tst_Ending::outputsStayAsTheyAre()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QVERIFY(scene.connectController());
-    QVERIFY(scene.controller.send(Frame(50).gpioState(1, 0, 1, 1)));
-    QTRY_COMPARE_WITH_TIMEOUT(StandInSys::value(StandInSys::buzzer), "1"_s, 20000);
-    QCOMPARE(scene.panel.stop(), 0);
-    QCOMPARE(StandInSys::value(StandInSys::green), "1"_s);
-    QCOMPARE(StandInSys::value(StandInSys::yellow), "0"_s);
-    QCOMPARE(StandInSys::value(StandInSys::red), "1"_s);
-    QCOMPARE(StandInSys::value(StandInSys::buzzer), "1"_s);
-}
+    void signalDuringStartUp()
+    {
+        Scene scene;
+        QVERIFY(scene.panel.start());
+        QVERIFY(scene.panel.log().await("release =  \"ReleaseUndef\""_s));
+        QCOMPARE(scene.panel.stop(), 0);
+        scene.panel.log().rewind();
+        QVERIFY(scene.panel.log().await({"UDP bound"_s, "UDP stop"_s}));
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Ending)
 #include "tst_ending.moc"

@@ -10,7 +10,6 @@
 namespace {
 
 const QString initFile = "/tmp/etc/mbserver_init.dbus"_s;
-const QString nothing = R"({"cmd":"setconfig","data":[]})"_s;
 
 /// Every numeric type, one value shown in two tables, a gap, a register without words and one in no table.
 const QByteArray mapping = R"({
@@ -35,24 +34,10 @@ const QByteArray mapping = R"({
     ]
 })";
 
-bool writeFile(const QByteArray& text)
-{
-    QFile file("/usr/local/etc/modbus.map"_s);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
-}
-
-QByteArray readInitFile()
-{
-    QFile file(initFile);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 /// An item of the one class and field, its value as it is on the wire.
 QByteArray item(quint8 instance, quint8 type, const QByteArray& value)
 {
-    QByteArray octets = hex("34 12 02 01");
-    octets.append(char(instance)).append(char(type)).append(char(value.size())).append('\0');
-    return octets + value;
+    return coreItem(4660, 258, instance, type, value);
 }
 
 } // namespace
@@ -62,38 +47,23 @@ class tst_ModbusCommands : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void serverIsStoppedAndStarted();
-    void everyCoreSectionIsSent_data();
-    void everyCoreSectionIsSent();
-    void valuesStayFromFrameToFrame();
+    void init()
+    {
+        QFile::remove(initFile);
+        QFile map("/usr/local/etc/modbus.map"_s);
+        QVERIFY(map.open(QIODevice::WriteOnly));
+        QCOMPARE(map.write(mapping), qint64(mapping.size()));
+    }
 
-private:
-    /// Waits for the next run of the update script and returns its argument.
-    static QString nextCommand(Scene* scene, int* count);
-};
-
-void tst_ModbusCommands::init()
-{
-    QFile::remove(initFile);
-    QVERIFY(writeFile(mapping));
-}
-
-QString tst_ModbusCommands::nextCommand(Scene* scene, int* count)
-{
-    const bool came = QTest::qWaitFor(
-        [&] { return scene->scripts.runsOf("mbserverupdate.sh"_s).size() > *count; }, int(patience.count()));
-    return came ? scene->scripts.runsOf("mbserverupdate.sh"_s).at((*count)++).join(QLatin1Char('|'))
-                : QString();
-}
-
-void tst_ModbusCommands::serverIsStoppedAndStarted()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    QCOMPARE(scene.scripts.runs(),
-             (QList<QStringList>{{"mbserverstop.sh"_s}, {"mbserverstart.sh"_s, initFile}}));
-    QCOMPARE(readInitFile(), QByteArray(R"({
+    void serverIsStoppedAndStarted()
+    {
+        Scene scene;
+        QVERIFY(scene.start());
+        QCOMPARE(scene.scripts.runLines(),
+                 QStringList({"mbserverstop.sh"_s, "mbserverstart.sh "_s + initFile}));
+        QFile file(initFile);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray(R"({
     "cmd": "init",
     "delay": 500,
     "protocol": "tcp",
@@ -116,61 +86,52 @@ void tst_ModbusCommands::serverIsStoppedAndStarted()
     }
 }
 )"));
-    QVERIFY(!scene.panel.log().lines().contains("Failed to load modbus map"_s));
-}
+        QVERIFY(!scene.panel.log().lines().contains("Failed to load modbus map"_s));
+    }
 
-void tst_ModbusCommands::everyCoreSectionIsSent_data()
-{
-    QTest::addColumn<QByteArray>("items");
-    QTest::addColumn<QString>("command");
-    const auto row = [](const char* name, const QByteArray& items, const QString& tables) {
-        QTest::newRow(name) << items << R"({"cmd":"setconfig","data":[%1]})"_s.arg(tables);
-    };
-    row("no items: no tables", {}, {});
-    row("items that nothing shows: no tables",
-        item(6, 2, hex("05")) + item(0, 2, hex("05")) + item(200, 4, hex("05 00")), {});
-    row("value in two tables: both, in the order of their addresses", item(0, 4, hex("2c 01")),
-        R"({"address":100,"values":[44,0,0,0,0,0,0,0,0]},{"address":300,"values":[0,0,44]})"_s);
-    row("later table first needed: first", item(5, 6, hex("78 56 34 12")) + item(1, 5, hex("fe ff")),
-        R"({"address":300,"values":[4660,22136,0]},{"address":100,"values":[0,0,0,65535,65534,0,0,0,0]})"_s);
-    row("two values of one table: once, negative 32 bits as 0",
-        item(2, 7, hex("ff ff ff ff")) + item(3, 8, "5.2-"),
-        R"({"address":100,"values":[0,0,0,0,0,0,0,49184,0]})"_s);
-    row("float of four IEEE 754 octets: 0", item(3, 8, hex("00 00 60 40")),
-        R"({"address":100,"values":[0,0,0,0,0,0,0,0,0]})"_s);
-    row("register without words: its table, unchanged", item(4, 2, hex("07")),
-        R"({"address":100,"values":[0,0,0,0,0,0,0,0,0]})"_s);
-    row("value past the section's end: those before it",
-        item(5, 6, hex("01 00 00 00")) + hex("34 12 02 01 00 04 ff 00 2c 01"),
-        R"({"address":300,"values":[0,1,0]})"_s);
-}
-
-void tst_ModbusCommands::everyCoreSectionIsSent()
-{
-    QFETCH(QByteArray, items);
-    Scene scene;
-    QVERIFY(scene.start());
-    int count = 0;
-    QVERIFY(scene.controller.send(Frame(1).section(Core, items)));
-    QTEST(nextCommand(&scene, &count), "command");
-}
-
-void tst_ModbusCommands::valuesStayFromFrameToFrame()
-{
-    Scene scene;
-    QVERIFY(scene.start());
-    int count = 0;
-    QVERIFY(scene.controller.send(Frame(1).section(Core, item(5, 6, hex("02 00 01 00")))));
-    QCOMPARE(nextCommand(&scene, &count),
-             R"({"cmd":"setconfig","data":[{"address":300,"values":[1,2,0]}]})"_s);
-    QVERIFY(scene.controller.send(Frame(2).devInfo("en"))); // no Core section: nothing is sent
-    QVERIFY(scene.controller.send(Frame(3).section(Core, {})));
-    QCOMPARE(nextCommand(&scene, &count), nothing);
-    QVERIFY(scene.controller.send(Frame(4).section(Core, item(0, 4, hex("ff 00")))));
-    QCOMPARE(nextCommand(&scene, &count),
-             R"({"cmd":"setconfig","data":[{"address":100,"values":[255,0,0,0,0,0,0,0,0]},)"
-             R"({"address":300,"values":[1,2,255]}]})"_s);
-}
+    void everyCoreSectionIsSent()
+    {
+        struct Row
+        {
+            QByteArray items;
+            QString tables;
+        };
+        // Values stay from frame to frame.
+        const Row rows[] = {
+            // No items, and items that nothing shows: no tables.
+            {{}, {}},
+            {item(6, 2, hex("05")) + item(0, 2, hex("05")) + item(200, 4, hex("05 00")), {}},
+            // A register without words: its table, unchanged.
+            {item(4, 2, hex("07")), R"({"address":100,"values":[0,0,0,0,0,0,0,0,0]})"_s},
+            // A value in two tables: both, in the order of their addresses.
+            {item(0, 4, hex("2c 01")),
+             R"({"address":100,"values":[44,0,0,0,0,0,0,0,0]},{"address":300,"values":[0,0,44]})"_s},
+            // The later table is needed first: it comes first.
+            {item(5, 6, hex("78 56 34 12")) + item(1, 5, hex("fe ff")),
+             R"({"address":300,"values":[4660,22136,44]},)"
+             R"({"address":100,"values":[44,0,0,65535,65534,0,0,0,0]})"_s},
+            // Two values of one table: once, negative 32 bits as 0.
+            {item(2, 7, hex("ff ff ff ff")) + item(3, 8, "5.2-"),
+             R"({"address":100,"values":[44,0,0,65535,65534,0,0,49184,0]})"_s},
+            // A float of four IEEE 754 octets: 0.
+            {item(3, 8, hex("00 00 60 40")), R"({"address":100,"values":[44,0,0,65535,65534,0,0,0,0]})"_s},
+            // A value past the section's end: those before it.
+            {item(5, 6, hex("01 00 00 00")) + hex("34 12 02 01 00 04 ff 00 2c 01"),
+             R"({"address":300,"values":[0,1,44]})"_s},
+        };
+        Scene scene;
+        QVERIFY(scene.start());
+        QStringList commands;
+        for (const Row& row : rows) {
+            QVERIFY(scene.sendFrame()); // without Core section: nothing is sent
+            QVERIFY(scene.controller.send(Frame(++scene.sequence).section(Core, row.items)));
+            commands += R"({"cmd":"setconfig","data":[%1]})"_s.arg(row.tables);
+        }
+        const auto sent = [&] { return scene.scripts.argumentsOf("mbserverupdate.sh"_s); };
+        QVERIFY(awaitTrue([&] { return sent().size() >= commands.size(); }));
+        QCOMPARE(sent(), commands);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_ModbusCommands)
 #include "tst_modbuscommands.moc"

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QDir>
+#include <QFile>
+#include <QStringList>
+
+/// A stand-in for the USB drive: a directory, and the marker file that says that it is mounted.
+class Drive
+{
+public:
+    explicit Drive(const QString& directory = QStringLiteral("/usbmnt"),
+                   const QString& markerFile = QStringLiteral("/tmp/usbdrive"))
+        : root(directory)
+        , mark(markerFile)
+    {
+    }
+
+    /// Plugs the drive in, or pulls it: only the marker is looked at.
+    void plug() const { write(mark, {}); }
+    void pull() const { QFile::remove(mark); }
+
+    QString path() const { return root; }
+    QString path(const QString& name) const { return root + QLatin1Char('/') + name; }
+    QString marker() const { return mark; }
+
+    /// All entries of the drive.
+    QStringList entries() const
+    {
+        return QDir(root).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot,
+                                    QDir::Name);
+    }
+
+    QByteArray content(const QString& name) const
+    {
+        QFile file(path(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    void put(const QString& name, const QByteArray& octets) const { write(path(name), octets); }
+
+private:
+    static void write(const QString& name, const QByteArray& octets)
+    {
+        QFile file(name);
+        if (!file.open(QIODevice::WriteOnly) || file.write(octets) != octets.size()) {
+            qFatal("cannot write %s", qUtf8Printable(name));
+        }
+    }
+
+    QString root;
+    QString mark;
+};
