@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "downloadhandler.h"
 
+#include <csignal>
+
+#include <QScopeGuard>
+
+#include <sys/resource.h>
+
 #include "downloadscene.h"
 
 /// Events while a file is saved. Nothing crashes, the log says what is missing, and the drive is read-only at
@@ -47,6 +53,23 @@ private slots:
         QCOMPARE(findPopup("ProgressPopup"_s), nullptr);
         QVERIFY(!silence->isActive());
         QTRY_VERIFY(!reply);
+    }
+
+    void reportsFullDrive()
+    {
+        offer(logPath, {{}, QByteArray(5000, 'x'), 10, true});
+        QTRY_COMPARE(started, QVector<bool>{true});
+        rlimit before{};
+        ::getrlimit(RLIMIT_FSIZE, &before);
+        const auto restore = qScopeGuard([&before] { ::setrlimit(RLIMIT_FSIZE, &before); });
+        const rlimit limit{3000, before.rlim_max}; // of a file, as a full drive would
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        QVERIFY(std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
+        server->release(logPath);
+        QTRY_COMPARE(users->remounts().size(), 2);
+        QCOMPARE(users->content("log.txt"_s), QByteArray(3000, 'x'));
+        const QString line = "TIME - Error writing file '%1': 3000 of 5000 octets written: File too large"_s;
+        QCOMPARE(criticalLines(), QStringList(line.arg(stick("log.txt"))));
     }
 
     void reportsFailedSynchronization_data()
