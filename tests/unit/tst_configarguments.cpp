@@ -63,29 +63,23 @@ private slots:
     {
         QTest::addColumn<QStringList>("actual");
         QTest::addColumn<QStringList>("wanted");
-        const auto network = [](const char* name, void (*change)(netcfg_s&), const QStringList& wanted) {
-            netcfg_s cfg = distinctNet();
-            change(cfg);
+        const auto network = [](const char* name, const netcfg_s& cfg, const QStringList& wanted) {
             QTest::addRow("network, %s", name) << netCfgArguments(cfg) << wanted;
         };
-        network(
-            "static: all addresses", [](netcfg_s&) {},
-            "static 192.168.1.10 255.255.255.0 192.168.1.1 192.168.1.2 192.168.1.3"_words);
-        network(
-            "dhcp: that word alone", [](netcfg_s& c) { c.dhcp = true; }, "dhcp"_words);
-        network(
-            "dns2 null: five arguments", [](netcfg_s& c) { c.dns2.clear(); },
-            "static 192.168.1.10 255.255.255.0 192.168.1.1 192.168.1.2"_words);
-        network(
-            "dns1 null: dns2 in its place", [](netcfg_s& c) { c.dns1.clear(); },
-            "static 192.168.1.10 255.255.255.0 192.168.1.1 192.168.1.3"_words);
-        network(
-            "all zero: addresses like any other",
-            [](netcfg_s& c) { c.ip = c.mask = c.gateway = c.dns1 = c.dns2 = zero; },
-            "static 0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0"_words);
-        network(
-            "all ones: passed on", [](netcfg_s& c) { c.ip = QHostAddress::Broadcast; },
-            "static 255.255.255.255 255.255.255.0 192.168.1.1 192.168.1.2 192.168.1.3"_words);
+        netcfg_s net = distinctNet();
+        network("static: all addresses", net,
+                "static 192.168.1.10 255.255.255.0 192.168.1.1 192.168.1.2 192.168.1.3"_words);
+        net.dns1.clear();
+        network("dns1 null: dns2 in its place", net,
+                "static 192.168.1.10 255.255.255.0 192.168.1.1 192.168.1.3"_words);
+        net.dns2.clear();
+        network("no dns: four arguments", net, "static 192.168.1.10 255.255.255.0 192.168.1.1"_words);
+        net.ip = net.mask = net.gateway = net.dns1 = zero;
+        network("all zero: addresses like any other", net, "static 0.0.0.0 0.0.0.0 0.0.0.0 0.0.0.0"_words);
+        net.ip = QHostAddress::Broadcast;
+        network("all ones: passed on", net, "static 255.255.255.255 0.0.0.0 0.0.0.0 0.0.0.0"_words);
+        net.dhcp = true;
+        network("dhcp: that word alone", net, "dhcp"_words);
 
         const auto agent = [](int version, const QStringList& words) {
             QTest::addRow("agent, version %d", version)
@@ -119,6 +113,28 @@ private slots:
         trap(5, "V3PRIV cli_engineid cli_user SHA cli_pwd AES cli_key"_words);
         trap(6, {});
 
+        // "-" is a null address.
+        const auto destinations = [](const char* name, const QStringList& addresses,
+                                     const QStringList& used) {
+            snmpcfg_s cfg;
+            QHostAddress* const fields[] = {&cfg.trap_addr1, &cfg.trap_addr2, &cfg.trap_addr3,
+                                            &cfg.trap_addr4, &cfg.trap_addr5};
+            for (int i = 0; i < addresses.size(); ++i) {
+                *fields[i] = QHostAddress(addresses.at(i));
+            }
+            QStringList actual;
+            const QList<QStringList> calls = snmpTrapAddArguments(cfg);
+            for (const QStringList& call : calls) {
+                actual << call.at(1);
+            }
+            QTest::addRow("destinations, %s", name) << actual << used;
+        };
+        destinations("one, loopback, rest null: the one", "10.0.0.5 127.0.0.1 - - -"_words, "10.0.0.5"_words);
+        destinations("first null: the others", "- 10.0.0.2 - 10.0.0.4 -"_words, "10.0.0.2 10.0.0.4"_words);
+        destinations("zero, ones, 127.0.0.2, one twice: all of them",
+                     "0.0.0.0 255.255.255.255 127.0.0.2 10.0.0.1 10.0.0.1"_words,
+                     "0.0.0.0 255.255.255.255 127.0.0.2 10.0.0.1 10.0.0.1"_words);
+
         const devinfo_s device{7, 91, 92, 93, 94, 65530, 95, {}};
         for (const bool status : {false, true}) {
             modbuscfg_s modbus;
@@ -139,38 +155,6 @@ private slots:
     {
         QFETCH(QStringList, actual);
         QTEST(actual, "wanted");
-    }
-
-    void snmpTrapDestinations_data()
-    {
-        QTest::addColumn<QStringList>("addresses"); ///< "-" is a null address
-        QTest::addColumn<QStringList>("used");
-        const auto row = [](const char* name, const QStringList& addresses, const QStringList& used) {
-            QTest::newRow(name) << addresses << used;
-        };
-        row("one, loopback, rest null: the one", "10.0.0.5 127.0.0.1 - - -"_words, "10.0.0.5"_words);
-        row("all null: none", "- - - - -"_words, {});
-        row("first null: the others", "- 10.0.0.2 - 10.0.0.4 -"_words, "10.0.0.2 10.0.0.4"_words);
-        row("zero, ones, 127.0.0.2, one twice: destinations",
-            "0.0.0.0 255.255.255.255 127.0.0.2 10.0.0.1 10.0.0.1"_words,
-            "0.0.0.0 255.255.255.255 127.0.0.2 10.0.0.1 10.0.0.1"_words);
-    }
-
-    void snmpTrapDestinations()
-    {
-        QFETCH(QStringList, addresses);
-        snmpcfg_s cfg;
-        QHostAddress* const fields[] = {&cfg.trap_addr1, &cfg.trap_addr2, &cfg.trap_addr3, &cfg.trap_addr4,
-                                        &cfg.trap_addr5};
-        for (int i = 0; i < addresses.size(); ++i) {
-            *fields[i] = QHostAddress(addresses.at(i)); // null for "-"
-        }
-        QStringList destinations;
-        const QList<QStringList> calls = snmpTrapAddArguments(cfg);
-        for (const QStringList& call : calls) {
-            destinations << call.at(1);
-        }
-        QTEST(destinations, "used");
     }
 
     void differs_data()

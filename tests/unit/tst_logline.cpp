@@ -2,7 +2,6 @@
 #include <QTest>
 
 #include "helpers.h"
-#include "literals.h"
 #include "logline.h"
 #include "logrecorder.h"
 

@@ -2,7 +2,6 @@
 #include <QtTest>
 
 #include "frame.h"
-#include "literals.h"
 #include "loadedbridge.h"
 #include "logrules.h"
 
@@ -35,7 +34,6 @@ private slots:
         const auto row = [](const char* name, const QString& type, const QByteArray& payload,
                             const QVariant& value) { QTest::newRow(name) << type << payload << value; };
         row("bool 00: false", "bool"_s, hex("00"), false);
-        row("bool 01: true", "bool"_s, hex("01"), true);
         row("bool 80000000: true", "bool"_s, hex("80000000"), true);
         row("bool empty: false", "bool"_s, {}, false);
         row("bool of five octets: false", "bool"_s, hex("0101010101"), false);
@@ -51,7 +49,6 @@ private slots:
         row("int16 fffe: -2", "s16"_s, hex("fffe"), -2);
         row("int16 fe: 254, not sign-extended", "s16"_s, hex("fe"), 254);
         row("int16 8000: -32768", "s16"_s, hex("8000"), -32768);
-        row("int16 80000001: no signed number, 0", "s16"_s, hex("80000001"), 0);
         row("uint32 ffffffff: 4294967295", "u32"_s, hex("ffffffff"), 4294967295U);
         row("uint32 12345678: most significant first", "u32"_s, hex("12345678"), 0x12345678U);
         row("uint32 of five octets: 0", "u32"_s, hex("0000000001"), 0U);
@@ -174,7 +171,6 @@ private slots:
             QTest::newRow(name) << QByteArray(mbType) << QByteArray(ciType) << payload << words;
         };
         row("uint32 12345678: high word first", "u32", "u32", hex("12345678"), {0x1234, 0x5678});
-        row("float 1.0: 3f80 0000", "float", "float", "1.0", {0x3F80, 0x0000});
         row("float -2.5: c020 0000", "float", "float", "-2.5", {0xC020, 0x0000});
         row("float 0.1: 3dcc cccd", "float32", "float", "0.1", {0x3DCC, 0xCCCD});
         row("300 as uint8: low octet", "u8", "u16", hex("012c"), {0x002C});

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <QtTest>
 
-#include "literals.h"
 #include "loadedbridge.h"
 
 using namespace Varnel;
@@ -218,14 +217,10 @@ private slots:
     void integers_data()
     {
         QTest::addColumn<int>("id");
-        QTest::newRow("65536") << 65536;
         QTest::newRow("-3") << -3;
-        QTest::newRow("10.0") << 10;
         QTest::newRow("1e3") << 1000;
         QTest::newRow("10.5") << 0;
-        QTest::newRow("2147483647") << 2147483647;
         QTest::newRow("2147483648") << 0;
-        QTest::newRow("1e300") << 0;
     }
 
     void integers()
@@ -422,7 +417,6 @@ private slots:
         QCOMPARE(bridge->parent(), &parent);
         QCOMPARE(bridge->metaObject()->className(), "Varnel::ModbusInterface");
         QVERIFY(bridge->GetRegisterList().isEmpty() && bridge->GetTableList().isEmpty());
-        QVERIFY(bridge->GetCiLookup().isEmpty() && bridge->GetCiTypeList().isEmpty());
         QVERIFY(bridge->GetCiTypeLookup().isEmpty() && bridge->GetJsonCfg().isEmpty());
     }
 };

@@ -4,7 +4,6 @@
 
 #include "exposeddecoder.h"
 #include "frame.h"
-#include "literals.h"
 #include "sectionkinds.h"
 
 using namespace Varnel;

@@ -16,7 +16,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "literals.h"
 #include "logrecorder.h"
 #include "logrules.h"
 #include "scopedsetting.h"

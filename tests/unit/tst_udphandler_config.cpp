@@ -2,7 +2,6 @@
 #include <QTest>
 
 #include "frame.h"
-#include "literals.h"
 #include "registeredlink.h"
 
 using namespace Varnel;

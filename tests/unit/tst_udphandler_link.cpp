@@ -4,7 +4,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "literals.h"
 #include "registeredlink.h"
 #include "webserver.h"
 

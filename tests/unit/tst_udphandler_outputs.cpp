@@ -4,7 +4,6 @@
 #include <QTest>
 
 #include "frame.h"
-#include "literals.h"
 #include "outputlines.h"
 #include "panellink.h"
 
@@ -30,16 +29,6 @@ QStringList writes(const char* words)
         }
     }
     return result;
-}
-
-/// The same for the yellow line, a letter for each.
-QStringList ofYellow(const QByteArray& letters)
-{
-    QByteArray words;
-    for (const char letter : letters) {
-        words += letter == 'I' ? QByteArray(" I225") : QByteArray(" 225=") + letter;
-    }
-    return writes(words);
 }
 
 /// A link whose blink timers fire by hand alone, with nothing written yet.
@@ -151,47 +140,46 @@ private slots:
     {
         QTest::addColumn<int>("before"); ///< the command of the yellow LED
         QTest::addColumn<int>("now");
-        QTest::addColumn<QByteArray>("writes"); ///< I the line is prepared, 0 and 1 its value is written
-        QTest::addColumn<QByteArray>("slow");   ///< what two ticks of the slow timer write
+        QTest::addColumn<QByteArray>("once"); ///< what the change writes
+        QTest::addColumn<QByteArray>("slow"); ///< what two ticks of the slow timer write
         QTest::addColumn<QByteArray>("fast");
-        const auto row = [](const char* name, int before, int now, const char* writes, const char* slow,
+        const auto row = [](const char* name, int before, int now, const char* once, const char* slow,
                             const char* fast) {
-            QTest::newRow(name) << before << now << QByteArray(writes) << QByteArray(slow)
-                                << QByteArray(fast);
+            QTest::newRow(name) << before << now << QByteArray(once) << QByteArray(slow) << QByteArray(fast);
         };
-        row("0 to 0: rewritten", 0, 0, "0", "", "");
-        row("1 to 1: rewritten", 1, 1, "1", "", "");
-        row("2 to 2: left alone", 2, 2, "", "01", "");
-        row("3 to 3: left alone", 3, 3, "", "", "01");
+        row("0 to 0: rewritten", 0, 0, "225=0", "", "");
+        row("1 to 1: rewritten", 1, 1, "225=1", "", "");
+        row("2 to 2: left alone", 2, 2, "", "225=0 225=1", "");
+        row("3 to 3: left alone", 3, 3, "", "", "225=0 225=1");
         row("4 to 4: left alone", 4, 4, "", "", "");
-        row("0 to 2: prepared, lit", 0, 2, "I1", "01", "");
-        row("0 to 255: prepared, lit, steady", 0, 255, "I1", "", "");
-        row("2 to 3: prepared, lit", 2, 3, "I1", "", "01");
-        row("3 to 2: prepared, lit", 3, 2, "I1", "01", "");
-        row("3 to 1: prepared, written twice, steady", 3, 1, "I11", "", "");
-        row("3 to 0: prepared, written twice, dark", 3, 0, "I00", "", "");
-        row("2 to 4: prepared, lit, steady", 2, 4, "I1", "", "");
-        row("4 to 5: prepared, lit", 4, 5, "I1", "", "");
+        row("0 to 2: prepared, lit", 0, 2, "I225 225=1", "225=0 225=1", "");
+        row("0 to 255: prepared, lit, steady", 0, 255, "I225 225=1", "", "");
+        row("2 to 3: prepared, lit", 2, 3, "I225 225=1", "", "225=0 225=1");
+        row("3 to 2: prepared, lit", 3, 2, "I225 225=1", "225=0 225=1", "");
+        row("3 to 1: prepared, written twice, steady", 3, 1, "I225 225=1 225=1", "", "");
+        row("3 to 0: prepared, written twice, dark", 3, 0, "I225 225=0 225=0", "", "");
+        row("2 to 4: prepared, lit, steady", 2, 4, "I225 225=1", "", "");
+        row("4 to 5: prepared, lit", 4, 5, "I225 225=1", "", "");
     }
 
     void commands()
     {
         QFETCH(int, before);
         QFETCH(int, now);
-        QFETCH(QByteArray, writes);
+        QFETCH(QByteArray, once);
         QFETCH(QByteArray, slow);
         QFETCH(QByteArray, fast);
         StillLink link(*lines);
         link.receiveSections({gpioSection(4, quint8(before), 4, 4)});
         lines->clear();
         link.receiveSections({gpioSection(4, quint8(now), 4, 4)});
-        QCOMPARE(lines->taken(), ofYellow(writes));
+        QCOMPARE(lines->taken(), writes(once));
         link.handler->blinkSlowTimeout();
         link.handler->blinkSlowTimeout();
-        QCOMPARE(lines->taken(), ofYellow(slow));
+        QCOMPARE(lines->taken(), writes(slow));
         link.handler->blinkFastTimeout();
         link.handler->blinkFastTimeout();
-        QCOMPARE(lines->taken(), ofYellow(fast));
+        QCOMPARE(lines->taken(), writes(fast));
     }
 
     void allOutputsInOrder()

@@ -3,7 +3,6 @@
 #include <QTest>
 
 #include "frame.h"
-#include "literals.h"
 #include "panellink.h"
 #include "signalwatcher.h"
 
