@@ -192,7 +192,6 @@ private:
             return;
         }
         const ProcessFigures panel = processFigures(scene.panel.pid());
-        const ProcessFigures driver = processFigures(QCoreApplication::applicationPid());
         const std::pair<const char*, qint64> columns[] = {
             {"rss_kib", panel.rss},
             {"pss_kib", panel.pss},
@@ -204,7 +203,6 @@ private:
             {"children", panel.children},
             {"threads", panel.threads},
             {"voluntary_switches", panel.voluntarySwitches},
-            {"involuntary_switches", panel.involuntarySwitches},
             {"cpu_ms", panel.cpuMs},
             {"frames", traffic.sent()},
             {"log_lines", log().lineCount()},
@@ -218,7 +216,6 @@ private:
             {"darkenings", darkenings},
             {"error_pages", errorPages},
             {"failures", failures},
-            {"driver_rss_kib", driver.rss},
         };
         QByteArray names = "seconds,step";
         QByteArray values = QByteArray::number(double(clock.elapsed()) / 1000, 'f', 1) + ',' + now;

@@ -15,7 +15,6 @@
 #include "dialogdriver.h"
 #include "downloadhandler.h"
 #include "logrecorder.h"
-#include "logstamps.h"
 #include "screensaver.h"
 #include "usbstick.h"
 #include "webserver.h"

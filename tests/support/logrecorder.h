@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QVector>
 #include <QtGlobal>
@@ -80,3 +82,26 @@ private:
     QtMessageHandler previous = nullptr;
     QVector<Line> recorded;
 };
+
+/// Switches diagnostics on that are silent by default, as QT_LOGGING_RULES does, while it lives.
+class LogRules
+{
+public:
+    explicit LogRules(const char* rules) { QLoggingCategory::setFilterRules(QString::fromLatin1(rules)); }
+    ~LogRules() { QLoggingCategory::setFilterRules(QString()); }
+
+    Q_DISABLE_COPY_MOVE(LogRules)
+};
+
+/// Log lines with what differs from run to run replaced: the time stamp in front by "TIME", the duration of a
+/// request by "N".
+inline QStringList withoutStamps(QStringList lines)
+{
+    static const QRegularExpression stamp(
+        QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} - "));
+    static const QRegularExpression duration(QStringLiteral(" \\(took \\d+ms\\)$"));
+    for (QString& line : lines) {
+        line.replace(stamp, QStringLiteral("TIME - ")).replace(duration, QStringLiteral(" (took Nms)"));
+    }
+    return lines;
+}

@@ -83,3 +83,15 @@ public:
     QPointer<Varnel::UdpHandler> handler;
     quint32 sequence = 100;
 };
+
+/// A link whose controller is registered, by a frame without configuration.
+class RegisteredLink : public PanelLink
+{
+public:
+    explicit RegisteredLink(const ScriptDirectory& scripts)
+    {
+        receiveSections({gpioSection(1, 1, 1, 0)});
+        scripts.clear();
+        clear();
+    }
+};

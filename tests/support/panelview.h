@@ -8,7 +8,6 @@
 #include <QWebFrame>
 
 #include "logrecorder.h"
-#include "logstamps.h"
 #include "mainwindow.h"
 #include "scopedsetting.h"
 #include "webview.h"

@@ -53,7 +53,6 @@ void addThreads(const QString& directory, ProcessFigures* figures)
     for (const QString& thread : threads) {
         const QByteArray status = contents(tasks.filePath(thread + "/status"_s));
         figures->voluntarySwitches += numberOf(status, "voluntary_ctxt_switches");
-        figures->involuntarySwitches += numberOf(status, "nonvoluntary_ctxt_switches");
         figures->children += contents(tasks.filePath(thread + "/children"_s)).count(' ');
     }
 }

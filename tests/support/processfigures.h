@@ -15,9 +15,8 @@ struct ProcessFigures
     int timerDescriptors = 0; ///< kernel timers; the toolkit's own are not visible from outside
     int children = 0;         ///< running or not yet waited for
     int threads = 0;
-    qint64 voluntarySwitches = 0;   ///< of all threads: how often it waited, timers included
-    qint64 involuntarySwitches = 0; ///< of all threads
-    qint64 cpuMs = 0;               ///< user and system time, children not counted
+    qint64 voluntarySwitches = 0; ///< of all threads: how often it waited, timers included
+    qint64 cpuMs = 0;             ///< user and system time, children not counted
 };
 
 /// Reads the figures of process `pid`; all 0 when there is none.

@@ -9,13 +9,13 @@
 
 namespace {
 
-/// The box around the pixels of `area` that are darker than `grey`, that is around its text.
-QRect ink(const QImage& picture, const QRect& area, int grey = 100)
+/// The box around the dark pixels of `area`, that is around its text.
+QRect ink(const QImage& picture, const QRect& area)
 {
     QRect box;
     for (int y = area.top(); y <= area.bottom(); ++y) {
         for (int x = area.left(); x <= area.right(); ++x) {
-            if (qGray(picture.pixel(x, y)) < grey) {
+            if (qGray(picture.pixel(x, y)) < 100) {
                 box |= QRect(x, y, 1, 1);
             }
         }
@@ -79,29 +79,6 @@ private slots:
         } else {
             QVERIFY(isText(words, text, 18));
         }
-    }
-
-    void progress()
-    {
-        touchLink("/download/custom/slow.bin?size=81920&pace=300"_s);
-        QVERIFY(scene->awaitChooser());
-        screen.tap(TransferScene::okButton);
-        QVERIFY(scene->awaitForeground(TransferScene::progressPlace));
-        const QRect title = part(TransferScene::progressPlace, {20, 10, 371, 31});
-        QVERIFY(awaitTrue([&] { return !ink(screen.grab(), title).isEmpty(); }));
-        const QImage picture = screen.grab();
-        QVERIFY(isText(ink(picture, title), "Download in progress"_s, 18));
-        // Above, below and beside the bar there is only the dialog's colour, and within it no text: the edge
-        // of its blue is dark, but not black.
-        const QRgb background = picture.pixel(TransferScene::progressPlace.topLeft() + QPoint(2, 2));
-        const QRect bar = part(TransferScene::progressPlace, {20, 60, 371, 41});
-        for (const QPoint& beside : {bar.topLeft() - QPoint(2, 0), bar.topLeft() - QPoint(0, 2),
-                                     bar.bottomRight() + QPoint(2, 0), bar.bottomRight() + QPoint(0, 2)}) {
-            QCOMPARE(picture.pixel(beside), background);
-        }
-        QVERIFY(picture.pixel(bar.center()) != background);
-        QVERIFY(ink(picture, bar.adjusted(4, 4, -4, -4), 40).isEmpty());
-        QVERIFY(log().await("RemountUSB \"ro\""_s));
     }
 
     void chooser()

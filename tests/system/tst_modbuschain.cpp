@@ -131,15 +131,6 @@ private slots:
         QVERIFY(await(firstWords));
     }
 
-    void killedServerComesBackByItself()
-    {
-        QVERIFY(ModbusBench::killServer());
-        QVERIFY(bench->bus().log().await(
-            "varnel-modbus-server: the last run was started and not stopped, serving its tables again"_s));
-        connectPlc();
-        QVERIFY(await(firstWords));
-    }
-
     void lostControllerLeavesTheLastValues()
     {
         controller.reset();

@@ -90,16 +90,6 @@ private slots:
         QVERIFY(scene->isAlive());
     }
 
-    void withoutDrive()
-    {
-        scene->drive.pull();
-        QVERIFY(scene->open(formPage));
-        screen.tap(fileInput);
-        QVERIFY(scene->awaitForeground(TransferScene::messagePlace));
-        QVERIFY(scene->awaitPage());
-        QCOMPARE(submit().value("name"_s).toString(), QString());
-    }
-
     void pageLeavesWhileAsking()
     {
         scene->drive.put("a.txt"_s, "a");

@@ -6,7 +6,6 @@
 #include <QUrl>
 
 #include "logrecorder.h"
-#include "logstamps.h"
 
 using namespace Varnel;
 

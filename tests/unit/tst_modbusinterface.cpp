@@ -3,7 +3,7 @@
 
 #include "frame.h"
 #include "loadedbridge.h"
-#include "logrules.h"
+#include "logrecorder.h"
 
 Q_DECLARE_METATYPE(Varnel::core_tmp)
 

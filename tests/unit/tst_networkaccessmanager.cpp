@@ -8,7 +8,6 @@
 #include <QTest>
 
 #include "logrecorder.h"
-#include "logstamps.h"
 #include "networkaccessmanager.h"
 #include "scopedsetting.h"
 #include "webserver.h"

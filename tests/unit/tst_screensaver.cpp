@@ -9,7 +9,6 @@
 #include <QWidget>
 
 #include "logrecorder.h"
-#include "logstamps.h"
 #include "scopedsetting.h"
 
 using Varnel::ScreenSaver;

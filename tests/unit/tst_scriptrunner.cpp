@@ -17,7 +17,6 @@
 #include <unistd.h>
 
 #include "logrecorder.h"
-#include "logrules.h"
 #include "scopedsetting.h"
 #include "scriptrunner.h"
 

@@ -9,7 +9,6 @@
 #include <QTest>
 
 #include "logrecorder.h"
-#include "logstamps.h"
 #include "settings.h"
 #include "settingsaccess.h"
 #include "withoutfileoverride.h"

@@ -2,7 +2,7 @@
 #include <QTest>
 
 #include "frame.h"
-#include "registeredlink.h"
+#include "panellink.h"
 
 using namespace Varnel;
 

@@ -4,7 +4,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include "registeredlink.h"
+#include "panellink.h"
 #include "webserver.h"
 
 using namespace Varnel;
