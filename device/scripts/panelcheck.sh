@@ -138,14 +138,7 @@ await_address() {
     has_address "$interface" "$address" || fail "still waiting for $wanted: is the interface there and configured?"
 }
 
-case ${1:-} in
-    '') ;;
-    -h | --help)
-        usage
-        exit
-        ;;
-    *) bad_usage "no arguments are taken" ;;
-esac
+no_arguments "$@"
 if getent group "$PANEL_GROUP" >/dev/null; then
     make_readable "$PANEL_SETTINGS"
     make_readable "$(panel_setting ModbusServer ModbusMap /usr/local/etc/modbus.map)"

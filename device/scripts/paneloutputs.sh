@@ -30,14 +30,7 @@ export_line() {
     fi
 }
 
-case ${1:-} in
-    '') ;;
-    -h | --help)
-        usage
-        exit
-        ;;
-    *) bad_usage "no arguments are taken" ;;
-esac
+no_arguments "$@"
 # Without the panel there is no user to give the files to.
 getent group "$PANEL_GROUP" >/dev/null || exit 0
 set -- "$GPIO/export" "$BLANK" "$BACKLIGHT"

@@ -30,14 +30,7 @@ switch() {
     fi
 }
 
-case ${1:-} in
-    '') ;;
-    -h | --help)
-        usage
-        exit
-        ;;
-    *) bad_usage "no arguments are taken" ;;
-esac
+no_arguments "$@"
 if [ "${SERVICE_RESULT:-}" = success ]; then
     exit 0
 fi

@@ -49,9 +49,8 @@ take_wish() {
     rm -f -- "$taken"
 }
 
-# described: prints the file that describes what should be in effect; fails if nothing was ever wanted.
-described() {
-    for file in "$KEEP_DIR/wanted/$kind" "$KEEP_DIR/effective/$kind"; do
+first_existing() {
+    for file in "$@"; do
         if [ -e "$file" ]; then
             printf '%s\n' "$file"
             return
@@ -60,15 +59,14 @@ described() {
     return 1
 }
 
+# described: prints the file that describes what should be in effect; fails if nothing was ever wanted.
+described() {
+    first_existing "$KEEP_DIR/wanted/$kind" "$KEEP_DIR/effective/$kind"
+}
+
 # newest_description: the same, wishes not taken yet included.
 newest_description() {
-    for file in "$STATE_DIR/wanted/$kind" "$STATE_DIR/taken/$kind"; do
-        if [ -e "$file" ]; then
-            printf '%s\n' "$file"
-            return
-        fi
-    done
-    described
+    first_existing "$STATE_DIR/wanted/$kind" "$STATE_DIR/taken/$kind" || described
 }
 
 confirm_wish() {

@@ -12,6 +12,18 @@ SCRIPT_DIR=$(dirname -- "$(readlink -f -- "$0")")
 # The panel's unit runs it as this user and group.
 PANEL_GROUP=varnel
 
+# no_arguments [ARGUMENT...]: for a script that takes none. The script has usage().
+no_arguments() {
+    case ${1:-} in
+        '') ;;
+        -h | --help)
+            usage
+            exit
+            ;;
+        *) bad_usage "no arguments are taken" ;;
+    esac
+}
+
 # --- outputs ---
 
 # pin_number KEY DEFAULT: as the panel reads it: a decimal number, of which the low 8 bits count; anything else is 0.
