@@ -38,8 +38,7 @@ check_equal "orderly end: nothing changes" "1/9 1/9 1/9 1/9 " "$(state 224 225 2
 for result in watchdog signal core-dump exit-code timeout; do
     lines 224 225 228 230
     export SERVICE_RESULT=$result
-    run 0 "end by $result: done" safestate.sh
-    said "ended by $result"
+    says 0 "ended by $result" safestate.sh
     check_equal "end by $result: green, yellow off, red lit, buzzer off" "0/1 0/1 1/1 0/0 " "$(state 224 225 228 230)"
 done
 
@@ -82,23 +81,9 @@ given() {
 }
 run 0 "outputs: done" paneloutputs.sh
 check_equal "outputs: the files that the panel writes, and no other" "$(
-    cat <<END
-/sys/class/gpio/export
-/sys/class/gpio/gpio224/active_low
-/sys/class/gpio/gpio224/direction
-/sys/class/gpio/gpio224/value
-/sys/class/gpio/gpio225/active_low
-/sys/class/gpio/gpio225/value
-/sys/class/gpio/gpio228/active_low
-/sys/class/gpio/gpio228/direction
-/sys/class/gpio/gpio228/value
-/sys/class/gpio/gpio230/active_low
-/sys/class/gpio/gpio230/direction
-/sys/class/gpio/gpio230/value
-/sys/class/graphics/fb0/blank
-$BLANK
-$BACKLIGHT
-END
+    printf '/sys/class/gpio/%s\n' export gpio224/active_low gpio224/direction gpio224/value gpio225/active_low gpio225/value \
+        gpio228/active_low gpio228/direction gpio228/value gpio230/active_low gpio230/direction gpio230/value
+    printf '%s\n' /sys/class/graphics/fb0/blank "$BLANK" "$BACKLIGHT"
 )" "$(given)"
 check_equal "outputs: nothing is exported while no panel runs" "" "$(cat "$GPIO/export")"
 rm -r "$GPIO/gpio230"
@@ -125,17 +110,13 @@ ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
 ip link set eth1 up
 
 export QT_QPA_PLATFORM=linuxfb
-run 1 "linuxfb without a frame buffer: fails" panelcheck.sh
-said "no frame buffer /dev/fb0"
+says 1 "no frame buffer /dev/fb0" panelcheck.sh
 touch /dev/fb0
-run 0 "linuxfb: fine" panelcheck.sh
-check_equal "all fine: not a word" "" "$(cat "$WORK/err")"
+silent "linuxfb: fine" panelcheck.sh
 export QT_QPA_PLATFORM=linuxfb:rotation=90:fb=/dev/fb1:nographicsmodeswitch
-run 1 "the frame buffer of the option is missing: fails" panelcheck.sh
-said "no frame buffer /dev/fb1"
+says 1 "no frame buffer /dev/fb1" panelcheck.sh
 export QT_QPA_PLATFORM=eglfs
-run 1 "eglfs without a card: fails" panelcheck.sh
-said "no display below /dev/dri"
+says 1 "no display below /dev/dri" panelcheck.sh
 mkdir /dev/dri
 touch /dev/dri/card1
 run 0 "eglfs with a card: fine" panelcheck.sh
@@ -143,13 +124,11 @@ export QT_QPA_PLATFORM=offscreen
 run 0 "offscreen needs nothing" panelcheck.sh
 
 rm "$GPIO/export"
-run 0 "no GPIO: goes on" panelcheck.sh
-said "LEDs and buzzer stay dark"
+says 0 "LEDs and buzzer stay dark" panelcheck.sh
 touch "$GPIO/export"
 
 cp "$ROOT_DIR/device/varnel-browser.ini" "$INI"
-run 0 "the sample settings: fine" panelcheck.sh
-check_equal "the sample settings: not a word" "" "$(cat "$WORK/err")"
+silent "the sample settings: fine" panelcheck.sh
 mount -t tmpfs -o mode=0755 tmpfs /usr/local/bin
 run_programs=$(readlink -f -- "${1:?the directory of the programs}")
 ln -s "$run_programs/varnel-check" /usr/local/bin/
@@ -158,12 +137,10 @@ mount --bind "$ROOT_DIR/device/share" /usr/local/share
 cp "$ROOT_DIR/device/modbus.map" /usr/local/etc/
 for broken in 'Network' 'UdpPort=9876' '<html>'; do
     printf '%s\n' "$broken" >"$INI"
-    run 0 "broken settings: goes on" panelcheck.sh
-    said "panelcheck.sh: error: $INI:1: "
+    says 0 "panelcheck.sh: error: $INI:1: " panelcheck.sh
 done
 head -c 4096 /bin/sh >"$INI"
-run 0 "settings are a program: goes on" panelcheck.sh
-said "panelcheck.sh: error: $INI: the settings file is not a text file"
+says 0 "panelcheck.sh: error: $INI: the settings file is not a text file" panelcheck.sh
 umount /usr/local/bin
 
 # --- settings that the panel cannot read ---
@@ -173,19 +150,16 @@ rights() {
 }
 printf '[Network]\nUdpPort=1\n' >"$INI"
 chmod 0600 "$INI"
-run 0 "settings of root's alone: goes on" panelcheck.sh
-said "$INI could not be read by the panel: it belongs to the group varnel now"
+says 0 "$INI could not be read by the panel: it belongs to the group varnel now" panelcheck.sh
 check_equal "settings of root's alone: the panel's group reads them" "varnel 640" "$(rights)"
-run 0 "settings of the panel's group: goes on" panelcheck.sh
-check_equal "settings of the panel's group: not a word" "" "$(cat "$WORK/err")"
+silent "settings of the panel's group: goes on" panelcheck.sh
 chown root:root "$INI"
 chmod 0644 "$INI"
 run 0 "settings for everybody: goes on" panelcheck.sh
 check_equal "settings for everybody: left alone" "root 644" "$(rights)"
 chmod 0600 "$INI"
 mount --bind -o ro /usr/local/etc /usr/local/etc
-run 0 "settings that cannot be given: goes on" panelcheck.sh
-said "the panel cannot read $INI and takes defaults: chgrp varnel $INI && chmod g+r $INI"
+says 0 "the panel cannot read $INI and takes defaults: chgrp varnel $INI && chmod g+r $INI" panelcheck.sh
 umount /usr/local/etc
 rm "$INI"
 
@@ -194,8 +168,7 @@ rm "$INI"
 echo text >/dev/kmsg
 INVOCATION_ID=0 run 0 "devices are not held: goes on" panelcheck.sh
 said "THE CONFINEMENT IS INCOMPLETE"
-run 0 "by hand it is not asked" panelcheck.sh
-check_equal "by hand: not a word" "" "$(cat "$WORK/err")"
+silent "by hand it is not asked" panelcheck.sh
 
 # --- the panel's address ---
 
@@ -228,8 +201,7 @@ printf '[Network]\nUdpBindAddress=10.1.1.1\n' >"$INI"
 late "no such own address" "waiting for 10.1.1.1, on which" ip address add 10.1.1.1/24 dev lo
 for address in 192.168.7.255 0.0.0.0 127.0.0.1 nonsense; do
     printf '[Network]\nUdpBindAddress=%s\nUdpInterface=eth9\n' "$address" >"$INI"
-    run 0 "listening on $address: done" panelcheck.sh
-    check_equal "listening on $address: not a word" "" "$(cat "$WORK/err")"
+    silent "listening on $address: done" panelcheck.sh
 done
 printf '[Network]\nUdpInterface=\n' >"$INI"
 run 0 "no interface wanted: done" panelcheck.sh
@@ -238,8 +210,7 @@ run 0 "no interface wanted: done" panelcheck.sh
 
 for directory in / relative /run/../etc; do
     printf '[Files]\nDirectory=%s\n' "$directory" >"$INI"
-    run 0 "a drive's directory '$directory': goes on" panelcheck.sh
-    said "'$directory'"
+    says 0 "'$directory'" panelcheck.sh
 done
 mkdir -m 0777 /run/used
 touch /run/used/file

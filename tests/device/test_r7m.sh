@@ -36,19 +36,15 @@ new" "$(ls -A /run/varnel)"
 check_equal "nothing is left aside" "" "$(ls -A /run/varnel/new)"
 
 before=$(sums /run/varnel/controller /run/varnel/hosts)
-for bad in "add" "add 192.168.1.20 7 161 162 1 502" "add 192.168.1.256 7 161 162 1 502 1" "add 127.0.0.1 7 161 162 1 502 1" \
-    "add 192.168.1.20 x 161 162 1 502 1" "add 192.168.1.20 7 65536 162 1 502 1" "add 192.168.1.20 7 161 162 2 502 1" \
-    "add 192.168.1.20 7 161 162 1 -1 1" "delete" "delete 192.168.1.20 7 161 162" "delete nobody 7 161 162 1" "list" ""; do
-    # shellcheck disable=SC2086
-    run 2 "bad arguments '$bad': refused" r7m.sh $bad
-    said "(r7m.sh --help shows the usage)"
-done
+wrong_usage r7m.sh "add" "add 192.168.1.20 7 161 162 1 502" "add 192.168.1.256 7 161 162 1 502 1" \
+    "add 127.0.0.1 7 161 162 1 502 1" "add 192.168.1.20 x 161 162 1 502 1" "add 192.168.1.20 7 65536 162 1 502 1" \
+    "add 192.168.1.20 7 161 162 2 502 1" "add 192.168.1.20 7 161 162 1 -1 1" "delete" "delete 192.168.1.20 7 161 162" \
+    "delete nobody 7 161 162 1" "list" ""
 run 2 "a newline in the address: refused" r7m.sh add "192.168.1.20
 10.0.0.1" 7 161 162 1 502 1
 check_equal "bad arguments: nothing changed" "$before" "$(sums /run/varnel/controller /run/varnel/hosts)"
 
-run 0 "delete of another controller: no error" r7m.sh delete 192.168.1.99 7 161 162 4711
-said "controller '192.168.1.99' is not registered"
+says 0 "controller '192.168.1.99' is not registered" r7m.sh delete 192.168.1.99 7 161 162 4711
 run 0 "delete before any address is known: no error" r7m.sh delete "" 7 161 162 4711
 check_equal "delete of another: nothing changed" "$before" "$(sums /run/varnel/controller /run/varnel/hosts)"
 
@@ -61,15 +57,13 @@ second delete 192.168.1.20 7 161 162 4711" "$(cat "$WORK/calls")"
 
 : >"$WORK/calls"
 dropin 15-broken 'exit 3'
-run 1 "a drop-in that fails: reported" r7m.sh add 10.0.0.9 7 161 162 0 502 1
-said "15-broken failed"
+says 1 "15-broken failed" r7m.sh add 10.0.0.9 7 161 162 0 502 1
 check_equal "a drop-in that fails: the others are called" "2" "$(wc -l <"$WORK/calls")"
 check_equal "a drop-in that fails: registered all the same" "10.0.0.9 r7m controller" "$(cat /run/varnel/hosts)"
 
 dropin 15-broken 'sleep 60'
 echo "R7M_DROPIN_SECONDS=1" >>/usr/local/etc/varnel-device.conf
-run 1 "a drop-in that hangs: cut off" r7m.sh add 10.0.0.9 7 161 162 0 502 1
-said "15-broken failed"
+says 1 "15-broken failed" r7m.sh add 10.0.0.9 7 161 162 0 502 1
 
 echo "R7M_HOST_NAMES=plc" >>/usr/local/etc/varnel-device.conf
 rm "$DROPINS"/*

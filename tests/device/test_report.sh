@@ -51,8 +51,7 @@ unpack() {
     tar --extract --gzip --file="$1" --directory="$WORK/unpacked"
 }
 
-run 0 "a file: written" varnel-report "$WORK/report.tar.gz"
-said "wrote $WORK/report.tar.gz"
+says 0 "wrote $WORK/report.tar.gz" varnel-report "$WORK/report.tar.gz"
 unpack "$WORK/report.tar.gz"
 all=$WORK/unpacked/report
 for part in versions state settings check config units journal kernel network; do
@@ -75,13 +74,11 @@ run 1 "no such directory: refused" varnel-report /nowhere/x.tar.gz
 
 # --- the stick ---
 
-run 1 "no stick: refused" varnel-report --stick
-said "no drive is mounted on $POINT"
+says 1 "no drive is mounted on $POINT" varnel-report --stick
 mount -t tmpfs -o ro,size=8M tmpfs "$POINT"
 mkdir -p /run/varnel
 echo tmpfs >/run/varnel/usbdrive.device # as if usbdrive.sh had mounted it
-run 1 "stick without a request: refused" varnel-report --stick
-said "the drive has no empty file varnel-report"
+says 1 "the drive has no empty file varnel-report" varnel-report --stick
 check_equal "stick without a request: untouched" "" "$(ls "$POINT")"
 
 request() {
@@ -94,8 +91,7 @@ run 1 "request by a link: refused" varnel-report --stick
 request sh -c "rm $POINT/varnel-report; echo text >$POINT/varnel-report"
 run 1 "request that is not empty: refused" varnel-report --stick
 request sh -c ": >$POINT/varnel-report; truncate -s 7900K $POINT/filler; cat /dev/zero >$POINT/filler 2>/dev/null || :"
-run 1 "full stick: refused" varnel-report --stick
-said "KiB free"
+says 1 "KiB free" varnel-report --stick
 check_equal "full stick: nothing of the report is left" "filler varnel-report" "$(cd "$POINT" && echo *)"
 request rm "$POINT/filler"
 run 0 "stick with a request: written" varnel-report --stick

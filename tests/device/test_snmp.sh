@@ -115,16 +115,28 @@ get() {
     far snmpget -r 1 -t 2 -O qv "$@" 192.168.7.2 "$OID.1.0" 2>/dev/null
 }
 
-refused() {
-    ! get -r 0 -t 0.5 "$@" >/dev/null
+# reads NAME OPTION...: a manager with these options gets the controller's value; denies: it gets nothing.
+reads() {
+    reads_name=$1
+    shift
+    check_equal "$reads_name" "$VALUE" "$(get "$@")"
+}
+denies() {
+    denies_name=$1
+    shift
+    check_not "$denies_name" get -r 0 -t 0.5 "$@"
 }
 
-# configure AGENT-ARGUMENT...: a transaction without trap destinations.
-configure() {
+# want AGENT-ARGUMENT...: a transaction without trap destinations.
+want() {
     run 0 "init" snmpctl.sh init
-    run 0 "snmpcfg.sh $6" snmpcfg.sh "$@"
+    run 0 "snmpcfg.sh $*" snmpcfg.sh "$@"
     run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 "trap#comm"
     run 0 "apply" snmpctl.sh apply
+}
+
+configure() {
+    want "$@"
     settled snmp "in effect"
 }
 
@@ -147,13 +159,13 @@ configure "$CONTROLLER" 161 "" comm "$OID" V1
 check_equal "the trial run has no rights" "as Debian-snmp(Debian-snmp), in a directory of root 711, lines Debian-snmp 600, not writable" \
     "$(cat "$WORK/trial")"
 rm /usr/local/sbin/snmpd
-check_equal "V1: a manager reads the controller's value" "$VALUE" "$(get -v 1 -c comm)"
-check "V1: version 2c is refused" refused -v 2c -c comm
-check "V1: another community is refused" refused -v 1 -c public
+reads "V1: a manager reads the controller's value" -v 1 -c comm
+denies "V1: version 2c is refused" -v 2c -c comm
+denies "V1: another community is refused" -v 1 -c public
 
 configure "$CONTROLLER" 161 ctx comm "$OID" V2
-check_equal "V2: a manager reads the controller's value" "$VALUE" "$(get -v 2c -c comm)"
-check "V2: version 1 is refused" refused -v 1 -c comm
+reads "V2: a manager reads the controller's value" -v 2c -c comm
+denies "V2: version 1 is refused" -v 1 -c comm
 check "V2: nothing can be written" sh -c "! ip netns exec far snmpset -r 0 -t 0.5 -v 2c -c comm 192.168.7.2 \
     $OID.1.0 s x >/dev/null 2>&1"
 
@@ -165,32 +177,28 @@ check_equal "V2: the controller's system group, not the panel's" "\"controller $
     "$(far snmpget -O qv -v 2c -c comm 192.168.7.2 .1.3.6.1.2.1.1.1.0)"
 
 configure "$CONTROLLER" 161 "" comm "$OID" V3NOAUTH nouser
-check_equal "V3NOAUTH: read" "$VALUE" "$(get -v 3 -u nouser -l noAuthNoPriv)"
-check "V3NOAUTH: another user is refused" refused -v 3 -u other -l noAuthNoPriv
-check "V3NOAUTH: version 2c is refused" refused -v 2c -c comm
+reads "V3NOAUTH: read" -v 3 -u nouser -l noAuthNoPriv
+denies "V3NOAUTH: another user is refused" -v 3 -u other -l noAuthNoPriv
+denies "V3NOAUTH: version 2c is refused" -v 2c -c comm
 
 for hash in MD5 SHA; do
     configure "$CONTROLLER" 161 ctx comm "$OID" V3NOPRIV hashuser "$hash" "$PHRASE"
-    check_equal "V3NOPRIV $hash: read in the context" "$VALUE" \
-        "$(get -v 3 -n ctx -u hashuser -l authNoPriv -a "$hash" -A "$PHRASE")"
-    check "V3NOPRIV $hash: without authentication refused" refused -v 3 -n ctx -u hashuser -l noAuthNoPriv
-    check "V3NOPRIV $hash: a wrong pass phrase is refused" refused -v 3 -n ctx -u hashuser -l authNoPriv \
+    reads "V3NOPRIV $hash: read in the context" -v 3 -n ctx -u hashuser -l authNoPriv -a "$hash" -A "$PHRASE"
+    denies "V3NOPRIV $hash: without authentication refused" -v 3 -n ctx -u hashuser -l noAuthNoPriv
+    denies "V3NOPRIV $hash: a wrong pass phrase is refused" -v 3 -n ctx -u hashuser -l authNoPriv \
         -a "$hash" -A "wrong phrase"
     for cipher in DES AES; do
         configure "$CONTROLLER" 161 "" comm "$OID" V3PRIV privuser "$hash" "$PHRASE" "$cipher" "$KEY"
-        check_equal "V3PRIV $hash $cipher: read" "$VALUE" \
-            "$(get -v 3 -u privuser -l authPriv -a "$hash" -A "$PHRASE" -x "$cipher" -X "$KEY")"
-        check "V3PRIV $hash $cipher: without encryption refused" refused -v 3 -u privuser -l authNoPriv \
-            -a "$hash" -A "$PHRASE"
+        reads "V3PRIV $hash $cipher: read" -v 3 -u privuser -l authPriv -a "$hash" -A "$PHRASE" -x "$cipher" -X "$KEY"
+        denies "V3PRIV $hash $cipher: without encryption refused" -v 3 -u privuser -l authNoPriv -a "$hash" -A "$PHRASE"
     done
 done
-check "the user of a former configuration is gone" refused -v 3 -u hashuser -l authNoPriv -a SHA -A "$PHRASE"
+denies "the user of a former configuration is gone" -v 3 -u hashuser -l authNoPriv -a SHA -A "$PHRASE"
 
 # The same user with a new pass phrase: net-snmp's own state must not bring the old one back.
 configure "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV privuser SHA "another phrase"
-check_equal "a changed pass phrase: the new one counts" "$VALUE" \
-    "$(get -v 3 -u privuser -l authNoPriv -a SHA -A "another phrase")"
-check "a changed pass phrase: the old one is refused" refused -v 3 -u privuser -l authNoPriv -a SHA -A "$PHRASE"
+reads "a changed pass phrase: the new one counts" -v 3 -u privuser -l authNoPriv -a SHA -A "another phrase"
+denies "a changed pass phrase: the old one is refused" -v 3 -u privuser -l authNoPriv -a SHA -A "$PHRASE"
 
 check_equal "files with secrets: root and the daemon alone" "600
 600
@@ -208,12 +216,22 @@ check_not "nothing is left of the trial" test -e /run/varnel/trial
 
 # --- refusals: the former configuration stays ---
 
-FORMER="-v 3 -u privuser -l authNoPriv -a SHA -A another\ phrase"
-files="/etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/effective/snmp"
-# shellcheck disable=SC2086
-before=$(sums $files)
+files() {
+    sums /etc/snmp/snmpd.conf /etc/snmp/snmptrapd.conf /run/keep/effective/snmp
+}
+before=$(files)
 daemon=$(pidof snmpd)
 
+# unchanged NAME: neither the files nor the daemon
+unchanged() {
+    check_equal "$1: nothing changed" "$before" "$(files)"
+    check_equal "$1: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+}
+former_answers() {
+    reads "$1: the former configuration answers" -v 3 -u privuser -l authNoPriv -a SHA -A "another phrase"
+}
+
+# refuse NAME STATUS TEXT AGENT-ARGUMENT...
 refuse() {
     name=$1 status=$2 text=$3
     shift 3
@@ -221,18 +239,13 @@ refuse() {
     run "$status" "$name: refused" snmpcfg.sh "$@"
     said "$text"
     run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-    run 1 "apply after a refusal: refused" snmpctl.sh apply
-    said "former SNMP configuration stays"
+    says 1 "former SNMP configuration stays" snmpctl.sh apply
 }
 refuse "an address that is none" 2 "is no address" 192.168.7.300 161 "" comm "$OID" V1
 refuse "a port that is none" 2 "is no port" "$CONTROLLER" 0 "" comm "$OID" V1
 refuse "a community with a newline" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "comm
 rwcommunity evil" "$OID" V1
-refuse "a community with quotes" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" 'co"mm' "$OID" V1
-refuse "a community beyond ASCII" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "commé" "$OID" V1
 refuse "no community" 1 "community is empty" "$CONTROLLER" 161 "" "" "$OID" V1
-refuse "a community that begins a comment" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "#comm" "$OID" V1
-refuse "a community of 65 characters" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "" "$(printf '%065d' 0)" "$OID" V1
 refuse "a context with a blank" 1 "snmpd.conf cannot hold" "$CONTROLLER" 161 "a b" comm "$OID" V1
 refuse "an object by name" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm sysDescr V1
 refuse "an object beyond 32 bits" 1 "is no numeric object identifier" "$CONTROLLER" 161 "" comm .1.3.4294967296 V1
@@ -247,46 +260,33 @@ refuse "a pass phrase with a control character" 1 "snmpd.conf cannot hold" "$CON
     V3NOPRIV user SHA "$(printf '12345678\t')"
 
 run 0 "init" snmpctl.sh init
-run 1 "apply without the steps: refused" snmpctl.sh apply
-said "a step is missing"
+says 1 "a step is missing" snmpctl.sh apply
 rm -r /run/varnel/snmp
 run 1 "apply without init: refused" snmpctl.sh apply
 run 1 "snmpcfg.sh without init: refused" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V1
-run 2 "an unknown verb: refused" snmpctl.sh reload
+wrong_usage snmpctl.sh "reload"
 
 run 0 "init" snmpctl.sh init
 run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
-# shellcheck disable=SC2086
-check_equal "before apply: nothing changed" "$before" "$(sums $files)"
-for bad in "add 192.168.7.x 162 V2 c" "add $MANAGER 0 V2 c" "add $MANAGER 162 V9 c" "add $MANAGER 162 V2" \
-    "add 224.0.0.1 162 V2 c" "drop $MANAGER 162 V2 c" "add"; do
-    # shellcheck disable=SC2086
-    run 2 "snmptrap.sh $bad: refused" snmptrap.sh $bad
-done
+unchanged "before apply"
+wrong_usage snmptrap.sh "add 192.168.7.x 162 V2 c" "add $MANAGER 0 V2 c" "add $MANAGER 162 V9 c" "add $MANAGER 162 V2" \
+    "add 224.0.0.1 162 V2 c" "drop $MANAGER 162 V2 c" "add"
 run 1 "an engine id that is none: refused" snmptrap.sh add "$MANAGER" 162 V3NOAUTH "engine" user
-# shellcheck disable=SC2086
-check_equal "refusals: nothing changed" "$before" "$(sums $files)"
-check_equal "refusals: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
-eval "check_equal 'refusals: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+unchanged "refusals"
+former_answers "refusals"
 
 run 0 "init" snmpctl.sh init
 run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
 run 0 "snmptrap.sh init" snmptrap.sh init "$MANAGER" 162 V2 c
 run 1 "snmptrap.sh add with a short pass phrase: refused" snmptrap.sh add "$MANAGER" 162 V3NOPRIV "$ENGINE" user MD5 short
-run 1 "apply after a refused destination: refused" snmpctl.sh apply
-said "a step was refused, the former SNMP configuration stays"
+says 1 "a step was refused, the former SNMP configuration stays" snmpctl.sh apply
 
-# Errors that only net-snmp itself finds.
-run 0 "init" snmpctl.sh init
-run 0 "snmpcfg.sh with too long a context" snmpcfg.sh "$CONTROLLER" 161 "$(printf '%040d' 0)" comm "$OID" V2
-run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 162 V2 c
-run 0 "apply of what snmpd does not take: written down" snmpctl.sh apply
+# Errors that only net-snmp itself finds: here too long a context.
+want "$CONTROLLER" 161 "$(printf '%040d' 0)" comm "$OID" V2
 unsettled snmp "snmpd refuses"
 said "former configuration stays"
 check "the status tells what is in effect meanwhile" grep -q "meanwhile  agent V3NOPRIV on UDP port 161" "$WORK/status"
-# shellcheck disable=SC2086
-check_equal "apply refused: nothing changed" "$before" "$(sums $files)"
-check_equal "apply refused: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
+unchanged "apply refused"
 
 # A port that another program holds: nothing is stopped, and as soon as it is free the wish comes true.
 python3 -c '
@@ -297,25 +297,17 @@ time.sleep(60)' &
 holder=$!
 port_held() { ss -H -l -u -n "sport = :2161" | grep -q .; }
 eventually port_held
-run 0 "init" snmpctl.sh init
-run 0 "snmpcfg.sh on a port in use" snmpcfg.sh "$CONTROLLER" 2161 "" comm "$OID" V2
-run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-run 0 "apply on a port in use: written down" snmpctl.sh apply
+want "$CONTROLLER" 2161 "" comm "$OID" V2
 unsettled snmp "another program has UDP port 2161"
-# shellcheck disable=SC2086
-check_equal "a port in use: the former files stay" "$before" "$(sums $files)"
-check_equal "a port in use: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
-eval "check_equal 'a port in use: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+unchanged "a port in use"
+former_answers "a port in use"
 kill "$holder"
 settled snmp "the port is free: in effect without being asked again"
 
 # A root that cannot be written: nothing is stopped.
 daemon=$(pidof snmpd)
 mount -o remount,bind,ro /etc
-run 0 "init" snmpctl.sh init
-run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V2
-run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-run 0 "apply on a root that cannot be written: written down" snmpctl.sh apply
+want "$CONTROLLER" 161 "" comm "$OID" V2
 unsettled snmp "/etc/snmp cannot be written"
 check_equal "a root that cannot be written: the daemon was not restarted" "$daemon" "$(pidof snmpd)"
 mount -o remount,bind,rw /etc
@@ -323,32 +315,24 @@ settled snmp "the root can be written again: in effect"
 
 # A daemon that does not come up: the former configuration comes back, and with it the daemon.
 configure "$CONTROLLER" 161 "" comm "$OID" V3NOPRIV privuser SHA "another phrase"
-# shellcheck disable=SC2086
-before=$(sums $files)
+before=$(files)
 echo 'grep -qs "udp:3161" /etc/snmp/snmpd.conf && exit 1' >"$WORK/before-start"
-run 0 "init" snmpctl.sh init
-run 0 "snmpcfg.sh with a port on which the daemon fails" snmpcfg.sh "$CONTROLLER" 3161 "" comm "$OID" V2
-run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-run 0 "apply" snmpctl.sh apply
+want "$CONTROLLER" 3161 "" comm "$OID" V2
 unsettled snmp "snmpd does not run with it"
-# shellcheck disable=SC2086
-check_equal "a daemon that fails: the former files are back" "$before" "$(sums $files)"
-eval "check_equal 'a daemon that fails: the former configuration answers' '$VALUE' \"\$(get $FORMER)\""
+check_equal "a daemon that fails: the former files are back" "$before" "$(files)"
+former_answers "a daemon that fails"
 
 # Killed in the middle of a change: the next start goes on from there.
 configure "$CONTROLLER" 161 "" comm "$OID" V2
 # shellcheck disable=SC2016
 echo 'kill -9 $PPID; exit 1' >"$WORK/before-start"
-run 0 "init" snmpctl.sh init
-run 0 "snmpcfg.sh" snmpcfg.sh "$CONTROLLER" 161 "" comm "$OID" V1
-run 0 "snmptrap.sh init" snmptrap.sh init 0.0.0.0 1162 V2 x
-run 0 "apply, killed half-way" snmpctl.sh apply
+want "$CONTROLLER" 161 "" comm "$OID" V1
 cut_off() { [ -d /run/keep/former/snmp ] && ! pidof snmpd >/dev/null && ! pidof -x varnel-config >/dev/null; }
 check "killed half-way: nothing runs" within_a_minute cut_off
 : >"$WORK/before-start"
 "$SCRIPTS/varnel-config" apply snmp 2>"$WORK/err"
 said "snmp in effect: agent V1"
-check_equal "killed half-way: the last wish comes true" "$VALUE" "$(get -v 1 -c comm)"
+reads "killed half-way: the last wish comes true" -v 1 -c comm
 check_not "killed half-way: nothing former is left" test -e /run/keep/former/snmp
 
 # Power cuts at different moments of a change: the files are whole, and the former configuration or the new one answers.
@@ -438,7 +422,7 @@ run 0 "snmptrap.sh init without a model" snmptrap.sh init 0.0.0.0 1162
 run 0 "snmptrap.sh add without a model" snmptrap.sh add "$MANAGER" 1162
 run 0 "apply" snmpctl.sh apply
 settled snmp "no model: in effect"
-check "no model: nobody reads anything" refused -v 2c -c comm
+denies "no model: nobody reads anything" -v 2c -c comm
 check_not "no destination: nothing takes traps" sh -c 'ss -H -l -u -n "sport = :1162" | grep -q .'
 
 # --- without systemd: Debian's init scripts, with all rights ---
@@ -453,7 +437,7 @@ umount /usr/local/sbin
 "$SCRIPTS/snmptrap.sh" add "$MANAGER" 1162 V2 "trap#comm"
 "$SCRIPTS/snmpctl.sh" apply 2>"$WORK/err"
 settled snmp "init scripts: in effect"
-check_equal "init scripts: a manager reads the controller's value" "$VALUE" "$(get -v 2c -c comm)"
+reads "init scripts: a manager reads the controller's value" -v 2c -c comm
 mv /run/systemd.away /run/systemd
 
 # --- the unit of the trap daemon ---

@@ -8,18 +8,21 @@ enter_namespace "$@"
 POINT=/run/usbmnt
 MARKER=/run/usbdrive
 
+# places DIRECTORY MARKER: the panel's settings for a drive
+places() {
+    printf '[Files]\nDirectory=%s\nUsbDriveFile=%s\n' "$1" "$2" >/usr/local/etc/varnel-browser.ini
+}
+
 is_state() {
     findmnt -n -o OPTIONS "$POINT" | grep -Eq "^$1,"
 }
 
 # --- usbremount.sh ---
 
-run 3 "no drive: missing" usbremount.sh rw
-said "no drive is mounted on $POINT"
+says 3 "no drive is mounted on $POINT" usbremount.sh rw
 
 mount -t tmpfs -o ro tmpfs "$POINT"
-run 3 "a mount of somebody else: left alone" usbremount.sh rw
-said "was not mounted by usbdrive.sh"
+says 3 "was not mounted by usbdrive.sh" usbremount.sh rw
 check "a mount of somebody else: read-only as before" is_state ro
 mkdir -p /run/varnel
 echo tmpfs >/run/varnel/usbdrive.device
@@ -28,8 +31,7 @@ check "rw: can be written" touch "$POINT/file"
 run 0 "rw again: no error" usbremount.sh rw
 
 exec 9>"$POINT/open"
-run 4 "ro with an open file: busy" usbremount.sh ro
-said "busy"
+says 4 "busy" usbremount.sh ro
 check "busy: still read-write" is_state rw
 exec 9>&-
 run 0 "ro: remounted" usbremount.sh ro
@@ -37,20 +39,17 @@ check "ro: read-only" is_state ro
 check "ro: what was written stays" test -e "$POINT/file"
 
 before=$(cat /proc/self/mountinfo)
-for bad in "" "rx" "RW" "rw ro" "ro /" "-o" "rw,exec"; do
-    # shellcheck disable=SC2086
-    run 2 "argument '$bad': refused" usbremount.sh $bad
-done
+wrong_usage usbremount.sh "" "rx" "RW" "rw ro" "ro /" "-o" "rw,exec"
 for directory in / /run/../ relative /run//usbmnt; do
-    printf '[Files]\nDirectory=%s\n' "$directory" >/usr/local/etc/varnel-browser.ini
+    places "$directory" "$MARKER"
     run 1 "mount point '$directory': refused" usbremount.sh rw
 done
-printf '[Files]\nDirectory=/run/test\n' >/usr/local/etc/varnel-browser.ini
+places /run/test "$MARKER"
 run 3 "a directory without a mount: missing" usbremount.sh rw
 check_equal "refused: no mount changed" "$before" "$(cat /proc/self/mountinfo)"
 umount "$POINT"
 rm /run/varnel/usbdrive.device
-printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+places "$POINT" "$MARKER"
 
 # --- usbdrive.sh with a filesystem image on a loop device ---
 
@@ -68,22 +67,17 @@ stick() {
     printf 'E:%s\n' "$@" >>"$record"
 }
 
-run 1 "a drive that udev does not know: refused" usbdrive.sh attach "$device"
-said "$device is no USB drive with a filesystem (ID_BUS=usb)"
+says 1 "$device is no USB drive with a filesystem (ID_BUS=usb)" usbdrive.sh attach "$device"
 stick ID_BUS=ata ID_FS_USAGE=filesystem
-run 1 "a built-in disk: refused" usbdrive.sh attach "$device"
-said "(ID_BUS=usb)"
+says 1 "(ID_BUS=usb)" usbdrive.sh attach "$device"
 stick ID_BUS=usb ID_FS_USAGE=crypto
-run 1 "a stick without a filesystem: refused" usbdrive.sh attach "$device"
-said "(ID_FS_USAGE=filesystem)"
+says 1 "(ID_FS_USAGE=filesystem)" usbdrive.sh attach "$device"
 stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
 ln -s "$device" /dev/varnellink
-run 1 "a link to a stick: refused" usbdrive.sh attach /dev/varnellink
-said "/dev/varnellink is no block device"
+says 1 "/dev/varnellink is no block device" usbdrive.sh attach /dev/varnellink
 rm /dev/varnellink
 mknod /dev/varnelnode b "$(stat -c %Hr "$device")" "$(stat -c %Lr "$device")"
-run 1 "another name for a stick: refused" usbdrive.sh attach /dev/varnelnode
-said "/dev/varnelnode is no USB drive with a filesystem (DEVNAME=/dev/varnelnode)"
+says 1 "/dev/varnelnode is no USB drive with a filesystem (DEVNAME=/dev/varnelnode)" usbdrive.sh attach /dev/varnelnode
 rm /dev/varnelnode
 for name in /dev/../etc/passwd /dev/disk/by-id/x /dev/ "/dev/sda 1" "/dev/sda;id" /dev/-sda; do
     run 2 "the name '$name': refused" usbdrive.sh attach "$name"
@@ -94,9 +88,8 @@ check_not "refused: nothing is mounted" mountpoint -q "$POINT"
 mkdir -m 1777 /run/tmp
 echo victim >/run/victim
 chown nobody /run/tmp
-printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/tmp/usbdrive\n' >/usr/local/etc/varnel-browser.ini
-run 1 "a marker in a directory of somebody else: refused" usbdrive.sh attach "$device"
-said "others can replace files in /run/tmp"
+places "$POINT" /run/tmp/usbdrive
+says 1 "others can replace files in /run/tmp" usbdrive.sh attach "$device"
 check_not "a marker in a directory of somebody else: not mounted" mountpoint -q "$POINT"
 chown root /run/tmp
 ln -s /run/victim /run/tmp/usbdrive
@@ -109,10 +102,9 @@ ln -s /run/victim /run/tmp/usbdrive
 run 0 "a marker that was exchanged: detached" usbdrive.sh detach "$device"
 check "a marker that was exchanged: its target stays" test -s /run/victim
 mkdir -p /run/tmp/usbdrive/full
-run 1 "a directory in the marker's place: refused" usbdrive.sh attach "$device"
-said "cannot set the marker file"
+says 1 "cannot set the marker file" usbdrive.sh attach "$device"
 check_not "a directory in the marker's place: not mounted" mountpoint -q "$POINT"
-printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+places "$POINT" "$MARKER"
 
 # Owners: FAT and exFAT, which have none, are the panel's. This kernel need not know them: the options are looked at.
 echo 'varnel:x:4711:4712::/:/bin/false' >>/etc/passwd
@@ -141,8 +133,7 @@ check "attach: read-only" is_state ro
 check "attach: marker" test -e "$MARKER"
 check "attach: no programs, devices or set-user-id from a stick" \
     sh -c "findmnt -n -o OPTIONS $POINT | grep nosuid | grep nodev | grep -q noexec"
-run 1 "a second drive: left alone" usbdrive.sh attach "$device"
-said "already mounted"
+says 1 "already mounted" usbdrive.sh attach "$device"
 check_equal "marker: names the first drive" "$device" "$(cat "$MARKER")"
 check "attach: links are not followed" sh -c "findmnt -n -o OPTIONS $POINT | grep -q nosymfollow"
 
@@ -245,7 +236,7 @@ mke2fs -q -F "$WORK/image2"
 mkdir -p /run/disk
 mount "$WORK/image2" /run/disk
 mkdir -m 0777 /run/disk/point
-printf '[Files]\nDirectory=/run/disk/point\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+places /run/disk/point "$MARKER"
 stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
 mke2fs -q -F "$WORK/image"
 run 0 "attach to a directory of a disk" usbdrive.sh attach "$device"
@@ -255,7 +246,7 @@ check_equal "without a drive: nobody else could" "755" "$(stat -c %a /run/disk/p
 run 0 "attach to it again" usbdrive.sh attach "$device"
 run 0 "detach from it again" usbdrive.sh detach "$device"
 umount /run/disk
-printf '[Files]\nDirectory=/run/usbmnt\nUsbDriveFile=/run/usbdrive\n' >/usr/local/etc/varnel-browser.ini
+places "$POINT" "$MARKER"
 dd if=/dev/zero of="$WORK/image" bs=64k count=1 conv=notrunc status=none
 
 mke2fs -q -F "$WORK/image"
@@ -264,8 +255,7 @@ device=$(losetup --find --show --read-only "$WORK/image")
 record=/run/udev/data/b$(stat -c '%Hr:%Lr' "$device")
 stick ID_BUS=usb ID_FS_USAGE=filesystem ID_FS_TYPE=ext2
 run 0 "write-protected drive: mounted" usbdrive.sh attach "$device"
-run 5 "write-protected drive: rw is refused" usbremount.sh rw
-said "write-protected"
+says 5 "write-protected" usbremount.sh rw
 run 0 "write-protected drive: detached" usbdrive.sh detach "$device"
 
 # --- the udev rule and the unit ---

@@ -141,6 +141,32 @@ said() {
     fi
 }
 
+# says STATUS TEXT SCRIPT ARGUMENT...: the run ends with this status and says so.
+says() {
+    says_status=$1 says_text=$2
+    shift 2
+    run "$says_status" "$*: status $says_status" "$@"
+    said "$says_text"
+}
+
+# silent NAME SCRIPT ARGUMENT...: the run succeeds and says nothing.
+silent() {
+    silent_name=$1
+    shift
+    run 0 "$silent_name" "$@"
+    check_equal "$silent_name: not a word" "" "$(cat "$WORK/err")"
+}
+
+# wrong_usage SCRIPT TEXT...: with the words of each text as its arguments, the script shows its usage.
+wrong_usage() {
+    wrong_script=$1
+    shift
+    for wrong_words in "$@"; do
+        # shellcheck disable=SC2086
+        says 2 "($wrong_script --help shows the usage)" "$wrong_script" $wrong_words
+    done
+}
+
 # eventually COMMAND...: within 10 s the command succeeds.
 eventually() {
     tries=100
@@ -176,6 +202,22 @@ unsettled() {
         flunk "$1 is not in effect: $unsettled_text"
         sed 's/^/       /' "$WORK/status" "$WORK/err"
     fi
+}
+
+# applied KIND NAME SCRIPT ARGUMENT...: the run succeeds, and what it asks for comes into effect.
+applied() {
+    applied_kind=$1 applied_name=$2
+    shift 2
+    run 0 "$applied_name" "$@"
+    settled "$applied_kind" "$applied_name: in effect"
+}
+
+# postponed KIND TEXT SCRIPT ARGUMENT...: the run succeeds, but what it asks for does not come into effect.
+postponed() {
+    postponed_kind=$1 postponed_text=$2
+    shift 2
+    run 0 "$*: written down" "$@"
+    unsettled "$postponed_kind" "$postponed_text"
 }
 
 status_says() {
