@@ -3,8 +3,30 @@
 
 #include <QDir>
 
+namespace {
+
+QString programPath(const QString& name)
+{
+    return QDir(QStringLiteral(VARNEL_PROGRAM_DIR)).filePath(name);
+}
+
+} // namespace
+
+ProgramRun runProgram(const QString& name, const QStringList& arguments, const QByteArray& input)
+{
+    QProcess process;
+    process.start(programPath(name), arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
+        qWarning() << name << arguments << process.errorString();
+        return {};
+    }
+    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+}
+
 Program::Program(const QString& name)
-    : path(QDir(QStringLiteral(VARNEL_PROGRAM_DIR)).filePath(name))
+    : path(programPath(name))
 {
     connect(&process, &QProcess::readyReadStandardError, this,
             [this] { reader.feed(process.readAllStandardError()); });

@@ -8,6 +8,17 @@
 
 #include "logreader.h"
 
+/// The end of a program: its exit status, -1 after a signal, and everything that it wrote.
+struct ProgramRun
+{
+    int status = -1;
+    QByteArray output;
+    QByteArray errors;
+};
+
+/// Runs one of the project's programs, or the one at an absolute path, to its end with `input` to read.
+ProgramRun runProgram(const QString& name, const QStringList& arguments, const QByteArray& input = {});
+
 /// One of the project's programs as a child process, its standard error read line by line as its log. Killed,
 /// if it still runs, when the object goes.
 class Program : public QObject

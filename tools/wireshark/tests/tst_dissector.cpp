@@ -2,7 +2,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QXmlStreamReader>
@@ -10,24 +9,8 @@
 
 #include "capturewriter.h"
 #include "framefaults.h"
-
-/// The dissector and r7m-frame-check read the same captures; whatever one of them says, the other has to say
-/// too.
-class tst_Dissector : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void agrees_data();
-    void agrees();
-    void namesTheReasons();
-    void filters();
-
-private:
-    QString write(const QList<QByteArray>& frames, bool isNewFormat);
-
-    QTemporaryDir directory;
-};
+#include "program.h"
+#include "rows.h"
 
 namespace {
 
@@ -50,19 +33,18 @@ struct Said
 
 QByteArray output(const QString& program, const QStringList& arguments)
 {
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit) {
+    const ProgramRun run = runProgram(program, arguments);
+    if (run.status < 0) {
         qFatal("%s does not run", qPrintable(program));
     }
-    return process.readAllStandardOutput();
+    return run.output;
 }
 
 /// The output of tshark with the dissector.
 QByteArray tshark(const QStringList& arguments)
 {
-    return output(QStringLiteral("tshark"),
-                  QStringList{QStringLiteral("-X"), QStringLiteral("lua_script:" DISSECTOR)} + arguments);
+    return output("/usr/bin/tshark"_s,
+                  QStringList{"-X"_s, QStringLiteral("lua_script:" DISSECTOR)} + arguments);
 }
 
 /// A field as tshark shows it; numbers in decimal.
@@ -81,9 +63,8 @@ Field readField(const QXmlStreamAttributes& attributes, int base)
 
 QVector<Said> dissected(const QString& path)
 {
-    QXmlStreamReader xml(tshark({QStringLiteral("-r"), path, QStringLiteral("-T"), QStringLiteral("pdml")}));
-    static const QStringList structure{QStringLiteral("rlp.section"), QStringLiteral("rlp.section.decoded"),
-                                       QStringLiteral("rlp.core.item")};
+    QXmlStreamReader xml(tshark({"-r"_s, path, "-T"_s, "pdml"_s}));
+    static const QStringList structure{"rlp.section"_s, "rlp.section.decoded"_s, "rlp.core.item"_s};
     QVector<Said> frames;
     int base = -1;
     while (!xml.atEnd()) {
@@ -114,8 +95,7 @@ QVector<Said> checked(const QString& path)
 {
     QVector<Said> frames;
     QStringList pending;
-    for (const QByteArray& line :
-         output(QStringLiteral(FRAME_CHECK), {QStringLiteral("--json"), path}).split('\n')) {
+    for (const QByteArray& line : output("r7m-frame-check"_s, {"--json"_s, path}).split('\n')) {
         const QJsonObject object = QJsonDocument::fromJson(line).object();
         const QString event = object.value(QLatin1String("event")).toString();
         if (event == QLatin1String("link-lost")) {
@@ -151,12 +131,11 @@ QStringList summary(QVector<Field> fields)
 {
     std::stable_sort(fields.begin(), fields.end(),
                      [](const Field& left, const Field& right) { return left.offset < right.offset; });
-    static const QRegularExpression plain(QStringLiteral("^[0-9A-Za-z_. -]*$"));
+    static const QRegularExpression plain("^[0-9A-Za-z_. -]*$"_s);
     QStringList lines;
     for (const Field& field : fields) {
         const bool isPlain = field.name != QLatin1String("core.value") && plain.match(field.shown).hasMatch();
-        lines += QStringLiteral("%1 at %2: %3 %4")
-                     .arg(field.name)
+        lines += "%1 at %2: %3 %4"_s.arg(field.name)
                      .arg(field.offset)
                      .arg(field.octets, isPlain ? field.shown : QString());
     }
@@ -182,20 +161,23 @@ QList<QByteArray> allSections()
                                                            "0500010001010000"))};
 }
 
-QByteArray goodFrame(quint32 sequence)
+Simulator::FrameParts parts(quint32 sequence)
 {
     Simulator::FrameParts parts;
     parts.sequence = sequence;
     parts.sections = allSections();
-    return Simulator::encodeFrame(parts);
+    return parts;
 }
 
-QByteArray spoiledFrame(const Simulator::FrameFault& fault, quint32 sequence)
+QByteArray goodFrame(quint32 sequence)
 {
-    Simulator::FrameParts parts;
-    parts.sequence = sequence;
-    parts.sections = allSections();
-    return fault.build(parts);
+    return Simulator::encodeFrame(parts(sequence));
+}
+
+QByteArray spoiledFrame(const char* fault, quint32 sequence)
+{
+    Simulator::FrameParts whole = parts(sequence);
+    return Simulator::findFrameFault(QLatin1String(fault))->build(whole);
 }
 
 /// One frame of each fault of the simulated controller, each after a good one.
@@ -204,7 +186,7 @@ QList<QByteArray> everyFault()
     QList<QByteArray> frames;
     for (const Simulator::FrameFault& fault : Simulator::frameFaults()) {
         frames += goodFrame(quint32(2 * frames.size() + 1));
-        frames += spoiledFrame(fault, quint32(2 * frames.size() + 1));
+        frames += spoiledFrame(fault.name, quint32(2 * frames.size() + 1));
     }
     return frames;
 }
@@ -228,106 +210,109 @@ QList<QByteArray> mutations(quint32 seed, int count)
 
 } // namespace
 
-QString tst_Dissector::write(const QList<QByteArray>& frames, bool isNewFormat)
+/// The dissector and r7m-frame-check read the same captures; whatever one of them says, the other has to say
+/// too.
+class tst_Dissector : public QObject
 {
-    const QString path = directory.filePath(QStringLiteral("a.pcap"));
+    Q_OBJECT
+
+private slots:
+    void agrees_data()
     {
-        CaptureWriter writer(path);
-        qint64 time = 1000000000;
-        for (int i = 0; i < frames.size(); ++i) {
-            time += i % 7 == 6 ? 11000000 : 250000; // the link is lost now and then
-            writer.packet(time, CaptureWriter::ipv4(17, CaptureWriter::udp(frames[i]),
-                                                    i % 10 == 9 ? "192.168.7.3" : "192.168.7.2"));
+        const Rows<QList<QByteArray>, bool> row("frames", "isNewFormat");
+        row("good frames", {goodFrame(1), goodFrame(2), goodFrame(4)}, false);
+        row("good frames, pcapng", {goodFrame(1), goodFrame(2), goodFrame(4)}, true);
+        row("repeated, back, first 0",
+            {goodFrame(0), goodFrame(5), goodFrame(5), goodFrame(3), goodFrame(0), goodFrame(4294967295)},
+            false);
+        row("every fault between good frames", everyFault(), false);
+        row("every fault between good frames, pcapng", everyFault(), true);
+        for (quint32 seed = 1; seed <= 3; ++seed) {
+            QTest::addRow("mutations %u", seed) << mutations(seed, 400) << false;
         }
     }
-    if (!isNewFormat) {
-        return path;
-    }
-    const QString other = directory.filePath(QStringLiteral("a.pcapng"));
-    output(QStringLiteral("editcap"), {QStringLiteral("-F"), QStringLiteral("pcapng"), path, other});
-    return other;
-}
 
-void tst_Dissector::agrees_data()
-{
-    QTest::addColumn<QList<QByteArray>>("frames");
-    QTest::addColumn<bool>("isNewFormat");
-    QTest::newRow("good frames") << QList<QByteArray>{goodFrame(1), goodFrame(2), goodFrame(4)} << false;
-    QTest::newRow("good frames, pcapng")
-        << QList<QByteArray>{goodFrame(1), goodFrame(2), goodFrame(4)} << true;
-    QTest::newRow("repeated, back, first 0")
-        << QList<QByteArray>{goodFrame(0), goodFrame(5), goodFrame(5),
-                             goodFrame(3), goodFrame(0), goodFrame(4294967295)}
-        << false;
-    QTest::newRow("every fault between good frames") << everyFault() << false;
-    QTest::newRow("every fault between good frames, pcapng") << everyFault() << true;
-    for (quint32 seed = 1; seed <= 3; ++seed) {
-        QTest::addRow("mutations %u", seed) << mutations(seed, 400) << false;
-    }
-}
-
-void tst_Dissector::agrees()
-{
-    QFETCH(QList<QByteArray>, frames);
-    QFETCH(bool, isNewFormat);
-    const QString path = write(frames, isNewFormat);
-    const QVector<Said> theirs = dissected(path);
-    const QVector<Said> ours = checked(path);
-    QVERIFY(!ours.isEmpty());
-    QCOMPARE(theirs.size(), ours.size());
-    for (int i = 0; i < ours.size(); ++i) {
-        QCOMPARE(theirs[i].log, ours[i].log);
-        QCOMPARE(theirs[i].isAccepted, ours[i].isAccepted);
-        QCOMPARE(summary(theirs[i].fields), summary(ours[i].fields));
-    }
-}
-
-void tst_Dissector::namesTheReasons()
-{
-    // The expert information of each fault, by the names that filters use; as many frames as faults.
-    struct Row
+    void agrees()
     {
-        const char* fault;
-        const char* reasons;
-    };
-    const Row rows[] = {{"crc", "checksum"},
-                        {"magic", "magic"},
-                        {"version", "version"},
-                        {"payload-length", "payload_length"},
-                        {"offset-low", "section_offset"},
-                        {"offset-high", "section_offset"},
-                        {"zero-sections", "section_count"},
-                        {"many-sections", "too_short"},
-                        {"continuity", "continuity"},
-                        {"sequence-zero", "sender"}, // every tenth packet is another's,
-                        {"truncated", "checksum"},
-                        {"tiny", "checksum"}};
-    QList<QByteArray> frames;
-    for (const Row& row : rows) {
-        frames +=
-            spoiledFrame(*Simulator::findFrameFault(QLatin1String(row.fault)), quint32(frames.size() + 1));
+        QFETCH(QList<QByteArray>, frames);
+        QFETCH(bool, isNewFormat);
+        const QString path = write(frames, isNewFormat);
+        const QVector<Said> theirs = dissected(path);
+        const QVector<Said> ours = checked(path);
+        QVERIFY(!ours.isEmpty());
+        QCOMPARE(theirs.size(), ours.size());
+        for (int i = 0; i < ours.size(); ++i) {
+            QCOMPARE(theirs[i].log, ours[i].log);
+            QCOMPARE(theirs[i].isAccepted, ours[i].isAccepted);
+            QCOMPARE(summary(theirs[i].fields), summary(ours[i].fields));
+        }
     }
-    const QVector<Said> said = dissected(write(frames, false));
-    QCOMPARE(said.size(), int(std::size(rows)));
-    for (int i = 0; i < said.size(); ++i) {
-        QVERIFY2(said[i].reasons.contains(QLatin1String(rows[i].reasons)), rows[i].fault);
-    }
-}
 
-void tst_Dissector::filters()
-{
-    const QString path =
-        write({goodFrame(1), spoiledFrame(*Simulator::findFrameFault(QStringLiteral("crc")), 2)}, false);
-    const auto numbers = [&path](const char* filter) {
-        return tshark({QStringLiteral("-r"), path, QStringLiteral("-Y"), QLatin1String(filter),
-                       QStringLiteral("-T"), QStringLiteral("fields"), QStringLiteral("-e"),
-                       QStringLiteral("frame.number")});
-    };
-    QCOMPARE(numbers("rlp.reason.checksum"), QByteArray("2\n"));
-    QCOMPARE(
-        numbers("rlp.devinfo.lang == \"fr\" && rlp.netcfg.ip == 192.168.1.10 && rlp.snmpcfg.port == 161"),
-        QByteArray("1\n"));
-}
+    void namesTheReasons()
+    {
+        // The expert information of each fault, by the names that filters use; every tenth packet is another
+        // sender's.
+        const QList<QPair<const char*, const char*>> rows = {
+            {"crc", "checksum"},
+            {"magic", "magic"},
+            {"version", "version"},
+            {"payload-length", "payload_length"},
+            {"offset-low", "section_offset"},
+            {"offset-high", "section_offset"},
+            {"zero-sections", "section_count"},
+            {"many-sections", "too_short"},
+            {"continuity", "continuity"},
+            {"sequence-zero", "sender"},
+            {"truncated", "checksum"},
+            {"tiny", "checksum"},
+        };
+        QList<QByteArray> frames;
+        for (const auto& row : rows) {
+            frames += spoiledFrame(row.first, quint32(frames.size() + 1));
+        }
+        const QVector<Said> said = dissected(write(frames, false));
+        QCOMPARE(said.size(), rows.size());
+        for (int i = 0; i < said.size(); ++i) {
+            QVERIFY2(said[i].reasons.contains(QLatin1String(rows[i].second)), rows[i].first);
+        }
+    }
+
+    void filters()
+    {
+        const QString path = write({goodFrame(1), spoiledFrame("crc", 2)}, false);
+        const auto numbers = [&path](const char* filter) {
+            return tshark(
+                {"-r"_s, path, "-Y"_s, QLatin1String(filter), "-T"_s, "fields"_s, "-e"_s, "frame.number"_s});
+        };
+        QCOMPARE(numbers("rlp.reason.checksum"), QByteArray("2\n"));
+        QCOMPARE(
+            numbers("rlp.devinfo.lang == \"fr\" && rlp.netcfg.ip == 192.168.1.10 && rlp.snmpcfg.port == 161"),
+            QByteArray("1\n"));
+    }
+
+private:
+    QString write(const QList<QByteArray>& frames, bool isNewFormat)
+    {
+        const QString path = directory.filePath("a.pcap"_s);
+        {
+            CaptureWriter writer(path);
+            qint64 time = 1000000000;
+            for (int i = 0; i < frames.size(); ++i) {
+                time += i % 7 == 6 ? 11000000 : 250000; // the link is lost now and then
+                writer.packet(time, CaptureWriter::ipv4(17, CaptureWriter::udp(frames[i]),
+                                                        i % 10 == 9 ? "192.168.7.3" : "192.168.7.2"));
+            }
+        }
+        if (!isNewFormat) {
+            return path;
+        }
+        const QString other = directory.filePath("a.pcapng"_s);
+        output("/usr/bin/editcap"_s, {"-F"_s, "pcapng"_s, path, other});
+        return other;
+    }
+
+    QTemporaryDir directory;
+};
 
 QTEST_GUILESS_MAIN(tst_Dissector)
 
