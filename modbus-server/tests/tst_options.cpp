@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "literals.h"
 #include "options.h"
+#include "rows.h"
 
-#include <QFile>
-#include <QRegularExpression>
 #include <QTest>
 
 using namespace Varnel;
@@ -12,103 +12,72 @@ class tst_Options : public QObject
     Q_OBJECT
 
 private slots:
-    void defaults();
-    void all();
-    void wrong_data();
-    void wrong();
-    void helpAndVersion();
-    void manPageNamesEveryOption();
+    void defaults()
+    {
+        const Invocation<ServerOptions> line = parse({});
+        QVERIFY(line.options);
+        QCOMPARE(line.options->bus, "system"_s);
+        QVERIFY(!line.options->verbose);
+        QCOMPARE(line.options->service.staleAfter.count(), 0);
+        QCOMPARE(line.options->service.idleLimit.count(), 60000);
+        QCOMPARE(line.options->service.stateFile, QString());
+        QCOMPARE(line.options->service.statusBlock, -1);
+    }
+
+    void all()
+    {
+        const Invocation<ServerOptions> line =
+            parse("-b unix:path=/x --stale-after=30 --idle-limit 0 --state=/run/s"
+                  " --status-block=65532 --verbose"_words);
+        QVERIFY(line.options);
+        QCOMPARE(line.options->bus, "unix:path=/x"_s);
+        QVERIFY(line.options->verbose);
+        QCOMPARE(line.options->service.statusBlock, 65532);
+        QCOMPARE(line.options->service.staleAfter.count(), 30000);
+        QCOMPARE(line.options->service.idleLimit.count(), 0);
+        QCOMPARE(line.options->service.stateFile, "/run/s"_s);
+    }
+
+    void wrong_data()
+    {
+        const Rows<QString, QString> row("argument", "message");
+        const QString seconds = "--stale-after: must be a whole number from 0 to 1000000"_s;
+        const QString block = "--status-block: must be a whole number from 0 to 65532"_s;
+        row("unknown", "--nonsense"_s, "Unknown option 'nonsense'."_s);
+        row("positional", "file"_s, "Unexpected argument 'file'."_s);
+        row("no number", "--stale-after=x"_s, seconds);
+        row("negative", "--stale-after=-1"_s, seconds);
+        row("huge", "--stale-after=99999999999"_s, seconds);
+        row("block at no number", "--status-block=x"_s, block);
+        row("block beyond the end", "--status-block=65533"_s, block);
+        row("block before the start", "--status-block=-1"_s, block);
+        row("value missing", "--state"_s, "Missing value after '--state'."_s);
+    }
+
+    void wrong()
+    {
+        QFETCH(QString, argument);
+        QFETCH(QString, message);
+        const Invocation<ServerOptions> line = parse({argument});
+        QVERIFY(!line.options);
+        QCOMPARE(line.status, 2);
+        QCOMPARE(line.output, message + "\nTry 'varnel-modbus-server --help'.\n"_s);
+    }
+
+    void help()
+    {
+        const Invocation<ServerOptions> help = parse({"--help"_s});
+        QVERIFY(!help.options);
+        QCOMPARE(help.status, 0);
+        QVERIFY(help.output.contains("--stale-after <seconds>"_s));
+    }
 
 private:
     static Invocation<ServerOptions> parse(const QStringList& arguments)
     {
-        return parseCommandLine(QStringList(QStringLiteral("varnel-modbus-server")) + arguments);
+        return parseCommandLine(QStringList("varnel-modbus-server"_s) + arguments);
     }
 };
-
-void tst_Options::defaults()
-{
-    const Invocation<ServerOptions> line = parse({});
-    QVERIFY(line.options);
-    QCOMPARE(line.options->bus, QStringLiteral("system"));
-    QVERIFY(!line.options->verbose);
-    QCOMPARE(line.options->service.staleAfter.count(), 0);
-    QCOMPARE(line.options->service.idleLimit.count(), 60000);
-    QCOMPARE(line.options->service.stateFile, QString());
-    QCOMPARE(line.options->service.statusBlock, -1);
-}
-
-void tst_Options::all()
-{
-    const Invocation<ServerOptions> line =
-        parse({QStringLiteral("-b"), QStringLiteral("unix:path=/x"), QStringLiteral("--stale-after=30"),
-               QStringLiteral("--idle-limit"), QStringLiteral("0"), QStringLiteral("--state=/run/s"),
-               QStringLiteral("--status-block=65532"), QStringLiteral("--verbose")});
-    QVERIFY(line.options);
-    QCOMPARE(line.options->bus, QStringLiteral("unix:path=/x"));
-    QVERIFY(line.options->verbose);
-    QCOMPARE(line.options->service.statusBlock, 65532);
-    QCOMPARE(line.options->service.staleAfter.count(), 30000);
-    QCOMPARE(line.options->service.idleLimit.count(), 0);
-    QCOMPARE(line.options->service.stateFile, QStringLiteral("/run/s"));
-}
-
-void tst_Options::wrong_data()
-{
-    QTest::addColumn<QString>("argument");
-    QTest::addColumn<QString>("message");
-    const QString seconds = QStringLiteral("--stale-after: must be a whole number from 0 to 1000000");
-    QTest::newRow("unknown") << QStringLiteral("--nonsense") << QStringLiteral("Unknown option 'nonsense'.");
-    QTest::newRow("positional") << QStringLiteral("file") << QStringLiteral("Unexpected argument 'file'.");
-    QTest::newRow("no number") << QStringLiteral("--stale-after=x") << seconds;
-    QTest::newRow("negative") << QStringLiteral("--stale-after=-1") << seconds;
-    QTest::newRow("huge") << QStringLiteral("--stale-after=99999999999") << seconds;
-    const QString block = QStringLiteral("--status-block: must be a whole number from 0 to 65532");
-    QTest::newRow("block at no number") << QStringLiteral("--status-block=x") << block;
-    QTest::newRow("block beyond the end") << QStringLiteral("--status-block=65533") << block;
-    QTest::newRow("block before the start") << QStringLiteral("--status-block=-1") << block;
-    QTest::newRow("value missing") << QStringLiteral("--state")
-                                   << QStringLiteral("Missing value after '--state'.");
-}
-
-void tst_Options::wrong()
-{
-    QFETCH(QString, argument);
-    QFETCH(QString, message);
-    const Invocation<ServerOptions> line = parse({argument});
-    QVERIFY(!line.options);
-    QCOMPARE(line.status, 2);
-    QCOMPARE(line.output, message + QStringLiteral("\nTry 'varnel-modbus-server --help'.\n"));
-}
-
-void tst_Options::helpAndVersion()
-{
-    const Invocation<ServerOptions> help = parse({QStringLiteral("--help")});
-    QVERIFY(!help.options);
-    QCOMPARE(help.status, 0);
-    QVERIFY(help.output.contains(QStringLiteral("--stale-after <seconds>")));
-    const Invocation<ServerOptions> version = parse({QStringLiteral("--version")});
-    QCOMPARE(version.status, 0);
-    QCOMPARE(version.output, QStringLiteral("varnel-modbus-server " VARNEL_VERSION "\n"));
-}
-
-void tst_Options::manPageNamesEveryOption()
-{
-    QFile page(QStringLiteral(VARNEL_MAN_PAGE));
-    QVERIFY(page.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(page.readAll()).remove(QLatin1Char('\\'));
-    const QRegularExpression option(QStringLiteral("--[a-z-]+"));
-    const auto named = [&option](const QString& source) {
-        QStringList names;
-        for (auto match = option.globalMatch(source); match.hasNext();) {
-            names += match.next().captured();
-        }
-        names.removeDuplicates();
-        names.sort();
-        return names;
-    };
-    QCOMPARE(named(text), named(parse({QStringLiteral("--help")}).output));
-}
 
 QTEST_GUILESS_MAIN(tst_Options)
 #include "tst_options.moc"

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "literals.h"
+#include "rows.h"
 #include "rtutransport.h"
 
 #include <QSignalSpy>
@@ -66,96 +68,88 @@ class tst_RtuTransport : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void answersItsOwnRequests();
-    void answersAfterSilence();
-    void survivesALineThatTakesNoAnswers();
-    void reportsTheLossOfThePort();
-    void refusesWhatIsNoSerialPort_data();
-    void refusesWhatIsNoSerialPort();
+    void init()
+    {
+        transport.reset();
+        line = std::make_unique<Line>();
+        transport = std::make_unique<RtuTransport>(endpointOn(line->port()),
+                                                   [](const QByteArray& pdu) { return pdu; });
+        const Outcome<> opened = transport->open();
+        QVERIFY2(opened, qPrintable(opened.refusal.text));
+    }
+
+    void answersItsOwnRequests()
+    {
+        const QByteArray pdu = QByteArray::fromHex("03 0064 0001");
+        QCOMPARE(transport->clientCount(), 1);
+        for (int round = 0; round < 3; ++round) {
+            QVERIFY(line->send(rtuFrame(6, pdu))); // another device's
+            QVERIFY(line->send(rtuFrame(5, pdu)));
+            QByteArray heard;
+            QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
+        }
+    }
+
+    void answersAfterSilence()
+    {
+        const QByteArray pdu = QByteArray::fromHex("07");
+        QVERIFY(line->send(rtuFrame(5, pdu)));
+        QByteArray heard;
+        QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
+        // Half a request is forgotten after silence, and the next one is heard.
+        const QByteArray read = QByteArray::fromHex("04 0000 0001");
+        QVERIFY(line->send(rtuFrame(5, read).left(3)));
+        QVERIFY(line->send(rtuFrame(5, read)));
+        heard.clear();
+        QTRY_COMPARE(heard += line->heard(), rtuFrame(5, read));
+    }
+
+    void survivesALineThatTakesNoAnswers()
+    {
+        const QByteArray pdu = QByteArray::fromHex("03 0064 0001");
+        for (int round = 0; round < 5000; ++round) {
+            if (!line->send(rtuFrame(5, pdu))) {
+                QCoreApplication::processEvents();
+            }
+        }
+        // Old answers may be lost, but once they are read the line works.
+        QTRY_VERIFY(line->heard().isEmpty());
+        QVERIFY(line->send(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
+        QByteArray heard;
+        QTRY_VERIFY((heard += line->heard()).endsWith(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
+    }
+
+    void reportsTheLossOfThePort()
+    {
+        QSignalSpy failed(transport.get(), &Transport::failed);
+        line->unplug();
+        QTRY_COMPARE(failed.count(), 1);
+        QCOMPARE(failed.at(0).at(0).toString(), "the port is gone"_s);
+        QCOMPARE(transport->clientCount(), 0);
+    }
+
+    void refusesWhatIsNoSerialPort_data()
+    {
+        const Rows<QString> row("port");
+        row("missing", "/dev/no-such-port"_s);
+        row("null device", "/dev/null"_s);
+        row("directory", "/tmp"_s);
+    }
+
+    void refusesWhatIsNoSerialPort()
+    {
+        QFETCH(QString, port);
+        RtuTransport wrong(endpointOn(port), [](const QByteArray& pdu) { return pdu; });
+        const QSignalSpy failed(&wrong, &Transport::failed);
+        QVERIFY(!wrong.open().refusal.text.isEmpty());
+        QCOMPARE(wrong.clientCount(), 0);
+        QCOMPARE(failed.count(), 0); // open() has said it already
+    }
 
 private:
     std::unique_ptr<Line> line;
     std::unique_ptr<RtuTransport> transport;
 };
-
-void tst_RtuTransport::init()
-{
-    transport.reset();
-    line = std::make_unique<Line>();
-    transport =
-        std::make_unique<RtuTransport>(endpointOn(line->port()), [](const QByteArray& pdu) { return pdu; });
-    const Outcome<> opened = transport->open();
-    QVERIFY2(opened, qPrintable(opened.refusal.text));
-}
-
-void tst_RtuTransport::answersItsOwnRequests()
-{
-    const QByteArray pdu = QByteArray::fromHex("03 0064 0001");
-    QCOMPARE(transport->clientCount(), 1);
-    for (int round = 0; round < 3; ++round) {
-        QVERIFY(line->send(rtuFrame(6, pdu))); // another device's
-        QVERIFY(line->send(rtuFrame(5, pdu)));
-        QByteArray heard;
-        QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
-    }
-}
-
-void tst_RtuTransport::answersAfterSilence()
-{
-    const QByteArray pdu = QByteArray::fromHex("07");
-    QVERIFY(line->send(rtuFrame(5, pdu)));
-    QByteArray heard;
-    QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
-    // Half a request is forgotten after silence, and the next one is heard.
-    const QByteArray read = QByteArray::fromHex("04 0000 0001");
-    QVERIFY(line->send(rtuFrame(5, read).left(3)));
-    QVERIFY(line->send(rtuFrame(5, read)));
-    heard.clear();
-    QTRY_COMPARE(heard += line->heard(), rtuFrame(5, read));
-}
-
-void tst_RtuTransport::survivesALineThatTakesNoAnswers()
-{
-    const QByteArray pdu = QByteArray::fromHex("03 0064 0001");
-    for (int round = 0; round < 5000; ++round) {
-        if (!line->send(rtuFrame(5, pdu))) {
-            QCoreApplication::processEvents();
-        }
-    }
-    // Old answers may be lost, but once they are read the line works.
-    QTRY_VERIFY(line->heard().isEmpty());
-    QVERIFY(line->send(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
-    QByteArray heard;
-    QTRY_VERIFY((heard += line->heard()).endsWith(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
-}
-
-void tst_RtuTransport::reportsTheLossOfThePort()
-{
-    QSignalSpy failed(transport.get(), &Transport::failed);
-    line->unplug();
-    QTRY_COMPARE(failed.count(), 1);
-    QCOMPARE(failed.at(0).at(0).toString(), QStringLiteral("the port is gone"));
-    QCOMPARE(transport->clientCount(), 0);
-}
-
-void tst_RtuTransport::refusesWhatIsNoSerialPort_data()
-{
-    QTest::addColumn<QString>("port");
-    QTest::newRow("missing") << QStringLiteral("/dev/no-such-port");
-    QTest::newRow("null device") << QStringLiteral("/dev/null");
-    QTest::newRow("directory") << QStringLiteral("/tmp");
-}
-
-void tst_RtuTransport::refusesWhatIsNoSerialPort()
-{
-    QFETCH(QString, port);
-    RtuTransport wrong(endpointOn(port), [](const QByteArray& pdu) { return pdu; });
-    const QSignalSpy failed(&wrong, &Transport::failed);
-    QVERIFY(!wrong.open().refusal.text.isEmpty());
-    QCOMPARE(wrong.clientCount(), 0);
-    QCOMPARE(failed.count(), 0); // open() has said it already
-}
 
 QTEST_GUILESS_MAIN(tst_RtuTransport)
 #include "tst_rtutransport.moc"
