@@ -4,21 +4,9 @@
 
 #include "plain.h"
 #include "protocol.h"
+#include "rows.h"
 
 using ScriptService::ScriptRequest;
-
-class tst_ScriptProtocol : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void accepts_data();
-    void accepts();
-    void refuses_data();
-    void refuses();
-    void printable_data();
-    void printable();
-};
 
 namespace {
 
@@ -29,86 +17,81 @@ QByteArray nul(int count = 1)
 
 } // namespace
 
-void tst_ScriptProtocol::accepts_data()
+class tst_ScriptProtocol : public QObject
 {
-    QTest::addColumn<QByteArray>("octets");
-    QTest::addColumn<QByteArrayList>("words");
-    const auto row = [](const char* name, const QByteArray& octets, const QByteArrayList& words) {
-        QTest::newRow(name) << octets << words;
-    };
-    row("a name alone", "r7m.sh" + nul(), {"r7m.sh"});
-    row("arguments", "netcfg.sh" + nul() + "dhcp" + nul() + "a b" + nul(), {"netcfg.sh", "dhcp", "a b"});
-    row("empty ones", "netcfg.sh" + nul(3), {"netcfg.sh", "", ""});
-    row("any octets", "netcfg.sh" + nul() + "\n\x1b\xff" + nul(), {"netcfg.sh", "\n\x1b\xff"});
-    row("64 words", "snmpcfg.sh" + nul(64), QByteArrayList{"snmpcfg.sh"} + QVector<QByteArray>(63).toList());
-}
+    Q_OBJECT
 
-void tst_ScriptProtocol::accepts()
-{
-    QFETCH(QByteArray, octets);
-    QFETCH(QByteArrayList, words);
-    const ScriptRequest request = ScriptService::parse(octets.toStdString());
-    QCOMPARE(QByteArray::fromStdString(request.refusal), QByteArray());
-    QByteArrayList got;
-    for (const std::string& word : request.words) {
-        got += QByteArray::fromStdString(word);
+private slots:
+    void accepts_data()
+    {
+        const Rows<QByteArray, QByteArrayList> row("octets", "words");
+        row("a name alone", "r7m.sh" + nul(), {"r7m.sh"});
+        row("arguments", "netcfg.sh" + nul() + "dhcp" + nul() + "a b" + nul(), {"netcfg.sh", "dhcp", "a b"});
+        row("empty ones", "netcfg.sh" + nul(3), {"netcfg.sh", "", ""});
+        row("any octets", "netcfg.sh" + nul() + "\n\x1b\xff" + nul(), {"netcfg.sh", "\n\x1b\xff"});
+        row("64 words", "snmpcfg.sh" + nul(64), QByteArrayList{"snmpcfg.sh"} + QVector<QByteArray>(63).toList());
     }
-    QCOMPARE(got, words);
-}
 
-void tst_ScriptProtocol::refuses_data()
-{
-    QTest::addColumn<QByteArray>("octets");
-    QTest::addColumn<QByteArray>("refusal");
-    const auto row = [](const char* name, const QByteArray& octets, const char* refusal) {
-        QTest::newRow(name) << octets << QByteArray(refusal);
-    };
-    row("nothing", {}, "refused a request: it is empty");
-    row("one NUL", nul(), "refused : no script of the panel");
-    row("no end", "r7m.sh", "refused r7m.sh: the request is cut off");
-    row("no end of the last word", "r7m.sh" + nul() + "add", "refused r7m.sh: the request is cut off");
-    row("path upwards", "../../../bin/sh" + nul(), "refused ../../../bin/sh: no script of the panel");
-    row("absolute path", "/usr/local/bin/r7m.sh" + nul(),
-        "refused /usr/local/bin/r7m.sh: no script of the panel");
-    row("blank behind", "r7m.sh " + nul(), "refused r7m.sh : no script of the panel");
-    row("beginning of a name", "r7m" + nul(), "refused r7m: no script of the panel");
-    row("capitals", "R7M.SH" + nul(), "refused R7M.SH: no script of the panel");
-    row("control characters", "r7m\x1b[2J\n\xe9.sh" + nul(), "refused r7m?[2J??.sh: no script of the panel");
-    row("long name", QByteArray(60, 'a') + nul(),
-        "refused aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa...: no script of the panel");
-    row("secrets behind the name are not told", "snmpcfg.sh" + nul() + "secret",
-        "refused snmpcfg.sh: the request is cut off");
-    row("65 words", "snmpcfg.sh" + nul(65), "refused snmpcfg.sh: it has too many arguments");
-    row("too long", "r7m.sh" + nul() + QByteArray(2 * 1024 * 1024, 'x') + nul(),
-        "refused r7m.sh: the request is too long");
-}
+    void accepts()
+    {
+        QFETCH(QByteArray, octets);
+        const ScriptRequest request = ScriptService::parse(octets.toStdString());
+        QCOMPARE(QByteArray::fromStdString(request.refusal), QByteArray());
+        QByteArrayList got;
+        for (const std::string& word : request.words) {
+            got += QByteArray::fromStdString(word);
+        }
+        QTEST(got, "words");
+    }
 
-void tst_ScriptProtocol::refuses()
-{
-    QFETCH(QByteArray, octets);
-    QFETCH(QByteArray, refusal);
-    const ScriptRequest request = ScriptService::parse(octets.toStdString());
-    QVERIFY(request.words.empty());
-    QCOMPARE(QByteArray::fromStdString(request.refusal), refusal);
-}
+    void refuses_data()
+    {
+        const Rows<QByteArray, QByteArray> row("octets", "refusal");
+        row("nothing", {}, "refused a request: it is empty");
+        row("one NUL", nul(), "refused : no script of the panel");
+        row("no end", "r7m.sh", "refused r7m.sh: the request is cut off");
+        row("no end of the last word", "r7m.sh" + nul() + "add", "refused r7m.sh: the request is cut off");
+        row("path upwards", "../../../bin/sh" + nul(), "refused ../../../bin/sh: no script of the panel");
+        row("absolute path", "/usr/local/bin/r7m.sh" + nul(),
+            "refused /usr/local/bin/r7m.sh: no script of the panel");
+        row("blank behind", "r7m.sh " + nul(), "refused r7m.sh : no script of the panel");
+        row("beginning of a name", "r7m" + nul(), "refused r7m: no script of the panel");
+        row("capitals", "R7M.SH" + nul(), "refused R7M.SH: no script of the panel");
+        row("control characters", "r7m\x1b[2J\n\xe9.sh" + nul(),
+            "refused r7m?[2J??.sh: no script of the panel");
+        row("long name", QByteArray(60, 'a') + nul(),
+            "refused aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa...: no script of the panel");
+        row("secrets behind the name are not told", "snmpcfg.sh" + nul() + "secret",
+            "refused snmpcfg.sh: the request is cut off");
+        row("65 words", "snmpcfg.sh" + nul(65), "refused snmpcfg.sh: it has too many arguments");
+        row("too long", "r7m.sh" + nul() + QByteArray(2 * 1024 * 1024, 'x') + nul(),
+            "refused r7m.sh: the request is too long");
+    }
 
-void tst_ScriptProtocol::printable_data()
-{
-    QTest::addColumn<QByteArray>("text");
-    QTest::addColumn<QByteArray>("shown");
-    QTest::newRow("plain") << QByteArray("a b~") << QByteArray("a b~");
-    QTest::newRow("control") << QByteArray("a\tb\r\n\x1b\x7f", 7) << QByteArray("a?b????");
-    QTest::newRow("NUL and high octets") << QByteArray("\0\xc3\xa9", 3) << QByteArray("???");
-    QTest::newRow("longest") << QByteArray(200, 'x') << QByteArray(200, 'x');
-    QTest::newRow("longer") << QByteArray(201, 'x') << QByteArray(200, 'x') + "...";
-}
+    void refuses()
+    {
+        QFETCH(QByteArray, octets);
+        const ScriptRequest request = ScriptService::parse(octets.toStdString());
+        QVERIFY(request.words.empty());
+        QTEST(QByteArray::fromStdString(request.refusal), "refusal");
+    }
 
-void tst_ScriptProtocol::printable()
-{
-    QFETCH(QByteArray, text);
-    QFETCH(QByteArray, shown);
-    QCOMPARE(QByteArray::fromStdString(Varnel::printable(text.toStdString())), shown);
-}
+    void printable_data()
+    {
+        const Rows<QByteArray, QByteArray> row("text", "shown");
+        row("plain", "a b~", "a b~");
+        row("control", QByteArray("a\tb\r\n\x1b\x7f", 7), "a?b????");
+        row("NUL and high octets", QByteArray("\0\xc3\xa9", 3), "???");
+        row("longest", QByteArray(200, 'x'), QByteArray(200, 'x'));
+        row("longer", QByteArray(201, 'x'), QByteArray(200, 'x') + "...");
+    }
+
+    void printable()
+    {
+        QFETCH(QByteArray, text);
+        QTEST(QByteArray::fromStdString(Varnel::printable(text.toStdString())), "shown");
+    }
+};
 
 QTEST_APPLESS_MAIN(tst_ScriptProtocol)
 #include "tst_scriptprotocol.moc"
