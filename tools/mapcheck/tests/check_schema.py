@@ -46,6 +46,19 @@ def changed(document, path, value):
     return result
 
 
+# What the program applies, and what it has no need to.
+KEYWORDS = {"$ref", "type", "enum", "minimum", "maximum", "items", "required", "properties", "pattern",
+            "additionalProperties", "propertyNames", "$schema", "title", "description", "definitions"}
+
+
+def keywords(schema):
+    """Every keyword of a schema, those of its members' schemas included."""
+    for name, value in schema.items():
+        yield name
+        for below in value.values() if name in ("properties", "definitions") else [value]:
+            yield from keywords(below) if isinstance(below, dict) else ()
+
+
 def variants(sample):
     """The sample with one place broken, for the places up to the second register and the second table."""
     for path in list(paths(sample)):
@@ -75,6 +88,9 @@ def main():
     jsonschema.Draft7Validator.check_schema(schema)
     validator = jsonschema.Draft7Validator(schema)
     validator.validate(sample)
+    if unknown := set(keywords(schema)) - KEYWORDS:
+        print("the program does not know", unknown, file=sys.stderr)
+        return 1
 
     sample["registers"] = sample["registers"][:3]
     sample["tables"] = sample["tables"][:2]

@@ -63,3 +63,12 @@ inline QVector<MapDefect> mapDefects()
     }
     return defects;
 }
+
+/// The row of this name; an empty one when there is none.
+inline MapDefect mapDefect(const char* name)
+{
+    const QVector<MapDefect> all = mapDefects();
+    const auto found =
+        std::find_if(all.begin(), all.end(), [name](const MapDefect& one) { return one.name == name; });
+    return found == all.end() ? MapDefect() : *found;
+}

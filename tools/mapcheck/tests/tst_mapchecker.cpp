@@ -4,23 +4,11 @@
 #include "logrecorder.h"
 #include "mapchecker.h"
 #include "mapdefects.h"
-
-/// The checker's findings in mappings with one defect each, and in hostile texts.
-class tst_MapChecker : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void defects_data();
-    void defects();
-    void hostileTexts_data();
-    void hostileTexts();
-    void everyRegisterLeftOutIsAnError();
-};
+#include "rows.h"
 
 namespace {
 
-const QString sample = QStringLiteral(VARNEL_SOURCE_DIR "/device/modbus.map");
+const QString sample = VARNEL_SOURCE_DIR "/device/modbus.map"_s;
 const char* const severities[] = {"warning", "error"};
 
 QByteArray readAll(const QString& path)
@@ -44,8 +32,7 @@ QStringList findingsOf(const QByteArray& text)
     QStringList lines;
     const MapChecker checker(text, &bridge);
     for (const Finding& finding : checker.findings()) {
-        lines << QStringLiteral("%1: %2: %3")
-                     .arg(finding.line)
+        lines << "%1: %2: %3"_s.arg(finding.line)
                      .arg(QLatin1String(severities[int(finding.severity)]), finding.text);
     }
     return lines;
@@ -53,59 +40,64 @@ QStringList findingsOf(const QByteArray& text)
 
 } // namespace
 
-void tst_MapChecker::defects_data()
+/// The checker's findings in mappings with one defect each, and in hostile texts.
+class tst_MapChecker : public QObject
 {
-    QTest::addColumn<QByteArray>("mapping");
-    QTest::addColumn<QStringList>("findings");
-    for (const MapDefect& defect : mapDefects()) {
-        QTest::newRow(defect.name.constData()) << defect.mapping << defect.findings;
+    Q_OBJECT
+
+private slots:
+    void defects_data()
+    {
+        const Rows<QByteArray, QStringList> row("mapping", "findings");
+        for (const MapDefect& defect : mapDefects()) {
+            row(defect.name.constData(), defect.mapping, defect.findings);
+        }
+        row("none", mapData("fault-free.map"), {});
+        row("the sample: none", readAll(sample), {});
     }
-    QTest::newRow("none") << mapData("fault-free.map") << QStringList();
-    QTest::newRow("the sample: none") << readAll(sample) << QStringList();
-}
 
-void tst_MapChecker::defects()
-{
-    QFETCH(QByteArray, mapping);
-    QTEST(findingsOf(mapping), "findings");
-}
+    void defects()
+    {
+        QFETCH(QByteArray, mapping);
+        QTEST(findingsOf(mapping), "findings");
+    }
 
-void tst_MapChecker::hostileTexts_data()
-{
-    QTest::addColumn<QByteArray>("text");
-    QTest::newRow("10 000 deep: one error") << QByteArray(10000, '[') + QByteArray(10000, ']');
-    QTest::newRow("a NUL: an error") << QByteArray("{\"ci\": {}, \0}", 13);
-    QTest::newRow("wrong kinds everywhere: errors")
-        << QByteArray(R"({"info": 1, "ci": {"types": [], "classes": {"c": 1, "d": {"id": [], "fields": 3}}},
+    void hostileTexts_data()
+    {
+        const Rows<QByteArray> row("text");
+        row("10 000 deep: one error", QByteArray(10000, '[') + QByteArray(10000, ']'));
+        row("a NUL: an error", QByteArray("{\"ci\": {}, \0}", 13));
+        row("wrong kinds everywhere: errors",
+            R"({"info": 1, "ci": {"types": [], "classes": {"c": 1, "d": {"id": [], "fields": 3}}},
             "registers": [1, null, [], {}, {"id": {}, "name": [], "mb_type": 1, "ci_class": {}, "ci_field": 2,
             "ci_index": "x", "ci_type": null, "default": {}}, {"id": 1, "name": "", "mb_type": "", "ci_class": "c",
             "ci_field": "", "ci_index": 0, "ci_type": ""}],
             "tables": [1, {}, {"name": 1, "mode": 1, "address": "x", "registers": {}},
             {"name": "", "mode": "r", "address": -1, "registers": [null, {}, "1", 1.5, -2147483648]}]})");
-    QTest::newRow("sections of wrong kinds: errors")
-        << QByteArray(R"({"ci": [], "registers": {}, "tables": 1})");
-}
+        row("sections of wrong kinds: errors", R"({"ci": [], "registers": {}, "tables": 1})");
+    }
 
-void tst_MapChecker::hostileTexts()
-{
-    QFETCH(QByteArray, text);
-    const QStringList findings = findingsOf(text);
-    QVERIFY(!findings.filter(QStringLiteral(": error: ")).isEmpty());
-}
+    void hostileTexts()
+    {
+        QFETCH(QByteArray, text);
+        const QStringList findings = findingsOf(text);
+        QVERIFY(!findings.filter(": error: "_s).isEmpty());
+    }
 
-void tst_MapChecker::everyRegisterLeftOutIsAnError()
-{
-    // Each register of the sample in turn loses each of its keys, or has another kind of value there.
-    const QByteArray whole = readAll(sample);
-    for (const char* key : {"id", "name", "mb_type", "ci_class", "ci_field", "ci_index", "ci_type"}) {
-        const QByteArray name = '"' + QByteArray(key) + "\":";
-        for (const QByteArray& broken : {QByteArray("\"gone\":"), name + " null, \"was\":"}) {
-            const int at = whole.indexOf(name, whole.indexOf("\"registers\""));
-            const QStringList findings = findingsOf(QByteArray(whole).replace(at, name.size(), broken));
-            QVERIFY2(!findings.filter(QStringLiteral(": error: registers[0]")).isEmpty(), key);
+    void everyRegisterLeftOutIsAnError()
+    {
+        // Each register of the sample in turn loses each of its keys, or has another kind of value there.
+        const QByteArray whole = readAll(sample);
+        for (const char* key : {"id", "name", "mb_type", "ci_class", "ci_field", "ci_index", "ci_type"}) {
+            const QByteArray name = '"' + QByteArray(key) + "\":";
+            for (const QByteArray& broken : {QByteArray("\"gone\":"), name + " null, \"was\":"}) {
+                const int at = whole.indexOf(name, whole.indexOf("\"registers\""));
+                const QStringList findings = findingsOf(QByteArray(whole).replace(at, name.size(), broken));
+                QVERIFY2(!findings.filter(": error: registers[0]"_s).isEmpty(), key);
+            }
         }
     }
-}
+};
 
 QTEST_GUILESS_MAIN(tst_MapChecker)
 
