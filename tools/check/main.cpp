@@ -13,6 +13,7 @@
 #include "filescheck.h"
 #include "report.h"
 #include "settingscheck.h"
+#include "toolcommandline.h"
 
 using namespace VarnelCheck;
 
@@ -92,19 +93,12 @@ int main(int argc, char* argv[])
     const QCommandLineOption blink(QStringLiteral("blink"),
                                    QStringLiteral("Switch each lamp and the buzzer on, and ask."));
     parser.addOptions({root, json, brief, notes, blink});
-    const auto help = parser.addHelpOption();
-    const auto version = parser.addVersionOption();
     parser.addPositionalArgument(QStringLiteral("check"),
                                  QStringLiteral("Only these checks, of: %1.").arg(titles()),
                                  QStringLiteral("[check...]"));
-    if (!parser.parse(QCoreApplication::arguments())) {
-        return fail(parser.errorText());
-    }
-    if (parser.isSet(version)) {
-        parser.showVersion();
-    }
-    if (parser.isSet(help)) {
-        parser.showHelp();
+    const QString problem = Varnel::readCommandLine(parser);
+    if (!problem.isEmpty()) {
+        return fail(problem);
     }
     const QString directory = parser.value(root);
     if (parser.isSet(root) && !QDir(directory).exists()) {

@@ -6,6 +6,7 @@
 #include <QTextStream>
 
 #include "sources.h"
+#include "toolcommandline.h"
 
 namespace {
 
@@ -181,16 +182,9 @@ int main(int argc, char* argv[])
                        options.count, options.fields, options.json, options.quiet});
     parser.addPositionalArgument(QStringLiteral("file"), QStringLiteral("A capture file, pcap or pcapng."),
                                  QStringLiteral("[file]"));
-    const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption version = parser.addVersionOption();
-    if (!parser.parse(QCoreApplication::arguments())) {
-        return fail(parser.errorText());
-    }
-    if (parser.isSet(version)) {
-        parser.showVersion();
-    }
-    if (parser.isSet(help)) {
-        parser.showHelp();
+    const QString problem = Varnel::readCommandLine(parser);
+    if (!problem.isEmpty()) {
+        return fail(problem);
     }
     const int sources = parser.positionalArguments().size() + int(parser.isSet(options.hex)) +
                         int(parser.isSet(options.interface)) + int(parser.isSet(options.listen));

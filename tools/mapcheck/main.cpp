@@ -14,6 +14,7 @@
 #include "mapchecker.h"
 #include "modbusinterface.h"
 #include "registerlist.h"
+#include "toolcommandline.h"
 
 using Varnel::ModbusInterface;
 
@@ -227,16 +228,9 @@ int main(int argc, char* argv[])
                        options.baud, options.unit, options.strict, options.quiet, options.verbose});
     parser.addPositionalArgument(QStringLiteral("file"),
                                  QStringLiteral("The mapping file; \"-\" is standard input."));
-    const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption version = parser.addVersionOption();
-    if (!parser.parse(QCoreApplication::arguments())) {
-        return fail(parser.errorText());
-    }
-    if (parser.isSet(version)) {
-        parser.showVersion();
-    }
-    if (parser.isSet(help)) {
-        parser.showHelp();
+    const QString problem = Varnel::readCommandLine(parser);
+    if (!problem.isEmpty()) {
+        return fail(problem);
     }
     if (parser.positionalArguments().size() != 1) {
         return fail(QStringLiteral("one mapping file has to be given, see --help"));
