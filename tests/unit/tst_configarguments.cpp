@@ -161,13 +161,13 @@ private slots:
     {
         QTest::addColumn<bool>("actual");
         QTest::addColumn<bool>("differs");
-        const auto record = [](const char* name, const auto& kept) {
-            auto reset = kept;
+        const auto record = [](const char* name, const auto& plain) {
+            auto reset = plain;
             reset.resetcfg = true;
-            QTest::addRow("%s, the same", name) << configDiffers(kept, kept) << false;
-            QTest::addRow("%s, flag of the kept record", name) << configDiffers(reset, kept) << true;
+            QTest::addRow("%s, the same", name) << configDiffers(plain, plain) << false;
+            QTest::addRow("%s, flag of the kept record", name) << configDiffers(reset, plain) << true;
             QTest::addRow("%s, flag of the new record: left out", name)
-                << configDiffers(kept, reset) << false;
+                << configDiffers(plain, reset) << false;
         };
         record("network", distinctNet());
         record("SNMP", distinctSnmp());
