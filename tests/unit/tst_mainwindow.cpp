@@ -74,6 +74,8 @@ private slots:
         QVERIFY(panel.window.windowFlags().testFlag(Qt::FramelessWindowHint));
         QCOMPARE(panel.window.windowType(), Qt::Dialog);
         QVERIFY(ScreenSaver::instance()->active());
+        QTest::mousePress(&panel.window, Qt::LeftButton, {}, QPoint(1, 1));
+        QVERIFY(panel.log().contains("resetTimer"_s)); // touches keep the screen awake
         const auto* const timer = panel.window.findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
         QVERIFY(timer && timer->isActive() && !timer->isSingleShot());
         QCOMPARE(timer->interval(), 2000);
