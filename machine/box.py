@@ -88,11 +88,11 @@ class Panel(Machine):
     def await_logged(self, text, seconds=60, options="-u varnel-browser"):
         wait_for(f"the log says: {text}", lambda: self.logged(text, options), seconds, 1)
 
-    def log_time(self, pattern, options=""):
-        """The kernel's time of the first line of the journal that matches."""
-        for line in self.journal(options).splitlines():
+    def log_time(self, pattern, since=0.0):
+        """The kernel's time of the journal's first line since then that matches."""
+        for line in self.journal().splitlines():
             match = re.match(r"\[ *(\d+\.\d+)\] (.*)", line)
-            if match and re.search(pattern, match[2]):
+            if match and float(match[1]) > since and re.search(pattern, match[2]):
                 return float(match[1])
         raise Failure(f"the log does not say: {pattern}")
 

@@ -13,25 +13,21 @@ def power(box):
     """the machine killed at a random moment of start, page and new configurations, its disk without a write-back cache"""
     plant = snmp.Plant(box)
     box.dhcp_server()
-    choices = [snmp.model(2), snmp.model(5)]
-    fields, _, _ = choices[0]
+    choices = [snmp.model(5), snmp.model(2)]
+    fields, _, _ = choices[1]
     controller = box.controller(*[word for name, value in fields.items() for word in ("--set", f"snmpcfg.{name}={value}")],
                                 sections="devinfo,gpiostate,snmpcfg")
     panel = box.panel().start()
-    panel.await_page()
+    slowest = panel.await_page()
     panel.await_agent()
     settings = panel.output(SETTINGS)
-    slowest = 0
     moments = []
-    for turn in range(box.options.cuts):
-        fields, _, _ = choices[(turn + 1) % 2]
+    while len(moments) < box.options.cuts:
+        fields, _, _ = choices[len(moments) // 2 % 2]
         controller.set(**{f"snmpcfg__{name}": value for name, value in fields.items()})
-        time.sleep(random.uniform(0, 20))
-        moments.append(f"{panel.age():.0f}")
-        panel.cut_power()
-        panel.start()
-        if turn % 3 == 2:
-            time.sleep(random.uniform(5, 60))
+        # One cut while the configuration takes effect, one at a moment of the start.
+        for seconds in (random.uniform(0, 20), random.uniform(0, slowest)):
+            time.sleep(seconds)
             moments.append(f"{panel.age():.0f}")
             panel.cut_power()
             panel.start()

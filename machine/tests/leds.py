@@ -77,7 +77,7 @@ def safe_state(box, how, result, wait):
     start = panel.uptime()
     panel.output(f"kill -{how} {process}")
     panel.await_logged(f"safestate.sh: the panel ended by {result}", wait)
-    safe = panel.log_time("safestate.sh: the panel ended by")
+    safe = panel.log_time(f"safestate.sh: the panel ended by {result}", start)
     controller.do("resume")
     wait_for("another process", lambda: panel.main_process() not in (0, process), 120, 1)
     again = panel.start_time()

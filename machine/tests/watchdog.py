@@ -40,7 +40,7 @@ def page(box):
         panel.await_logged("safestate.sh: the panel ended by watchdog", 240)
         frames.stop()
         server.shutdown()
-    box.show(f"the panel ends {panel.log_time('safestate.sh: the panel ended by watchdog') - begin:.0f} s after it has asked for the page")
+    box.show(f"the panel ends {panel.log_time('safestate.sh: the panel ended by watchdog', begin) - begin:.0f} s after it has asked for the page")
     box.controller()
     panel.await_page()
     box.show(f"back at a page after {panel.uptime() - begin:.0f} s")
