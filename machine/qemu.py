@@ -95,6 +95,7 @@ class Agent:
             self.stream.send({"execute": "guest-sync", "arguments": {"id": token}})
             while self.stream.receive().get("return") != token:
                 pass
+        self.stream.socket.settimeout(patient(timeout))
         arguments = {name.replace("_", "-"): value for name, value in arguments.items()}
         self.stream.send({"execute": command, "arguments": arguments})
         answer = self.stream.receive()

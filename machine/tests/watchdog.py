@@ -31,6 +31,7 @@ def page(box):
     """a page whose script never ends, then a good one"""
     panel, controller = box.booted()
     controller.stop()
+    panel.await_logged("No packet received", 60)
     Endless.asked.clear()
     with http.server.ThreadingHTTPServer((CONTROLLER, 80), Endless) as server:
         threading.Thread(target=server.serve_forever, daemon=True).start()
