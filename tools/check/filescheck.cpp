@@ -26,8 +26,9 @@ constexpr const char* scriptNames[] = {
     "modbuscfg.sh", "usbremount.sh", "mbserverstart.sh", "mbserverstop.sh", "mbserverupdate.sh"};
 /// The panel's files are from 2020 or later, so an earlier time means that the clock has lost its battery.
 constexpr int firstYear = 2020;
-constexpr qint64 leastFreeSpace = 16 * 1024 * 1024;
-constexpr qint64 largeStorage = 64 * 1024 * 1024;
+constexpr qint64 mebibyte = qint64(1024) * 1024;
+constexpr qint64 leastFreeSpace = 16 * mebibyte;
+constexpr qint64 largeStorage = 64 * mebibyte;
 constexpr int statusPatienceMs = 10000;
 
 /// The size of a PNG picture, from its IHDR chunk (RFC 2083, 4.1.1); invalid if it is no PNG file.
@@ -202,7 +203,7 @@ Findings checkMapping(const PanelFiles& panel)
     }
     Varnel::ModbusInterface bridge;
     std::ignore = bridge.LoadConfig(panel.path(path)); // the checker reports why it fails, with the line
-    const MapChecker checker(panel.read(path, 128 * 1024 * 1024), &bridge);
+    const MapChecker checker(panel.read(path, 128 * mebibyte), &bridge);
     Findings findings;
     for (const ::Finding& found : checker.findings()) {
         findings.append({found.severity == ::Finding::Severity::Error ? Severity::Error : Severity::Warning,
@@ -239,7 +240,7 @@ Findings checkUsbDrive(const PanelFiles& panel)
 
 QString packageVersion(const PanelFiles& panel, const QByteArray& package)
 {
-    const QByteArray status = panel.read(QStringLiteral("/var/lib/dpkg/status"), 64 * 1024 * 1024);
+    const QByteArray status = panel.read(QStringLiteral("/var/lib/dpkg/status"), 64 * mebibyte);
     const int start = status.indexOf("Package: " + package + '\n');
     if (start < 0) {
         return {};

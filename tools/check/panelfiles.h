@@ -44,7 +44,7 @@ public:
     /// The path of the settings file, as the panel names it.
     [[nodiscard]] static QString settingsPath();
     /// The text of a file of the panel; empty if it cannot be read.
-    [[nodiscard]] QByteArray read(const QString& panelPath, qint64 most = 1024 * 1024) const;
+    [[nodiscard]] QByteArray read(const QString& panelPath, qint64 most = qint64(1024) * 1024) const;
 
     /// The value that the panel uses for a key: from the file, or the default.
     [[nodiscard]] QString text(const char* group, const char* key) const;
