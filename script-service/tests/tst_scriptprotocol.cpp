@@ -29,7 +29,8 @@ private slots:
         row("arguments", "netcfg.sh" + nul() + "dhcp" + nul() + "a b" + nul(), {"netcfg.sh", "dhcp", "a b"});
         row("empty ones", "netcfg.sh" + nul(3), {"netcfg.sh", "", ""});
         row("any octets", "netcfg.sh" + nul() + "\n\x1b\xff" + nul(), {"netcfg.sh", "\n\x1b\xff"});
-        row("64 words", "snmpcfg.sh" + nul(64), QByteArrayList{"snmpcfg.sh"} + QVector<QByteArray>(63).toList());
+        row("64 words", "snmpcfg.sh" + nul(64),
+            QByteArrayList{"snmpcfg.sh"} + QVector<QByteArray>(63).toList());
     }
 
     void accepts()

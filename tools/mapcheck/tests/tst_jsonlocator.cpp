@@ -97,7 +97,7 @@ private slots:
 
     void oddTexts_data()
     {
-        const Rows<QByteArray> row("text");
+        QTest::addColumn<QByteArray>("text");
         for (const char* text : {"",          " ",       "{",        "[",   "\"",    "\"\\",  "{\"a\"",
                                  "{\"a\":",   "[1,",     "}",        "]",   ",",     "{]",    "[}",
                                  "{,}",       "[,]",     "{\"a\":}", "nul", "{1:2}", "[1 2]", "\xEF\xBB\xBF",
