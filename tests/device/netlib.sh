@@ -4,9 +4,9 @@
 # manages the network. Needs testlib.sh.
 
 prepare_network() {
-    add_links
-    far ip address add 192.168.7.1/24 dev far0
-    rm -f "$WORK/leases"
+    add_links 192.168.7.1
+    ip address flush dev eth0
+    ip link set eth0 down
     touch "$WORK/leases"
     cat >"$WORK/udhcpd.conf" <<END
 start 192.168.7.100

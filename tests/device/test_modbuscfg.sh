@@ -4,59 +4,27 @@
 set -eu
 . "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
 enter_namespace "$@"
-add_links
-ip address add 192.168.7.2/24 dev eth0
-ip link set eth0 up
-far ip address add 192.168.7.1/24 dev far0
+add_links 192.168.7.1
 
-# In the place of the Modbus server: greets every connection and keeps it while octets come.
-cat >"$WORK/server" <<'END'
-import socketserver, sys
-class Answer(socketserver.BaseRequestHandler):
-    def handle(self):
-        self.request.sendall(b"hello")
-        while self.request.recv(1):
-            self.request.sendall(b"x")
-class Server(socketserver.ThreadingTCPServer):
-    allow_reuse_address = True
-    daemon_threads = True
-Server(("0.0.0.0", int(sys.argv[1])), Answer).serve_forever()
-END
-# Exit status 0 when the server greets; with "stay", says so and then goes on until the connection breaks.
+# The client's connection; with "stay", it sends octets until the connection breaks.
 cat >"$WORK/client" <<'END'
-import socket, sys
+import socket, sys, time
 try:
     connection = socket.create_connection((sys.argv[1], int(sys.argv[2])), 3)
-    if connection.recv(5) != b"hello":
-        sys.exit(1)
-except OSError:
-    sys.exit(1)
-if sys.argv[3:] == ["stay"]:
-    print("connected", flush=True)
-    try:
+    if sys.argv[3:] == ["stay"]:
+        print("connected", flush=True)
         while True:
             connection.sendall(b"x")
-            if not connection.recv(1):
-                break
-    except OSError:
-        pass
-    print("cut", flush=True)
+            time.sleep(0.1)
+except OSError:
+    sys.exit(1)
 END
-
-listens() {
-    ss -H -l -t -n "sport = :$1" | grep -q .
-}
-
-serve() {
-    python3 "$WORK/server" "$1" 2>/dev/null &
-    eventually listens "$1"
-}
 
 reaches() {
     far python3 "$WORK/client" 192.168.7.2 "$1"
 }
 
-serve 502
+hold tcp 502
 nft add table ip other
 nft add chain ip other input '{ type filter hook input priority 10; }'
 nft add rule ip other input tcp dport 9999 drop
@@ -83,15 +51,15 @@ check_equal "refused: nothing changed" "$before" "$(nft list ruleset)"
 
 mkfifo "$WORK/answer"
 far python3 "$WORK/client" 192.168.7.2 1503 stay >"$WORK/answer" &
+client=$!
 exec 7<"$WORK/answer"
 read -r line <&7
 check_equal "standing connection: there" "connected" "$line"
 applied modbus "0 1503" modbuscfg.sh 0 1503
-read -r line <&7
-check_equal "standing connection: cut when the port closes" "cut" "$line"
+check "standing connection: cut when the port closes" eventually not kill -0 "$client"
 check_not "1503: closed" reaches 1503
 
-serve 1700
+hold tcp 1700
 printf '[ModbusServer]\nModbusInterface=0.0.0.0:1700:10\n' >/usr/local/etc/varnel-browser.ini
 applied modbus "1 1504 with the server on 1700" modbuscfg.sh 1 1504
 check "the panel's settings name the server's port" reaches 1504
@@ -130,7 +98,7 @@ settled modbus "after a restart: the last wish comes back"
 echo 'MODBUS_PORTS="502 1024-65535"' >>/usr/local/etc/varnel-device.conf
 applied modbus "1 1800" modbuscfg.sh 1 1800
 nft delete table ip varnel_modbus
-serve 1800
+hold tcp 1800
 "$SCRIPTS/varnel-config" apply modbus 2>"$WORK/err" &
 unsettled modbus "another program listens on port 1800"
 applied modbus "0 1800: the last wish wins over one that is tried again" modbuscfg.sh 0 1800

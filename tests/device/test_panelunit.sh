@@ -104,6 +104,8 @@ mkdir -p "$GPIO"
 touch "$GPIO/export"
 mount -t tmpfs tmpfs /dev -o mode=0755
 mknod -m 0666 /dev/null c 1 3
+# By hand the script does not ask whether this opens; scripts/package-booted starts the unit with it.
+echo text >/dev/kmsg
 unset SERVICE_RESULT
 ip link add eth1 type veth peer name cable
 ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
@@ -123,15 +125,9 @@ run 0 "eglfs with a card: fine" panelcheck.sh
 export QT_QPA_PLATFORM=offscreen
 run 0 "offscreen needs nothing" panelcheck.sh
 
-rm "$GPIO/export"
-says 0 "LEDs and buzzer stay dark" panelcheck.sh
-touch "$GPIO/export"
-
 cp "$ROOT_DIR/device/varnel-browser.ini" "$INI"
 silent "the sample settings: fine" panelcheck.sh
-mount -t tmpfs -o mode=0755 tmpfs /usr/local/bin
-run_programs=$(readlink -f -- "${1:?the directory of the programs}")
-ln -s "$run_programs/varnel-check" /usr/local/bin/
+ln -s "$(readlink -f -- "${1:?the directory of the programs}")/varnel-check" /usr/local/bin/
 mkdir -p /usr/local/share
 mount --bind "$ROOT_DIR/device/share" /usr/local/share
 cp "$ROOT_DIR/device/modbus.map" /usr/local/etc/
@@ -141,7 +137,7 @@ for broken in 'Network' 'UdpPort=9876' '<html>'; do
 done
 head -c 4096 /bin/sh >"$INI"
 says 0 "panelcheck.sh: error: $INI: the settings file is not a text file" panelcheck.sh
-umount /usr/local/bin
+rm /usr/local/bin/varnel-check
 
 # --- settings that the panel cannot read ---
 
@@ -163,13 +159,6 @@ says 0 "the panel cannot read $INI and takes defaults: chgrp varnel $INI && chmo
 umount /usr/local/etc
 rm "$INI"
 
-# --- a kernel that does not hold the unit to its devices ---
-
-echo text >/dev/kmsg
-INVOCATION_ID=0 run 0 "devices are not held: goes on" panelcheck.sh
-said "THE CONFINEMENT IS INCOMPLETE"
-silent "by hand it is not asked" panelcheck.sh
-
 # --- the panel's address ---
 
 # late WHAT LINE COMMAND...: panelcheck.sh waits, says so, and is done within a second after the command
@@ -188,13 +177,6 @@ late() {
 }
 ip address flush dev eth1
 late "no address" "waiting for an address of eth1" ip address add 192.168.7.1/24 dev eth1
-ip link delete eth1
-appear() {
-    ip link add eth1 type veth peer name cable
-    ip address add 192.168.7.1/24 broadcast 192.168.7.255 dev eth1
-    ip link set eth1 up
-}
-late "no interface" "waiting for an address of eth1" appear
 ip link set eth1 down
 late "an interface that is down" "waiting for an address of eth1" ip link set eth1 up
 printf '[Network]\nUdpBindAddress=10.1.1.1\n' >"$INI"

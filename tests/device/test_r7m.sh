@@ -9,8 +9,7 @@ DROPINS=/usr/local/etc/r7m.d
 mkdir -p "$DROPINS"
 
 dropin() {
-    printf '#!/bin/sh\n%s\n' "$2" >"$DROPINS/$1"
-    chmod 0755 "$DROPINS/$1"
+    printf '#!/bin/sh\n%s\n' "$2" | stand_in "$DROPINS/$1"
 }
 
 # shellcheck disable=SC2016

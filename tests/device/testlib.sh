@@ -6,7 +6,7 @@
 #     . "$(dirname -- "$(readlink -f -- "$0")")/testlib.sh"
 #     enter_namespace "$@"
 #
-# and then has the machine to itself: a network without links, a private copy of /etc, empty /run and /usr/local/etc,
+# and then has the machine to itself: a network without links, a private copy of /etc, empty /run and /usr/local,
 # and its own processes, all of which end with it. VARNEL_DEVICE_SCRIPTS names the directory of the scripts to test,
 # so that an integrator's replacements pass through the same tests.
 
@@ -43,7 +43,9 @@ prepare_machine() {
     # A container's name servers are a mount of their own, beneath the copy.
     rm -f /etc/resolv.conf
     echo "# the test's own" >/etc/resolv.conf
-    mount -t tmpfs -o mode=0755 tmpfs /usr/local/etc
+    for directory in etc bin sbin; do
+        mount -t tmpfs -o mode=0755 tmpfs "/usr/local/$directory"
+    done
     if [ -d /var/lib/snmp ]; then
         mount -t tmpfs -o mode=0755 tmpfs /var/lib/snmp
         chown Debian-snmp: /var/lib/snmp
@@ -60,17 +62,67 @@ END
     ip link set lo up
 }
 
-# add_links: eth0 is the panel's interface, the namespace "far" the network behind it.
+# add_links ADDRESS...: eth0 is the panel's interface, the namespace "far" the network behind it, with these addresses.
 add_links() {
     ip netns add far
     ip link add eth0 type veth peer name far0
     ip link set far0 netns far
     far ip link set lo up
     far ip link set far0 up
+    for far_address in "$@"; do
+        far ip address add "$far_address/24" dev far0
+    done
+    ip address add 192.168.7.2/24 dev eth0
+    ip link set eth0 up
 }
 
 far() {
     ip netns exec far "$@"
+}
+
+# stand_in PROGRAM: takes what it reads in the place of a program.
+stand_in() {
+    cat >"$1"
+    chmod 0755 "$1"
+}
+
+# stand_in_controller ADDRESS COMMUNITY: a controller's agent with a value at $OID. It and the manager run copies, as on
+# machines of their own: Debian's init script looks for every process of the program snmpd.
+stand_in_controller() {
+    mkdir -p "$WORK/controller-$1"
+    cp /usr/sbin/snmpd "$WORK/controller-agent-$1"
+    cat >"$WORK/controller-$1/snmpd.conf" <<END
+agentAddress udp:$1:161
+rocommunity $2
+sysDescr controller $1
+override $OID.1.0 octet_str "value of $1"
+END
+    SNMP_PERSISTENT_DIR=$WORK/controller-$1 far "$WORK/controller-agent-$1" -r -C -c "$WORK/controller-$1/snmpd.conf" \
+        -Lf "$WORK/controller-$1/log" -I -smux,mteTrigger,mteTriggerConf
+}
+
+# stand_in_manager: reads its configuration and writes the traps that it receives to $WORK/traps.
+stand_in_manager() {
+    [ -e "$WORK/trap-receiver" ] || cp /usr/sbin/snmptrapd "$WORK/trap-receiver"
+    cat >"$WORK/manager.conf"
+    SNMP_PERSISTENT_DIR=$WORK/manager far "$WORK/trap-receiver" -C -c "$WORK/manager.conf" -Lf "$WORK/traps" \
+        -p "$WORK/manager.pid"
+}
+
+# hold tcp|udp PORT: another program, whose process is $holder, has the port.
+hold() {
+    python3 -c 'import signal, socket, sys
+held = socket.socket(type=socket.SOCK_STREAM if sys.argv[1] == "tcp" else socket.SOCK_DGRAM)
+held.bind(("0.0.0.0", int(sys.argv[2])))
+if sys.argv[1] == "tcp":
+    held.listen(100)
+signal.pause()' "$1" "$2" &
+    holder=$!
+    check "$1 port $2 is held" eventually is_held "$1" "$2"
+}
+
+is_held() {
+    ss -H -l -n "--$1" "sport = :$2" | grep -q .
 }
 
 # --- checks ---
@@ -78,39 +130,39 @@ far() {
 checks=0
 failures=0
 
-pass() {
-    checks=$((checks + 1))
-    echo "ok   - $1"
-}
-
-flunk() {
-    checks=$((checks + 1))
-    failures=$((failures + 1))
-    echo "FAIL - $1"
-}
-
 # check NAME COMMAND...: the command succeeds.
 check() {
     check_name=$1
     shift
-    if "$@"; then pass "$check_name"; else flunk "$check_name"; fi
+    checks=$((checks + 1))
+    if "$@"; then
+        echo "ok   - $check_name"
+    else
+        failures=$((failures + 1))
+        echo "FAIL - $check_name"
+        # What was said last.
+        tail -v -n 20 "$WORK/err" "$WORK/status" 2>/dev/null | sed 's/^/       /'
+    fi
+}
+
+not() {
+    ! "$@"
 }
 
 # check_not NAME COMMAND...: the command fails.
 check_not() {
-    check_name=$1
+    not_name=$1
     shift
-    if "$@"; then flunk "$check_name"; else pass "$check_name"; fi
+    check "$not_name" not "$@"
 }
 
 # check_equal NAME EXPECTED ACTUAL
 check_equal() {
-    if [ "$2" = "$3" ]; then
-        pass "$1"
-    else
-        flunk "$1"
-        printf '       expected: %s\n       actual:   %s\n' "$2" "$3"
-    fi
+    check "$1" equal "$2" "$3"
+}
+
+equal() {
+    [ "$1" = "$2" ] || not printf '       expected: %s\n       actual:   %s\n' "$1" "$2"
 }
 
 # run STATUS NAME SCRIPT ARGUMENT...: runs a script of the panel as the script service does: with null input and without
@@ -121,31 +173,19 @@ run() {
     run_status=0
     setpriv --bounding-set -sys_ptrace -- "$SCRIPTS/$run_script" "$@" </dev/null >"$WORK/out" 2>"$WORK/err" ||
         run_status=$?
-    if [ "$run_status" -eq "$run_expected" ]; then
-        pass "$run_name"
-    else
-        flunk "$run_name"
-        echo "       status $run_status instead of $run_expected"
-        sed 's/^/       /' "$WORK/err"
-    fi
+    check "$run_name (status $run_expected)" [ "$run_status" -eq "$run_expected" ]
 }
 
 # said TEXT: the last run said so on standard error.
 said() {
-    check_said=$1
-    if grep -qF -- "$check_said" "$WORK/err"; then
-        pass "said: $check_said"
-    else
-        flunk "said: $check_said"
-        sed 's/^/       /' "$WORK/err"
-    fi
+    check "said: $1" grep -qF -- "$1" "$WORK/err"
 }
 
 # says STATUS TEXT SCRIPT ARGUMENT...: the run ends with this status and says so.
 says() {
     says_status=$1 says_text=$2
     shift 2
-    run "$says_status" "$*: status $says_status" "$@"
+    run "$says_status" "$*" "$@"
     said "$says_text"
 }
 
@@ -167,9 +207,9 @@ wrong_usage() {
     done
 }
 
-# eventually COMMAND...: within 10 s the command succeeds.
+# eventually COMMAND...: within a minute the command succeeds.
 eventually() {
-    tries=100
+    tries=600
     until "$@"; do
         tries=$((tries - 1))
         [ "$tries" -gt 0 ] || return 1
@@ -185,23 +225,16 @@ status() {
 
 # settled KIND NAME: what was written down last comes into effect.
 settled() {
-    if within_a_minute status "$1"; then
-        pass "$2"
-    else
-        flunk "$2"
-        sed 's/^/       /' "$WORK/status" "$WORK/err"
-    fi
+    check "$2" eventually status "$1"
 }
 
 # unsettled KIND TEXT: what was written down last does not come into effect, and the status says why.
 unsettled() {
-    unsettled_text=$2
-    if within_a_minute status_says "$1" "$2"; then
-        pass "$1 is not in effect: $unsettled_text"
-    else
-        flunk "$1 is not in effect: $unsettled_text"
-        sed 's/^/       /' "$WORK/status" "$WORK/err"
-    fi
+    check "$1 is not in effect: $2" eventually status_says "$1" "$2"
+}
+
+status_says() {
+    not status "$1" && grep -q "in effect  no" "$WORK/status" && grep -qF -- "$2" "$WORK/status"
 }
 
 # applied KIND NAME SCRIPT ARGUMENT...: the run succeeds, and what it asks for comes into effect.
@@ -218,15 +251,6 @@ postponed() {
     shift 2
     run 0 "$*: written down" "$@"
     unsettled "$postponed_kind" "$postponed_text"
-}
-
-status_says() {
-    status "$1" || grep -qF -- "$2" "$WORK/status"
-    grep -q "in effect  no" "$WORK/status" && grep -qF -- "$2" "$WORK/status"
-}
-
-within_a_minute() {
-    eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@" || eventually "$@"
 }
 
 # sums PATH...: what the files hold, and that they are there; for "nothing changed".
