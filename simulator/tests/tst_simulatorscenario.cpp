@@ -98,30 +98,20 @@ private slots:
         QTRY_VERIFY(due.count() >= 3);
     }
 
-    void samplesDoWhatTheySay_data()
-    {
-        const Rows<QString> row("path");
-        for (const QFileInfo& file :
-             QDir(VARNEL_SOURCE_DIR "/simulator/scenarios"_s).entryInfoList({"*.json"_s})) {
-            row(qPrintable(file.fileName()), file.filePath());
-        }
-    }
-
     /// Every action of the scenarios that are handed out is one that the simulator accepts.
     void samplesDoWhatTheySay()
     {
-        QFETCH(QString, path);
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const Varnel::Outcome<Scenario> read = readScenario(file.readAll());
-        QVERIFY2(read, qPrintable(read.refusal.text));
-        const Scenario& scenario = *read.value;
-        QVERIFY(!scenario.steps.isEmpty());
-
-        Simulation simulation(silentOptions());
-        QCOMPARE(simulation.start().refusal.text, QString());
-        for (const ScenarioStep& step : scenario.steps) {
-            QCOMPARE(simulation.perform(step.action).refusal.text, QString());
+        const QDir samples(VARNEL_SOURCE_DIR "/simulator/scenarios"_s, "*.json"_s);
+        for (const QFileInfo& info : samples.entryInfoList()) {
+            QFile file(info.filePath());
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const Varnel::Outcome<Scenario> read = readScenario(file.readAll());
+            QVERIFY2(read && !read.value->steps.isEmpty(), qPrintable(info.fileName() + read.refusal.text));
+            Simulation simulation(silentOptions());
+            QCOMPARE(simulation.start().refusal.text, QString());
+            for (const ScenarioStep& step : read.value->steps) {
+                QCOMPARE(simulation.perform(step.action).refusal.text, QString());
+            }
         }
     }
 

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr qint64 mebi = 1024 * 1024;
+constexpr qint64 kibi = 1024;
+constexpr qint64 mebi = 1024 * kibi;
 
 QByteArray pattern(qint64 size)
 {
@@ -71,13 +72,6 @@ private slots:
         QTEST(logged.value(QLatin1String("status")).toInt(), "expected");
     }
 
-    void withoutLoginNothingIsAsked()
-    {
-        simulator = std::make_unique<SimulatorProcess>();
-        QVERIFY(simulator->start("--login="_s));
-        QCOMPARE(statusOf("/index.html"_s), 200);
-    }
-
     void pages_data()
     {
         const Rows<int, QByteArray> row("expected", "type");
@@ -105,27 +99,21 @@ private slots:
         QVERIFY(reply->bytesAvailable() > 0);
     }
 
-    void frontPageIsComplete_data()
-    {
-        const Rows<QString> row("page");
-        row("board", "board"_s);
-        row("plain", "plain"_s);
-    }
-
     void frontPageIsComplete()
     {
-        QFETCH(QString, page);
-        QVERIFY(start("--page "_s + page));
-        const QString html = QString::fromUtf8(finished("/index.html"_s)->readAll());
-        QRegularExpressionMatchIterator parts =
-            QRegularExpression("(?:src|href)=\"([^\"]+)\""_s).globalMatch(html);
-        int count = 0;
-        for (; parts.hasNext(); ++count) {
-            const QString path = parts.next().captured(1);
-            QVERIFY2(path.startsWith(QLatin1Char('/')), qPrintable(path)); // nothing from elsewhere
-            QCOMPARE(statusOf(path), 200);
+        for (const QString& page : {"board"_s, "plain"_s}) {
+            QVERIFY(start("--page "_s + page));
+            const QString html = QString::fromUtf8(finished("/index.html"_s)->readAll());
+            QRegularExpressionMatchIterator parts =
+                QRegularExpression("(?:src|href)=\"([^\"]+)\""_s).globalMatch(html);
+            int count = 0;
+            for (; parts.hasNext(); ++count) {
+                const QString path = parts.next().captured(1);
+                QVERIFY2(path.startsWith(QLatin1Char('/')), qPrintable(path)); // nothing from elsewhere
+                QCOMPARE(statusOf(path), 200);
+            }
+            QVERIFY(count >= 2);
         }
-        QVERIFY(count >= 2);
     }
 
     void upload_data()
@@ -181,6 +169,7 @@ private slots:
         row("/odd/break", 200, QNetworkReply::RemoteHostClosedError);
         row("/odd/long", 200, QNetworkReply::RemoteHostClosedError);
         row("/odd/short", 200, QNetworkReply::NoError);
+        row("/odd/redirect-loop", 302, QNetworkReply::TooManyRedirectsError);
     }
 
     void oddAnswers()
@@ -215,16 +204,6 @@ private slots:
         QCOMPARE(simulator->exitStatus(), 0);
         QVERIFY(finish(hung));
         QVERIFY(finish(half));
-    }
-
-    void redirectsForEver()
-    {
-        QNetworkRequest asked = simulator->request("/odd/redirect-loop"_s);
-        asked.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                           QNetworkRequest::SameOriginRedirectPolicy);
-        const Reply reply(simulator->client.get(asked));
-        QVERIFY(finish(reply));
-        QCOMPARE(reply->error(), QNetworkReply::TooManyRedirectsError);
     }
 
     void spoilsOnlyTheGivenPath()
@@ -271,12 +250,108 @@ private slots:
         QVERIFY(simulator->isRunning());
     }
 
+    void downloads_data()
+    {
+        const Rows<QByteArray, int> add("disposition", "size");
+        const auto row = [&add](const char* path, const QByteArray& disposition, int size = 2048) {
+            add(path, disposition, size);
+        };
+        row("plain", "attachment; filename=report.txt");
+        row("quoted", "attachment; filename=\"report.txt\"");
+        row("twice", "attachment;filename=log.txt; filename=b.txt");
+        row("upper", "attachment; FILENAME=x");
+        row("extended", "attachment; filename*=UTF-8''x.txt");
+        row("nameless", "attachment");
+        row("blanks", "attachment; filename=   ; size=2048");
+        row("dot", "attachment; filename=.");
+        row("dotdot", "attachment; filename=..");
+        row("climb", "attachment; filename=../escaped.txt");
+        row("subdirectory", "attachment; filename=logs/today.txt");
+        row("latin1", "attachment; filename=r\xE9sum\xE9.txt");
+        row("utf8", "attachment; filename=\xD0\xBE\xD1\x82\xD1\x87\xD1\x91\xD1\x82.txt");
+        row("long", "attachment; filename=" + QByteArray(296, 'n') + ".txt");
+        row("percent", "attachment; filename=100%25-%s-%1.txt");
+        row("hidden", "attachment; filename=.hidden");
+        row("no-suffix", "attachment; filename=data");
+        row("no-header/data.bin", QByteArray());
+        row("slash/", QByteArray());
+        row("empty", "attachment; filename=empty.bin", 0);
+        row("large", "attachment; filename=large.bin", 5 * 1024 * 1024);
+    }
+
+    void downloads()
+    {
+        const QString path = QLatin1String(QTest::currentDataTag());
+        QFETCH(int, size);
+        const Reply reply = finished("/download/"_s + path);
+        QCOMPARE(status(reply), 200);
+        QFETCH(QByteArray, disposition);
+        QCOMPARE(reply->rawHeader("Content-Disposition"), disposition);
+        QCOMPARE(reply->hasRawHeader("Content-Disposition"), !disposition.isNull());
+        QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/octet-stream"));
+        QCOMPARE(reply->rawHeader("Content-Length").toInt(), size);
+        QVERIFY(reply->readAll() == pattern(size));
+    }
+
+    void generatedBody()
+    {
+        // octet i is i xor (i >> 8) xor (i >> 16): neighbouring blocks of 256 differ
+        QCOMPARE(pattern(4).toHex(), QByteArray("00010203"));
+        QCOMPARE(pattern(260).mid(256).toHex(), QByteArray("01000302"));
+        QCOMPARE(int(uchar(Simulator::patternOctet(0x12345))), 0x45 ^ 0x23 ^ 0x01);
+    }
+
+    void brokenDownload()
+    {
+        const Reply reply = finished("/download/break"_s);
+        QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
+        QVERIFY(reply->readAll() == pattern(32 * kibi));
+
+        const Reply stalled = get("/download/stall"_s);
+        QTRY_COMPARE(stalled->bytesAvailable(), 32 * kibi);
+        QVERIFY(!stalled->isFinished());
+    }
+
+    void customDownload()
+    {
+        const Reply reply = get("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
+                                "&type=application/x-odd&size=10000&pace=20"_s);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(finish(reply));
+        QVERIFY(clock.elapsed() >= 50); // three paces of 4096 octets
+        QCOMPARE(reply->rawHeader("Content-Disposition"), QByteArray("attachment; filename=a b.txt"));
+        QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/x-odd"));
+        QVERIFY(reply->readAll() == pattern(10000));
+    }
+
+    void hugeDownload()
+    {
+        const Reply reply = get("/download/huge"_s);
+        reply->setReadBufferSize(mebi);
+        qint64 received = 0;
+        bool intact = true;
+        const auto drain = [&] {
+            const QByteArray block = reply->readAll();
+            if (!block.isEmpty()) {
+                intact = intact && block.at(0) == Simulator::patternOctet(received);
+            }
+            received += block.size();
+        };
+        connect(reply.get(), &QNetworkReply::readyRead, this, drain);
+        QVERIFY(finish(reply));
+        drain();
+        QCOMPARE(received, 200 * mebi);
+        QVERIFY(intact);
+    }
+
 private:
     /// Starts the simulator behind a login, which the requests then have.
     bool start(const QString& options)
     {
         simulator = std::make_unique<SimulatorProcess>();
         simulator->credentials = "user:secret";
+        simulator->client.setRedirectPolicy(QNetworkRequest::SameOriginRedirectPolicy);
         return simulator->start("--login user --password secret "_s + options);
     }
 
