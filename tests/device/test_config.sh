@@ -29,49 +29,6 @@ check_equal "apply without a wish: nothing to do" "" "$(cat "$WORK/err")$(rules)
 wrong_usage varnel-config "" "stop" "status usb" "status snmp network" "apply" "apply usb" "apply snmp now" "apply ../x"
 run 0 "--help" varnel-config --help
 
-# --- what it costs the panel ---
-
-# With the units installed the scripts leave the rest to systemd. Each process that they start costs the panel 10 ms and
-# more, in which it does nothing else; in this namespace the process ids count them.
-mkdir -p /run/systemd/system /etc/systemd/system
-touch /etc/systemd/system/varnel-config-snmp.path /etc/systemd/system/varnel-config-network.path
-last_pid() {
-    # shellcheck disable=SC2016
-    sh -c 'echo $$'
-}
-
-# costs LIMIT NAME FUNCTION
-costs() {
-    "$3"
-    before=$(last_pid)
-    "$3"
-    started=$(($(last_pid) - before - 2))
-    check "$2: $started processes, $1 at most" [ "$started" -le "$1" ]
-}
-
-snmp_transaction() {
-    "$SCRIPTS/snmpctl.sh" init
-    "$SCRIPTS/snmpcfg.sh" 192.168.7.20 161 ctx comm .1.3.6.1 V3PRIV user SHA "pass phrase" AES "key phrase"
-    for verb in init add add add add add; do
-        "$SCRIPTS/snmptrap.sh" "$verb" 192.168.7.50 162 V3PRIV 8000000001020304 user SHA "pass phrase" AES "key phrase"
-    done
-    "$SCRIPTS/snmpctl.sh" apply
-}
-
-network_change() {
-    "$SCRIPTS/netcfg.sh" static 192.168.7.9 255.255.255.0 192.168.7.1 192.168.7.1 10.1.1.1
-}
-
-registration() {
-    "$SCRIPTS/r7m.sh" add 192.168.7.20 7 161 162 1 502 4711
-}
-
-echo "NET_INTERFACE=lo" >>"$CONF"
-costs 10 "nine SNMP scripts" snmp_transaction
-costs 2 "a network configuration" network_change
-costs 3 "a registration" registration
-rm -r /run/systemd /etc/systemd/system/varnel-config-snmp.path /etc/systemd/system/varnel-config-network.path /run/varnel
-
 # --- the last wish ---
 
 applied modbus "a wish" modbuscfg.sh 1 1502
