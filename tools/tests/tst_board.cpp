@@ -39,6 +39,12 @@ class tst_Board : public QObject
     Q_OBJECT
 
 private slots:
+    void init()
+    {
+        root = std::make_unique<QTemporaryDir>();
+        record = root->filePath("runs"_s);
+    }
+
     void readsLine_data()
     {
         const Rows<QByteArray, QByteArray, QByteArray, BoardLine> row("direction", "activeLow", "value",
@@ -54,39 +60,28 @@ private slots:
         QFETCH(QByteArray, direction);
         QFETCH(QByteArray, activeLow);
         QFETCH(QByteArray, value);
-        const QTemporaryDir root;
-        write(root.filePath("gpio7/direction"_s), direction);
-        write(root.filePath("gpio7/active_low"_s), activeLow);
-        write(root.filePath("gpio7/value"_s), value);
-        BoardLines outputs(root.path(), {7, 8});
+        write(root->filePath("gpio7/direction"_s), direction);
+        write(root->filePath("gpio7/active_low"_s), activeLow);
+        write(root->filePath("gpio7/value"_s), value);
+        BoardLines outputs(root->path(), {7, 8});
         outputs.refresh();
         QTEST(outputs.current().at(0), "expected");
         QCOMPARE(outputs.current().at(1), BoardLine());
     }
 
-    void valueBeingWrittenKeepsTheLastOne()
-    {
-        const QTemporaryDir root;
-        const QString value = root.filePath("gpio7/value"_s);
-        write(value, "1");
-        BoardLines outputs(root.path(), {7});
-        outputs.refresh();
-        write(value, "");
-        outputs.refresh();
-        QVERIFY(outputs.current().at(0).on);
-        write(value, "0");
-        outputs.refresh();
-        QVERIFY(!outputs.current().at(0).on);
-    }
-
     void tellsChanges()
     {
-        const QTemporaryDir root;
-        BoardLines outputs(root.path(), {7});
+        const QString value = root->filePath("gpio7/value"_s);
+        BoardLines outputs(root->path(), {7});
         QVERIFY(!outputs.refresh());
-        write(root.filePath("gpio7/value"_s), "1");
+        write(value, "1");
         QVERIFY(outputs.refresh());
+        write(value, ""); // being written: the last one counts
         QVERIFY(!outputs.refresh());
+        QVERIFY(outputs.current().at(0).on);
+        write(value, "0");
+        QVERIFY(outputs.refresh());
+        QVERIFY(!outputs.current().at(0).on);
     }
 
     void listsRuns_data()
@@ -104,8 +99,6 @@ private slots:
     void listsRuns()
     {
         QFETCH(QByteArray, octets);
-        const QTemporaryDir root;
-        const QString record = root.filePath("runs"_s);
         write(record, octets);
         ScriptRuns runs(record);
         QTEST(runs.added(), "expected");
@@ -113,8 +106,6 @@ private slots:
 
     void readsOnlyWhatWasAdded()
     {
-        const QTemporaryDir root;
-        const QString record = root.filePath("runs"_s);
         ScriptRuns runs(record);
         QCOMPARE(runs.added(), QStringList()); // not there yet
         const QByteArray second = run({"b.sh", "2"});
@@ -129,20 +120,18 @@ private slots:
 
     void windowShowsLampsAndRuns()
     {
-        const QTemporaryDir root;
-        const QString record = root.filePath("runs"_s);
         for (const int line : {1, 2, 3, 4}) {
-            write(root.filePath("gpio%1/direction"_s.arg(line)), "out");
-            write(root.filePath("gpio%1/value"_s.arg(line)), "0");
+            write(root->filePath("gpio%1/direction"_s.arg(line)), "out");
+            write(root->filePath("gpio%1/value"_s.arg(line)), "0");
         }
-        BoardWindow window(BoardLines(root.path(), {1, 2, 3, 4}), ScriptRuns(record));
+        BoardWindow window(BoardLines(root->path(), {1, 2, 3, 4}), ScriptRuns(record));
         window.show();
         auto* const painter = window.findChild<OutputPainter*>();
         const auto lamp = [painter](int index) {
             return painter->grab().toImage().pixelColor(110 * index + 55, 36);
         };
         const QColor dark = lamp(0);
-        write(root.filePath("gpio1/value"_s), "1");
+        write(root->filePath("gpio1/value"_s), "1");
         QTRY_VERIFY(lamp(0) != dark);
         QVERIFY(lamp(0).green() > 2 * dark.green());
         QVERIFY(lamp(2).red() < 100); // the red one stays dark
@@ -152,6 +141,10 @@ private slots:
         QTRY_COMPARE(list->count(), 1);
         QCOMPARE(list->item(0)->text(), "r7m.sh add"_s);
     }
+
+private:
+    std::unique_ptr<QTemporaryDir> root;
+    QString record;
 };
 
 QTEST_MAIN(tst_Board)
