@@ -96,27 +96,18 @@ private slots:
         QCOMPARE(answerRequest(hex("01 07CF 0009"), store, start), hex("01 02 01 00"));
     }
 
-    void updateIsPublishedWholeOrNotAtAll_data()
-    {
-        const Rows<int, int, QString> row("address", "count", "message");
-        row("into a gap: nothing", 104, 1, "1 words from address 104 are not all in a table"_s);
-        row("past a table: nothing", 103, 2, "2 words from address 103 are not all in a table"_s);
-        row("inside: all", 103, 1, {});
-        row("no word outside: all", 300, 0, {});
-    }
-
     void updateIsPublishedWholeOrNotAtAll()
     {
-        QFETCH(int, address);
-        QFETCH(int, count);
-        QFETCH(QString, message);
-        const std::vector<quint16> words(static_cast<size_t>(count), 8);
-        const Refusal refusal =
-            store.publish({{100, {9, 9}}, {static_cast<quint16>(address), words}}, start).refusal;
-        QCOMPARE(refusal.text, message);
-        QCOMPARE(refusal.kind, message.isEmpty() ? QString() : "BadUpdate"_s);
-        const char* expected = message.isEmpty() ? "03 04 0009 0009" : "03 04 0000 0001";
-        QCOMPARE(answerRequest(hex("03 0064 0002"), store, start), hex(expected));
+        const auto publish = [this](quint16 address, size_t count) {
+            return store.publish({{100, {9, 9}}, {address, std::vector<quint16>(count, 8)}}, start).refusal;
+        };
+        QCOMPARE(publish(104, 1).text, "1 words from address 104 are not all in a table"_s); // in a gap
+        QCOMPARE(publish(103, 2).text, "2 words from address 103 are not all in a table"_s);
+        QCOMPARE(publish(103, 2).kind, "BadUpdate"_s);
+        QCOMPARE(answerRequest(hex("03 0064 0002"), store, start), hex("03 04 0000 0001"));
+        QCOMPARE(publish(300, 0).kind, QString()); // no word outside
+        QCOMPARE(publish(103, 1).kind, QString());
+        QCOMPARE(answerRequest(hex("03 0064 0004"), store, start), hex("03 08 0009 0009 1234 0008"));
     }
 
     void laterRunsAndOverlappingTablesShareRegisters()

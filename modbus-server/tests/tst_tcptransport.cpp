@@ -204,16 +204,6 @@ private slots:
         QVERIFY(received.startsWith(response.repeated(1000)));
     }
 
-    void reportsAPortInUse()
-    {
-        open(1);
-        const TcpEndpoint taken{QHostAddress(QHostAddress::LocalHost), transport->port(), 1};
-        TcpTransport second(taken, 0ms, &answerWithTwoOctets);
-        QCOMPARE(second.open().refusal.text, "The bound address is already in use"_s);
-        transport.reset();
-        QVERIFY(second.open());
-    }
-
 private:
     void open(int clientLimit, std::chrono::milliseconds idleLimit = 0ms)
     {

@@ -58,7 +58,7 @@ END
 mkfifo "$WORK/actions"
 far "$PROGRAMS/r7m-simulator" --http "$CONTROLLER:80" --target 192.168.7.255:9876 --broadcast --interval 200 --page plain \
     --map "$ROOT_DIR/device/modbus.map" --stdin --log \
-    --set core.101=4711 --set core.300=21.5 \
+    --set core.101=4711 \
     --set "netcfg.ip=$PANEL" --set netcfg.gateway="$CONTROLLER" --set netcfg.dns1=10.1.1.1 \
     --set snmpcfg.version=5 --set "snmpcfg.priv_oid=$OID" --set snmpcfg.r7m_context= \
     --set snmpcfg.r7m_community=r7mcomm --set "snmpcfg.trap_addr1=$MANAGER" \
@@ -79,10 +79,9 @@ trap_arrived() {
     grep -q "$1" "$WORK/traps"
 }
 
-# modbus_reads PORT REGISTER TYPE VALUE; the panel puts the high word of a number first ("-B").
+# modbus_reads PORT VALUE: from register 101
 modbus_reads() {
-    far timeout 5 mbpoll -m tcp -B -p "$1" -0 -r "$2" -t "$3" -1 -o 1 "$PANEL" 2>/dev/null |
-        grep -q "^\[$2\]:[[:space:]]*$4"
+    far timeout 5 mbpoll -m tcp -p "$1" -0 -r 101 -t 4 -1 -o 1 "$PANEL" 2>/dev/null | grep -q "^\[101\]:[[:space:]]*$2"
 }
 
 registered() {
@@ -101,15 +100,14 @@ check "SnmpCfg: a manager reads the controller's value with V3PRIV" eventually r
 check "SnmpCfg: the agent's start trap reaches the manager" eventually trap_arrived "3.6.1.6.3.1.1.5.1"
 far snmptrap -v 2c -c traps "$PANEL:162" 5 "$OID.0.1" "$OID.2.0" s "trap of the controller"
 check "SnmpCfg: a trap of the controller reaches the manager" eventually trap_arrived "trap of the controller"
-check "ModbusCfg and Core: a client reads the register" eventually modbus_reads 1502 101 4 4711
-check "Core: a client reads two registers as a number" modbus_reads 1502 300 4:float 21.5
-check_not "ModbusCfg: no other port is open" modbus_reads 502 101 4 4711
+check "ModbusCfg and Core: a client reads the register" eventually modbus_reads 1502 4711
+check_not "ModbusCfg: no other port is open" modbus_reads 502 4711
 
 echo "set core.101=1234 modbuscfg.tcp_status=off" >&6
-closed() { ! modbus_reads 1502 101 4 '[0-9]'; }
+closed() { ! modbus_reads 1502 '[0-9]'; }
 check "ModbusCfg off: the port closes" eventually closed
 echo "set modbuscfg.tcp_status=on modbuscfg.tcp_port=502" >&6
-check "ModbusCfg on another port: a client reads the new value" eventually modbus_reads 502 101 4 1234
+check "ModbusCfg on another port: a client reads the new value" eventually modbus_reads 502 1234
 
 echo "silence" >&6
 unregistered() { [ ! -e /run/varnel/controller ]; }
