@@ -53,6 +53,11 @@ private slots:
             ": 30 registers in 5 tables, 43 words, 0 errors, 0 warnings\n");
         row("fine and quiet: 0, nothing", {"-q"_s, sample}, 0, "");
         row("errors: 1", {data("id-twice")}, 1, ": error: register 100");
+        const QString path = data("unknown-class");
+        row("file and line: 1", {path}, 1,
+            path.toUtf8() + ":12: error: register 101 \"Current\": unknown class \"Power\"\n" +
+                path.toUtf8() + ": 2 registers in 1 tables, 2 words, 1 errors, 0 warnings\n");
+        row("verbose: 0, what the loader says", {"--verbose"_s, sample}, 0, "Try to open mapping file  \"");
         row("warnings: 0", {cut}, 0, "0 errors, 1 warnings");
         row("warnings and strict: 1", {"--strict"_s, cut}, 1, ": warning: ");
         row("not JSON: 1", {data("not-json")}, 1, ":13: error: not JSON");
@@ -81,14 +86,7 @@ private slots:
         QTEST(result.status, "status");
         QVERIFY2(says(result.output, output), result.output.constData());
         QVERIFY2(says(result.errors, errors), result.errors.constData());
-    }
-
-    void findingsNameFileAndLine()
-    {
-        const QByteArray path = data("unknown-class").toUtf8();
-        QCOMPARE(run({data("unknown-class")}).errors,
-                 path + ":12: error: register 101 \"Current\": unknown class \"Power\"\n" + path +
-                     ": 2 registers in 1 tables, 2 words, 1 errors, 0 warnings\n");
+        QCOMPARE(result.errors.contains("Try to open"), arguments.contains("--verbose"_s));
     }
 
     void readsStandardInput()
@@ -108,12 +106,6 @@ private slots:
                                     "3,high word first,read-only,7,A\r\n"));
         QVERIFY(all.output.contains(
             "\nmbpoll -m rtu -b 9600 -a 7 -0 -1 -B -t 4:float -r 404 -c 3 /dev/ttyUSB0\n"));
-    }
-
-    void verboseShowsTheLoader()
-    {
-        QVERIFY(run({"--verbose"_s, sample}).errors.startsWith("Try to open mapping file  \""));
-        QVERIFY(!run({sample}).errors.contains("Try to open"));
     }
 
     void bigFile()
