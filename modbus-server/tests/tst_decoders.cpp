@@ -42,19 +42,6 @@ private slots:
         }
     }
 
-    void tcpRequestsInOnePiece()
-    {
-        MbapDecoder decoder;
-        decoder.append(hex("0001 0000 0006 FF 03 0064 0004"
-                           "0002 0000 0002 00 07"
-                           "0003 0000 00"));
-        QCOMPARE(decoder.next()->pdu, hex("03 0064 0004"));
-        QCOMPARE(decoder.next()->pdu, hex("07"));
-        QVERIFY(!decoder.next());
-        QCOMPARE(decoder.pending(), 5);
-        QVERIFY(!decoder.isBroken());
-    }
-
     void tcpBrokenHeaders_data()
     {
         const Rows<QByteArray, bool> row("octets", "broken");
@@ -79,12 +66,6 @@ private slots:
         // Nothing is found in a broken stream any more, however right it looks.
         decoder.append(hex("0001 0000 0006 FF 03 0064 0004"));
         QVERIFY(!broken || !decoder.next());
-    }
-
-    void tcpResponse()
-    {
-        const MbapRequest request{0x1234, 0xFF, {}};
-        QCOMPARE(mbapResponse(request, hex("03 02 0007")), hex("1234 0000 0005 FF 03 02 0007"));
     }
 
     void crc()

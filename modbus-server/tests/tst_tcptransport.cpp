@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 namespace {
 
 /// A request with one word of data, and the answer that the test's answer function gives to it.
-const QByteArray request = QByteArray::fromHex("0007 0000 0002 09 41");
-const QByteArray response = QByteArray::fromHex("0007 0000 0004 09 41 5555");
+const QByteArray request = QByteArray::fromHex("1234 0000 0002 FF 41");
+const QByteArray response = QByteArray::fromHex("1234 0000 0004 FF 41 5555");
 
 void expect(QtMsgType type, const QString& pattern)
 {

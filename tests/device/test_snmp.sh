@@ -326,10 +326,6 @@ check_equal "another controller: its value is read" '"value of 192.168.7.21"' "$
 
 # --- traps ---
 
-received() {
-    grep -qF -- "$1" "$WORK/traps"
-}
-
 # traps NAME SESSION MODEL...: the panel's own start trap, and one that the controller sends to the panel with the
 # session's options, reach the manager.
 traps() {
@@ -351,10 +347,10 @@ traps() {
         start="TRAP, SNMP v1"
         trap="$OID $CONTROLLER 6 1 5"
     fi
-    check "$name: the agent's start trap reaches the manager" eventually received "$start"
+    check "$name: the agent's start trap reaches the manager" eventually grep -qF -- "$start" "$WORK/traps"
     # shellcheck disable=SC2086
     eval "far snmptrap $session 192.168.7.2:1162 $trap $OID.2.0 s '$name-trap'"
-    check "$name: the controller's trap reaches the manager" eventually received "$name-trap"
+    check "$name: the controller's trap reaches the manager" eventually grep -qF -- "$name-trap" "$WORK/traps"
 }
 
 traps V1 "-v 1 -c 'trap#comm'" V1 "trap#comm"
