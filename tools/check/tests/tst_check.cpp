@@ -173,6 +173,9 @@ private slots:
         setting(
             "number with a unit", "[Network]\nUdpTimeout=10s\n",
             "error INI:2: UdpTimeout is not a decimal number: \"10s\" -> Write digits only, without a unit.");
+        setting(
+            "hexadecimal number", "[GPIO]\nLedRedPin=0xe4\n",
+            "error INI:2: LedRedPin is not a decimal number: \"0xe4\" -> Write digits only, without a unit.");
         setting("number above 16 bits", "[Network]\nUdpPort=70000\n",
                 "error INI:2: UdpPort is out of range: 70000 -> Write a number from 0 to 65535.");
         setting("negative number", "[Network]\nUdpTimeout=-1\n",
@@ -276,6 +279,9 @@ private slots:
             "Scale it to 800 x 480."_s);
         row("language without pictures", with("/usr/local/share/pl/error.jpg"_s, "x"), &checkPictures,
             "warning /usr/local/share/pl/error.png: the picture is missing -> Copy an 800 x 480 PNG picture there."_s);
+        row("language incomplete", with("/usr/local/share/pl/other.png"_s, "x"), &checkPictures,
+            "warning /usr/local/share/pl/error.png: the picture is missing -> Copy an 800 x 480 PNG picture "
+            "there."_s);
         const QString script = "/usr/local/bin/r7m.sh"_s;
         row("script missing", gone(script), &checkScripts,
             "error /usr/local/bin/r7m.sh: the script is missing -> apt install --reinstall "
