@@ -29,8 +29,8 @@ const char* const style =
 const char* const script =
     "window.onload = function () { document.getElementById('clock').textContent = 'Loaded'; };";
 
-/// What the panel sets for itself (src/enginesetup.cpp): a floor has nothing either that the page does not
-/// need.
+/// The panel sets these itself (src/enginesetup.cpp). A floor gets them too, so that both load only what the
+/// page needs.
 const std::pair<const char*, const char*> tuned[] = {
     {"QT_XCB_GL_INTEGRATION", "none"}, {"GST_PLUGIN_SYSTEM_PATH_1_0", ""}, {"GST_REGISTRY_DISABLE", "yes"},
     {"GST_REGISTRY_FORK", "no"},       {"QT_ACCESSIBILITY", "0"},          {"NO_AT_BRIDGE", "1"},

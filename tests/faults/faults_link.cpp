@@ -198,7 +198,7 @@ Fault silentNameServer()
     const auto socket = std::make_shared<std::unique_ptr<QUdpSocket>>();
     return {"name server silent",
             "page stays until the name is given up, then error page until the next try",
-            "nothing; the page begins anew",
+            "nothing; the page starts again",
             httpError,
             leaveForUnknownName,
             [socket](FaultBench& bench) {
@@ -227,9 +227,9 @@ Fault silentNameServer()
 Faults controllerFaults()
 {
     Faults faults{
-        {"controller silent", "error page, LEDs blink fast", "nothing; the page begins anew", lossLine,
+        {"controller silent", "error page, LEDs blink fast", "nothing; the page starts again", lossLine,
          &FaultBench::silence, errorPageAndBlinking, &FaultBench::speak},
-        {"controller rebooted", "error page until it is back", "nothing of the panel; the page begins anew",
+        {"controller rebooted", "error page until it is back", "nothing of the panel; the page starts again",
          lossLine,
          [](FaultBench& bench) {
              bench.server.close();
@@ -315,7 +315,7 @@ Faults serverFaults()
 
 Faults networkFaults()
 {
-    constexpr auto nothingIsLost = "nothing; the page begins anew";
+    constexpr auto nothingIsLost = "nothing; the page starts again";
     return {
         {"name not resolvable", errorPageOnce, nothingIsLost, httpError, leaveForUnknownName,
          &FaultBench::awaitErrorPage, &FaultBench::serveUsual},

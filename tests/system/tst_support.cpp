@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the other system tests take for granted about their sandbox and their helpers, and what none of them
-// would miss at once.
+// Tests of the sandbox and of the helpers that the other system tests rely on.
 
 #include <QFile>
 #include <QNetworkInterface>
