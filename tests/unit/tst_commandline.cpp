@@ -9,7 +9,7 @@ using Varnel::CommandLine;
 
 namespace {
 
-/// What was set, as the options that would set it; an error stands at the end.
+/// The options that lead to the present values, with an error at the end.
 QStringList spelled(const CommandLine& line)
 {
     QStringList words;

@@ -168,7 +168,7 @@ private slots:
         const QPointer<QNetworkReply> second = offer(other, {{}, "1;2;3", 2, true});
         QTRY_COMPARE(started, QVector<bool>({true, true}));
 
-        // What had arrived of the first file is on the drive, and the log says that it is incomplete.
+        // The drive has the first part of the first file, and the log says that the file is incomplete.
         QCOMPARE(users->content("log.txt"_s), QByteArray("first part"));
         QCOMPARE(criticalLines(),
                  QStringList("TIME - Download to '%1' broken off: another download takes its place"_s.arg(

@@ -337,7 +337,7 @@ private:
         return reply;
     }
 
-    /// What was reported of first requests so far.
+    /// The reports of first requests so far.
     QList<bool> reports() const
     {
         QList<bool> errors;

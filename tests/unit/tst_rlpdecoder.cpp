@@ -145,7 +145,7 @@ private slots:
         row("three octets of continuity, sealed: none",
             sealed(hex("ce 01 | 0d 00 | 08 00 | 01 00 | 07 00 00 00 | 01 01 01")), {badContinuity});
 
-        // Of two defects the first in the order of the checks is reported.
+        // A frame with two defects is reported with the first in the order of the checks.
         row("version and payload length wrong: version", frame().version(2).payloadLength(1).octets(),
             {badVersion});
         row("payload length and section offset wrong: payload length",

@@ -13,7 +13,7 @@ using Varnel::SignalWatcher;
 
 namespace {
 
-/// What the process does on this signal.
+/// The process's handler of this signal.
 struct sigaction actionOf(int number)
 {
     struct sigaction action = {};
