@@ -146,6 +146,19 @@ private slots:
         QCOMPARE(log.lines().size(), 2);
     }
 
+    void bothDisplayFilesCount()
+    {
+        const QString backlight = "/sys/devices/platform/pwm-backlight.0/backlight/pwm-backlight.0"_s;
+        QVERIFY(QDir().mkpath("/sys/class/graphics/fb0"_s));
+        const LogRecorder log;
+        QVERIFY(!saver->setScreenState(ScreenSaver::ScreenInactive)); // the first one alone
+        QCOMPARE(log.texts(), QStringList({dark, "Error opening file '%1/bl_power'"_s.arg(backlight)}));
+        QVERIFY(QDir().mkpath(backlight));
+        QVERIFY(saver->setScreenState(ScreenSaver::ScreenActive));
+        QVERIFY(QDir("/sys/class/graphics"_s).removeRecursively());
+        QVERIFY(QDir("/sys/devices"_s).removeRecursively());
+    }
+
     void saveRestoreAndSleep()
     {
         const LogRecorder log;

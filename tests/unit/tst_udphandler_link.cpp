@@ -291,6 +291,7 @@ private slots:
         QVERIFY(!restartedBy(Frame(1002).version(2).octets(), controller));
         // A frame whose sections are all bad does: the controller is there.
         QVERIFY(restartedBy(Frame(1003).add(section(0x10, "bad")).octets(), controller));
+        QVERIFY(!restartedBy(anyFrame(1003), controller)); // and its sequence number counts
         QVERIFY(restartedBy(anyFrame(3), controller));
     }
 

@@ -232,6 +232,23 @@ private slots:
         QCOMPARE(lines->writes().filter("gpio230/"_s), QStringList());
     }
 
+    void orderAmongScripts()
+    {
+        const ScriptDirectory running({"snmpctl.sh", "snmpcfg.sh", "snmptrap.sh", "r7m.sh"});
+        for (const char* const name : {"snmpcfg.sh", "r7m.sh"}) {
+            QFile file(running.path(name));
+            QVERIFY(file.open(QIODevice::Append));
+            QVERIFY(file.write("printf run >/sys/class/gpio/export\n") > 0); // seen among the lines' writes
+        }
+        StillLink link(*lines);
+        // Scripts can take long: the lamps of a frame do not wait for those of its configuration.
+        link.receiveSections({snmpCfgSection(), gpioSection(2, 2, 3, 0)});
+        QCOMPARE(lines->taken(), writes("I228 228=1 230=0 export=run"));
+        // A loss is shown once the controller is removed.
+        link.handler->packetTimeout();
+        QCOMPARE(lines->taken(), writes("export=run 224=1 225=1 228=1"));
+    }
+
     void filesThatVanish_data()
     {
         QTest::addColumn<QString>("name");
