@@ -164,7 +164,15 @@ private slots:
         }
         QCOMPARE(panel.log(), QStringList({tick, onDefault, tick, onDefault}));
         QCOMPARE(panel.text(), "good"_s);
-        QCOMPARE(server->count("/missing"), address == "/missing"_s ? 1 : 0);
+        const int probes = address == "/missing"_s ? 1 : 0;
+        QCOMPARE(server->count("/missing"), probes);
+
+        panel.view->handleLoadFinished(false); // a page that fails allows the next probe
+        fire(panel);
+        QVERIFY(!panel.timer()->isActive());
+        QTRY_VERIFY(panel.timer()->isActive()); // which fails, too
+        QCOMPARE(server->count("/missing"), 2 * probes);
+        QCOMPARE(panel.count(onDefault), 2);
     }
 
     void forgottenProbe()
