@@ -33,7 +33,8 @@ protected:
         users = std::make_unique<UsbStick>();
         server = std::make_unique<WebServer>();
         manager = std::make_unique<QNetworkAccessManager>();
-        handler = std::make_unique<Varnel::DownloadHandler>(nullptr);
+        window = std::make_unique<QWidget>();
+        handler = std::make_unique<Varnel::DownloadHandler>(window.get());
         user = std::make_unique<DialogDriver>();
         log = std::make_unique<LogRecorder>();
         messages.clear();
@@ -42,6 +43,7 @@ protected:
         user->onWaiting("TimedPopup"_s, [this](QDialog* popup) {
             messages << popup->findChild<QLabel*>("lblMsg"_s)->text();
             popup->close();
+            QCOMPARE(popup->parentWidget(), window.get());
         });
     }
 
@@ -50,11 +52,12 @@ protected:
     {
         handler.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QCOMPARE(QApplication::topLevelWidgets(), QWidgetList());
+        QCOMPARE(QApplication::topLevelWidgets(), QWidgetList{window.get()});
         user.reset();
         log.reset();
         manager.reset();
         server.reset();
+        window.reset();
         users.reset();
     }
 
@@ -130,11 +133,12 @@ protected:
     /// Lets the user press `button` in every chooser from now on, after `before` has happened.
     void answerChooser(QDialogButtonBox::StandardButton button, const std::function<void()>& before = {})
     {
-        user->onWaiting("FileDialog"_s, [button, before](QDialog* dialog) {
+        user->onWaiting("FileDialog"_s, [this, button, before](QDialog* dialog) {
             if (before) {
                 before();
             }
             press(dialog, button);
+            QCOMPARE(dialog->parentWidget(), window.get());
         });
     }
 
@@ -154,6 +158,7 @@ protected:
     std::unique_ptr<UsbStick> users;
     std::unique_ptr<WebServer> server;
     std::unique_ptr<QNetworkAccessManager> manager;
+    std::unique_ptr<QWidget> window; ///< over which the dialogs open
     std::unique_ptr<Varnel::DownloadHandler> handler;
     std::unique_ptr<DialogDriver> user;
     std::unique_ptr<LogRecorder> log;

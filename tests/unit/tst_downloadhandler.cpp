@@ -35,6 +35,7 @@ private slots:
     {
         const QPointer<QNetworkReply> reply = offerHalf();
         QVERIFY(findPopup("ProgressPopup"_s));
+        QCOMPARE(findPopup("ProgressPopup"_s)->parentWidget(), window.get());
         QCOMPARE(findPopup("ProgressPopup"_s)->findChild<QLabel*>()->text(), "Download in progress"_s);
         QCOMPARE(users->content("log.txt"_s), QByteArray());
         QCOMPARE(users->remounts(), QStringList("rw"_s));
