@@ -80,11 +80,13 @@ private slots:
     {
         const ScopedSetting<QString> file("UI", "TextFilename", "Datei:"_s);
         const ScopedSetting<QString> upload("UI", "TextUpload", "Hochladen"_s);
+        const ScopedSetting<QString> download("UI", "TextDownload", "Sichern"_s);
         const ScopedSetting<QString> ok("UI", "TextOK", "Gut"_s);
         const ScopedSetting<QString> cancel("UI", "TextCancel", "Abbrechen"_s);
         const FileDialog dialog(false, {}, nullptr);
         QCOMPARE(label(dialog, "lblFile")->text(), "Datei:"_s);
         QCOMPARE(dialog.windowTitle(), "Hochladen"_s);
+        QCOMPARE(FileDialog(true, {}, nullptr).windowTitle(), "Sichern"_s);
         const auto* const buttons = dialog.findChild<QDialogButtonBox*>();
         QCOMPARE(buttons->button(QDialogButtonBox::Ok)->text(), "Gut"_s);
         QCOMPARE(buttons->button(QDialogButtonBox::Cancel)->text(), "Abbrechen"_s);

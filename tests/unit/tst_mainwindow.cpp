@@ -3,6 +3,7 @@
 
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMetaMethod>
 #include <QSignalSpy>
 #include <QTest>
 #include <QVBoxLayout>
@@ -81,6 +82,19 @@ private slots:
         QCOMPARE(timer->interval(), 2000);
         QCOMPARE(timer->timerType(), Qt::PreciseTimer);
         QCOMPARE(panel.view->url(), QUrl());
+    }
+
+    void metaObject()
+    {
+        const QMetaObject& meta = MainWindow::staticMetaObject;
+        QStringList methods;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            methods << QString::fromLatin1(meta.method(i).methodSignature());
+            QCOMPARE(meta.method(i).methodType(), QMetaMethod::Slot);
+        }
+        QCOMPARE(methods,
+                 "startDownload() webViewLoadStarted() webViewLoadFinished() webViewloadProgress(int) "
+                 "firstRequestStatus(bool) watchFrontInterface()"_words);
     }
 
     void form()
