@@ -84,6 +84,16 @@ private slots:
                                                "All LEDs on, Buzzer off"_s}));
     }
 
+    void bannerComesBeforeTheScreen()
+    {
+        Scene scene;
+        scene.panel.setDisplay(":77"_s); // which does not exist
+        QVERIFY(scene.panel.start({"-x"_s}));
+        QVERIFY(scene.panel.awaitEnd());
+        QCOMPARE(scene.panel.log().lines().mid(0, 3), startOfLog({}).mid(0, 3));
+        QCOMPARE(scene.panel.log().lines().filter("Unknown argument"_s), QStringList());
+    }
+
     void stampsReadTheSameInEveryLocale()
     {
         // Arabic digits would be question marks in a log line, which is Latin-1.
