@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QDir>
-#include <QFile>
 #include <QStringList>
+
+#include "files.h"
 
 /// A stand-in for the USB drive: a directory, and the marker file that says that it is mounted.
 class Drive
@@ -17,7 +17,7 @@ public:
     }
 
     /// Plugs the drive in, or pulls it: only the marker is looked at.
-    void plug() const { write(mark, {}); }
+    void plug() const { writeFile(mark, {}); }
     void pull() const { QFile::remove(mark); }
 
     QString path() const { return root; }
@@ -31,22 +31,10 @@ public:
                                     QDir::Name);
     }
 
-    QByteArray content(const QString& name) const
-    {
-        QFile file(path(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-    void put(const QString& name, const QByteArray& octets) const { write(path(name), octets); }
+    QByteArray content(const QString& name) const { return contentOf(path(name)); }
+    void put(const QString& name, const QByteArray& octets) const { writeFile(path(name), octets); }
 
 private:
-    static void write(const QString& name, const QByteArray& octets)
-    {
-        QFile file(name);
-        if (!file.open(QIODevice::WriteOnly) || file.write(octets) != octets.size()) {
-            qFatal("cannot write %s", qUtf8Printable(name));
-        }
-    }
-
     QString root;
     QString mark;
 };

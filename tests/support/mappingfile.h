@@ -1,23 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QByteArray>
-#include <QFile>
 #include <QTemporaryDir>
 
+#include "files.h"
 #include "modbusinterface.h"
 
 /// A mapping file in a directory of its own.
 class MappingFile
 {
 public:
-    explicit MappingFile(const QByteArray& text)
-    {
-        QFile file(path());
-        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
-            qFatal("cannot write the mapping file");
-        }
-    }
+    explicit MappingFile(const QByteArray& text) { writeFile(path(), text); }
 
     QString path() const { return directory.filePath(QStringLiteral("modbus.map")); }
 
