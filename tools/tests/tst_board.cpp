@@ -1,25 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include <QDir>
-#include <QFile>
 #include <QListWidget>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "boardwindow.h"
+#include "files.h"
 #include "literals.h"
 #include "rows.h"
 
 using namespace Board;
 
 namespace {
-
-void write(const QString& path, const QByteArray& octets, QIODevice::OpenMode mode = QIODevice::WriteOnly)
-{
-    QDir().mkpath(path.section(QLatin1Char('/'), 0, -2));
-    QFile file(path);
-    QVERIFY2(file.open(mode), qPrintable(path));
-    QCOMPARE(file.write(octets), qint64(octets.size()));
-}
 
 QByteArray run(const QList<QByteArray>& words)
 {
@@ -60,9 +51,9 @@ private slots:
         QFETCH(QByteArray, direction);
         QFETCH(QByteArray, activeLow);
         QFETCH(QByteArray, value);
-        write(root->filePath("gpio7/direction"_s), direction);
-        write(root->filePath("gpio7/active_low"_s), activeLow);
-        write(root->filePath("gpio7/value"_s), value);
+        writeFile(root->filePath("gpio7/direction"_s), direction);
+        writeFile(root->filePath("gpio7/active_low"_s), activeLow);
+        writeFile(root->filePath("gpio7/value"_s), value);
         BoardLines outputs(root->path(), {7, 8});
         outputs.refresh();
         QTEST(outputs.current().at(0), "expected");
@@ -74,12 +65,12 @@ private slots:
         const QString value = root->filePath("gpio7/value"_s);
         BoardLines outputs(root->path(), {7});
         QVERIFY(!outputs.refresh());
-        write(value, "1");
+        writeFile(value, "1");
         QVERIFY(outputs.refresh());
-        write(value, ""); // being written: the last one counts
+        writeFile(value, ""); // being written: the last one counts
         QVERIFY(!outputs.refresh());
         QVERIFY(outputs.current().at(0).on);
-        write(value, "0");
+        writeFile(value, "0");
         QVERIFY(outputs.refresh());
         QVERIFY(!outputs.current().at(0).on);
     }
@@ -99,7 +90,7 @@ private slots:
     void listsRuns()
     {
         QFETCH(QByteArray, octets);
-        write(record, octets);
+        writeFile(record, octets);
         ScriptRuns runs(record);
         QTEST(runs.added(), "expected");
     }
@@ -109,20 +100,20 @@ private slots:
         ScriptRuns runs(record);
         QCOMPARE(runs.added(), QStringList()); // not there yet
         const QByteArray second = run({"b.sh", "2"});
-        write(record, run({"a.sh"}) + second.left(5));
+        writeFile(record, run({"a.sh"}) + second.left(5));
         QCOMPARE(runs.added(), QStringList("a.sh"_s));
-        write(record, second.mid(5), QIODevice::Append);
+        writeFile(record, second.mid(5), QIODevice::Append);
         QCOMPARE(runs.added(), QStringList("b.sh 2"_s));
         QCOMPARE(runs.added(), QStringList());
-        write(record, run({"c.sh"})); // a new record, shorter than the old one
+        writeFile(record, run({"c.sh"})); // a new record, shorter than the old one
         QCOMPARE(runs.added(), QStringList("c.sh"_s));
     }
 
     void windowShowsLampsAndRuns()
     {
         for (const int line : {1, 2, 3, 4}) {
-            write(root->filePath("gpio%1/direction"_s.arg(line)), "out");
-            write(root->filePath("gpio%1/value"_s.arg(line)), "0");
+            writeFile(root->filePath("gpio%1/direction"_s.arg(line)), "out");
+            writeFile(root->filePath("gpio%1/value"_s.arg(line)), "0");
         }
         BoardWindow window(BoardLines(root->path(), {1, 2, 3, 4}), ScriptRuns(record));
         window.show();
@@ -131,12 +122,12 @@ private slots:
             return painter->grab().toImage().pixelColor(110 * index + 55, 36);
         };
         const QColor dark = lamp(0);
-        write(root->filePath("gpio1/value"_s), "1");
+        writeFile(root->filePath("gpio1/value"_s), "1");
         QTRY_VERIFY(lamp(0) != dark);
         QVERIFY(lamp(0).green() > 2 * dark.green());
         QVERIFY(lamp(2).red() < 100); // the red one stays dark
 
-        write(record, run({"r7m.sh", "add"}));
+        writeFile(record, run({"r7m.sh", "add"}));
         const auto* const list = window.findChild<QListWidget*>();
         QTRY_COMPARE(list->count(), 1);
         QCOMPARE(list->item(0)->text(), "r7m.sh add"_s);

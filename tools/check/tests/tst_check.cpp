@@ -2,8 +2,8 @@
 // One fault after the other is put into the image of a good panel; the checks find each with the right words.
 #include <functional>
 
-#include <QDir>
-#include <QFile>
+#include <sys/stat.h>
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -11,6 +11,7 @@
 
 #include "blink.h"
 #include "boardcheck.h"
+#include "files.h"
 #include "filescheck.h"
 #include "literals.h"
 #include "report.h"
@@ -49,14 +50,14 @@ public:
         write(backlight, "0\n");
         QDir(root.path()).mkpath("sys/class/net/eth1"_s);
         for (const char* picture : {"error.png", "front.png"}) {
-            copy(VARNEL_DEVICE_DIR "/share/default/"_s + QLatin1String(picture),
-                 "/usr/local/share/default/"_s + QLatin1String(picture));
+            write("/usr/local/share/default/"_s + QLatin1String(picture),
+                  contentOf(VARNEL_DEVICE_DIR "/share/default/"_s + QLatin1String(picture)));
         }
         for (const QString& script : scripts) {
             write("/usr/local/bin/"_s + script, "#!/bin/sh\n");
             setMode("/usr/local/bin/"_s + script, 0755);
         }
-        copy(VARNEL_DEVICE_DIR "/modbus.map"_s, mapping);
+        write(mapping, contentOf(VARNEL_DEVICE_DIR "/modbus.map"_s));
         write("/var/lib/dpkg/info/varnel-device-scripts.list"_s, "/usr/local/bin/netcfg.sh\n");
     }
 
@@ -65,17 +66,7 @@ public:
 
     void write(const QString& panelPath, const QByteArray& octets) const
     {
-        QDir().mkpath(QFileInfo(path(panelPath)).path());
-        QFile file(path(panelPath));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(octets), octets.size());
-    }
-
-    void copy(const QString& source, const QString& panelPath) const
-    {
-        QFile file(source);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        write(panelPath, file.readAll());
+        writeFile(path(panelPath), octets);
     }
 
     void remove(const QString& panelPath) const
@@ -84,15 +75,9 @@ public:
                                                    : QFile::remove(path(panelPath)));
     }
 
-    void setMode(const QString& panelPath, int mode) const
+    void setMode(const QString& panelPath, unsigned mode) const
     {
-        QFile::Permissions permissions;
-        for (int bit = 0; bit < 9; ++bit) {
-            if ((mode & (1 << bit)) != 0) {
-                permissions |= QFile::Permission(1 << (bit % 3 + bit / 3 * 4));
-            }
-        }
-        QVERIFY(QFile::setPermissions(path(panelPath), permissions | QFile::ReadUser));
+        QCOMPARE(::chmod(path(panelPath).toUtf8().constData(), mode), 0);
     }
 
 private:
@@ -116,7 +101,7 @@ Fault with(const QString& path, const QByteArray& text)
     return [path, text](const Image& image) { image.write(path, text); };
 }
 
-Fault mode(const QString& path, int bits)
+Fault mode(const QString& path, unsigned bits)
 {
     return [path, bits](const Image& image) { image.setMode(path, bits); };
 }

@@ -2,6 +2,7 @@
 #include <QBuffer>
 #include <QtTest>
 
+#include "frame.h"
 #include "framechecker.h"
 #include "framefaults.h"
 #include "framefields.h"
@@ -16,7 +17,7 @@ namespace {
 const QHostAddress controller("192.168.7.2"_s);
 const QHostAddress stranger("192.168.7.3"_s);
 
-const QByteArray gpioState = Simulator::encodeSection(0x20, QByteArray::fromHex("01000203"));
+const QByteArray gpioState = gpioSection(1, 0, 2, 3);
 
 Simulator::FrameParts parts(quint32 sequence, const QList<QByteArray>& sections = {gpioState})
 {
@@ -40,17 +41,12 @@ QByteArray spoiled(const char* fault)
 /// One section of every kind, with values that differ from field to field.
 QList<QByteArray> allSections()
 {
-    QList<QByteArray> sections;
-    for (const auto& [type, size] : {std::pair(0x10, 28), std::pair(0x20, 8), std::pair(0x30, 26),
-                                     std::pair(0x40, 580), std::pair(0x60, 8)}) {
-        QByteArray body;
-        for (int i = 4; i < size; ++i) {
-            body += char('A' + i % 23);
-        }
-        sections += Simulator::encodeSection(quint16(type), body);
-    }
-    return sections << Simulator::encodeSection(0x80, QByteArray::fromHex("0400010000040200fd08"
-                                                                          "0400020000080000"));
+    return {devInfoSection(7, 42, "fr_CH.u8"),
+            gpioState,
+            netCfgSection(),
+            snmpCfgSection(),
+            modbusCfgSection(),
+            section(Core, hex("0400010000040200fd08 0400020000080000"))};
 }
 
 QString faultsOf(const FrameReport& report)
@@ -94,11 +90,10 @@ private slots:
         row("section-length", "18+2 29+3"_s, "the length of a GpioState section is 9; it has to be 8"_s);
         row("truncated", "11+2"_s, "the payload length is that of a frame of 26 octets, but 13 came"_s);
         row("empty", "0+0"_s, "the datagram is empty"_s);
-        frameRow("Core before others", frame(1, {Simulator::encodeSection(0x80, {}), gpioState}),
-                 "18+2 24+2 26+2"_s, "it has to be the last section"_s);
-        frameRow("Core item too long",
-                 frame(1, {Simulator::encodeSection(0x80, QByteArray::fromHex("0400010000040900fd08"))}),
-                 "20+10"_s, "this item claims more octets than the section has"_s);
+        frameRow("Core before others", frame(1, {section(Core, {}), gpioState}), "18+2 24+2 26+2"_s,
+                 "it has to be the last section"_s);
+        frameRow("Core item too long", frame(1, {section(Core, hex("0400010000040900fd08"))}), "20+10"_s,
+                 "this item claims more octets than the section has"_s);
     }
 
     void faults()
@@ -216,8 +211,7 @@ private slots:
         QByteArray body(24, '\0');
         body.replace(16, 8, QByteArray("\x1b[31m%5\n"));
         FrameChecker checker(10);
-        const QString text =
-            fieldText(checker.check(frame(1, {Simulator::encodeSection(0x10, body)}), controller));
+        const QString text = fieldText(checker.check(frame(1, {section(DevInfo, body)}), controller));
         QVERIFY(text.contains("\"\\x1b[31m%5\\x0a\""_s));
         QVERIFY(!text.contains(QChar(0x1b)));
     }

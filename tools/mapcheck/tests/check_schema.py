@@ -26,23 +26,16 @@ def paths(value, path=()):
         yield from paths(below, path + (name,))
 
 
-def without(document, path):
-    """A copy of `document` that lacks the value at `path`."""
+def changed(document, path, *value):
+    """A copy of `document` with `value` at `path`, or with nothing there."""
     result = copy.deepcopy(document)
     holder = result
     for step in path[:-1]:
         holder = holder[step]
-    del holder[path[-1]]
-    return result
-
-
-def changed(document, path, value):
-    """A copy of `document` with `value` at `path`."""
-    result = copy.deepcopy(document)
-    holder = result
-    for step in path[:-1]:
-        holder = holder[step]
-    holder[path[-1]] = value
+    if value:
+        holder[path[-1]] = value[0]
+    else:
+        del holder[path[-1]]
     return result
 
 
@@ -64,7 +57,7 @@ def variants(sample):
     for path in list(paths(sample)):
         if len(path) > 1 and path[0] in ("registers", "tables") and path[1] > 1:
             continue
-        yield without(sample, path)
+        yield changed(sample, path)
         for value in (None, True, "x", 7, 7.5, -1, 70000, [], {}):
             yield changed(sample, path, value)
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QByteArray>
-#include <QFile>
 #include <QStringList>
 #include <QVector>
+
+#include "files.h"
 
 /// A mapping with a defect, and what the checker says of it.
 struct MapDefect
@@ -16,11 +16,7 @@ struct MapDefect
 
 inline QByteArray mapData(const char* name)
 {
-    QFile file(QStringLiteral(MAP_DATA "/") + QLatin1String(name));
-    if (!file.open(QIODevice::ReadOnly)) {
-        qFatal("cannot read %s", name);
-    }
-    return file.readAll();
+    return contentOf(QStringLiteral(MAP_DATA "/") + QLatin1String(name));
 }
 
 /// The rows of data/defects.txt, which says how they are written.

@@ -4,31 +4,18 @@
 #include "logrecorder.h"
 #include "mapchecker.h"
 #include "mapdefects.h"
+#include "mappingfile.h"
 #include "rows.h"
 
 namespace {
 
-const QString sample = VARNEL_SOURCE_DIR "/device/modbus.map"_s;
 const char* const severities[] = {"warning", "error"};
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qFatal("cannot read %s", qPrintable(path));
-    }
-    return file.readAll();
-}
 
 QStringList findingsOf(const QByteArray& text)
 {
-    QTemporaryFile file;
-    if (!file.open() || file.write(text) != text.size() || !file.flush()) {
-        qFatal("cannot write the mapping");
-    }
     const LogRecorder log;
     Varnel::ModbusInterface bridge;
-    std::ignore = bridge.LoadConfig(file.fileName());
+    std::ignore = loadMapping(&bridge, text);
     QStringList lines;
     const MapChecker checker(text, &bridge);
     for (const Finding& finding : checker.findings()) {
@@ -53,7 +40,7 @@ private slots:
             row(defect.name.constData(), defect.mapping, defect.findings);
         }
         row("none", mapData("fault-free.map"), {});
-        row("the sample: none", readAll(sample), {});
+        row("the sample: none", contentOf(VARNEL_SOURCE_DIR "/device/modbus.map"_s), {});
     }
 
     void defects()

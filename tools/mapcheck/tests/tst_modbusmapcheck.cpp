@@ -22,10 +22,8 @@ QString data(const char* name)
 {
     static const QTemporaryDir directory;
     const QString path = directory.filePath(QLatin1String(name) + QLatin1String(".map"));
-    QFile file(path);
-    const QByteArray mapping = mapDefect(name).mapping;
-    if (!mapping.isEmpty() && (!file.open(QIODevice::WriteOnly) || file.write(mapping) < 0)) {
-        qFatal("cannot write %s", qPrintable(path));
+    if (const QByteArray mapping = mapDefect(name).mapping; !mapping.isEmpty()) {
+        writeFile(path, mapping);
     }
     return path;
 }

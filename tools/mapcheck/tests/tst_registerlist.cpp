@@ -85,42 +85,6 @@ private slots:
         QTEST(summaries(registerRows(bridge)), "found");
     }
 
-    void rowsAreWhereThePanelRendersThem()
-    {
-        // Every register gets a value of its own, and has to be found in the rendered words at its row's
-        // address.
-        ModbusInterface bridge;
-        {
-            const LogRecorder log;
-            QVERIFY(bridge.LoadConfig(VARNEL_SOURCE_DIR "/device/modbus.map"_s));
-        }
-        int number = 1;
-        int compared = 0;
-        for (const RegisterRow& one : registerRows(bridge)) {
-            QVERIFY(one.words == 1 || one.words == 2);
-            const auto type =
-                one.type == QLatin1String("float") ? QLatin1String("float") : QLatin1String("u8");
-            const int code = bridge.GetCiTypeIndex(type);
-            const QByteArray text = QByteArray::number(++number);
-            const bool isBool = one.type == QLatin1String("bool");
-            bridge.SetRegisterValue(one.id, {0, 0, 0, code},
-                                    code == 8 ? text : QByteArray(1, char(isBool ? 1 : number)));
-            const QVector<quint16> words = bridge.ComputeRawData({one.table}).first().values;
-            const auto value = float(number);
-            auto bits = quint32(isBool ? 1 : number);
-            if (code == 8) {
-                memcpy(&bits, &value, sizeof bits);
-            }
-            const int at = one.address - one.table;
-            QCOMPARE(quint32(words.at(at + one.words - 1)), bits & 0xFFFF);
-            if (one.words == 2) {
-                QCOMPARE(quint32(words.at(at)), bits >> 16);
-            }
-            ++compared;
-        }
-        QCOMPARE(compared, 30);
-    }
-
     void table()
     {
         ModbusInterface bridge;
