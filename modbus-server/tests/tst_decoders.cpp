@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "frame.h"
 #include "mbapdecoder.h"
 #include "rows.h"
 #include "rtudecoder.h"
@@ -7,15 +8,6 @@
 #include <QTest>
 
 using namespace Varnel;
-
-namespace {
-
-QByteArray hex(const char* text)
-{
-    return QByteArray::fromHex(text);
-}
-
-} // namespace
 
 /// Both framings: what is cut out of octet streams, right and wrong ones.
 class tst_Decoders : public QObject

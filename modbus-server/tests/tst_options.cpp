@@ -64,14 +64,6 @@ private slots:
         QCOMPARE(line.output, message + "\nTry 'varnel-modbus-server --help'.\n"_s);
     }
 
-    void help()
-    {
-        const Invocation<ServerOptions> help = parse({"--help"_s});
-        QVERIFY(!help.options);
-        QCOMPARE(help.status, 0);
-        QVERIFY(help.output.contains("--stale-after <seconds>"_s));
-    }
-
 private:
     static Invocation<ServerOptions> parse(const QStringList& arguments)
     {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "frame.h"
 #include "literals.h"
 #include "requesthandler.h"
 #include "rows.h"
@@ -7,17 +8,6 @@
 
 using namespace Varnel;
 using namespace std::chrono_literals;
-
-namespace {
-
-const RegisterStore::Clock::time_point start{1000s};
-
-QByteArray hex(const char* text)
-{
-    return QByteArray::fromHex(text);
-}
-
-} // namespace
 
 /// Registers, ages and the answers to requests, PDU by PDU.
 class tst_RequestHandler : public QObject
@@ -178,6 +168,7 @@ private slots:
     }
 
 private:
+    const RegisterStore::Clock::time_point start{1000s};
     RegisterStore store;
 };
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "files.h"
 #include "literals.h"
 #include "rows.h"
 #include "service.h"
@@ -202,8 +203,8 @@ private:
     QString writeInit(const QByteArray& text)
     {
         const QString path = directory->filePath("mbserver_init.dbus"_s);
-        QFile file(path);
-        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() ? path : QString();
+        writeFile(path, text);
+        return path;
     }
 
     QString goodInit()

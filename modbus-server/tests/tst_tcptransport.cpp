@@ -29,11 +29,6 @@ bool isClosed(const QTcpSocket* socket)
     return socket->state() == QAbstractSocket::UnconnectedState;
 }
 
-QByteArray answerWithTwoOctets(const QByteArray& pdu)
-{
-    return pdu + QByteArray::fromHex("5555");
-}
-
 } // namespace
 
 class tst_TcpTransport : public QObject
@@ -210,7 +205,7 @@ private:
         const TcpEndpoint endpoint{QHostAddress(QHostAddress::LocalHost), 0, clientLimit};
         transport = std::make_unique<TcpTransport>(endpoint, idleLimit, [this](const QByteArray& pdu) {
             ++answers;
-            return answerWithTwoOctets(pdu);
+            return pdu + QByteArray::fromHex("5555");
         });
         const Outcome<> opened = transport->open();
         QVERIFY2(opened, qPrintable(opened.refusal.text));

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "literals.h"
+#include "registerupdate.h"
 #include "rows.h"
 #include "serverconfig.h"
 
 #include <QTest>
 
 using namespace Varnel;
+
+Q_DECLARE_METATYPE(RegisterUpdate)
 
 namespace {
 
@@ -40,7 +43,8 @@ const QByteArray rtuInit = R"({"cmd":"init","delay":500,"protocol":"rtu",
 
 } // namespace
 
-class tst_ServerConfig : public QObject
+/// Both texts that the panel sends to the server: the init file and the update command.
+class tst_Commands : public QObject
 {
     Q_OBJECT
 
@@ -70,10 +74,10 @@ private slots:
 
     void refuses_data()
     {
-        const Rows<QByteArray, QString, QString> add("text", "kind", "message");
+        const Rows<bool, QByteArray, QString, QString> add("isInit", "text", "kind", "message");
         const auto row = [&add](const char* name, const QByteArray& text, const char* message,
                                 const char* kind = "BadInit") {
-            add(name, text, QString::fromLatin1(kind), QString::fromLatin1(message));
+            add(name, true, text, QString::fromLatin1(kind), QString::fromLatin1(message));
         };
         // One of the good files with a piece of its text replaced.
         const auto with = [&row](QByteArray text, const char* name, const char* piece, const char* other,
@@ -81,11 +85,6 @@ private slots:
             QVERIFY2(text.contains(piece), name);
             row(name, text.replace(piece, other), message);
         };
-        const auto tcp = [&with](const char* name, const char* piece, const char* other,
-                                 const char* message) { with(tcpInit, name, piece, other, message); };
-        const auto rtu = [&with](const char* name, const char* piece, const char* other,
-                                 const char* message) { with(rtuInit, name, piece, other, message); };
-
         // A number in the place of another one: out of its limits.
         const auto number = [&with](const QByteArray& text, const char* member, const char* limits,
                                     const char* piece, const char* other) {
@@ -111,16 +110,16 @@ private slots:
             "unknown command 'xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx...', expected "
             "'init'",
             "UnknownCommand");
-        tcp("protocol unknown", "\"protocol\": \"tcp\"", "\"protocol\": \"ascii\"",
-            "protocol: 'ascii' is neither 'tcp' nor 'rtu'");
-        tcp("protocol in capitals", "\"protocol\": \"tcp\"", "\"protocol\": \"TCP\"",
-            "protocol: 'TCP' is neither 'tcp' nor 'rtu'");
+        with(tcpInit, "protocol unknown", "\"protocol\": \"tcp\"", "\"protocol\": \"ascii\"",
+             "protocol: 'ascii' is neither 'tcp' nor 'rtu'");
+        with(tcpInit, "protocol in capitals", "\"protocol\": \"tcp\"", "\"protocol\": \"TCP\"",
+             "protocol: 'TCP' is neither 'tcp' nor 'rtu'");
         row("protocol missing", R"({"cmd":"init"})", "protocol: must be a string");
         row("interface missing", R"({"cmd":"init","protocol":"tcp","tables":[]})", "tcp: must be an object");
         row("tables missing", R"({"cmd":"init","protocol":"tcp","tcp":{}})", "tables: must be an array");
         number(tcpInit, "delay", "0 to 3600000", "500", "\"500\"");
-        tcp("listen no address", "0.0.0.0", "panel", "tcp.listen: 'panel' is not an IP address");
-        tcp("listen empty", "0.0.0.0", "", "tcp.listen: '' is not an IP address");
+        with(tcpInit, "listen no address", "0.0.0.0", "panel", "tcp.listen: 'panel' is not an IP address");
+        with(tcpInit, "listen empty", "0.0.0.0", "", "tcp.listen: '' is not an IP address");
         // 0 is what the panel makes of a setting that is no number.
         number(tcpInit, "tcp.port", "1 to 65535", "502", "0");
         number(tcpInit, "tcp.port", "1 to 65535", "502", "65536");
@@ -134,26 +133,81 @@ private slots:
         number(tcpInit, "tables[1].address", "0 to 65535", "200", "200.5");
         number(tcpInit, "tables[0].length", "0 to 65536", "8", "1e300");
         number(tcpInit, "tables[0].length", "0 to 65536", "8", "-8");
-        rtu("serial port without path", "/dev/ttyS1", "ttyS1", "rtu.port: 'ttyS1' is not a device path");
-        rtu("serial port with NUL", "/dev/ttyS1", "/dev/\\u0000", "rtu.port: '/dev/?' is not a device path");
-        rtu("seven data bits: cannot carry RTU", "8E2", "7E1",
-            "rtu.mode: '7E1' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
-        rtu("parity unknown", "8E2", "8X2", "rtu.mode: '8X2' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
-        rtu("stop bits unknown", "8E2", "8E3", "rtu.mode: '8E3' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
-        rtu("table no object", R"({"address":65535,"length":1,"mode":"r"})", "7",
-            "tables[0]: must be an object");
-        rtu("table past the address space", "\"length\":1", "\"length\":2",
-            "tables[0].length: 2 registers from address 65535 pass 65535");
-        rtu("table mode rw", "\"mode\":\"r\"", "\"mode\":\"rw\"", "tables[0].mode: only 'r' is served");
+        with(rtuInit, "serial port without path", "/dev/ttyS1", "ttyS1",
+             "rtu.port: 'ttyS1' is not a device path");
+        with(rtuInit, "serial port with NUL", "/dev/ttyS1", "/dev/\\u0000",
+             "rtu.port: '/dev/?' is not a device path");
+        with(rtuInit, "seven data bits: cannot carry RTU", "8E2", "7E1",
+             "rtu.mode: '7E1' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
+        with(rtuInit, "parity unknown", "8E2", "8X2",
+             "rtu.mode: '8X2' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
+        with(rtuInit, "stop bits unknown", "8E2", "8E3",
+             "rtu.mode: '8E3' is none of 8N1, 8E1, 8O1, 8N2, 8E2, 8O2");
+        with(rtuInit, "table no object", R"({"address":65535,"length":1,"mode":"r"})", "7",
+             "tables[0]: must be an object");
+        with(rtuInit, "table past the address space", "\"length\":1", "\"length\":2",
+             "tables[0].length: 2 registers from address 65535 pass 65535");
+        with(rtuInit, "table mode rw", "\"mode\":\"r\"", "\"mode\":\"rw\"",
+             "tables[0].mode: only 'r' is served");
+
+        // Both texts have the same reader: an update's rows begin where the members differ.
+        const auto update = [&add](const char* name, const QByteArray& data, const QString& message,
+                                   const QString& kind = "BadUpdate"_s) {
+            add(name, false, R"({"cmd":"setconfig","data":)" + data + '}', kind, message);
+        };
+        const QString address = "data[0].address: must be a whole number from 0 to 65535"_s;
+        const QString word = "data[0].values[0]: must be a whole number from 0 to 65535"_s;
+        add("update too long", false, QByteArray(maxUpdateSize + 1, '{'), "BadUpdate"_s,
+            "1048577 octets are too long, 1048576 are allowed"_s);
+        add("no update", false, R"({"cmd":"reboot"})", "UnknownCommand"_s,
+            "unknown command 'reboot', expected 'setconfig'"_s);
+        update("data an object", "{}", "data: must be an array"_s);
+        update("run no object", "[[]]", "data[0]: must be an object"_s);
+        update("address missing", R"([{"values":[]}])", address);
+        update("address 65536", R"([{"address":65536,"values":[]}])", address);
+        update("address negative", R"([{"address":-1,"values":[]}])", address);
+        update("values missing", R"([{"address":1}])", "data[0].values: must be an array"_s);
+        update("values past the address space", R"([{"address":65535,"values":[1,2]}])",
+               "data[0].values: 2 words from address 65535 pass 65535"_s);
+        update("second run bad", R"([{"address":1,"values":[1]},{"address":1,"values":[1,-1]}])",
+               "data[1].values[1]: must be a whole number from 0 to 65535"_s);
+        update("word 65536", R"([{"address":1,"values":[65536]}])", word);
+        update("word with fraction", R"([{"address":1,"values":[1.5]}])", word);
+        update("word huge", R"([{"address":1,"values":[1e99]}])", word);
+        update("word a string", R"([{"address":1,"values":["1"]}])", word);
     }
 
     void refuses()
     {
+        QFETCH(bool, isInit);
         QFETCH(QByteArray, text);
-        const Outcome<ServerConfig> parsed = parseInit(text);
-        QVERIFY(!parsed);
-        QTEST(parsed.refusal.text, "message");
-        QTEST(parsed.refusal.kind, "kind");
+        const Refusal refusal = isInit ? parseInit(text).refusal : parseUpdate(text).refusal;
+        QTEST(refusal.text, "message");
+        QTEST(refusal.kind, "kind");
+    }
+
+    void readsUpdates_data()
+    {
+        const Rows<QByteArray, RegisterUpdate> row("text", "expected");
+        row("the panel's example",
+            R"({"cmd":"setconfig","data":[{"address":100,"values":[0,1,4660,22136]}]})",
+            RegisterUpdate{{100, {0, 1, 0x1234, 0x5678}}});
+        row("no table touched: nothing to write", R"({"cmd":"setconfig","data":[]})", RegisterUpdate{});
+        row("two tables, one without words, in the order of the text",
+            R"({"cmd":"setconfig","data":[{"address":65535,"values":[65535]},{"address":0,"values":[]}]})",
+            RegisterUpdate{{65535, {65535}}, {0, {}}});
+    }
+
+    void readsUpdates()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(RegisterUpdate, expected);
+        const Outcome<RegisterUpdate> parsed = parseUpdate(text);
+        QVERIFY2(parsed, qPrintable(parsed.refusal.text));
+        QVERIFY(*parsed.value == expected);
+        for (int size = 0; size < text.size(); ++size) {
+            QVERIFY2(!parseUpdate(text.left(size)), qPrintable(QString::number(size)));
+        }
     }
 
     void delay_data()
@@ -195,5 +249,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(tst_ServerConfig)
-#include "tst_serverconfig.moc"
+QTEST_GUILESS_MAIN(tst_Commands)
+#include "tst_commands.moc"
