@@ -16,6 +16,16 @@
 
 using Reply = std::unique_ptr<QNetworkReply>;
 
+inline bool finish(const Reply& reply)
+{
+    return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
+}
+
+inline int status(const Reply& reply)
+{
+    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
 /// The real program as a child process, HTTP on a free loopback port, and a client of its site.
 class SimulatorProcess : public Program
 {
@@ -70,14 +80,6 @@ public:
         }
         return reply;
     }
-    static bool finish(const Reply& reply)
-    {
-        return QTest::qWaitFor([&reply] { return reply->isFinished(); }, 60000);
-    }
-    static int status(const Reply& reply)
-    {
-        return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    }
 
     /// Sends one action on standard input.
     void act(const QByteArray& line) { write(line + '\n'); }
@@ -103,7 +105,7 @@ public:
 class PanelSocket
 {
 public:
-    explicit PanelSocket(const QString& address = "127.0.0.1"_s) { socket.bind(QHostAddress(address)); }
+    PanelSocket() { socket.bind(QHostAddress(QHostAddress::LocalHost)); }
 
     [[nodiscard]] QString target() const
     {

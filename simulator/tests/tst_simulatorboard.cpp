@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "files.h"
 #include "rows.h"
 #include "simulatorprocess.h"
 
@@ -153,37 +154,20 @@ private slots:
         QTRY_COMPARE(page->mainFrame()->findAllElements(".value.held"_s).count(), 0);
     }
 
-    void downloadLinksLeadSomewhere()
-    {
-        openSheet("Files"_s);
-        QTRY_VERIFY(!visibleKey("Report"_s).isNull());
-        page->setForwardUnsupportedContent(true);
-        QString offered;
-        connect(page.get(), &QWebPage::unsupportedContent, this, [&offered](QNetworkReply* reply) {
-            offered = QString::fromUtf8(reply->rawHeader("Content-Disposition"));
-        });
-        press("Report"_s);
-        QTRY_COMPARE(offered, "attachment; filename=report.txt"_s);
-    }
-
     void uploadArrives()
     {
-        QTemporaryFile file(QDir::tempPath() + "/board upload XXXXXX.txt"_s);
-        QVERIFY(file.open());
-        file.write("sent by touch");
-        file.close();
-        page->fileToChoose = file.fileName();
+        const QTemporaryDir source;
+        const QString name = "board upload.txt"_s;
+        page->fileToChoose = source.filePath(name);
+        writeFile(page->fileToChoose, "sent by touch");
         openSheet("Files"_s);
         press("Choose a file"_s);
-        const QString name = QFileInfo(file.fileName()).fileName();
         QTRY_COMPARE(script("document.getElementById('picked').textContent"_s).toString(), name);
         press("Upload"_s);
         QTRY_VERIFY(QFileInfo::exists(uploads->filePath(name)));
         QTRY_VERIFY(page->mainFrame()->toPlainText().contains("File received"_s));
         QVERIFY(page->mainFrame()->toPlainText().contains(name));
-        QFile stored(uploads->filePath(name));
-        QVERIFY(stored.open(QIODevice::ReadOnly));
-        QCOMPARE(stored.readAll(), QByteArray("sent by touch"));
+        QCOMPARE(contentOf(uploads->filePath(name)), QByteArray("sent by touch"));
         const QWebElement back = page->mainFrame()->findFirstElement("a.key"_s);
         QTest::mouseClick(view.get(), Qt::LeftButton, Qt::NoModifier, back.geometry().center());
         QTRY_VERIFY(!visibleKey("Choose a file"_s).isNull());

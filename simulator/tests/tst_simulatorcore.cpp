@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "corefeed.h"
 #include "coremap.h"
+#include "files.h"
 #include "literals.h"
 #include "rows.h"
 
@@ -51,30 +52,14 @@ private slots:
         QTEST(octets ? octets->toHex() : "refused", "octets");
     }
 
-    void sampleMapping()
-    {
-        const QList<CorePoint> points = read(VARNEL_SOURCE_DIR "/device/modbus.map"_s);
-        QVERIFY(points.size() > 20);
-        const CorePoint& first = points.first();
-        QCOMPARE(first.name, "Device state"_s);
-        QCOMPARE(int(first.ciClass), 1);
-        QCOMPARE(int(first.ciField), 1);
-        QCOMPARE(int(first.instance), 0);
-        QCOMPARE(int(first.typeCode), 2);
-        QVERIFY(first.type == CoreType::Uint8);
-        for (const CorePoint& point : points) {
-            QVERIFY2(point.type != CoreType::Other, qPrintable(point.name));
-        }
-    }
-
     void mappingRules()
     {
-        const QList<CorePoint> points =
-            read(writeFile(R"({"ci": {"types": {"U16": 4, "uint32": 6, "float": 8},
+        const QList<CorePoint> points = readText(R"({"ci": {"types": {"U16": 4, "uint32": 6, "float": 8},
             "classes": {"c": {"id": 300, "fields": {"f": 7, "g": 8}}}}, "registers": [
             {"id": 1, "name": "used", "ci_class": "c", "ci_field": "f", "ci_index": 2, "ci_type": "uint16"},
             {"id": 2, "name": "same place", "ci_class": "c", "ci_field": "f", "ci_index": 2, "ci_type": "u16"},
-            {"id": 7, "name": "alias", "ci_class": "c", "ci_field": "g", "ci_index": 255, "ci_type": "float32"}]})"));
+            {"id": 7, "name": "alias", "ci_class": "c", "ci_field": "g", "ci_index": 255, "ci_type": "float32"}]})")
+                                            .value.value_or(QList<CorePoint>());
         QCOMPARE(points.size(), 2);
         QCOMPARE(points.first().name, "used"_s);
         QCOMPARE(int(points.first().ciClass), 300);
@@ -107,7 +92,7 @@ private slots:
     {
         QFETCH(QByteArray, text);
         QFETCH(QString, reason);
-        const QString refused = readCoreMap(writeFile(text)).refusal.text;
+        const QString refused = readText(text).refusal.text;
         QVERIFY2(refused.contains(reason), qPrintable(refused));
     }
 
@@ -155,22 +140,12 @@ private slots:
     }
 
 private:
-    static QList<CorePoint> read(const QString& path)
+    static Varnel::Outcome<QList<CorePoint>> readText(const QByteArray& text)
     {
-        const Varnel::Outcome<QList<CorePoint>> points = readCoreMap(path);
-        return points ? *points.value : QList<CorePoint>();
+        const QTemporaryDir directory;
+        writeFile(directory.filePath("a.map"_s), text);
+        return readCoreMap(directory.filePath("a.map"_s));
     }
-
-    QString writeFile(const QByteArray& text)
-    {
-        QFile file(directory.filePath("mapping.json"_s));
-        if (file.open(QIODevice::WriteOnly)) {
-            file.write(text);
-        }
-        return file.fileName();
-    }
-
-    QTemporaryDir directory;
 };
 
 QTEST_GUILESS_MAIN(tst_SimulatorCore)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "controllerstate.h"
+#include "frame.h"
 #include "framefaults.h"
 #include "literals.h"
 #include "rows.h"
@@ -12,15 +13,18 @@ using namespace Simulator;
 
 namespace {
 
-QByteArray hex(const char* digits)
+FrameParts parts(quint32 sequence = 7, const QList<QByteArray>& sections = {gpioSection(1, 0, 2, 3)})
 {
-    return QByteArray::fromHex(digits);
+    FrameParts result;
+    result.sequence = sequence;
+    result.sections = sections;
+    return result;
 }
 
-/// A GpioState section: green on, yellow off, red slow, buzzer fast.
-QByteArray gpioSection()
+QByteArray spoiled(const char* fault)
 {
-    return hex("2000 0800 01 00 02 03");
+    FrameParts whole = parts();
+    return findFrameFault(QLatin1String(fault))->build(whole);
 }
 
 } // namespace
@@ -48,8 +52,9 @@ private slots:
         // magic, version | payload length | section offset | count | sequence | continuity | sections |
         // checksum
         row("no section", 1, {}, "ce 01 0e00 0e00 0000 01000000 01000000 81e7");
-        row("GpioState", 7, {gpioSection()}, "ce 01 1600 0e00 0100 07000000 01000000 2000080001000203 9646");
-        row("DevInfo, then GpioState", 0x01020304, {devInfo, gpioSection()},
+        row("GpioState", 7, {gpioSection(1, 0, 2, 3)},
+            "ce 01 1600 0e00 0100 07000000 01000000 2000080001000203 9646");
+        row("DevInfo, then GpioState", 0x01020304, {devInfo, gpioSection(1, 0, 2, 3)},
             "ce 01 3200 0e00 0200 04030201 01000000"
             "10001c00070002000100030004000002b94d2c046672000000000000 2000080001000203 045a");
         row("Core", 2, {core}, "ce 01 1c00 0e00 0100 02000000 01000000 80000e0003000100020402003412 dfcd");
@@ -59,11 +64,8 @@ private slots:
     {
         QFETCH(quint32, sequence);
         QFETCH(QList<QByteArray>, sections);
-        FrameParts parts;
-        parts.sequence = sequence;
-        parts.sections = sections;
         QFETCH(QByteArray, expected);
-        QCOMPARE(encodeFrame(parts).toHex(), hex(expected).toHex());
+        QCOMPARE(encodeFrame(parts(sequence, sections)).toHex(), hex(expected).toHex());
     }
 
     void fault_data()
@@ -96,26 +98,16 @@ private slots:
         QCOMPARE(count, int(frameFaults().size()));
     }
 
-    void fault()
-    {
-        FrameParts parts;
-        parts.sequence = 7;
-        parts.sections = {gpioSection()};
-        const FrameFault* fault = findFrameFault(QLatin1String(QTest::currentDataTag()));
-        QVERIFY(fault != nullptr);
-        QTEST(fault->build(parts).toHex(), "expected");
-    }
+    void fault() { QTEST(spoiled(QTest::currentDataTag()).toHex(), "expected"); }
 
     void oversizedIsTheLargestDatagram()
     {
-        FrameParts parts;
-        parts.sections = {gpioSection()};
-        const QByteArray frame = findFrameFault("oversized"_s)->build(parts);
+        const QByteArray frame = spoiled("oversized");
         QCOMPARE(frame.size(), 65507);
         QCOMPARE(frame.left(8).toHex(),
                  QByteArray("ce01dfff0e000200")); // 65503 octets of payload, 2 sections
         QCOMPARE(frame.right(2), littleEndian(crcKermit(frame.chopped(2)), 2));
-        const QByteArray garbage = findFrameFault("garbage"_s)->build(parts);
+        const QByteArray garbage = spoiled("garbage");
         QCOMPARE(garbage.size(), 200);
         QVERIFY(garbage.at(0) != '\xCE');
     }

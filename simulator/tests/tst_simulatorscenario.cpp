@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "action.h"
+#include "files.h"
 #include "literals.h"
 #include "rows.h"
 #include "scenario.h"
@@ -103,9 +104,7 @@ private slots:
     {
         const QDir samples(VARNEL_SOURCE_DIR "/simulator/scenarios"_s, "*.json"_s);
         for (const QFileInfo& info : samples.entryInfoList()) {
-            QFile file(info.filePath());
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            const Varnel::Outcome<Scenario> read = readScenario(file.readAll());
+            const Varnel::Outcome<Scenario> read = readScenario(contentOf(info.filePath()));
             QVERIFY2(read && !read.value->steps.isEmpty(), qPrintable(info.fileName() + read.refusal.text));
             Simulation simulation(silentOptions());
             QCOMPARE(simulation.start().refusal.text, QString());

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "files.h"
 #include "httpmessages.h"
 #include "rows.h"
 #include "simulatorprocess.h"
@@ -145,9 +146,8 @@ private slots:
         QCOMPARE(received.value(QLatin1String("name")).toString(), name);
         QCOMPARE(received.value(QLatin1String("size")).toInt(), size);
         QCOMPARE(received.value(QLatin1String("md5")).toString().toLatin1(), md5);
-        QFile copy(uploads->filePath(stored));
-        QVERIFY(copy.open(QIODevice::ReadOnly));
-        QVERIFY(copy.readAll() == content);
+        QVERIFY(QFileInfo::exists(uploads->filePath(stored)));
+        QVERIFY(contentOf(uploads->filePath(stored)) == content);
         QCOMPARE(QJsonDocument::fromJson(finished("/uploads"_s)->readAll()).array(), list);
     }
 
@@ -186,12 +186,12 @@ private slots:
 
     void lateAndEndlessAnswers()
     {
-        const Reply hung = get("/odd/hang"_s);
+        const Reply hung = simulator->get("/odd/hang"_s);
         QTRY_COMPARE(simulator->events("request"_s).size(), 1);
-        const Reply half = get("/odd/stall"_s);
+        const Reply half = simulator->get("/odd/stall"_s);
         QTRY_VERIFY(half->bytesAvailable() > 0);
         qint64 received = 0;
-        const Reply endless = get("/odd/endless"_s);
+        const Reply endless = simulator->get("/odd/endless"_s);
         connect(endless.get(), &QNetworkReply::readyRead, this,
                 [&] { received += endless->readAll().size(); });
         QTRY_VERIFY_WITH_TIMEOUT(received > 10 * mebi, 60000);
@@ -252,45 +252,27 @@ private slots:
 
     void downloads_data()
     {
-        const Rows<QByteArray, int> add("disposition", "size");
-        const auto row = [&add](const char* path, const QByteArray& disposition, int size = 2048) {
-            add(path, disposition, size);
-        };
+        const Rows<QByteArray> row("disposition");
         row("plain", "attachment; filename=report.txt");
-        row("quoted", "attachment; filename=\"report.txt\"");
-        row("twice", "attachment;filename=log.txt; filename=b.txt");
-        row("upper", "attachment; FILENAME=x");
-        row("extended", "attachment; filename*=UTF-8''x.txt");
-        row("nameless", "attachment");
-        row("blanks", "attachment; filename=   ; size=2048");
-        row("dot", "attachment; filename=.");
         row("dotdot", "attachment; filename=..");
         row("climb", "attachment; filename=../escaped.txt");
         row("subdirectory", "attachment; filename=logs/today.txt");
-        row("latin1", "attachment; filename=r\xE9sum\xE9.txt");
-        row("utf8", "attachment; filename=\xD0\xBE\xD1\x82\xD1\x87\xD1\x91\xD1\x82.txt");
         row("long", "attachment; filename=" + QByteArray(296, 'n') + ".txt");
-        row("percent", "attachment; filename=100%25-%s-%1.txt");
-        row("hidden", "attachment; filename=.hidden");
-        row("no-suffix", "attachment; filename=data");
         row("no-header/data.bin", QByteArray());
         row("slash/", QByteArray());
-        row("empty", "attachment; filename=empty.bin", 0);
-        row("large", "attachment; filename=large.bin", 5 * 1024 * 1024);
     }
 
+    /// tst_downloads saves the files of all other names.
     void downloads()
     {
-        const QString path = QLatin1String(QTest::currentDataTag());
-        QFETCH(int, size);
-        const Reply reply = finished("/download/"_s + path);
+        const Reply reply = finished("/download/"_s + QLatin1String(QTest::currentDataTag()));
         QCOMPARE(status(reply), 200);
         QFETCH(QByteArray, disposition);
         QCOMPARE(reply->rawHeader("Content-Disposition"), disposition);
         QCOMPARE(reply->hasRawHeader("Content-Disposition"), !disposition.isNull());
         QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/octet-stream"));
-        QCOMPARE(reply->rawHeader("Content-Length").toInt(), size);
-        QVERIFY(reply->readAll() == pattern(size));
+        QCOMPARE(reply->rawHeader("Content-Length").toInt(), 2048);
+        QVERIFY(reply->readAll() == pattern(2048));
     }
 
     void generatedBody()
@@ -307,15 +289,16 @@ private slots:
         QCOMPARE(reply->error(), QNetworkReply::RemoteHostClosedError);
         QVERIFY(reply->readAll() == pattern(32 * kibi));
 
-        const Reply stalled = get("/download/stall"_s);
+        const Reply stalled = simulator->get("/download/stall"_s);
         QTRY_COMPARE(stalled->bytesAvailable(), 32 * kibi);
         QVERIFY(!stalled->isFinished());
     }
 
     void customDownload()
     {
-        const Reply reply = get("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
-                                "&type=application/x-odd&size=10000&pace=20"_s);
+        const Reply reply =
+            simulator->get("/download/custom/x.bin?disposition=attachment%3B%20filename%3Da%20b.txt"
+                           "&type=application/x-odd&size=10000&pace=20"_s);
         QElapsedTimer clock;
         clock.start();
         QVERIFY(finish(reply));
@@ -323,26 +306,6 @@ private slots:
         QCOMPARE(reply->rawHeader("Content-Disposition"), QByteArray("attachment; filename=a b.txt"));
         QCOMPARE(reply->rawHeader("Content-Type"), QByteArray("application/x-odd"));
         QVERIFY(reply->readAll() == pattern(10000));
-    }
-
-    void hugeDownload()
-    {
-        const Reply reply = get("/download/huge"_s);
-        reply->setReadBufferSize(mebi);
-        qint64 received = 0;
-        bool intact = true;
-        const auto drain = [&] {
-            const QByteArray block = reply->readAll();
-            if (!block.isEmpty()) {
-                intact = intact && block.at(0) == Simulator::patternOctet(received);
-            }
-            received += block.size();
-        };
-        connect(reply.get(), &QNetworkReply::readyRead, this, drain);
-        QVERIFY(finish(reply));
-        drain();
-        QCOMPARE(received, 200 * mebi);
-        QVERIFY(intact);
     }
 
 private:
@@ -355,9 +318,6 @@ private:
         return simulator->start("--login user --password secret "_s + options);
     }
 
-    static bool finish(const Reply& reply) { return SimulatorProcess::finish(reply); }
-    static int status(const Reply& reply) { return SimulatorProcess::status(reply); }
-    [[nodiscard]] Reply get(const QString& path) const { return simulator->get(path); }
     [[nodiscard]] Reply finished(const QString& path) const { return simulator->finished(path); }
     [[nodiscard]] int statusOf(const QString& path) const { return status(finished(path)); }
 
