@@ -5,14 +5,13 @@
 #include <memory>
 #include <vector>
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "files.h"
 #include "program.h"
 #include "rows.h"
 
@@ -22,19 +21,10 @@ const auto socketPath = "/run/varnel-scripts.socket"_s;
 const auto scriptDir = "/usr/local/bin/"_s;
 constexpr int patienceMs = 20000;
 
-QByteArray read(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 void writeScript(const QString& name, const QByteArray& commands)
 {
-    QFile file(scriptDir + name);
-    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + commands) < 0) {
-        qFatal("cannot write %s", qPrintable(name));
-    }
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    writeFile(scriptDir + name, "#!/bin/sh\n" + commands);
+    QFile::setPermissions(scriptDir + name, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 QStringList words(const char* text)
@@ -45,7 +35,7 @@ QStringList words(const char* text)
 bool isAlive(const QByteArray& pid)
 {
     // A zombie still takes signals; its parent may be slow to reap it.
-    const QByteArray status = read("/proc/%1/stat"_s.arg(pid.trimmed().toInt()));
+    const QByteArray status = contentOf("/proc/%1/stat"_s.arg(pid.trimmed().toInt()));
     return !status.isEmpty() && !status.contains(") Z ");
 }
 
@@ -79,7 +69,7 @@ private slots:
         const Rows<QStringList> row("arguments");
         row("none", {});
         row("plain", words("add|192.168.7.2|502"));
-        row("blanks, quotes, line end", words("a b|\"c'|d\ne|$HOME `id`|*"));
+        row("blanks, quotes, line end, others", words("a b|\"c'|d\ne|$HOME `id`|*|\x1b\xff"));
         row("empty ones", words("|x|"));
         row("leading dash", words("-rf|--help"));
         row("100 KiB of JSON", QStringList(QString(100 * 1024, QLatin1Char('7'))));
@@ -97,7 +87,7 @@ private slots:
         for (const QString& argument : qAsConst(arguments)) {
             expected.append(argument.toUtf8()).append('\0');
         }
-        QCOMPARE(read(note), expected);
+        QCOMPARE(contentOf(note), expected);
     }
 
     void statusComesBack_data()
@@ -159,7 +149,7 @@ private slots:
         QProcess asker;
         asker.start(request("snmpctl.sh"_s), QStringList());
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(QString::fromLatin1(note)), patienceMs);
-        const QList<QByteArray> pids = read(QString::fromLatin1(note)).simplified().split(' ');
+        const QList<QByteArray> pids = contentOf(QString::fromLatin1(note)).simplified().split(' ');
         QCOMPARE(pids.size(), 2);
         QVERIFY(isAlive(pids[0]));
         QVERIFY(isAlive(pids[1]));
@@ -178,7 +168,7 @@ private slots:
         writeScript("mbserverstart.sh"_s,
                     "sleep 600 < /dev/null > /dev/null 2>&1 &\necho $! > " + note.toLatin1());
         QCOMPARE(run("mbserverstart.sh"_s), 0);
-        const QByteArray pid = read(note);
+        const QByteArray pid = contentOf(note);
         QVERIFY(isAlive(pid));
         stopService();
         QVERIFY(isAlive(pid));
@@ -204,7 +194,7 @@ private slots:
         fifo.close();
         QVERIFY(first.waitForFinished(patienceMs));
         QVERIFY(second.waitForFinished(patienceMs));
-        QCOMPARE(read(note), QByteArray("first\nsecond\n"));
+        QCOMPARE(contentOf(note), QByteArray("first\nsecond\n"));
     }
 
     void whatEarlierScriptsLeftSurvivesAKill()
@@ -213,8 +203,8 @@ private slots:
         writeScript("netcfg.sh"_s, "setsid --fork sh -c 'echo $$ > " + note.toLatin1() +
                                        "; exec sleep 600' < /dev/null > /dev/null 2>&1");
         QCOMPARE(run("netcfg.sh"_s), 0);
-        QTRY_VERIFY(read(note).endsWith('\n'));
-        const QByteArray pid = read(note);
+        QTRY_VERIFY(contentOf(note).endsWith('\n'));
+        const QByteArray pid = contentOf(note);
         const QString begun = notes.filePath("begun"_s);
         writeScript("r7m.sh"_s, "touch " + begun.toLatin1() + "\nsleep 600");
         QProcess asker;
@@ -236,7 +226,7 @@ private slots:
         other.connectToServer(socketPath);
         QVERIFY(other.waitForConnected(patienceMs));
         QCOMPARE(run("r7m.sh"_s), 0);
-        QCOMPARE(read(note).simplified(), QByteArray("0 1 2 3")); // 3 is the directory that ls reads
+        QCOMPARE(contentOf(note).simplified(), QByteArray("0 1 2 3")); // 3 is the directory that ls reads
     }
 
     void scriptsThatOthersCanChangeAreNotRun_data()
