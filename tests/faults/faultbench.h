@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 
 #include "scene.h"
+#include "simulator.h"
 #include "traffic.h"
 #include "virtualscreen.h"
 
@@ -79,6 +80,10 @@ public:
     FrameSource frames{"192.168.7.2"_s};
     FrameSource otherFrames{"192.168.7.3"_s};
     VirtualScreen& screen;
+    /// Further stations, each for a fault of its own: a source of garbage, a name server, a server of files.
+    std::unique_ptr<FrameSource> garbage;
+    std::unique_ptr<QUdpSocket> nameServer;
+    std::unique_ptr<Simulator> files;
 
 private:
     bool isWorking() const;

@@ -9,7 +9,6 @@
 
 #include "drive.h"
 #include "fault.h"
-#include "simulator.h"
 #include "transferscene.h"
 
 namespace {
@@ -103,20 +102,14 @@ bool pageGoesOn(FaultBench& bench)
     return bench.awaitTicks(9) && bench.showsTouch();
 }
 
-void stayAsItIs(FaultBench& /*bench*/) {}
-
 /// A server of files, and the drive for them.
-using SharedFiles = std::shared_ptr<std::unique_ptr<Simulator>>;
-
-Step plugIn(const SharedFiles& files)
+bool plugIn(FaultBench& bench)
 {
-    return [files](FaultBench&) {
-        *files = std::make_unique<Simulator>();
-        Drive().plug();
-        return Program::runTool("mount -t tmpfs -o size=64k drive /usbmnt"_s) &&
-               (*files)->startAndListen(
-                   {"--http"_s, "192.168.7.3:8080"_s, "--sections"_s, "none"_s, "--login"_s, QString()});
-    };
+    bench.files = std::make_unique<Simulator>();
+    Drive().plug();
+    return Program::runTool("mount -t tmpfs -o size=64k drive /usbmnt"_s) &&
+           bench.files->startAndListen(
+               {"--http"_s, "192.168.7.3:8080"_s, "--sections"_s, "none"_s, "--login"_s, QString()});
 }
 
 /// Lets the page lead to a file and the user take it.
@@ -250,35 +243,33 @@ Faults scriptFaults()
 
 Faults storageFaults()
 {
-    const auto files = std::make_shared<std::unique_ptr<Simulator>>();
-    const auto unplug = [files](FaultBench& bench) {
-        files->reset();
+    const auto unplug = [](FaultBench& bench) {
+        bench.files.reset();
         return pull(bench);
     };
     constexpr auto asIfComplete = "download as if complete; its popup closes by itself";
     return {
         {"disk full: Modbus server's init file", "nothing: page stays",
-         "the Modbus server, until the panel starts again", "^varnel\\.modbus: Cannot write", stayAsItIs,
+         "the Modbus server, until the panel starts again", "^varnel\\.modbus: Cannot write", Step(),
          [](FaultBench& bench) { return pageGoesOn(bench) && !ModbusClient::tcp(502)->connect(); }, makeRoom,
          fillUp("Files/TmpCfgDir", "/etc"_s), &FaultBench::restartPanelAndRead, false},
-        {"disk full: engine's storage", "nothing: page stays", "what the page stores", "", stayAsItIs,
-         pageGoesOn, makeRoom, fillUp("WebCache/Path", "/cache"_s)},
+        {"disk full: engine's storage", "nothing: page stays", "what the page stores", "", Step(), pageGoesOn,
+         makeRoom, fillUp("WebCache/Path", "/cache"_s)},
         {"disk full: USB drive's marker", "popup: USB drive not detected", "the download",
          "Download canceled: USB drive not mounted$", plugInWithoutMarker, pageGoesOn,
          [unplug](FaultBench& bench) { return makeRoom(bench) && unplug(bench); },
-         [files](FaultBench& bench) {
-             return fillUp("Files/UsbDriveFile", "/usbdrive"_s)(bench) && plugIn(files)(bench);
+         [](FaultBench& bench) {
+             return fillUp("Files/UsbDriveFile", "/usbdrive"_s)(bench) && plugIn(bench);
          }},
         {"disk full: USB drive", asIfComplete, "the file from the octet on that did not fit",
          "Error writing file '/usbmnt/large.bin': 65536 of 5242880 octets written: No space left on device$",
-         [](FaultBench& bench) { return download(bench, "large"_s); }, driveIsReadOnlyAgain, unplug,
-         plugIn(files)},
+         [](FaultBench& bench) { return download(bench, "large"_s); }, driveIsReadOnlyAgain, unplug, plugIn},
         {"USB drive pulled during a download", asIfComplete, "the file",
          "USB drive removed while '/usbmnt/slow.bin' was being saved$",
          [](FaultBench& bench) {
              return download(bench, "custom/slow.bin?size=61440&pace=200"_s) && pull(bench);
          },
-         driveIsReadOnlyAgain, [files](FaultBench&) { files->reset(); }, plugIn(files)},
+         driveIsReadOnlyAgain, [](FaultBench& bench) { bench.files.reset(); }, plugIn},
     };
 }
 

@@ -2,6 +2,7 @@
 // Faults of the controller's frames, of its web server, and of names, addresses and the cable.
 
 #include "fault.h"
+#include "files.h"
 #include "processfigures.h"
 
 namespace {
@@ -13,8 +14,6 @@ constexpr auto strangerLine = R"(^Packet received from an unknown sender \( "192
 constexpr auto httpError = "^HTTP ERROR$";
 constexpr auto pageStartsAgain = "nothing; the page starts again";
 constexpr auto errorPageOnce = "error page until the next try";
-
-void stayAsItIs(FaultBench& /*bench*/) {}
 
 bool errorPageAndBlinking(FaultBench& bench)
 {
@@ -51,22 +50,6 @@ bool flood(FrameSource& source)
     const bool sent = awaitTrue([&] { return count() - before >= 5 * rate; });
     qInfo("%.0f datagrams a second", (count() - before) * 1000.0 / double(timer.elapsed()));
     return sent;
-}
-
-Fault garbageFlood()
-{
-    // One source for each panel: it lives as long as the row's bench does.
-    const auto source = std::make_shared<std::unique_ptr<FrameSource>>();
-    return {"flood of garbage",
-            "page stays",
-            "frames of the controller, while it lasts",
-            "Drop frame$",
-            [source](FaultBench&) {
-                *source = std::make_unique<FrameSource>("192.168.7.2"_s, &FrameSource::garbage);
-                return flood(**source);
-            },
-            touchIsAnswered,
-            [source](FaultBench&) { source->reset(); }};
 }
 
 void closeServer(FaultBench& bench)
@@ -193,33 +176,26 @@ void leaveForUnknownName(FaultBench& bench)
     bench.sendPageTo("http://controller.invalid/");
 }
 
-Fault silentNameServer()
+/// The panel asks a name server that says nothing.
+bool installNameServer(FaultBench& bench)
 {
-    const auto socket = std::make_shared<std::unique_ptr<QUdpSocket>>();
-    return {"name server silent",
-            "page stays until the name is given up, then error page until the next try",
-            "nothing; the page starts again",
-            httpError,
-            leaveForUnknownName,
-            [socket](FaultBench& bench) {
-                return awaitTrue(
-                           [&] { return (*socket)->hasPendingDatagrams(); }) && // left without an answer
-                       bench.awaitShown(Shown::ErrorPage, std::chrono::seconds(40));
-            },
-            [socket](FaultBench& bench) {
-                socket->reset();
-                bench.serveUsual();
-                return Program::runTool("umount /etc/resolv.conf"_s);
-            },
-            [socket](FaultBench&) {
-                *socket = std::make_unique<QUdpSocket>();
-                QFile file("/tmp/resolv.conf"_s);
-                const bool written =
-                    file.open(QIODevice::WriteOnly) && file.write("nameserver 192.168.7.3\n") > 0;
-                file.close();
-                return written && (*socket)->bind(QHostAddress("192.168.7.3"_s), 53) &&
-                       Program::runTool("mount --bind /tmp/resolv.conf /etc/resolv.conf"_s);
-            }};
+    bench.nameServer = std::make_unique<QUdpSocket>();
+    writeFile("/tmp/resolv.conf"_s, "nameserver 192.168.7.3\n");
+    return bench.nameServer->bind(QHostAddress("192.168.7.3"_s), 53) &&
+           Program::runTool("mount --bind /tmp/resolv.conf /etc/resolv.conf"_s);
+}
+
+bool asksInVain(FaultBench& bench)
+{
+    return awaitTrue([&] { return bench.nameServer->hasPendingDatagrams(); }) &&
+           bench.awaitShown(Shown::ErrorPage, std::chrono::seconds(40));
+}
+
+bool removeNameServer(FaultBench& bench)
+{
+    bench.nameServer.reset();
+    bench.serveUsual();
+    return Program::runTool("umount /etc/resolv.conf"_s);
 }
 
 } // namespace
@@ -243,7 +219,7 @@ Faults controllerFaults()
          }},
         {"sequence numbers restart", "nothing: page stays", "nothing",
          "^Back in the sequence, probable reboot of the RxM",
-         [](FaultBench& bench) { bench.frames.restartNumbers(); }, &FaultBench::pageGoesOn, stayAsItIs},
+         [](FaultBench& bench) { bench.frames.restartNumbers(); }, &FaultBench::pageGoesOn, Step()},
         {"controller replaced", "error page, then the other controller's page",
          "frames of the new one until the old one counts as lost", lossLine,
          [](FaultBench& bench) {
@@ -258,7 +234,12 @@ Faults controllerFaults()
         {"two controllers at once", "nothing: the first one's page stays", "the second one's frames",
          strangerLine, [](FaultBench& bench) { bench.otherFrames.setRate(FaultBench::usualRate); },
          &FaultBench::pageGoesOn, [](FaultBench& bench) { bench.otherFrames.setRate(0); }},
-        garbageFlood(),
+        {"flood of garbage", "page stays", "frames of the controller, while it lasts", "Drop frame$",
+         [](FaultBench& bench) {
+             bench.garbage = std::make_unique<FrameSource>("192.168.7.2"_s, &FrameSource::garbage);
+             return flood(*bench.garbage);
+         },
+         touchIsAnswered, [](FaultBench& bench) { bench.garbage.reset(); }},
         {"flood of a stranger's frames", "page stays", "frames of the controller, while it lasts",
          strangerLine, [](FaultBench& bench) { return flood(bench.otherFrames); }, touchIsAnswered,
          [](FaultBench& bench) { bench.otherFrames.setRate(0); }},
@@ -315,14 +296,14 @@ Faults serverFaults()
 
 Faults networkFaults()
 {
-    constexpr auto nothingIsLost = "nothing; the page starts again";
     return {
-        {"name not resolvable", errorPageOnce, nothingIsLost, httpError, leaveForUnknownName,
+        {"name not resolvable", errorPageOnce, pageStartsAgain, httpError, leaveForUnknownName,
          &FaultBench::awaitErrorPage, &FaultBench::serveUsual},
-        silentNameServer(),
-        {"interface down", "error page", nothingIsLost, lossLine, run("ip link set eth1 down"),
+        {"name server silent", "page stays until the name is given up, then error page until the next try",
+         pageStartsAgain, httpError, leaveForUnknownName, asksInVain, removeNameServer, installNameServer},
+        {"interface down", "error page", pageStartsAgain, lossLine, run("ip link set eth1 down"),
          &FaultBench::awaitErrorPage, run("ip link set eth1 up")},
-        {"interface gone", "error page", nothingIsLost, lossLine, run("ip link del eth1"),
+        {"interface gone", "error page", pageStartsAgain, lossLine, run("ip link del eth1"),
          &FaultBench::awaitErrorPage, plugInterfaceIn},
     };
 }
