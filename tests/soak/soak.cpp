@@ -75,7 +75,7 @@ public:
         , screen(virtualScreen)
         , scene(virtualScreen)
     {
-        connect(&scene.server, &WebServer::requested, this, [this] { ++requests; });
+        connect(&scene.server, &WebServer::requested, this, [this] { ++counts["requests"]; });
         connect(&pace, &QTimer::timeout, this, &Soak::sample);
     }
 
@@ -121,13 +121,10 @@ private:
                                   .set("Network/UdpTimeout", "3")
                                   .set("Network/RetryTimeout", "2")
                                   .set("UI/ScreenSaverInterval", "6000");
-        QFile map("/usr/local/etc/modbus.map"_s);
-        const bool mapped = map.open(QIODevice::WriteOnly) && map.write(Traffic::modbusMap()) > 0;
-        map.close();
+        writeFile("/usr/local/etc/modbus.map"_s, Traffic::modbusMap());
         record.setFileName(directory + "/soak.csv"_s);
         pace.start(std::chrono::seconds(5));
-        return mapped && record.open(QIODevice::WriteOnly) && scene.server.listen() &&
-               scene.start(settings) &&
+        return record.open(QIODevice::WriteOnly) && scene.server.listen() && scene.start(settings) &&
                Program::runTool(
                    {"cp"_s, "-r"_s, VARNEL_SOURCE_DIR "/device/share/."_s, "/usr/local/share"_s});
     }
@@ -207,14 +204,7 @@ private:
             {"frames", traffic.sent()},
             {"log_lines", log().lineCount()},
             {"log_octets", log().octetCount()},
-            {"requests", requests},
             {"cycles", cycles},
-            {"reloads", reloads},
-            {"languages", languages},
-            {"losses", losses},
-            {"downloads", downloads},
-            {"darkenings", darkenings},
-            {"error_pages", errorPages},
             {"failures", failures},
         };
         QByteArray names = "seconds,step";
@@ -222,6 +212,10 @@ private:
         for (const auto& [name, value] : columns) {
             names += QByteArray(",") + name;
             values += ',' + QByteArray::number(value);
+        }
+        for (auto count = counts.cbegin(); count != counts.cend(); ++count) {
+            names += ',' + count.key();
+            values += ',' + QByteArray::number(*count);
         }
         if (record.write((record.pos() == 0 ? names + '\n' : QByteArray()) + values + '\n') < 0 ||
             !record.flush()) {
@@ -277,7 +271,7 @@ private:
                            scene.drive.content(name) == body;
         QFile::remove(scene.drive.path(name));
         scene.server.refuse("/file", "404 Not Found");
-        ++downloads;
+        ++counts["downloads"];
         return saved && scene.awaitPage();
     }
 
@@ -289,7 +283,7 @@ private:
                     QRegularExpression("^wv: Set language to \"%1\""_s.arg(QLatin1String(language))))) {
                 return false;
             }
-            ++languages;
+            ++counts["languages"];
         }
         return true;
     }
@@ -306,7 +300,7 @@ private:
             if (!scene.server.awaitCount("/values", scene.server.count("/values") + 1)) {
                 return false;
             }
-            ++reloads;
+            ++counts["reloads"];
         }
         return scene.awaitPage();
     }
@@ -332,8 +326,8 @@ private:
         if (!awaitTrue(isDark)) {
             return false;
         }
-        ++darkenings;
-        screen.move(besideTheLink + QPoint(darkenings % 2, 1));
+        ++counts["darkenings"];
+        screen.move(besideTheLink + QPoint(counts["darkenings"] % 2, 1));
         if (!awaitTrue([] { return !isDark(); })) {
             return false;
         }
@@ -354,7 +348,7 @@ private:
             return false;
         }
         serveUsual();
-        ++errorPages;
+        ++counts["error_pages"];
         return awaitNoPage() && log().await(QRegularExpression("^WebView::loadUrl\\(\\)"_s)) &&
                scene.awaitPage();
     }
@@ -393,7 +387,7 @@ private:
             return false;
         }
         traffic.stop();
-        ++losses;
+        ++counts["losses"];
         if (!log().await({"Remove R7M"_s}) || !awaitNoPage()) {
             return false;
         }
@@ -444,15 +438,11 @@ private:
     QTimer pace;
     ProcessFigures atRest;
     const char* now = "start"; ///< the step
-    int requests = 0;
     int cycles = 0;
-    int reloads = 0;
-    int languages = 0;
-    int losses = 0;
-    int downloads = 0;
-    int darkenings = 0;
-    int errorPages = 0;
     int failures = 0;
+    /// What else has happened, each a column of the record.
+    QMap<QByteArray, int> counts{{"requests", 0},  {"reloads", 0},    {"languages", 0},  {"losses", 0},
+                                 {"downloads", 0}, {"darkenings", 0}, {"error_pages", 0}};
 };
 
 } // namespace
