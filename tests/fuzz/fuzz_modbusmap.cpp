@@ -5,12 +5,11 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QtEndian>
 
+#include "files.h"
 #include "harness.h"
 #include "modbusinterface.h"
 #include "registerstore.h"
@@ -36,12 +35,6 @@ struct Stage
 };
 
 Stage* stage = nullptr;
-
-QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 /// The items behind the mapping's text and a NUL, at most 200: the number of a register, or from 240 on a
 /// coordinate in six octets; then the value with its length in one octet.
@@ -203,7 +196,7 @@ void compareCommand(const QVector<MbRawData_s>& tables, const QString& command)
 std::optional<ServerConfig> serverConfig(ModbusInterface* bridge)
 {
     require(bridge->GenerateDbusInit(stage->directory.path()), "the default interface is usable");
-    const QByteArray text = readFile(stage->init);
+    const QByteArray text = contentOf(stage->init);
     const QJsonArray tables =
         QJsonDocument::fromJson(text).object().value(QStringLiteral("tables")).toArray();
     require(tables.size() == bridge->GetTableList().size(), "the init file names every table");
