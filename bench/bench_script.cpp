@@ -9,10 +9,9 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 
 #include "figures.h"
+#include "files.h"
 #include "modbusbench.h"
 #include "scriptrunner.h"
 
@@ -49,7 +48,7 @@ void spawnAndWait(const QString& script, const QString& argument)
 std::vector<Series> measureScripts(const std::vector<Work>& works, int rounds)
 {
     constexpr int runsPerRound = 20;
-    std::vector<Series> result = measureInTurn(works, rounds * runsPerRound, 1, Clock::Wall);
+    std::vector<Series> result = measureInTurn(works, rounds * runsPerRound, 1, CLOCK_MONOTONIC);
     for (Series& one : result) {
         std::vector<double> medians;
         for (auto run = one.values.begin(); run != one.values.end(); run += runsPerRound) {
@@ -96,12 +95,8 @@ void benchStart(int rounds)
 {
     const std::vector<char> asMuchAsThePanel(48U << 20U, 1);
     const QString path = scripts + QStringLiteral("script.sh");
-    QFile script(path);
-    if (!script.open(QIODevice::WriteOnly) || script.write("#!/bin/sh\nexit 0\n") < 0) {
-        qFatal("cannot write the script");
-    }
-    script.close();
-    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    writeFile(path, "#!/bin/sh\nexit 0\n");
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString argument = QStringLiteral("add");
     printFigure("script start and wait", "us",
                 measureScripts({{"`posix_spawn`, `waitpid`", [&] { spawnAndWait(path, argument); }},

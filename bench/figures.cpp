@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <string_view>
 #include <tuple>
 
@@ -29,14 +28,14 @@ std::string spread(const std::vector<double>& values, const std::string& unit)
     return number(medianOf(values)) + " (" + number(*lowest) + " to " + number(*highest) + ")" + unit;
 }
 
-double nowUs(Clock clock)
+} // namespace
+
+double nowUs(clockid_t clock)
 {
     timespec time{};
-    ::clock_gettime(clock == Clock::Wall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &time);
+    ::clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
-
-} // namespace
 
 double medianOf(std::vector<double> values)
 {
@@ -64,7 +63,7 @@ void printFigure(const std::string& figure, const std::string& unit, const std::
     std::ignore = std::fflush(stdout);
 }
 
-std::vector<Series> measureInTurn(const std::vector<Work>& all, int rounds, double share, Clock clock)
+std::vector<Series> measureInTurn(const std::vector<Work>& all, int rounds, double share, clockid_t clock)
 {
     std::vector<Series> result;
     result.reserve(all.size());

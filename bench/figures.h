@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -30,17 +31,15 @@ struct Work
     std::function<void()> prepare = {}; ///< run before each measurement, not measured itself
 };
 
-/// Which clock a measurement reads.
-enum class Clock
-{
-    ThreadCpu, ///< CPU time of the calling thread: other programs hardly matter
-    Wall,      ///< the time that passes, where the kernel or a child does the work
-};
+/// What a clock of the kernel says, in microseconds.
+double nowUs(clockid_t clock = CLOCK_MONOTONIC);
 
 /// Runs all of them in turn, `rounds` times after one round that does not count, so that whatever slows the
-/// machine down slows all of them. The values are microseconds, each divided by `share`.
+/// machine down slows all of them. The values are microseconds, each divided by `share`: by default CPU time
+/// of the calling thread, which other programs hardly change; the time that passes where the kernel or a
+/// child does the work.
 std::vector<Series> measureInTurn(const std::vector<Work>& all, int rounds, double share = 1,
-                                  Clock clock = Clock::ThreadCpu);
+                                  clockid_t clock = CLOCK_THREAD_CPUTIME_ID);
 
 /// The number of rounds that the command line asks for by "--rounds N", at least 9; 1 with "--quick".
 int roundsFrom(int argc, char* argv[], int usual = 15);

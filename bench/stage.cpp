@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "stage.h"
 
-#include <ctime>
 #include <thread>
 
 #include <QCoreApplication>
 #include <QtEndian>
+
+#include "figures.h"
 
 namespace VarnelBench {
 
@@ -36,11 +37,6 @@ const std::pair<const char*, const char*> tuned[] = {
     {"GST_REGISTRY_FORK", "no"},       {"QT_ACCESSIBILITY", "0"},          {"NO_AT_BRIDGE", "1"},
     {"QT_BEARER_POLL_TIMEOUT", "-1"},
 };
-
-double inMs(const timespec& time)
-{
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-}
 
 } // namespace
 
@@ -153,18 +149,14 @@ std::optional<SocketQueue> socketQueue()
 
 double nowMs()
 {
-    timespec time{};
-    ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return inMs(time);
+    return nowUs() / 1e3;
 }
 
 double cpuMs(const Program& program)
 {
     clockid_t clock{};
-    timespec time{};
     ::clock_getcpuclockid(static_cast<pid_t>(program.pid()), &clock);
-    ::clock_gettime(clock, &time);
-    return inMs(time);
+    return nowUs(clock) / 1e3;
 }
 
 } // namespace VarnelBench
