@@ -48,9 +48,7 @@ private slots:
         row("no number", "--stale-after=x"_s, seconds);
         row("negative", "--stale-after=-1"_s, seconds);
         row("huge", "--stale-after=99999999999"_s, seconds);
-        row("block at no number", "--status-block=x"_s, block);
         row("block beyond the end", "--status-block=65533"_s, block);
-        row("block before the start", "--status-block=-1"_s, block);
         row("value missing", "--state"_s, "Missing value after '--state'."_s);
     }
 

@@ -70,34 +70,14 @@ private slots:
 
     void fault_data()
     {
-        const Rows<QByteArray> add("expected");
-        int count = 2; // oversized and garbage are below
-        const auto row = [&](const char* name, const char* expected) {
-            add(name, expected);
-            ++count;
-        };
-        row("crc", "ce0116000e000100070000000100000020000800010002039746");
-        row("magic", "cd0116000e000100070000000100000020000800010002035aab");
-        row("version", "ce0216000e00010007000000010000002000080001000203dcd4");
-        row("payload-length", "ce0117000e00010007000000010000002000080001000203cbef");
-        row("offset-low", "ce01160007000100070000000100000020000800010002031653");
-        row("offset-high", "ce0116001a0001000700000001000000200008000100020340be");
-        row("zero-sections", "ce0116000e0000000700000001000000200008000100020371be");
-        row("no-sections", "ce010e000e000000070000000100000030fa");
-        row("many-sections", "ce0116000e00020007000000010000002000080001000203ae47");
-        row("continuity", "ce0116000e00010007000000000000002000080001000203c3c3");
-        row("sequence-zero", "ce0116000e00010000000000010000002000080001000203d5f4");
-        row("unknown-section", "ce011c000e000200070000000100000050000600000020000800010002031da4");
-        row("section-length", "ce011e000e000200070000000100000020000900010101012000080001000203580c");
+        const Rows<QByteArray> row("expected");
         row("section-overrun", "ce011e000e0002000700000001000000200060ea010101012000080001000203604d");
         row("core-first", "ce0123000e000200070000000100000080000d00010001000001010001200008000100020343e3");
         row("core-overrun", "ce011e000e0001000700000001000000800010000100010000018813443322111ee7");
-        row("truncated", "ce0116000e0001000700000001");
         row("tiny", "ce0116");
-        row("empty", "");
-        QCOMPARE(count, int(frameFaults().size()));
     }
 
+    /// tst_framechecker finds what is wrong, and nothing else, in all others.
     void fault() { QTEST(spoiled(QTest::currentDataTag()).toHex(), "expected"); }
 
     void oversizedIsTheLargestDatagram()
