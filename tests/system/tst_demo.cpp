@@ -6,10 +6,10 @@
 #include <QSet>
 #include <QTcpServer>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <unistd.h>
 
+#include "rows.h"
 #include "simulator.h"
 #include "virtualscreen.h"
 
@@ -157,10 +157,10 @@ private slots:
 
     void registersChangeInAnotherTerminal_data()
     {
-        QTest::addColumn<QStringList>("user");
-        QTest::newRow("as the user who runs the test") << QStringList();
+        const Rows<QStringList> row("user");
+        row("as the user who runs the test", {});
         if (const QStringList nobody = becomeNobody(); !nobody.isEmpty()) {
-            QTest::newRow("as nobody") << nobody;
+            row("as nobody", nobody);
         }
     }
 

@@ -3,8 +3,8 @@
 
 #include <QFontMetrics>
 #include <QGuiApplication>
-#include <QTest>
 
+#include "rows.h"
 #include "transferscene.h"
 
 namespace {
@@ -54,10 +54,9 @@ class tst_Dialogs : public TransferTest
 private slots:
     void message_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("wraps");
-        QTest::newRow("in one line") << "Download refused here"_s << false;
-        QTest::newRow("in two lines") << "The file could not be saved on the drive"_s << true;
+        const Rows<QString, bool> row("text", "wraps");
+        row("in one line", "Download refused here"_s, false);
+        row("in two lines", "The file could not be saved on the drive"_s, true);
     }
 
     void message()

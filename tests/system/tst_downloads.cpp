@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // From a touch of a download link to the octets on the drive: every way the controller may name a file.
 
-#include <QTest>
-
+#include "rows.h"
 #include "transferscene.h"
 
 class tst_Downloads : public QObject
@@ -25,13 +24,9 @@ private slots:
 
     void savesUnderTheName_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("size");
-
-        const auto row = [](const char* path, const char* name, int size = 2048) {
-            QTest::newRow(path) << "/download/"_s + QString::fromLatin1(path) << QString::fromUtf8(name)
-                                << size;
+        const Rows<QString, QString, int> add("path", "name", "size");
+        const auto row = [&add](const char* path, const char* name, int size = 2048) {
+            add(path, "/download/"_s + QString::fromLatin1(path), QString::fromUtf8(name), size);
         };
         row("plain", "report.txt");
         row("quoted", "\"report.txt\"");

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Events while a file is saved: the page, the link, the screen, the drive, the end.
 
-#include <QTest>
-
+#include "rows.h"
 #include "transferscene.h"
 
 namespace {
@@ -52,12 +51,9 @@ class tst_DownloadTrouble : public TransferTest
 private slots:
     void linkLossWhileAsking_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<int>("size");
-
-        QTest::newRow("all there") << plainFile << "plain.bin"_s << 2048;
-        QTest::newRow("still coming") << slowFile << "slow.bin"_s << slowSize;
+        const Rows<QString, QString, int> row("path", "name", "size");
+        row("all there", plainFile, "plain.bin"_s, 2048);
+        row("still coming", slowFile, "slow.bin"_s, slowSize);
     }
 
     void linkLossWhileAsking()

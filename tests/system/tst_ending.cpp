@@ -3,8 +3,7 @@
 
 #include <functional>
 
-#include <QTest>
-
+#include "rows.h"
 #include "scene.h"
 
 namespace {
@@ -58,14 +57,10 @@ class tst_Ending : public QObject
 private slots:
     void signalEndsInOrder_data()
     {
-        QTest::addColumn<SettingsFile>("settings");
-        QTest::addColumn<Reach>("reach");
-        QTest::addColumn<int>("signalNumber");
+        const Rows<Reach, SettingsFile, int> add("reach", "settings", "signalNumber");
         const auto patient = SettingsFile().set("Network/UdpTimeout", "600");
-        const auto row = [](const char* name, const Reach& reach, const SettingsFile& settings,
-                            int signalNumber = SIGTERM) {
-            QTest::newRow(name) << settings << reach << signalNumber;
-        };
+        const auto row = [&add](const char* name, const Reach& reach, const SettingsFile& settings,
+                                int signalNumber = SIGTERM) { add(name, reach, settings, signalNumber); };
         const Reach waiting = [](Scene& /*scene*/) { return true; };
         row("waiting", waiting, patient);
         row("waiting, SIGINT", waiting, patient, SIGINT);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A web server that answers wrongly never stops the panel, and the panel shows that something is wrong.
 
-#include <QTest>
-
+#include "rows.h"
 #include "scene.h"
 
 namespace {
@@ -21,16 +20,15 @@ class tst_HttpAnswers : public QObject
 private slots:
     void badAnswer_data()
     {
-        QTest::addColumn<QByteArray>("octets");
-        QTest::addColumn<AfterAnswer>("after");
-        QTest::addColumn<bool>("errorPage"); ///< the panel says so and retries; otherwise it shows what comes
-        const auto fails = [](const char* name, const QByteArray& octets,
-                              AfterAnswer after = AfterAnswer::Close) {
-            QTest::addRow("%s: error page", name) << octets << after << true;
+        // errorPage: the panel says so and retries; otherwise it shows what comes
+        const Rows<QByteArray, AfterAnswer, bool> row("octets", "after", "errorPage");
+        const auto fails = [&row](const char* name, const QByteArray& octets,
+                                  AfterAnswer after = AfterAnswer::Close) {
+            row(qPrintable(QLatin1String(name) + ": error page"_s), octets, after, true);
         };
-        const auto isHarmless = [](const char* name, const QByteArray& octets,
-                                   AfterAnswer after = AfterAnswer::Close) {
-            QTest::addRow("%s: no harm", name) << octets << after << false;
+        const auto isHarmless = [&row](const char* name, const QByteArray& octets,
+                                       AfterAnswer after = AfterAnswer::Close) {
+            row(qPrintable(QLatin1String(name) + ": no harm"_s), octets, after, false);
         };
         const QByteArray tooShort = head + "Content-Length: 1000\r\n\r\n<html>half";
         fails("closed without a word", {});

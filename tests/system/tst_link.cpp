@@ -5,9 +5,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRandomGenerator>
-#include <QTest>
 #include <QTimer>
 
+#include "rows.h"
 #include "scene.h"
 #include "simulator.h"
 
@@ -168,9 +168,9 @@ private slots:
 
     void recordedControllerIsReplayed_data()
     {
-        QTest::addColumn<QString>("speed");
-        QTest::newRow("in its own time") << "1"_s;
-        QTest::newRow("three times as fast") << "3"_s;
+        const Rows<QString> row("speed");
+        row("in its own time", "1"_s);
+        row("three times as fast", "3"_s);
     }
 
     void recordedControllerIsReplayed()

@@ -2,8 +2,8 @@
 // The user's view: pictures of the panel's screen from waiting to page, error page and info page.
 
 #include <QDir>
-#include <QTest>
 
+#include "rows.h"
 #include "scene.h"
 #include "simulator.h"
 #include "virtualscreen.h"
@@ -176,11 +176,10 @@ private slots:
 
     void cursorIsHidden_data()
     {
-        QTest::addColumn<SettingsFile>("settings");
-        QTest::addColumn<bool>("visible");
-        QTest::newRow("built-in value: hidden") << SettingsFile() << false;
-        QTest::newRow("true: hidden") << SettingsFile().set("UI/HideCursor", "true") << false;
-        QTest::newRow("false: shown") << SettingsFile().set("UI/HideCursor", "false") << true;
+        const Rows<SettingsFile, bool> row("settings", "visible");
+        row("built-in value: hidden", SettingsFile(), false);
+        row("true: hidden", SettingsFile().set("UI/HideCursor", "true"), false);
+        row("false: shown", SettingsFile().set("UI/HideCursor", "false"), true);
     }
 
     void cursorIsHidden()

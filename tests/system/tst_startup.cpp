@@ -2,8 +2,8 @@
 // From the command line and the settings file to the panel that listens.
 
 #include <QFile>
-#include <QTest>
 
+#include "rows.h"
 #include "scene.h"
 
 namespace {
@@ -31,13 +31,11 @@ class tst_Startup : public QObject
 private slots:
     void commandLine_data()
     {
-        QTest::addColumn<QString>("arguments");
-        QTest::addColumn<QStringList>("log");
-        QTest::newRow("no options: built-in values") << QString() << startOfLog({missingSettings});
-        QTest::newRow("all three") << "-D X -R Y -v"_s
-                                   << startOfLog({missingSettings}, "true"_s, "X"_s, "Y"_s);
-        QTest::newRow("a mistake: one line, continues, options before it kept")
-            << "-v -x"_s << startOfLog({"Unknown argument: -x"_s, missingSettings}, "true"_s);
+        const Rows<QString, QStringList> row("arguments", "log");
+        row("no options: built-in values", {}, startOfLog({missingSettings}));
+        row("all three", "-D X -R Y -v"_s, startOfLog({missingSettings}, "true"_s, "X"_s, "Y"_s));
+        row("a mistake: one line, continues, options before it kept", "-v -x"_s,
+            startOfLog({"Unknown argument: -x"_s, missingSettings}, "true"_s));
     }
 
     void commandLine()
@@ -106,9 +104,9 @@ private slots:
 
     void helpReachesAPipeAtOnce_data()
     {
-        QTest::addColumn<QString>("option");
-        QTest::newRow("-h: printed, continues") << "-h"_s;
-        QTest::newRow("--help: printed, continues") << "--help"_s;
+        const Rows<QString> row("option");
+        row("-h: printed, continues", "-h"_s);
+        row("--help: printed, continues", "--help"_s);
     }
 
     void helpReachesAPipeAtOnce()
@@ -167,21 +165,12 @@ private slots:
 
     void udpAddress_data()
     {
-        QTest::addColumn<QString>("bindAddress");
-        QTest::addColumn<QString>("interface");
-        QTest::addColumn<QString>("choice");
-        QTest::addColumn<QString>("address");
-        QTest::newRow("address and a missing interface: the address, no look at the interface")
-            << "127.0.0.1"_s
-            << "none0"_s
-            << "^UDP listen"_s
-            << "127.0.0.1"_s;
-        QTest::newRow("neither: any address") << QString() << QString() << "^No UDP config, use default$"_s
-                                              << "0.0.0.0"_s;
-        QTest::newRow("existing interface: its broadcast address")
-            << QString() << "eth1"_s
-            << R"(^Interface found\.  "eth1"  =  \d+$)"_s
-            << "192.168.7.255"_s;
+        const Rows<QString, QString, QString, QString> row("bindAddress", "interface", "choice", "address");
+        row("address and a missing interface: the address, no look at the interface", "127.0.0.1"_s,
+            "none0"_s, "^UDP listen"_s, "127.0.0.1"_s);
+        row("neither: any address", {}, {}, "^No UDP config, use default$"_s, "0.0.0.0"_s);
+        row("existing interface: its broadcast address", {}, "eth1"_s,
+            R"(^Interface found\.  "eth1"  =  \d+$)"_s, "192.168.7.255"_s);
     }
 
     void udpAddress()
@@ -210,13 +199,11 @@ private slots:
 
     void unusableInterfaceEndsThePanel_data()
     {
-        QTest::addColumn<QString>("interface");
-        QTest::addColumn<QString>("line");
+        const Rows<QString, QString> row("interface", "line");
         const QString notFound = "UDP interface not found, use default"_s;
-        QTest::newRow("no such interface: ends") << "none0"_s << notFound;
-        QTest::newRow("name in the wrong case: ends") << "ETH1"_s << notFound;
-        QTest::newRow("interface without address: ends") << "bare0"_s
-                                                         << "Interface found.  \"bare0\"  = "_s;
+        row("no such interface: ends", "none0"_s, notFound);
+        row("name in the wrong case: ends", "ETH1"_s, notFound);
+        row("interface without address: ends", "bare0"_s, "Interface found.  \"bare0\"  = "_s);
     }
 
     void unusableInterfaceEndsThePanel()

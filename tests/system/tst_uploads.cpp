@@ -2,8 +2,8 @@
 // From the file input of a page over the chooser to the octets at the server.
 
 #include <QCryptographicHash>
-#include <QTest>
 
+#include "rows.h"
 #include "transferscene.h"
 
 namespace {
@@ -28,19 +28,17 @@ class tst_Uploads : public TransferTest
 private slots:
     void sendsTheFile_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QByteArray>("octets");
-
+        const Rows<QString, QByteArray> row("name", "octets");
         QByteArray all;
         for (int octet = 0; octet < 256; ++octet) {
             all.append(static_cast<char>(octet));
         }
-        QTest::newRow("text") << "settings.ini"_s << QByteArray("[Network]\nport=1\n");
-        QTest::newRow("every octet value") << "all.bin"_s << all;
-        QTest::newRow("empty") << "empty.bin"_s << QByteArray();
-        QTest::newRow("3 MiB") << "large.bin"_s << all.repeated(3 << 12);
-        QTest::newRow("blanks and percent signs") << "a %41 %1 b.txt"_s << QByteArray("blanks");
-        QTest::newRow("UTF-8") << "r\xc3\xa9sum\xc3\xa9.txt"_s << QByteArray("accents");
+        row("text", "settings.ini"_s, "[Network]\nport=1\n");
+        row("every octet value", "all.bin"_s, all);
+        row("empty", "empty.bin"_s, {});
+        row("3 MiB", "large.bin"_s, all.repeated(3 << 12));
+        row("blanks and percent signs", "a %41 %1 b.txt"_s, "blanks");
+        row("UTF-8", "r\xc3\xa9sum\xc3\xa9.txt"_s, "accents");
     }
 
     void sendsTheFile()

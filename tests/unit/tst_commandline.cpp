@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <QRegularExpression>
-#include <QTest>
 
 #include "commandline.h"
 #include "literals.h"
+#include "rows.h"
 
 using Varnel::CommandLine;
 
@@ -41,11 +41,7 @@ class tst_CommandLine : public QObject
 private slots:
     void parse_data()
     {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QStringList>("outcome");
-        const auto row = [](const char* name, const QStringList& arguments, const QStringList& outcome) {
-            QTest::newRow(name) << arguments << outcome;
-        };
+        const Rows<QStringList, QStringList> row("arguments", "outcome");
         const auto unknown = [](const QString& word) { return QStringList{"Unknown argument: "_s + word}; };
         const QString noValue = "Not defined value of the argument: "_s;
         row("nothing: nothing set", {}, {});

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <array>
 
-#include <QTest>
-
 #include "configarguments.h"
 #include "frame.h"
 #include "literals.h"
 #include "rlpdecoder.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -61,8 +60,7 @@ private slots:
 
     void arguments_data()
     {
-        QTest::addColumn<QStringList>("actual");
-        QTest::addColumn<QStringList>("wanted");
+        const Rows<QStringList, QStringList> row("actual", "wanted");
         const auto network = [](const char* name, const netcfg_s& cfg, const QStringList& wanted) {
             QTest::addRow("network, %s", name) << netCfgArguments(cfg) << wanted;
         };
@@ -147,8 +145,8 @@ private slots:
                 << registrationArguments(controller, device, distinctSnmp(), modbus)
                 << "add 192.168.7.2 7 1161 1162"_words + QStringList{word, "65535"_s, "65530"_s};
         }
-        QTest::newRow("removal") << removalArguments(controller, device, distinctSnmp())
-                                 << "delete 192.168.7.2 7 1161 1162 65530"_words;
+        row("removal", removalArguments(controller, device, distinctSnmp()),
+            "delete 192.168.7.2 7 1161 1162 65530"_words);
     }
 
     void arguments()
@@ -159,8 +157,7 @@ private slots:
 
     void differs_data()
     {
-        QTest::addColumn<bool>("actual");
-        QTest::addColumn<bool>("differs");
+        const Rows<bool, bool> row("actual", "differs");
         const auto record = [](const char* name, const auto& plain) {
             auto reset = plain;
             reset.resetcfg = true;
@@ -207,7 +204,7 @@ private slots:
         changed(modbuscfg_s(), quint16(77), std::array{&modbuscfg_s::tcp_port});
         snmpcfg_s options = snmp;
         options.options = 77;
-        QTest::newRow("options: left out") << configDiffers(snmp, options) << false;
+        row("options: left out", configDiffers(snmp, options), false);
     }
 
     void differs()

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <QRandomGenerator>
-#include <QTest>
 
 #include "crc16.h"
 #include "frame.h"
+#include "rows.h"
 
 using Varnel::crc16;
 
@@ -40,21 +40,17 @@ class tst_Crc16 : public QObject
 private slots:
     void publishedValues_data()
     {
-        QTest::addColumn<int>("poly");
-        QTest::addColumn<int>("init");
-        QTest::addColumn<QByteArray>("octets");
-        QTest::addColumn<int>("value");
+        const Rows<int, int, QByteArray, int> row("poly", "init", "octets", "value");
         const QByteArray digits("123456789");
         // Check values of the catalogue of parametrised CRC algorithms. The initial value of the augmented
         // form is not that of the direct form, so only those that start from 0 can be taken over.
-        QTest::newRow("KERMIT, 1 to 9: its check value") << 0x1021 << 0 << digits << 0x2189;
-        QTest::newRow("ARC, 1 to 9: another polynomial") << 0x8005 << 0 << digits << 0xBB3D;
-        QTest::newRow("DNP, 1 to 9: without its final inversion")
-            << 0x3D65 << 0 << digits << (0xEA82 ^ 0xFFFF);
+        row("KERMIT, 1 to 9: its check value", 0x1021, 0, digits, 0x2189);
+        row("ARC, 1 to 9: another polynomial", 0x8005, 0, digits, 0xBB3D);
+        row("DNP, 1 to 9: without its final inversion", 0x3D65, 0, digits, (0xEA82 ^ 0xFFFF));
         // CRC-16/MCRF4XX is KERMIT started from 0xFFFF, which is 0x84CF shifted through 16 zero bits.
-        QTest::newRow("MCRF4XX, 1 to 9: another start") << 0x1021 << 0x84CF << digits << 0x6F91;
-        QTest::newRow("KERMIT, nothing: 0") << 0x1021 << 0 << QByteArray("") << 0;
-        QTest::newRow("KERMIT, zeros: 0") << 0x1021 << 0 << QByteArray(40, '\0') << 0;
+        row("MCRF4XX, 1 to 9: another start", 0x1021, 0x84CF, digits, 0x6F91);
+        row("KERMIT, nothing: 0", 0x1021, 0, "", 0);
+        row("KERMIT, zeros: 0", 0x1021, 0, QByteArray(40, '\0'), 0);
     }
 
     void publishedValues()

@@ -8,10 +8,10 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QRegularExpression>
-#include <QtTest>
 
 #include "commandline.h"
 #include "literals.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -140,10 +140,10 @@ private slots:
 
     void linksLeadSomewhere_data()
     {
-        QTest::addColumn<QString>("file");
+        const Rows<QString> row("file");
         const QStringList files = filesOf(root, ".md"_s);
         for (const QString& file : files) {
-            QTest::newRow(qPrintable(file)) << file;
+            row(qPrintable(file), file);
         }
     }
 
@@ -168,8 +168,7 @@ private slots:
 
     void documentedLinesAreWritten_data()
     {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<QString>("row");
+        const Rows<QString, QString> row("source", "row");
         static const QRegularExpression heading("^##+ .*\\]\\(\\.\\./(src/[\\w]+\\.cpp)\\)$"_s);
         QString source;
         const QStringList lines = read(root.filePath("docs/logs.md"_s)).split(QLatin1Char('\n'));
@@ -178,7 +177,7 @@ private slots:
                 source = found.captured(1);
             }
             if (line.startsWith("| `"_s)) {
-                QTest::newRow(qPrintable(source + ": "_s + line)) << source << line;
+                row(qPrintable(source + ": "_s + line), source, line);
             }
         }
     }
@@ -206,10 +205,10 @@ private slots:
 
     void everySourceIsDocumented_data()
     {
-        QTest::addColumn<QString>("source");
+        const Rows<QString> row("source");
         const QStringList sources = filesOf(QDir(root.filePath("src"_s)), ".cpp"_s);
         for (const QString& source : sources) {
-            QTest::newRow(qPrintable(source)) << source;
+            row(qPrintable(source), source);
         }
     }
 

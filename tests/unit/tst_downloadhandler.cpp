@@ -4,6 +4,7 @@
 #include <QProgressBar>
 
 #include "downloadscene.h"
+#include "rows.h"
 
 /// Downloads that succeed, and downloads that are refused.
 class tst_DownloadHandler : public DownloadScene
@@ -51,16 +52,15 @@ private slots:
 
     void savesBody_data()
     {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<bool>("withLength");
+        const Rows<QByteArray, bool> row("body", "withLength");
         QByteArray all;
         for (int octet = 0; octet < 256; ++octet) {
             all.append(static_cast<char>(octet));
         }
-        QTest::newRow("empty: empty file") << QByteArray() << true;
-        QTest::newRow("every octet value: unchanged") << all << true;
-        QTest::newRow("length unknown: whole") << all.repeated(300) << false;
-        QTest::newRow("8 MiB: whole") << all.repeated(32768) << true;
+        row("empty: empty file", {}, true);
+        row("every octet value: unchanged", all, true);
+        row("length unknown: whole", all.repeated(300), false);
+        row("8 MiB: whole", all.repeated(32768), true);
     }
 
     void savesBody()
@@ -111,11 +111,10 @@ private slots:
 
     void namesByHeader_data()
     {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QByteArray>("saved");
-        QTest::newRow("quotes") << QByteArray("\"a b.txt\"") << QByteArray("\"a b.txt\"");
-        QTest::newRow("a colon in front") << QByteArray(":a.txt") << QByteArray(":a.txt");
-        QTest::newRow("taken: numbered") << QByteArray("old.txt") << QByteArray("old-1.txt");
+        const Rows<QByteArray, QByteArray> row("name", "saved");
+        row("quotes", "\"a b.txt\"", "\"a b.txt\"");
+        row("a colon in front", ":a.txt", ":a.txt");
+        row("taken: numbered", "old.txt", "old-1.txt");
     }
 
     void namesByHeader()
@@ -144,11 +143,7 @@ private slots:
 
     void refusesName_data()
     {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QString>("path");
-        const auto row = [](const char* title, const QByteArray& name, const QString& path) {
-            QTest::newRow(title) << name << path;
-        };
+        const Rows<QByteArray, QString> row("name", "path");
         row("way up and down", "../plugged", "%1/../plugged"_s);
         row("absolute", "/tmp/varnel-absolute", "/tmp/varnel-absolute"_s);
         row("into a directory of the drive", "sub/log.txt", "%1/sub/log.txt"_s);
@@ -187,12 +182,7 @@ private slots:
 
     void movesProgressBar_data()
     {
-        QTest::addColumn<qint64>("read");
-        QTest::addColumn<qint64>("total");
-        QTest::addColumn<int>("value");
-        const auto row = [](const char* name, qint64 read, qint64 total, int value) {
-            QTest::newRow(name) << read << total << value;
-        };
+        const Rows<qint64, qint64, int> row("read", "total", "value");
         row("nothing of something: 0", 0, 500, 0);
         row("a third: truncated", 1, 3, 33);
         row("all: 100", 1000, 1000, 100);

@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 
 #include "downloadscene.h"
+#include "rows.h"
 
 /// Events while a file is saved. Nothing crashes, the log says what is missing, and the drive is read-only at
 /// the end.
@@ -74,12 +75,10 @@ private slots:
 
     void reportsFailedSynchronization_data()
     {
-        QTest::addColumn<QString>("device");
-        QTest::addColumn<QString>("writeError");
-        QTest::newRow("written but not synchronised") << "/dev/null"_s << QString();
-        QTest::newRow("nothing written")
-            << "/dev/full"_s
-            << "TIME - Error writing file '%1': 0 of 7 octets written: No space left on device"_s;
+        const Rows<QString, QString> row("device", "writeError");
+        row("written but not synchronised", "/dev/null"_s, {});
+        row("nothing written", "/dev/full"_s,
+            "TIME - Error writing file '%1': 0 of 7 octets written: No space left on device"_s);
     }
 
     void reportsFailedSynchronization()
@@ -137,10 +136,9 @@ private slots:
 
     void breaksOff_data()
     {
-        QTest::addColumn<QString>("reason");
-        QTest::addColumn<QByteArray>("saved");
-        QTest::newRow("reply deleted") << "its reply is gone"_s << QByteArray();
-        QTest::newRow("handler deleted") << "the page is gone"_s << QByteArray("first part");
+        const Rows<QString, QByteArray> row("reason", "saved");
+        row("reply deleted", "its reply is gone"_s, {});
+        row("handler deleted", "the page is gone"_s, "first part");
     }
 
     void breaksOff()
@@ -188,9 +186,9 @@ private slots:
 
     void refusedSecondDownloadLeavesFirst_data()
     {
-        QTest::addColumn<bool>("plugged");
-        QTest::newRow("cancelled by the user") << true;
-        QTest::newRow("drive pulled") << false;
+        const Rows<bool> row("plugged");
+        row("cancelled by the user", true);
+        row("drive pulled", false);
     }
 
     void refusedSecondDownloadLeavesFirst()
@@ -268,15 +266,11 @@ private slots:
 
     void applicationQuits_data()
     {
-        QTest::addColumn<QString>("during");
-        QTest::addColumn<QStringList>("remounts");
-        QTest::addColumn<QByteArray>("content");
+        const Rows<QString, QStringList, QByteArray> row("during", "remounts", "content");
         const QStringList both{"rw"_s, "ro"_s};
-        QTest::newRow("while asking: nothing saved") << "FileDialog"_s << QStringList() << QByteArray();
-        QTest::newRow("while running: what has arrived")
-            << "ProgressPopup"_s << both << QByteArray("first part");
-        QTest::newRow("while completion is shown: all")
-            << "TimedPopup"_s << both << QByteArray("first part, second part");
+        row("while asking: nothing saved", "FileDialog"_s, {}, {});
+        row("while running: what has arrived", "ProgressPopup"_s, both, "first part");
+        row("while completion is shown: all", "TimedPopup"_s, both, "first part, second part");
     }
 
     void applicationQuits()

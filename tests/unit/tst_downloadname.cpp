@@ -2,10 +2,10 @@
 #include "downloadname.h"
 
 #include <QTemporaryDir>
-#include <QTest>
 #include <QUrl>
 
 #include "logrecorder.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -16,11 +16,7 @@ class tst_DownloadName : public QObject
 private slots:
     void header_data()
     {
-        QTest::addColumn<QByteArray>("value");
-        QTest::addColumn<QString>("name");
-        const auto row = [](const char* title, const QByteArray& value, const QString& name) {
-            QTest::newRow(title) << value << name;
-        };
+        const Rows<QByteArray, QString> row("value", "name");
         const auto none = QString();
         row("no header: none", "", none);
         row("disposition alone: none", "attachment", none);
@@ -59,21 +55,16 @@ private slots:
 
     void headerOrUrl_data()
     {
-        QTest::addColumn<QByteArray>("header");
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("name");
-        const auto row = [](const char* title, const char* url, const char* name,
-                            const char* header = "attachment") {
-            QTest::newRow(title) << QByteArray(header) << QString::fromLatin1(url) << QString::fromUtf8(name);
-        };
-        row("last segment", "http://r7m/logs/today.csv", "today.csv");
-        row("query and fragment: left out", "http://r7m/get.cgi?file=a.txt#b", "get.cgi");
-        row("percent code: decoded", "http://r7m/a%20b.txt", "a b.txt");
-        row("UTF-8 percent code: decoded", "http://r7m/%C3%A9t%C3%A9.txt", "\xc3\xa9t\xc3\xa9.txt");
-        row("coded slash: separates", "http://r7m/logs%2Ftoday.csv", "today.csv");
-        row("coded way up: kept for the check", "http://r7m/a%2F%2E%2E", "..");
-        row("header with a name: goes before the URL", "http://r7m/b.txt", "a.txt", "filename=a.txt");
-        row("header without: the URL", "http://r7m/b.txt", "b.txt", "FILENAME=a.txt");
+        const Rows<QByteArray, QString, QString> row("header", "url", "name");
+        row("last segment", "attachment", "http://r7m/logs/today.csv"_s, "today.csv"_s);
+        row("query and fragment: left out", "attachment", "http://r7m/get.cgi?file=a.txt#b"_s, "get.cgi"_s);
+        row("percent code: decoded", "attachment", "http://r7m/a%20b.txt"_s, "a b.txt"_s);
+        row("UTF-8 percent code: decoded", "attachment", "http://r7m/%C3%A9t%C3%A9.txt"_s,
+            "\xc3\xa9t\xc3\xa9.txt"_s);
+        row("coded slash: separates", "attachment", "http://r7m/logs%2Ftoday.csv"_s, "today.csv"_s);
+        row("coded way up: kept for the check", "attachment", "http://r7m/a%2F%2E%2E"_s, ".."_s);
+        row("header with a name: goes before the URL", "filename=a.txt", "http://r7m/b.txt"_s, "a.txt"_s);
+        row("header without: the URL", "FILENAME=a.txt", "http://r7m/b.txt"_s, "b.txt"_s);
     }
 
     void headerOrUrl()
@@ -87,11 +78,10 @@ private slots:
 
     void dateAndTime_data()
     {
-        QTest::addColumn<QByteArray>("value");
-        QTest::addColumn<QString>("url");
-        QTest::newRow("URL ends in a slash") << QByteArray() << "http://r7m/logs/"_s;
-        QTest::newRow("URL without a path") << QByteArray() << "http://r7m"_s;
-        QTest::newRow("header name of blanks") << QByteArray("filename= ") << "http://r7m/logs/"_s;
+        const Rows<QByteArray, QString> row("value", "url");
+        row("URL ends in a slash", {}, "http://r7m/logs/"_s);
+        row("URL without a path", {}, "http://r7m"_s);
+        row("header name of blanks", "filename= ", "http://r7m/logs/"_s);
     }
 
     void dateAndTime()
@@ -122,17 +112,14 @@ private slots:
 
     void pathOnDrive_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("path");
-        const auto row = [](const char* title, const char* name, const char* path) {
-            QTest::newRow(title) << QString::fromUtf8(name) << QString::fromUtf8(path);
-        };
-        row("plain: in the directory", "log.txt", "/usbmnt/log.txt");
-        row("a colon in front: in the directory, no resource of the program", ":log.txt", "/usbmnt/:log.txt");
-        row("colons alone: the same", "::", "/usbmnt/::");
-        row("a colon within: the same", "qrc:log.txt", "/usbmnt/qrc:log.txt");
-        row("absolute: leads away", "/etc/passwd", "/etc/passwd");
-        row("way up: leads away", "../log.txt", "/usbmnt/../log.txt");
+        const Rows<QString, QString> row("name", "path");
+        row("plain: in the directory", "log.txt"_s, "/usbmnt/log.txt"_s);
+        row("a colon in front: in the directory, no resource of the program", ":log.txt"_s,
+            "/usbmnt/:log.txt"_s);
+        row("colons alone: the same", "::"_s, "/usbmnt/::"_s);
+        row("a colon within: the same", "qrc:log.txt"_s, "/usbmnt/qrc:log.txt"_s);
+        row("absolute: leads away", "/etc/passwd"_s, "/etc/passwd"_s);
+        row("way up: leads away", "../log.txt"_s, "/usbmnt/../log.txt"_s);
     }
 
     void pathOnDrive()
@@ -143,31 +130,26 @@ private slots:
 
     void freeName_data()
     {
-        QTest::addColumn<QStringList>("taken");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("free");
-        const auto row = [](const char* title, const QStringList& taken, const char* name, const char* free) {
-            QTest::newRow(title) << taken << QString::fromUtf8(name) << QString::fromUtf8(free);
-        };
+        const Rows<QStringList, QString, QString> row("taken", "name", "free");
         const auto files = [](const char* names) {
             return QString::fromUtf8(names).split(QLatin1Char(' '), Qt::SkipEmptyParts);
         };
-        row("nothing there: as it is", {}, "report.pdf", "report.pdf");
-        row("taken: 1", files("report.pdf"), "report.pdf", "report-1.pdf");
-        row("taken with 1: 2", files("log.txt log-1.txt"), "log.txt", "log-2.txt");
-        row("a gap: filled", files("log.txt log-2.txt"), "log.txt", "log-1.txt");
-        row("numbered name itself taken: numbered again", files("log-1.txt"), "log-1.txt", "log-1-1.txt");
-        row("no suffix: trailing dot", files("data"), "data", "data-1.");
-        row("two suffixes: the last one kept behind", files("a.tar.gz"), "a.tar.gz", "a.tar-1.gz");
-        row("hidden name: number in front of the suffix", files(".rc"), ".rc", "-1.rc");
-        row("other letter case: free", files("LOG.TXT"), "log.txt", "log.txt");
-        row("percent signs: no placeholders", files("%1%2%3.txt"), "%1%2%3.txt", "%1%2%3-1.txt");
-        row("the directory itself: numbered", {}, ".", "-1.");
-        row("way up: unchanged", {}, "..", "..");
-        row("slash: unchanged", files("x"), "../x", "../x");
-        row("a directory of that name: taken", files("sub/"), "sub", "sub-1.");
-        row("a link to nowhere: taken", files("link@"), "link", "link-1.");
-        row("a colon in front, taken: numbered", files(":log.txt :log-1.txt"), ":log.txt", ":log-2.txt");
+        row("nothing there: as it is", {}, "report.pdf"_s, "report.pdf"_s);
+        row("taken: 1", files("report.pdf"), "report.pdf"_s, "report-1.pdf"_s);
+        row("taken with 1: 2", files("log.txt log-1.txt"), "log.txt"_s, "log-2.txt"_s);
+        row("a gap: filled", files("log.txt log-2.txt"), "log.txt"_s, "log-1.txt"_s);
+        row("numbered name itself taken: numbered again", files("log-1.txt"), "log-1.txt"_s, "log-1-1.txt"_s);
+        row("no suffix: trailing dot", files("data"), "data"_s, "data-1."_s);
+        row("two suffixes: the last one kept behind", files("a.tar.gz"), "a.tar.gz"_s, "a.tar-1.gz"_s);
+        row("hidden name: number in front of the suffix", files(".rc"), ".rc"_s, "-1.rc"_s);
+        row("other letter case: free", files("LOG.TXT"), "log.txt"_s, "log.txt"_s);
+        row("percent signs: no placeholders", files("%1%2%3.txt"), "%1%2%3.txt"_s, "%1%2%3-1.txt"_s);
+        row("the directory itself: numbered", {}, "."_s, "-1."_s);
+        row("way up: unchanged", {}, ".."_s, ".."_s);
+        row("slash: unchanged", files("x"), "../x"_s, "../x"_s);
+        row("a directory of that name: taken", files("sub/"), "sub"_s, "sub-1."_s);
+        row("a link to nowhere: taken", files("link@"), "link"_s, "link-1."_s);
+        row("a colon in front, taken: numbered", files(":log.txt :log-1.txt"), ":log.txt"_s, ":log-2.txt"_s);
     }
 
     void freeName()

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <QTest>
-
 #include "fieldreader.h"
 #include "frame.h"
 #include "literals.h"
+#include "rows.h"
 
 using Varnel::FieldReader;
 
@@ -26,12 +25,10 @@ private slots:
 
     void readsUpToTheLastOctet_data()
     {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("offset");
-        QTest::addColumn<bool>("inside");
+        const Rows<int, int, bool> add("width", "offset", "inside");
         for (const int width : {1, 2, 4}) {
-            const auto row = [width](const char* where, int offset, bool inside) {
-                QTest::addRow("%d octets %s", width, where) << width << offset << inside;
+            const auto row = [&add, width](const char* where, int offset, bool inside) {
+                add(qPrintable("%1 octets %2"_s.arg(width).arg(QLatin1String(where))), width, offset, inside);
             };
             row("at the start: read", 0, true);
             row("that end with the data: read", 6 - width, true);
@@ -73,21 +70,18 @@ private slots:
 
     void texts_data()
     {
-        QTest::addColumn<int>("offset");
-        QTest::addColumn<int>("width");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("inside");
+        const Rows<int, int, QString, bool> row("offset", "width", "text", "inside");
         const QString none;
-        QTest::newRow("NUL inside: up to it") << 0 << 4 << "fr"_s << true;
-        QTest::newRow("no NUL: full width") << 4 << 3 << "abc"_s << true;
-        QTest::newRow("beyond ASCII: Latin-1") << 7 << 1 << "\u00e9"_s << true;
-        QTest::newRow("NUL first: empty") << 2 << 2 << none << true;
-        QTest::newRow("no width: empty") << 8 << 0 << none << true;
-        QTest::newRow("one octet past the end: nothing of it") << 4 << 5 << none << false;
-        QTest::newRow("past the end: nothing") << 9 << 1 << none << false;
-        QTest::newRow("before the start: nothing") << -1 << 2 << none << false;
-        QTest::newRow("negative width: nothing") << 0 << -1 << none << false;
-        QTest::newRow("far past the end: nothing") << std::numeric_limits<int>::max() << 8 << none << false;
+        row("NUL inside: up to it", 0, 4, "fr"_s, true);
+        row("no NUL: full width", 4, 3, "abc"_s, true);
+        row("beyond ASCII: Latin-1", 7, 1, "\u00e9"_s, true);
+        row("NUL first: empty", 2, 2, none, true);
+        row("no width: empty", 8, 0, none, true);
+        row("one octet past the end: nothing of it", 4, 5, none, false);
+        row("past the end: nothing", 9, 1, none, false);
+        row("before the start: nothing", -1, 2, none, false);
+        row("negative width: nothing", 0, -1, none, false);
+        row("far past the end: nothing", std::numeric_limits<int>::max(), 8, none, false);
     }
 
     void texts()

@@ -7,9 +7,9 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
-#include <QTest>
 
 #include "logrecorder.h"
+#include "rows.h"
 #include "screensaver.h"
 #include "usbstick.h"
 
@@ -54,11 +54,9 @@ private slots:
 
     void window_data()
     {
-        QTest::addColumn<bool>("download");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QAbstractItemView::SelectionMode>("selection");
-        QTest::newRow("download") << true << "Download"_s << QAbstractItemView::NoSelection;
-        QTest::newRow("upload") << false << "Upload"_s << QAbstractItemView::SingleSelection;
+        const Rows<bool, QString, QAbstractItemView::SelectionMode> row("download", "title", "selection");
+        row("download", true, "Download"_s, QAbstractItemView::NoSelection);
+        row("upload", false, "Upload"_s, QAbstractItemView::SingleSelection);
     }
 
     void window()
@@ -164,10 +162,10 @@ private slots:
 
     void downloadShowsItsName_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("plain") << "log.txt"_s;
-        QTest::newRow("markup: unchanged") << "<img src=x>.txt"_s;
-        QTest::newRow("300 characters: not shortened") << QString(300, QLatin1Char('n'));
+        const Rows<QString> row("name");
+        row("plain", "log.txt"_s);
+        row("markup: unchanged", "<img src=x>.txt"_s);
+        row("300 characters: not shortened", QString(300, QLatin1Char('n')));
     }
 
     void downloadShowsItsName()
@@ -209,10 +207,9 @@ private slots:
 
     void buttonsAnswer_data()
     {
-        QTest::addColumn<QDialogButtonBox::StandardButton>("button");
-        QTest::addColumn<int>("result");
-        QTest::newRow("OK: accepted") << QDialogButtonBox::Ok << int(QDialog::Accepted);
-        QTest::newRow("Cancel: rejected") << QDialogButtonBox::Cancel << int(QDialog::Rejected);
+        const Rows<QDialogButtonBox::StandardButton, int> row("button", "result");
+        row("OK: accepted", QDialogButtonBox::Ok, int(QDialog::Accepted));
+        row("Cancel: rejected", QDialogButtonBox::Cancel, int(QDialog::Rejected));
     }
 
     void buttonsAnswer()

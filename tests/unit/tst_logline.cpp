@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <QTest>
-
 #include "helpers.h"
 #include "logline.h"
 #include "logrecorder.h"
+#include "rows.h"
 
 /// Preformatted lines: printed as they are.
 class tst_LogLine : public QObject
@@ -13,11 +12,7 @@ class tst_LogLine : public QObject
 private slots:
     void printsTheLineAsItIs_data()
     {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("printed");
-        const auto row = [](const char* name, const QString& line, const QString& printed) {
-            QTest::newRow(name) << line << printed;
-        };
+        const Rows<QString, QString> row("line", "printed");
         const auto same = [row](const char* name, const QString& line) { row(name, line, line); };
         same("plain: same", "2016-03-01 14:05:09.042 - Running"_s);
         same("empty: an empty line", QString());

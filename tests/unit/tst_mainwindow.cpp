@@ -5,11 +5,11 @@
 #include <QLabel>
 #include <QMetaMethod>
 #include <QSignalSpy>
-#include <QTest>
 #include <QVBoxLayout>
 
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "rows.h"
 #include "screensaver.h"
 #include "webserver.h"
 
@@ -228,20 +228,16 @@ private slots:
 
     void openUrlForceChoosesTheAddress_data()
     {
-        QTest::addColumn<QString>("address"); ///< a path of the server, or as it is
-        QTest::addColumn<bool>("force");
-        QTest::addColumn<bool>("loads");
-        const auto row = [](const char* name, const char* path, bool force, bool loads) {
-            QTest::newRow(name) << QString::fromLatin1(path) << force << loads;
-        };
-        row("the current page: refused", "/page", false, false);
-        row("the current page, forced: loaded", "/page", true, true);
-        row("another page: loaded", "/other", false, true);
-        row("another page, forced: loaded", "/other", true, true);
-        row("empty: the last page, which is the current one: refused", "", false, false);
-        row("empty, forced: the last page is loaded", "", true, true);
-        row("0.0.0.0: refused", "0.0.0.0", false, false);
-        row("0.0.0.0, forced: refused", "0.0.0.0", true, false);
+        // address: a path of the server, or as it is
+        const Rows<QString, bool, bool> row("address", "force", "loads");
+        row("the current page: refused", "/page"_s, false, false);
+        row("the current page, forced: loaded", "/page"_s, true, true);
+        row("another page: loaded", "/other"_s, false, true);
+        row("another page, forced: loaded", "/other"_s, true, true);
+        row("empty: the last page, which is the current one: refused", ""_s, false, false);
+        row("empty, forced: the last page is loaded", ""_s, true, true);
+        row("0.0.0.0: refused", "0.0.0.0"_s, false, false);
+        row("0.0.0.0, forced: refused", "0.0.0.0"_s, true, false);
     }
 
     void openUrlForceChoosesTheAddress()

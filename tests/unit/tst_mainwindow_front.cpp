@@ -3,9 +3,9 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTest>
 
 #include "panelview.h"
+#include "rows.h"
 #include "webserver.h"
 #include "withoutfileoverride.h"
 
@@ -56,24 +56,18 @@ private slots:
 
     void operstate_data()
     {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<bool>("up");
-        const auto row = [](const char* name, const QByteArray& contents, bool up,
-                            const char* kind = "file") {
-            QTest::newRow(name) << contents << QString::fromLatin1(kind) << up;
-        };
-        row("up", "up\n", true);
-        row("up without line end", "up", true);
-        row("down", "down\n", false);
-        row("dormant", "dormant\n", false);
-        row("up anywhere in the line", "setup\n", true);
-        row("up in the second line: not read", "down\nup\n", false);
-        row("UP: another word", "UP\n", false);
-        row("empty", "", false);
-        row("missing", "", false, "missing");
-        row("a directory", "", false, "directory");
-        row("unreadable", "up\n", false, "unreadable");
+        const Rows<QByteArray, QString, bool> row("contents", "kind", "up");
+        row("up", "up\n", "file"_s, true);
+        row("up without line end", "up", "file"_s, true);
+        row("down", "down\n", "file"_s, false);
+        row("dormant", "dormant\n", "file"_s, false);
+        row("up anywhere in the line", "setup\n", "file"_s, true);
+        row("up in the second line: not read", "down\nup\n", "file"_s, false);
+        row("UP: another word", "UP\n", "file"_s, false);
+        row("empty", "", "file"_s, false);
+        row("missing", "", "missing"_s, false);
+        row("a directory", "", "directory"_s, false);
+        row("unreadable", "up\n", "unreadable"_s, false);
     }
 
     void operstate()

@@ -7,11 +7,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QtTest>
 
 #include "logrecorder.h"
 #include "mappingfile.h"
 #include "modbusinterface.h"
+#include "rows.h"
 #include "scopedsetting.h"
 #include "scriptdirectory.h"
 
@@ -57,14 +57,11 @@ class tst_ModbusControl : public QObject
 private slots:
     void initFile_data()
     {
-        QTest::addColumn<QString>("mode");
-        QTest::addColumn<QString>("setting");
-        QTest::addColumn<QJsonObject>("interface"); ///< empty when the setting is refused
-        QTest::addColumn<QString>("message");
-        const auto good = [](const char* name, const QString& mode, const QString& setting,
-                             const char* interface) {
-            QTest::newRow(name) << mode << setting << QJsonDocument::fromJson(interface).object()
-                                << QString();
+        // interface: empty when the setting is refused
+        const Rows<QString, QString, QJsonObject, QString> row("mode", "setting", "interface", "message");
+        const auto good = [&row](const char* name, const QString& mode, const QString& setting,
+                                 const char* interface) {
+            row(name, mode, setting, QJsonDocument::fromJson(interface).object(), {});
         };
         good("default setting, TCP in upper case: tcp", "TCP"_s, "0.0.0.0:502:10"_s,
              R"({"listen": "0.0.0.0", "port": 502, "clients": 10})");
@@ -76,10 +73,8 @@ private slots:
         good("Rtu with texts for numbers: 0", "Rtu"_s, "x:p:fast:8N1"_s,
              R"({"devid": 0, "port": "p", "baud": 0, "mode": "8N1"})");
 
-        const auto bad = [](const char* name, const QString& mode, const QString& setting,
-                            const QString& message) {
-            QTest::newRow(name) << mode << setting << QJsonObject() << message;
-        };
+        const auto bad = [&row](const char* name, const QString& mode, const QString& setting,
+                                const QString& message) { row(name, mode, setting, QJsonObject(), message); };
         const QString rtu = "Missing info in RTU interface config"_s;
         const QString tcp = "Missing info in TCP interface config"_s;
         const QString unknown = "Unrecognized Modbus mode"_s;
@@ -119,17 +114,15 @@ private slots:
 
     void tableLength_data()
     {
-        QTest::addColumn<QByteArray>("ids");
-        QTest::addColumn<double>("length");
+        const Rows<QByteArray, double> row("ids", "length");
         // 10 and 11: u32, 12: u8, 13: string, 0: u16
-        QTest::newRow("two u32 and a gap of two: 6") << QByteArray("10, -2, 11") << 6.0;
-        QTest::newRow("u8: 1, string: 0") << QByteArray("12, 13") << 1.0;
-        QTest::newRow("register 0: counted, unlike in rendering") << QByteArray("0, 12") << 2.0;
-        QTest::newRow("unknown id: 0") << QByteArray("99, 12") << 1.0;
-        QTest::newRow("empty: 0") << QByteArray() << 0.0;
-        QTest::newRow("70000: unchanged") << QByteArray("-70000") << 70000.0;
-        QTest::newRow("smallest number there is, twice: the sum")
-            << QByteArray("-2147483648, -2147483648, 12") << 4294967297.0;
+        row("two u32 and a gap of two: 6", "10, -2, 11", 6.0);
+        row("u8: 1, string: 0", "12, 13", 1.0);
+        row("register 0: counted, unlike in rendering", "0, 12", 2.0);
+        row("unknown id: 0", "99, 12", 1.0);
+        row("empty: 0", {}, 0.0);
+        row("70000: unchanged", "-70000", 70000.0);
+        row("smallest number there is, twice: the sum", "-2147483648, -2147483648, 12", 4294967297.0);
     }
 
     void tableLength()
@@ -195,10 +188,9 @@ private slots:
 
     void unwritableFileIsNoFailure_data()
     {
-        QTest::addColumn<bool>("full");
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("a directory: logged") << false << "Is a directory"_s; // not even root writes to it
-        QTest::newRow("disk full: logged") << true << "No space left on device"_s;
+        const Rows<bool, QString> row("full", "reason");
+        row("a directory: logged", false, "Is a directory"_s); // not even root writes to it
+        row("disk full: logged", true, "No space left on device"_s);
     }
 
     void unwritableFileIsNoFailure()

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <QtTest>
-
 #include "frame.h"
 #include "loadedbridge.h"
 #include "logrecorder.h"
+#include "rows.h"
 
 Q_DECLARE_METATYPE(Varnel::core_tmp)
 
@@ -28,11 +27,7 @@ class tst_ModbusInterface : public QObject
 private slots:
     void decoding_data()
     {
-        QTest::addColumn<QString>("type");
-        QTest::addColumn<QByteArray>("payload");
-        QTest::addColumn<QVariant>("value");
-        const auto row = [](const char* name, const QString& type, const QByteArray& payload,
-                            const QVariant& value) { QTest::newRow(name) << type << payload << value; };
+        const Rows<QString, QByteArray, QVariant> row("type", "payload", "value");
         row("bool 00: false", "bool"_s, hex("00"), false);
         row("bool 80000000: true", "bool"_s, hex("80000000"), true);
         row("bool empty: false", "bool"_s, {}, false);
@@ -130,15 +125,13 @@ private slots:
 
     void coordinateDecides_data()
     {
-        QTest::addColumn<core_tmp>("item");
-        QTest::addColumn<bool>("mapped");
-        QTest::newRow("same coordinate: mapped") << core_tmp{7, 3, 200, 4, 1, "\x05"} << true;
-        QTest::newRow("other class: ignored") << core_tmp{8, 3, 200, 4, 1, "\x05"} << false;
-        QTest::newRow("other field: ignored") << core_tmp{7, 4, 200, 4, 1, "\x05"} << false;
-        QTest::newRow("other instance: ignored") << core_tmp{7, 3, 201, 4, 1, "\x05"} << false;
-        QTest::newRow("other type: ignored") << core_tmp{7, 3, 200, 6, 1, "\x05"} << false;
-        QTest::newRow("wide index in the mapping: beyond every instance")
-            << core_tmp{7, 3, 44, 4, 1, "\x05"} << false;
+        const Rows<core_tmp, bool> row("item", "mapped");
+        row("same coordinate: mapped", core_tmp{7, 3, 200, 4, 1, "\x05"}, true);
+        row("other class: ignored", core_tmp{8, 3, 200, 4, 1, "\x05"}, false);
+        row("other field: ignored", core_tmp{7, 4, 200, 4, 1, "\x05"}, false);
+        row("other instance: ignored", core_tmp{7, 3, 201, 4, 1, "\x05"}, false);
+        row("other type: ignored", core_tmp{7, 3, 200, 6, 1, "\x05"}, false);
+        row("wide index in the mapping: beyond every instance", core_tmp{7, 3, 44, 4, 1, "\x05"}, false);
     }
 
     void coordinateDecides()
@@ -162,14 +155,7 @@ private slots:
 
     void rendering_data()
     {
-        QTest::addColumn<QByteArray>("mbType");
-        QTest::addColumn<QByteArray>("ciType");
-        QTest::addColumn<QByteArray>("payload");
-        QTest::addColumn<Words>("words");
-        const auto row = [](const char* name, const char* mbType, const char* ciType,
-                            const QByteArray& payload, const Words& words) {
-            QTest::newRow(name) << QByteArray(mbType) << QByteArray(ciType) << payload << words;
-        };
+        const Rows<QByteArray, QByteArray, QByteArray, Words> row("mbType", "ciType", "payload", "words");
         row("uint32 12345678: high word first", "u32", "u32", hex("12345678"), {0x1234, 0x5678});
         row("float -2.5: c020 0000", "float", "float", "-2.5", {0xC020, 0x0000});
         row("float 0.1: 3dcc cccd", "float32", "float", "0.1", {0x3DCC, 0xCCCD});
@@ -225,21 +211,18 @@ private slots:
 
     void tableLayout_data()
     {
-        QTest::addColumn<QByteArray>("ids");
-        QTest::addColumn<Words>("words");
+        const Rows<QByteArray, Words> row("ids", "words");
         // 10: u16 0x0A0A, 11: u16 0x0B0B, 12: u32 0x0C0C0D0D, 13: string, 0: u16
-        QTest::newRow("gap of two: two zeros") << QByteArray("10, -2, 11") << Words{0x0A0A, 0, 0, 0x0B0B};
-        QTest::newRow("id 0: an empty gap") << QByteArray("10, 0, 11") << Words{0x0A0A, 0x0B0B};
-        QTest::newRow("gaps at both ends: zeros") << QByteArray("-1, 10, -1") << Words{0, 0x0A0A, 0};
-        QTest::newRow("string: the following registers move down")
-            << QByteArray("13, 10, 13, 11") << Words{0x0A0A, 0x0B0B};
-        QTest::newRow("file order: not sorted")
-            << QByteArray("11, 12, 10") << Words{0x0B0B, 0x0C0C, 0x0D0D, 0x0A0A};
-        QTest::newRow("same id twice: twice") << QByteArray("10, 10") << Words{0x0A0A, 0x0A0A};
-        QTest::newRow("id unknown: no word") << QByteArray("10, 99, 11") << Words{0x0A0A, 0x0B0B};
-        QTest::newRow("empty: no word") << QByteArray() << Words{};
-        QTest::newRow("neighbours from the last one on: all found")
-            << QByteArray("12, 13, 99, 10, 11") << Words{0x0C0C, 0x0D0D, 0x0A0A, 0x0B0B};
+        row("gap of two: two zeros", "10, -2, 11", Words{0x0A0A, 0, 0, 0x0B0B});
+        row("id 0: an empty gap", "10, 0, 11", Words{0x0A0A, 0x0B0B});
+        row("gaps at both ends: zeros", "-1, 10, -1", Words{0, 0x0A0A, 0});
+        row("string: the following registers move down", "13, 10, 13, 11", Words{0x0A0A, 0x0B0B});
+        row("file order: not sorted", "11, 12, 10", Words{0x0B0B, 0x0C0C, 0x0D0D, 0x0A0A});
+        row("same id twice: twice", "10, 10", Words{0x0A0A, 0x0A0A});
+        row("id unknown: no word", "10, 99, 11", Words{0x0A0A, 0x0B0B});
+        row("empty: no word", {}, Words{});
+        row("neighbours from the last one on: all found", "12, 13, 99, 10, 11",
+            Words{0x0C0C, 0x0D0D, 0x0A0A, 0x0B0B});
     }
 
     void tableLayout()
@@ -273,16 +256,13 @@ private slots:
 
     void hugeGapsAreCut_data()
     {
-        QTest::addColumn<QByteArray>("ids");
-        QTest::addColumn<int>("words");
-        QTest::addColumn<bool>("reported");
-        QTest::newRow("65536 words: whole") << QByteArray("-65536") << 65536 << false;
-        QTest::newRow("65535 and a register: whole") << QByteArray("-65535, 10") << 65536 << false;
-        QTest::newRow("65536 and a register: cut") << QByteArray("-65536, 10") << 65536 << true;
-        QTest::newRow("two billion: cut") << QByteArray("10, -2000000000, 10") << 65536 << true;
-        QTest::newRow("smallest number there is: cut")
-            << QByteArray("-2147483648, -2147483648, 10") << 65536 << true;
-        QTest::newRow("below the smallest number: 0") << QByteArray("-2147483649, 10") << 1 << false;
+        const Rows<QByteArray, int, bool> row("ids", "words", "reported");
+        row("65536 words: whole", "-65536", 65536, false);
+        row("65535 and a register: whole", "-65535, 10", 65536, false);
+        row("65536 and a register: cut", "-65536, 10", 65536, true);
+        row("two billion: cut", "10, -2000000000, 10", 65536, true);
+        row("smallest number there is: cut", "-2147483648, -2147483648, 10", 65536, true);
+        row("below the smallest number: 0", "-2147483649, 10", 1, false);
     }
 
     void hugeGapsAreCut()

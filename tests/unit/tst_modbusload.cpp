@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <QtTest>
-
 #include "loadedbridge.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -36,12 +35,11 @@ class tst_ModbusLoad : public QObject
 private slots:
     void documents_data()
     {
-        QTest::addColumn<QByteArray>("text"); ///< compact and with its members sorted, as it is logged
-        QTest::addColumn<QStringList>("info");
-        QTest::addColumn<QString>("complaint");
-        const auto row = [](const char* name, const char* text, const QString& complaint = {},
-                            const QStringList& info = infoLines()) {
-            QTest::newRow(name) << QByteArray(text) << info << complaint;
+        // text: compact and with its members sorted, as it is logged
+        const Rows<QByteArray, QStringList, QString> add("text", "info", "complaint");
+        const auto row = [&add](const char* name, const char* text, const QString& complaint = {},
+                                const QStringList& info = infoLines()) {
+            add(name, QByteArray(text), info, complaint);
         };
         row("complete: loaded",
             R"({"ci":{},"info":{"date":"2024-05-13","mapping":"Panel","target":"R7M"},"registers":[],"tables":[]})",
@@ -96,16 +94,14 @@ private slots:
 
     void badDocuments_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("empty file: illegal value") << QByteArray() << "illegal value"_s;
-        QTest::newRow("plain text: illegal value") << QByteArray("hello") << "illegal value"_s;
-        QTest::newRow("cut in an object: object") << QByteArray("{\"ci\": {") << "unterminated object"_s;
-        QTest::newRow("two documents: garbage")
-            << QByteArray("{} {}") << "garbage at the end of the document"_s;
-        QTest::newRow("10 000 deep: refused")
-            << QByteArray("{\"ci\": ") + QByteArray(10000, '[') + QByteArray(10000, ']') + "}"
-            << "too deeply nested document"_s;
+        const Rows<QByteArray, QString> row("text", "message");
+        row("empty file: illegal value", {}, "illegal value"_s);
+        row("plain text: illegal value", "hello", "illegal value"_s);
+        row("cut in an object: object", "{\"ci\": {", "unterminated object"_s);
+        row("two documents: garbage", "{} {}", "garbage at the end of the document"_s);
+        row("10 000 deep: refused",
+            QByteArray("{\"ci\": ") + QByteArray(10000, '[') + QByteArray(10000, ']') + "}",
+            "too deeply nested document"_s);
     }
 
     void badDocuments()
@@ -139,18 +135,16 @@ private slots:
 
     void incompleteRegisters_data()
     {
-        QTest::addColumn<QByteArray>("from"); ///< what is replaced in a complete definition
-        QTest::addColumn<QByteArray>("to");
-        QTest::addColumn<bool>("used");
-        QTest::addColumn<bool>("mbTypeEntered"); ///< the names of types that its definition enters
-        QTest::addColumn<bool>("ciTypeEntered");
-        const auto used = [](const char* name, const char* from, const char* to) {
-            QTest::newRow(name) << QByteArray(from) << QByteArray(to) << true << true << true;
+        // from: what is replaced in a complete definition
+        // mbTypeEntered: the names of types that its definition enters
+        const Rows<QByteArray, QByteArray, bool, bool, bool> row("from", "to", "used", "mbTypeEntered",
+                                                                 "ciTypeEntered");
+        const auto used = [&row](const char* name, const char* from, const char* to) {
+            row(name, QByteArray(from), QByteArray(to), true, true, true);
         };
-        const auto skipped = [](const char* name, const char* from, const char* to,
-                                bool mbTypeEntered = false, bool ciTypeEntered = false) {
-            QTest::newRow(name) << QByteArray(from) << QByteArray(to) << false << mbTypeEntered
-                                << ciTypeEntered;
+        const auto skipped = [&row](const char* name, const char* from, const char* to,
+                                    bool mbTypeEntered = false, bool ciTypeEntered = false) {
+            row(name, QByteArray(from), QByteArray(to), false, mbTypeEntered, ciTypeEntered);
         };
         used("complete", "{", "{");
         used("name empty", "\"r10\"", "\"\"");
@@ -216,11 +210,11 @@ private slots:
 
     void integers_data()
     {
-        QTest::addColumn<int>("id");
-        QTest::newRow("-3") << -3;
-        QTest::newRow("1e3") << 1000;
-        QTest::newRow("10.5") << 0;
-        QTest::newRow("2147483648") << 0;
+        const Rows<int> row("id");
+        row("-3", -3);
+        row("1e3", 1000);
+        row("10.5", 0);
+        row("2147483648", 0);
     }
 
     void integers()
@@ -242,8 +236,8 @@ private slots:
 
     void types_data()
     {
-        QTest::addColumn<QString>("type"); ///< name, octets, controller's size, words, names that refer to it
-        const auto row = [](const char* member, const QString& type) { QTest::newRow(member) << type; };
+        // type: name, octets, controller's size, words, names that refer to it
+        const Rows<QString> row("type");
         row("bool", "bool 1 1 1 bool boolean"_s);
         row("u8", "uint8 1 1 1 u8 uint8"_s);
         row("s8", "int8 1 1 1 int8 s8 sint8"_s);
@@ -334,11 +328,8 @@ private slots:
 
     void tables_data()
     {
-        QTest::addColumn<QByteArray>("definition");
-        QTest::addColumn<QString>("table"); ///< address, name, mode, ids
-        const auto row = [](const char* name, const char* definition, const QString& table) {
-            QTest::newRow(name) << QByteArray(definition) << table;
-        };
+        // table: address, name, mode, ids
+        const Rows<QByteArray, QString> row("definition", "table");
         row("complete", R"({"name": "t", "mode": "rw", "address": 100, "registers": [3, -2, 3, 0, 1]})",
             "100 't' 3: 3 -2 3 0 1"_s);
         row("empty: zero values", "{}", "0 '' 0:"_s);

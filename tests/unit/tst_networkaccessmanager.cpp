@@ -5,10 +5,10 @@
 #include <QNetworkReply>
 #include <QPointer>
 #include <QSignalSpy>
-#include <QTest>
 
 #include "logrecorder.h"
 #include "networkaccessmanager.h"
+#include "rows.h"
 #include "scopedsetting.h"
 #include "webserver.h"
 
@@ -59,21 +59,13 @@ private slots:
 
     void credentials_data()
     {
-        QTest::addColumn<QString>("login");
-        QTest::addColumn<QString>("password");
-        QTest::addColumn<QByteArray>("ofThePage");
-        QTest::addColumn<QByteArray>("sent");
-        const auto row = [](const char* name, const char* login, const char* password, const char* ofThePage,
-                            const char* sent) {
-            QTest::newRow(name) << QString::fromLatin1(login) << QString::fromLatin1(password)
-                                << QByteArray(ofThePage) << QByteArray(sent);
-        };
-        row("no login: no header", "", "", "", "");
-        row("no login, but a password: no header", "", "pass", "", "");
-        row("no login: the page's own header stays", "", "", "Bearer x", "Bearer x");
-        row("login: its header", "user", "pass", "", "Basic dXNlcjpwYXNz");
-        row("login: replaces the page's own header", "user", "pass", "Bearer x", "Basic dXNlcjpwYXNz");
-        row("login without password: its header", "user", "", "", "Basic dXNlcjo=");
+        const Rows<QString, QString, QByteArray, QByteArray> row("login", "password", "ofThePage", "sent");
+        row("no login: no header", ""_s, ""_s, "", "");
+        row("no login, but a password: no header", ""_s, "pass"_s, "", "");
+        row("no login: the page's own header stays", ""_s, ""_s, "Bearer x", "Bearer x");
+        row("login: its header", "user"_s, "pass"_s, "", "Basic dXNlcjpwYXNz");
+        row("login: replaces the page's own header", "user"_s, "pass"_s, "Bearer x", "Basic dXNlcjpwYXNz");
+        row("login without password: its header", "user"_s, ""_s, "", "Basic dXNlcjo=");
     }
 
     void credentials()
@@ -160,11 +152,11 @@ private slots:
 
     void urlsStandInTheLogAsTheyAre_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("an escaped slash") << "/a%2Fb"_s;
-        QTest::newRow("what looks like a place to fill") << "/a%251%252%253"_s;
-        QTest::newRow("what looks like a format") << "/a%25s%25n"_s;
-        QTest::newRow("a query") << "/a?b=%2F&c=%251"_s;
+        const Rows<QString> row("path");
+        row("an escaped slash", "/a%2Fb"_s);
+        row("what looks like a place to fill", "/a%251%252%253"_s);
+        row("what looks like a format", "/a%25s%25n"_s);
+        row("a query", "/a?b=%2F&c=%251"_s);
     }
 
     void urlsStandInTheLogAsTheyAre()
@@ -215,13 +207,11 @@ private slots:
 
     void unansweredPageFails_data()
     {
-        QTest::addColumn<quint16>("limit");
-        QTest::addColumn<QString>("expected");
-        QTest::addColumn<bool>("fails");
-        QTest::newRow("page: fails") << quint16(1) << "/slow"_s << true;
-        QTest::newRow("page with a place in it: fails") << quint16(1) << "/slow#here"_s << true;
-        QTest::newRow("part of a page: waits") << quint16(1) << "/page"_s << false;
-        QTest::newRow("no limit: waits") << quint16(0) << "/slow"_s << false;
+        const Rows<quint16, QString, bool> row("limit", "expected", "fails");
+        row("page: fails", 1, "/slow"_s, true);
+        row("page with a place in it: fails", 1, "/slow#here"_s, true);
+        row("part of a page: waits", 1, "/page"_s, false);
+        row("no limit: waits", 0, "/slow"_s, false);
     }
 
     void unansweredPageFails()
@@ -294,12 +284,7 @@ private slots:
 
     void brokenAnswers_data()
     {
-        QTest::addColumn<QByteArray>("status");
-        QTest::addColumn<QByteArray>("headers");
-        QTest::addColumn<bool>("error");
-        const auto row = [](const char* name, const char* status, const char* headers, bool error) {
-            QTest::newRow(name) << QByteArray(status) << QByteArray(headers) << error;
-        };
+        const Rows<QByteArray, QByteArray, bool> row("status", "headers", "error");
         row("more announced than sent", "200 OK", "Content-Length: 1000\r\n", true);
         row("a redirect: not followed here", "302 Found", "Location: /page\r\n", false);
         row("no such status", "799 Odd", "", true);

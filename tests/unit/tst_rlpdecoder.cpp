@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <QTest>
 #include <QtEndian>
 
 #include "exposeddecoder.h"
 #include "frame.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -94,12 +94,8 @@ private slots:
 
     void drops_data()
     {
-        QTest::addColumn<QByteArray>("datagram");
-        QTest::addColumn<QStringList>("reasons");
+        const Rows<QByteArray, QStringList> row("datagram", "reasons");
         const auto frame = [] { return Frame().add(gpio); };
-        const auto row = [](const char* name, const QByteArray& datagram, const QStringList& reasons) {
-            QTest::newRow(name) << datagram << reasons;
-        };
         row("magic 0", frame().magic(0).octets(), {badMagic});
         const QByteArray wrong = frame().unsealed() + hex("12 34");
         row("checksum wrong", wrong, {badChecksum(wrong)});
@@ -128,7 +124,7 @@ private slots:
             {"No section to process. Drop frame"_s, "0"_s});
         row("continuity zero", frame().continuity(0).octets(), {badContinuity});
 
-        row("empty: no magic", QByteArray(), {badMagic});
+        row("empty: no magic", {}, {badMagic});
         row("one octet, wrong: no magic", hex("00"), {badMagic});
         row("one octet, magic: no checksum", hex("ce"), {badChecksum(hex("ce"))});
         row("two octets: checksum", hex("ce 01"),
@@ -173,14 +169,7 @@ private slots:
 
     void sequence_data()
     {
-        QTest::addColumn<quint32>("last");
-        QTest::addColumn<quint32>("sequence");
-        QTest::addColumn<bool>("accepted");
-        QTest::addColumn<QStringList>("log");
-        const auto row = [](const char* name, quint32 last, quint32 sequence, bool accepted,
-                            const QStringList& log) {
-            QTest::newRow(name) << last << sequence << accepted << log;
-        };
+        const Rows<quint32, quint32, bool, QStringList> row("last", "sequence", "accepted", "log");
         row("0 first: a repetition", 0, 0, false, {"Repeated packet. Drop frame ( 0  =  0 )"_s});
         row("9 after 9: a repetition", 9, 9, false, {"Repeated packet. Drop frame ( 9  =  9 )"_s});
         row("10 after 9: accepted", 9, 10, true, {});
@@ -206,19 +195,13 @@ private slots:
 
     void sender_data()
     {
-        QTest::addColumn<bool>("registered");
-        QTest::addColumn<bool>("isStranger");
-        QTest::addColumn<QByteArray>("datagram");
-        QTest::addColumn<QStringList>("log");
+        const Rows<bool, bool, QByteArray, QStringList> row("registered", "isStranger", "datagram", "log");
         const QByteArray good = Frame().add(gpio).octets();
-        QTest::newRow("no controller registered: any sender accepted")
-            << false << true << good << QStringList();
-        QTest::newRow("the registered one: accepted") << true << false << good << QStringList();
-        QTest::newRow("another: dropped") << true << true << good << QStringList{badSender};
-        QTest::newRow("another, and no magic: magic first")
-            << true << true << hex("00") << QStringList{badMagic};
-        QTest::newRow("another, and no checksum: sender first")
-            << true << true << hex("ce") << QStringList{badSender};
+        row("no controller registered: any sender accepted", false, true, good, {});
+        row("the registered one: accepted", true, false, good, {});
+        row("another: dropped", true, true, good, {badSender});
+        row("another, and no magic: magic first", true, true, hex("00"), {badMagic});
+        row("another, and no checksum: sender first", true, true, hex("ce"), {badSender});
     }
 
     void sender()
@@ -299,13 +282,9 @@ private slots:
 
     void walk_data()
     {
-        QTest::addColumn<QByteArray>("datagram");
-        QTest::addColumn<QStringList>("decoded");
-        QTest::addColumn<QStringList>("log");
-        const auto row = [](const char* name, const Frame& frame, const QStringList& decoded,
-                            const QStringList& log) {
-            QTest::newRow(name) << frame.octets() << decoded << log;
-        };
+        const Rows<QByteArray, QStringList, QStringList> add("datagram", "decoded", "log");
+        const auto row = [&add](const char* name, const Frame& frame, const QStringList& decoded,
+                                const QStringList& log) { add(name, frame.octets(), decoded, log); };
         using F = Frame;
         const QStringList none;
         const QStringList gpioAlone{"GpioState"_s};

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <QTest>
 #include <QtEndian>
 
 #include "exposeddecoder.h"
 #include "frame.h"
+#include "rows.h"
 #include "sectionkinds.h"
 
 using namespace Varnel;
@@ -55,19 +55,15 @@ class tst_RlpSections : public QObject
 private slots:
     void refusals_data()
     {
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("length");
-        QTest::addColumn<int>("octets");
-        QTest::addColumn<bool>("hasRecord");
-        QTest::addColumn<QString>("reason");
+        const Rows<int, int, int, int, bool, QString> add("kind", "type", "length", "octets", "hasRecord",
+                                                          "reason");
         const std::pair<int, int> kinds[] = {
             {DevInfo, 28}, {GpioState, 8}, {NetCfg, 26}, {SnmpCfg, 580}, {ModbusCfg, 8}};
         for (const auto& [kind, size] : kinds) {
-            const auto row = [kind = kind](const char* what, int type, int length, int octets,
-                                           const QString& reason, bool hasRecord = true) {
-                QTest::addRow("0x%x, %s", kind, what)
-                    << kind << type << length << octets << hasRecord << reason;
+            const auto row = [&add, kind = kind](const char* what, int type, int length, int octets,
+                                                 const QString& reason, bool hasRecord = true) {
+                add(qPrintable("0x%1, %2"_s.arg(kind, 0, 16).arg(QLatin1String(what))), kind, type, length,
+                    octets, hasRecord, reason);
             };
             row("type of another", kind + 1, size, size, "Bad type"_s);
             row("one short", kind, size - 1, size - 1, "Too short"_s);
@@ -127,12 +123,11 @@ private slots:
 
     void fields_data()
     {
-        QTest::addColumn<QByteArray>("octets");
-        QTest::addColumn<QVariantList>("fields");
-        QTest::newRow("DevInfo") << hex("10 00 | 1c 00 | 01 80 | 02 81 | 03 82 | 04 83 | 05 84 | 06 85 |"
-                                        "07 08 09 8a | 66 72 00 00 00 00 00 00")
-                                 << QVariantList{0x8001, 0x8102, 0x8203,      0x8304,
-                                                 0x8405, 0x8506, 0x8A090807U, "fr"_s};
+        const Rows<QByteArray, QVariantList> row("octets", "fields");
+        row("DevInfo",
+            hex("10 00 | 1c 00 | 01 80 | 02 81 | 03 82 | 04 83 | 05 84 | 06 85 |"
+                "07 08 09 8a | 66 72 00 00 00 00 00 00"),
+            QVariantList{0x8001, 0x8102, 0x8203, 0x8304, 0x8405, 0x8506, 0x8A090807U, "fr"_s});
         const auto language = [](const char* name, const QByteArray& octets, const QString& text) {
             QTest::addRow("DevInfo, language of %s", name)
                 << section(0x10, QByteArray(16, '\0') + textField(octets, 8))
@@ -143,10 +138,10 @@ private slots:
         language("letters after the NUL: dropped", QByteArray("en\0frfrf", 8), "en"_s);
         language("a Latin-1 octet: its letter", "\xe9", "\u00e9"_s);
 
-        QTest::newRow("GpioState") << hex("20 00 | 08 00 | 01 | 02 | 03 | ff") << QVariantList{1, 2, 3, 255};
+        row("GpioState", hex("20 00 | 08 00 | 01 | 02 | 03 | ff"), QVariantList{1, 2, 3, 255});
         // The walker never hands one over, but a decoder by itself takes more than it needs.
-        QTest::newRow("GpioState, longer")
-            << hex("20 00 | 0a 00 | 01 | 02 | 03 | 04 | 05 | 06") << QVariantList{1, 2, 3, 4};
+        row("GpioState, longer", hex("20 00 | 0a 00 | 01 | 02 | 03 | 04 | 05 | 06"),
+            QVariantList{1, 2, 3, 4});
 
         const auto netCfg = [](const char* name, const QByteArray& flags, bool varnel, bool dhcp) {
             QTest::addRow("NetCfg, %s", name)
@@ -187,7 +182,7 @@ private slots:
                << "0.0.0.0"_s
                << "255.255.255.255"_s
                << "192.168.7.2"_s;
-        QTest::newRow("SnmpCfg") << snmpCfg << fields;
+        row("SnmpCfg", snmpCfg, fields);
     }
 
     void fields()
@@ -220,13 +215,10 @@ private slots:
 
     void coreItems_data()
     {
-        QTest::addColumn<QByteArray>("section");
-        QTest::addColumn<int>("consumedOctets");
-        QTest::addColumn<QStringList>("items");
-        const auto row = [](const char* name, const QByteArray& body, const QStringList& items,
-                            int length = -1) {
-            QTest::newRow(name) << section(0x80, body, length) << (length < 0 ? body.size() + 4 : length)
-                                << items;
+        const Rows<QByteArray, int, QStringList> add("section", "consumedOctets", "items");
+        const auto row = [&add](const char* name, const QByteArray& body, const QStringList& items,
+                                int length = -1) {
+            add(name, section(0x80, body, length), (length < 0 ? body.size() + 4 : length), items);
         };
         // An item is written as class.field.instance.type:length=value, the value with its first octet on the
         // wire last.

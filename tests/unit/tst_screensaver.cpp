@@ -4,11 +4,11 @@
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
-#include <QTest>
 #include <QTimer>
 #include <QWidget>
 
 #include "logrecorder.h"
+#include "rows.h"
 #include "scopedsetting.h"
 
 using Varnel::ScreenSaver;
@@ -106,14 +106,12 @@ private slots:
 
     void activate_data()
     {
-        QTest::addColumn<bool>("before");
-        QTest::addColumn<bool>("on");
-        QTest::addColumn<QStringList>("lines");
+        const Rows<bool, bool, QStringList> row("before", "on", "lines");
         // Without the first display file the second one is not tried: one line about it, not two.
-        QTest::newRow("lit, on: nothing") << true << true << QStringList();
-        QTest::newRow("lit, off: dark") << true << false << QStringList{dark, blankFailed};
-        QTest::newRow("dark, off: nothing") << false << false << QStringList();
-        QTest::newRow("dark, on: lit") << false << true << QStringList{lit, stopBuzzer, blankFailed};
+        row("lit, on: nothing", true, true, {});
+        row("lit, off: dark", true, false, {dark, blankFailed});
+        row("dark, off: nothing", false, false, {});
+        row("dark, on: lit", false, true, {lit, stopBuzzer, blankFailed});
     }
 
     void activate()
@@ -226,14 +224,12 @@ private slots:
 
     void events_data()
     {
-        QTest::addColumn<QEvent::Type>("type");
-        QTest::addColumn<bool>("reachesInTheDark");
-        QTest::addColumn<QStringList>("linesWhenLit");
-        QTest::newRow("press") << QEvent::MouseButtonPress << false << QStringList{stopBuzzer, resetTimer};
-        QTest::newRow("release") << QEvent::MouseButtonRelease << false << QStringList();
-        QTest::newRow("double click") << QEvent::MouseButtonDblClick << false << QStringList();
-        QTest::newRow("tracking change") << QEvent::MouseTrackingChange << false << QStringList();
-        QTest::newRow("other event") << QEvent::User << true << QStringList();
+        const Rows<QEvent::Type, bool, QStringList> row("type", "reachesInTheDark", "linesWhenLit");
+        row("press", QEvent::MouseButtonPress, false, {stopBuzzer, resetTimer});
+        row("release", QEvent::MouseButtonRelease, false, {});
+        row("double click", QEvent::MouseButtonDblClick, false, {});
+        row("tracking change", QEvent::MouseTrackingChange, false, {});
+        row("other event", QEvent::User, true, {});
     }
 
     void events()

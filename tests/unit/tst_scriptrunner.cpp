@@ -6,7 +6,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <csignal>
 #include <linux/filter.h>
@@ -17,6 +16,7 @@
 #include <unistd.h>
 
 #include "logrecorder.h"
+#include "rows.h"
 #include "scopedsetting.h"
 #include "scriptrunner.h"
 
@@ -81,19 +81,18 @@ private slots:
 
     void runnable_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<bool>("runnable");
+        const Rows<QString, bool> row("path", "runnable");
         const QString good = script("good"_s, "exit 0\n");
         QDir(directory.path()).mkdir("a directory"_s);
         QFile::link(good, directory.filePath("link"_s));
         QFile::link("/nowhere/at/all"_s, directory.filePath("dangling"_s));
-        QTest::newRow("executable file: runs") << good << true;
-        QTest::newRow("link to it: runs") << directory.filePath("link"_s) << true;
-        QTest::newRow("dangling link: missing") << directory.filePath("dangling"_s) << false;
-        QTest::newRow("missing") << directory.filePath("none"_s) << false;
-        QTest::newRow("empty path: missing") << QString() << false;
-        QTest::newRow("a directory: missing") << directory.filePath("a directory"_s) << false;
-        QTest::newRow("not executable: missing") << write("plain"_s, "#!/bin/sh\n", false) << false;
+        row("executable file: runs", good, true);
+        row("link to it: runs", directory.filePath("link"_s), true);
+        row("dangling link: missing", directory.filePath("dangling"_s), false);
+        row("missing", directory.filePath("none"_s), false);
+        row("empty path: missing", {}, false);
+        row("a directory: missing", directory.filePath("a directory"_s), false);
+        row("not executable: missing", write("plain"_s, "#!/bin/sh\n", false), false);
     }
 
     void runnable()
@@ -177,11 +176,11 @@ private slots:
 
     void hangingScriptIsKilled_data()
     {
-        QTest::addColumn<QByteArray>("commands");
-        QTest::newRow("sleeping") << QByteArray("exec sleep 1000\n");
-        QTest::newRow("busy") << QByteArray("while :; do :; done\n");
-        QTest::newRow("deaf to SIGTERM") << QByteArray("trap '' TERM HUP INT; while :; do :; done\n");
-        QTest::newRow("stopped") << QByteArray("kill -STOP $$\n");
+        const Rows<QByteArray> row("commands");
+        row("sleeping", "exec sleep 1000\n");
+        row("busy", "while :; do :; done\n");
+        row("deaf to SIGTERM", "trap '' TERM HUP INT; while :; do :; done\n");
+        row("stopped", "kill -STOP $$\n");
     }
 
     void hangingScriptIsKilled()
@@ -233,11 +232,11 @@ private slots:
 
     void runsToItsEnd_data()
     {
-        QTest::addColumn<QByteArray>("commands");
-        QTest::newRow("slow, but in time") << QByteArray("sleep 0.3; echo done");
-        QTest::newRow("far more output than a pipe holds")
-            << QByteArray("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2; echo done");
-        QTest::newRow("a question that nobody can answer") << QByteArray("read answer; echo \"done$answer\"");
+        const Rows<QByteArray> row("commands");
+        row("slow, but in time", "sleep 0.3; echo done");
+        row("far more output than a pipe holds",
+            "head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2; echo done");
+        row("a question that nobody can answer", "read answer; echo \"done$answer\"");
     }
 
     void runsToItsEnd()

@@ -6,9 +6,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
-#include <QTest>
 
 #include "logrecorder.h"
+#include "rows.h"
 #include "settings.h"
 #include "settingsaccess.h"
 #include "withoutfileoverride.h"
@@ -110,15 +110,12 @@ private slots:
 
     void filesWithoutKeys_data()
     {
-        QTest::addColumn<std::function<bool()>>("make");
-        const auto special = [](const char* name, const std::function<bool()>& make) {
-            QTest::newRow(name) << make;
-        };
+        const Rows<std::function<bool()>> special("make");
         special("a directory", [] { return QDir().mkdir(settingsPath); });
         special("a pipe that nobody writes to", [] { return ::mkfifo(qPrintable(settingsPath), 0644) == 0; });
         special("a device without end", [] { return QFile::link("/dev/zero"_s, settingsPath); });
 
-        const auto row = [special](const char* name, const QByteArray& contents) {
+        const auto row = [&special](const char* name, const QByteArray& contents) {
             special(name, [contents] {
                 write(contents);
                 return true;
@@ -165,12 +162,10 @@ private slots:
 
     void oneValue_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QByteArray>("value");
-        QTest::addColumn<QVariant>("wanted");
-        const auto rowOf = [](const QString& key) {
-            return [key](const char* what, const QByteArray& value, const QVariant& wanted) {
-                QTest::addRow("%s, %s", qPrintable(key), what) << key << value << wanted;
+        const Rows<QString, QByteArray, QVariant> add("name", "value", "wanted");
+        const auto rowOf = [&add](const QString& key) {
+            return [&add, key](const char* what, const QByteArray& value, const QVariant& wanted) {
+                add(qPrintable(key + ", "_s + QLatin1String(what)), key, value, wanted);
             };
         };
         const auto text = rowOf("WebSite/Url"_s);
@@ -236,11 +231,7 @@ private slots:
 
     void keysAreFoundByTheirExactName_data()
     {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::addColumn<int>("port");
-        const auto row = [](const char* name, const char* contents, int port) {
-            QTest::newRow(name) << QByteArray(contents) << port;
-        };
+        const Rows<QByteArray, int> row("contents", "port");
         row("wrong group: ignored", "[WebSite]\nUdpPort=1\n", 9876);
         row("group in lower case: ignored", "[network]\nUdpPort=1\n", 9876);
         row("key in lower case: ignored", "[Network]\nudpport=1\n", 9876);
@@ -305,16 +296,11 @@ private slots:
 
     void authorization_data()
     {
-        QTest::addColumn<QString>("login");
-        QTest::addColumn<QString>("password");
-        QTest::addColumn<QByteArray>("header");
-        QTest::newRow("user and pass") << "user"_s
-                                       << "pass"_s << QByteArray("Basic dXNlcjpwYXNz");
-        QTest::newRow("both empty: a lone colon") << QString() << QString() << QByteArray("Basic Og==");
-        QTest::newRow("colon and blank in the password") << "user"_s
-                                                         << "a:b c"_s << QByteArray("Basic dXNlcjphOmIgYw==");
-        QTest::newRow("e acute: in the local encoding") << "user"_s
-                                                        << "\u00e9"_s << QByteArray("Basic dXNlcjrDqQ==");
+        const Rows<QString, QString, QByteArray> row("login", "password", "header");
+        row("user and pass", "user"_s, "pass"_s, "Basic dXNlcjpwYXNz");
+        row("both empty: a lone colon", {}, {}, "Basic Og==");
+        row("colon and blank in the password", "user"_s, "a:b c"_s, "Basic dXNlcjphOmIgYw==");
+        row("e acute: in the local encoding", "user"_s, "\u00e9"_s, "Basic dXNlcjrDqQ==");
     }
 
     void authorization()

@@ -6,11 +6,11 @@
 #include <QLabel>
 #include <QPointer>
 #include <QSignalSpy>
-#include <QTest>
 #include <QTimer>
 
 #include "dialogdriver.h"
 #include "literals.h"
+#include "rows.h"
 
 using Varnel::TimedPopup;
 
@@ -87,10 +87,9 @@ private slots:
 
     void longMessageStaysInside_data()
     {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<bool>("wraps");
-        QTest::newRow("short: one line") << "Download complete"_s << false;
-        QTest::newRow("long: two lines") << "The file could not be saved on the drive"_s << true;
+        const Rows<QString, bool> row("message", "wraps");
+        row("short: one line", "Download complete"_s, false);
+        row("long: two lines", "The file could not be saved on the drive"_s, true);
     }
 
     void longMessageStaysInside()

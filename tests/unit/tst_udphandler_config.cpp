@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <QTest>
 
 #include "frame.h"
 #include "panellink.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -147,26 +147,19 @@ private slots:
 
     void withoutScript_data()
     {
-        QTest::addColumn<QByteArray>("section");
-        QTest::addColumn<QStringList>("log"); ///< the script's path is filled in
-        QTest::addColumn<Lines>("calls");     ///< of other scripts
-        QTest::addColumn<int>("later");       ///< calls for another configuration, once the script is there
+        // log: the script's path is filled in
+        // calls: of other scripts
+        // later: calls for another configuration, once the script is there
+        const Rows<QByteArray, QStringList, Lines, int> row("section", "log", "calls", "later");
         const QString missing = "Script ' \"%1\" ' not found, do nothing"_s;
-        QTest::newRow("netcfg.sh") << netCfgSection() << QStringList{netChanged,
-                                                                     "NetCfg, hasVarnel?  true"_s,
-                                                                     "Apply new network config"_s,
-                                                                     "Remove R7M"_s,
-                                                                     missing,
-                                                                     "Add R7M"_s}
-                                   << Lines{"r7m.sh delete 192.168.7.2 0 161 162 0",
-                                            "r7m.sh add 192.168.7.2 0 161 162 0 502 0"}
-                                   << 3;
-        QTest::newRow("modbuscfg.sh")
-            << modbusCfgSection() << QStringList{modbusChanged, "Apply new modbus config"_s, missing}
-            << Lines() << 1;
+        row("netcfg.sh", netCfgSection(),
+            {netChanged, "NetCfg, hasVarnel?  true"_s, "Apply new network config"_s, "Remove R7M"_s, missing,
+             "Add R7M"_s},
+            Lines{"r7m.sh delete 192.168.7.2 0 161 162 0", "r7m.sh add 192.168.7.2 0 161 162 0 502 0"}, 3);
+        row("modbuscfg.sh", modbusCfgSection(), {modbusChanged, "Apply new modbus config"_s, missing},
+            Lines(), 1);
         for (const char* const name : {"snmpctl.sh", "snmpcfg.sh", "snmptrap.sh"}) {
-            QTest::newRow(name) << snmpCfgSection() << QStringList{snmpChanged, "Missing script"_s} << Lines()
-                                << 9;
+            row(name, snmpCfgSection(), {snmpChanged, "Missing script"_s}, Lines(), 9);
         }
     }
 
@@ -195,11 +188,8 @@ private slots:
 
     void textsAreArguments_data()
     {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QByteArray>("argument");
-        const auto same = [](const char* name, const QByteArray& text) {
-            QTest::newRow(name) << text << text;
-        };
+        const Rows<QByteArray, QByteArray> row("text", "argument");
+        const auto same = [&row](const char* name, const QByteArray& text) { row(name, text, text); };
         same("empty", "");
         same("blanks and quotes", " two  words \"b'c`d\\e");
         same("line ends, a tab and a bell", "a\nb\r\n\t\a");
@@ -208,10 +198,9 @@ private slots:
         same("a dash", "--help");
         same("32 letters without NUL", QByteArray(32, 'x'));
         // A text is Latin-1 on the wire and UTF-8 as an argument.
-        QTest::newRow("e acute in Latin-1: UTF-8") << QByteArray("caf\xe9") << QByteArray("caf\xc3\xa9");
-        QTest::newRow("e acute in UTF-8: two letters")
-            << QByteArray("caf\xc3\xa9") << QByteArray("caf\xc3\x83\xc2\xa9");
-        QTest::newRow("text after a NUL: cut") << QByteArray("a\0b", 3) << QByteArray("a");
+        row("e acute in Latin-1: UTF-8", "caf\xe9", "caf\xc3\xa9");
+        row("e acute in UTF-8: two letters", "caf\xc3\xa9", "caf\xc3\x83\xc2\xa9");
+        row("text after a NUL: cut", QByteArray("a\0b", 3), "a");
     }
 
     void textsAreArguments()

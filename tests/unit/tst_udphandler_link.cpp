@@ -2,9 +2,9 @@
 #include <memory>
 
 #include <QSignalSpy>
-#include <QTest>
 
 #include "panellink.h"
+#include "rows.h"
 #include "webserver.h"
 
 using namespace Varnel;
@@ -106,17 +106,14 @@ private slots:
 
     void bindAddresses_data()
     {
-        QTest::addColumn<QString>("bound");
-        QTest::addColumn<QString>("sentTo");
-        QTest::addColumn<bool>("arrives");
+        const Rows<QString, QString, bool> row("bound", "sentTo", "arrives");
         const QString own = "192.168.7.1"_s;
-        QTest::newRow("any address: arrives") << "0.0.0.0"_s << own << true;
-        QTest::newRow("own address: arrives") << own << own << true;
-        QTest::newRow("own address, sent to another: does not") << own << stranger << false;
-        QTest::newRow("broadcast address of the interface: broadcasts arrive") << "192.168.7.255"_s
-                                                                               << "192.168.7.255"_s << true;
-        QTest::newRow("broadcast address, sent to the own one: does not")
-            << "192.168.7.255"_s << own << false;
+        row("any address: arrives", "0.0.0.0"_s, own, true);
+        row("own address: arrives", own, own, true);
+        row("own address, sent to another: does not", own, stranger, false);
+        row("broadcast address of the interface: broadcasts arrive", "192.168.7.255"_s, "192.168.7.255"_s,
+            true);
+        row("broadcast address, sent to the own one: does not", "192.168.7.255"_s, own, false);
     }
 
     void bindAddresses()
@@ -207,9 +204,9 @@ private slots:
 
     void oddDatagrams_data()
     {
-        QTest::addColumn<QByteArray>("datagram");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("the largest") << QByteArray(65507, '\0');
+        const Rows<QByteArray> row("datagram");
+        row("empty", {});
+        row("the largest", QByteArray(65507, '\0'));
     }
 
     void oddDatagrams()

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 
-#include <QTest>
-
 #include "frame.h"
 #include "outputlines.h"
 #include "panellink.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -80,11 +79,11 @@ private slots:
 
     void activeLevels_data()
     {
-        QTest::addColumn<QByteArray>("prepared");
-        QTest::newRow("LedGreenHigh") << QByteArray("i224 I225 I228 I230");
-        QTest::newRow("LedYellowHigh") << QByteArray("I224 i225 I228 I230");
-        QTest::newRow("LedRedHigh") << QByteArray("I224 I225 i228 I230");
-        QTest::newRow("BuzzerHigh") << QByteArray("I224 I225 I228 i230");
+        const Rows<QByteArray> row("prepared");
+        row("LedGreenHigh", "i224 I225 I228 I230");
+        row("LedYellowHigh", "I224 i225 I228 I230");
+        row("LedRedHigh", "I224 I225 i228 I230");
+        row("BuzzerHigh", "I224 I225 I228 i230");
     }
 
     void activeLevels()
@@ -138,15 +137,10 @@ private slots:
 
     void commands_data()
     {
-        QTest::addColumn<int>("before"); ///< the command of the yellow LED
-        QTest::addColumn<int>("now");
-        QTest::addColumn<QByteArray>("once"); ///< what the change writes
-        QTest::addColumn<QByteArray>("slow"); ///< what two ticks of the slow timer write
-        QTest::addColumn<QByteArray>("fast");
-        const auto row = [](const char* name, int before, int now, const char* once, const char* slow,
-                            const char* fast) {
-            QTest::newRow(name) << before << now << QByteArray(once) << QByteArray(slow) << QByteArray(fast);
-        };
+        // before: the command of the yellow LED
+        // once: what the change writes
+        // slow: what two ticks of the slow timer write
+        const Rows<int, int, QByteArray, QByteArray, QByteArray> row("before", "now", "once", "slow", "fast");
         row("0 to 0: rewritten", 0, 0, "225=0", "", "");
         row("1 to 1: rewritten", 1, 1, "225=1", "", "");
         row("2 to 2: left alone", 2, 2, "", "225=0 225=1", "");
@@ -251,15 +245,14 @@ private slots:
 
     void filesThatVanish_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QStringList>("wanted"); ///< for the change of the yellow LED from 4 to 1
+        // wanted: for the change of the yellow LED from 4 to 1
+        const Rows<QString, QStringList> row("name", "wanted");
         const QStringList all = writes("I225 225=1 225=1");
-        QTest::newRow("no direction: the rest is written")
-            << "gpio225/direction"_s << QStringList(all.mid(1));
-        QTest::newRow("no active_low: the rest is written")
-            << "gpio225/active_low"_s << QStringList(all.mid(0, 1) + all.mid(2));
-        QTest::newRow("no value: the rest is written") << "gpio225/value"_s << QStringList(all.mid(0, 2));
-        QTest::newRow("the whole line: exported again") << "gpio225"_s << writes("export=225");
+        row("no direction: the rest is written", "gpio225/direction"_s, QStringList(all.mid(1)));
+        row("no active_low: the rest is written", "gpio225/active_low"_s,
+            QStringList(all.mid(0, 1) + all.mid(2)));
+        row("no value: the rest is written", "gpio225/value"_s, QStringList(all.mid(0, 2)));
+        row("the whole line: exported again", "gpio225"_s, writes("export=225"));
     }
 
     void filesThatVanish()
@@ -305,13 +298,11 @@ private slots:
 
     void lossKeepsTheBuzzer_data()
     {
-        QTest::addColumn<int>("command");
-        QTest::addColumn<QByteArray>("slow");
-        QTest::addColumn<QByteArray>("fast");
-        QTest::newRow("off: silent") << 0 << QByteArray() << QByteArray();
-        QTest::newRow("on: sounds on") << 1 << QByteArray() << QByteArray();
-        QTest::newRow("slow: keeps blinking slowly") << 2 << QByteArray("230=0") << QByteArray();
-        QTest::newRow("fast: keeps blinking fast") << 3 << QByteArray() << QByteArray("230=0");
+        const Rows<int, QByteArray, QByteArray> row("command", "slow", "fast");
+        row("off: silent", 0, {}, {});
+        row("on: sounds on", 1, {}, {});
+        row("slow: keeps blinking slowly", 2, "230=0", {});
+        row("fast: keeps blinking fast", 3, {}, "230=0");
     }
 
     void lossKeepsTheBuzzer()

@@ -5,10 +5,10 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
-#include <QTest>
 
 #include "dialogdriver.h"
 #include "literals.h"
+#include "rows.h"
 #include "usbstick.h"
 
 using namespace Varnel;
@@ -62,12 +62,12 @@ private slots:
 
     void chooseFile_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("plain") << "firmware.bin"_s;
-        QTest::newRow("blanks and percent") << "a %1 b.bin"_s;
-        QTest::newRow("a colon in front") << ":a.bin"_s;
-        QTest::newRow("newline") << "a\nb.bin"_s;
-        QTest::newRow("right to left") << QString(QChar(0x202e) + "gpj.exe"_s);
+        const Rows<QString> row("name");
+        row("plain", "firmware.bin"_s);
+        row("blanks and percent", "a %1 b.bin"_s);
+        row("a colon in front", ":a.bin"_s);
+        row("newline", "a\nb.bin"_s);
+        row("right to left", QString(QChar(0x202e) + "gpj.exe"_s));
     }
 
     void chooseFile()

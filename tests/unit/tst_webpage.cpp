@@ -7,12 +7,12 @@
 #include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 #include <QWebSettings>
 
 #include "dialogdriver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "rows.h"
 #include "usbstick.h"
 #include "webserver.h"
 
@@ -151,14 +151,14 @@ private slots:
 
     void unansweredPageFails_data()
     {
-        QTest::addColumn<QString>("script"); ///< how the page asks for it
-        QTest::addColumn<bool>("fails");
-        QTest::newRow("address of the main frame: fails") << "location.href = '/slow'"_s << true;
-        QTest::newRow("address of a frame within: waits")
-            << "document.body.innerHTML = '<iframe src=/slow>'"_s << false;
-        QTest::newRow("form: waits") << "document.body.innerHTML = '<form method=post action=/slow>';"
-                                        "document.forms[0].submit()"_s
-                                     << false;
+        // script: how the page asks for it
+        const Rows<QString, bool> row("script", "fails");
+        row("address of the main frame: fails", "location.href = '/slow'"_s, true);
+        row("address of a frame within: waits", "document.body.innerHTML = '<iframe src=/slow>'"_s, false);
+        row("form: waits",
+            "document.body.innerHTML = '<form method=post action=/slow>';"
+            "document.forms[0].submit()"_s,
+            false);
     }
 
     void unansweredPageFails()
@@ -177,9 +177,10 @@ private slots:
 
     void unsupportedContentGoesToTheDownload_data()
     {
-        QTest::addColumn<QString>("script"); ///< how the page asks for it
-        QTest::newRow("address of the main frame") << "location.href = '/file.bin'"_s;
-        QTest::newRow("address of a frame within") << "document.getElementById('frame').src = '/file.bin'"_s;
+        // script: how the page asks for it
+        const Rows<QString> row("script");
+        row("address of the main frame", "location.href = '/file.bin'"_s);
+        row("address of a frame within", "document.getElementById('frame').src = '/file.bin'"_s);
     }
 
     void unsupportedContentGoesToTheDownload()
@@ -205,13 +206,9 @@ private slots:
 
     void failedUnsupportedContent_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("text");
-        const auto row = [](const char* name, const char* path, const char* text) {
-            QTest::newRow(name) << QString::fromLatin1(path) << QString::fromLatin1(text);
-        };
-        row("of the page itself: a short page", "/gone", "An error occurred while loading page.");
-        row("of another address: nothing", "/elsewhere", "page");
+        const Rows<QString, QString> row("path", "text");
+        row("of the page itself: a short page", "/gone"_s, "An error occurred while loading page."_s);
+        row("of another address: nothing", "/elsewhere"_s, "page"_s);
     }
 
     void failedUnsupportedContent()
@@ -258,9 +255,9 @@ private slots:
 
     void fileInput_data()
     {
-        QTest::addColumn<QByteArray>("attribute");
-        QTest::newRow("one file") << QByteArray();
-        QTest::newRow("several files: the same chooser, not the toolkit's") << QByteArray("multiple");
+        const Rows<QByteArray> row("attribute");
+        row("one file", {});
+        row("several files: the same chooser, not the toolkit's", "multiple");
     }
 
     void fileInput()

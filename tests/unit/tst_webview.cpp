@@ -2,10 +2,10 @@
 #include <memory>
 
 #include <QSignalSpy>
-#include <QTest>
 
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "rows.h"
 #include "screensaver.h"
 #include "webserver.h"
 
@@ -155,11 +155,10 @@ private slots:
 
     void failedPage_data()
     {
-        QTest::addColumn<QByteArray>("status");
-        QTest::newRow("401") << QByteArray(
-            "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"controller\"");
-        QTest::newRow("500") << QByteArray("500 Internal Server Error");
-        QTest::newRow("no server listens") << QByteArray();
+        const Rows<QByteArray> row("status");
+        row("401", "401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"controller\"");
+        row("500", "500 Internal Server Error");
+        row("no server listens", {});
     }
 
     void failedPage()
@@ -188,12 +187,12 @@ private slots:
 
     void failedPart_data()
     {
-        QTest::addColumn<QByteArray>("part");
-        QTest::newRow("picture") << QByteArray("<img src='/missing'>");
-        QTest::newRow("style sheet") << QByteArray("<link rel='stylesheet' href='/missing'>");
-        QTest::newRow("script") << QByteArray("<script src='/missing'></script>");
-        QTest::newRow("frame") << QByteArray("<iframe src='/missing'></iframe>");
-        QTest::newRow("request of a script") << QByteArray(
+        const Rows<QByteArray> row("part");
+        row("picture", "<img src='/missing'>");
+        row("style sheet", "<link rel='stylesheet' href='/missing'>");
+        row("script", "<script src='/missing'></script>");
+        row("frame", "<iframe src='/missing'></iframe>");
+        row("request of a script",
             "<script>var r = new XMLHttpRequest; r.open('GET', '/missing'); r.send();</script>");
     }
 

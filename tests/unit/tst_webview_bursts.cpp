@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <memory>
 
-#include <QTest>
-
 #include "panelview.h"
+#include "rows.h"
 #include "webserver.h"
 
 using namespace Varnel;
@@ -50,12 +49,13 @@ private slots:
 
     void outermostPageWins_data()
     {
-        QTest::addColumn<bool>("mainPending"); ///< the page itself is unanswered, not its parts
-        QTest::addColumn<PageChange>("change");
-        QTest::addColumn<QString>("text");
-        const auto row = [](const char* name, PageChange change, const char* text) {
-            QTest::addRow("parts pending, %s", name) << false << change << QString::fromLatin1(text);
-            QTest::addRow("page pending, %s", name) << true << change << QString::fromLatin1(text);
+        // mainPending: the page itself is unanswered, not its parts
+        const Rows<bool, PageChange, QString> add("mainPending", "change", "text");
+        const auto row = [&add](const char* name, PageChange change, const char* text) {
+            add(qPrintable("parts pending, "_s + QLatin1String(name)), false, change,
+                QString::fromLatin1(text));
+            add(qPrintable("page pending, "_s + QLatin1String(name)), true, change,
+                QString::fromLatin1(text));
         };
         row("another page", &PageChanges::load, "the next page");
         row("another page by request", &PageChanges::request, "the next page");
@@ -103,9 +103,9 @@ private slots:
 
     void openRequestsAtTheEnd_data()
     {
-        QTest::addColumn<bool>("probing");
-        QTest::newRow("the page's parts are open") << false;
-        QTest::newRow("a probe is open, too") << true;
+        const Rows<bool> row("probing");
+        row("the page's parts are open", false);
+        row("a probe is open, too", true);
     }
 
     void openRequestsAtTheEnd()

@@ -5,12 +5,12 @@
 #include <QMessageBox>
 #include <QNetworkReply>
 #include <QPushButton>
-#include <QTest>
 #include <QTimer>
 
 #include "dialogdriver.h"
 #include "networkaccessmanager.h"
 #include "panelview.h"
+#include "rows.h"
 #include "webserver.h"
 
 using namespace Varnel;
@@ -45,11 +45,10 @@ private slots:
 
     void answerReachesScript_data()
     {
-        QTest::addColumn<QByteArray>("script");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("alert: script continues") << QByteArray("alert('A'); document.write('on')") << "on";
-        QTest::newRow("confirm: true") << QByteArray("document.write(confirm('C'))") << "true";
-        QTest::newRow("prompt: the text") << QByteArray("document.write(prompt('P', 'seven'))") << "seven";
+        const Rows<QByteArray, QString> row("script", "text");
+        row("alert: script continues", "alert('A'); document.write('on')", "on"_s);
+        row("confirm: true", "document.write(confirm('C'))", "true"_s);
+        row("prompt: the text", "document.write(prompt('P', 'seven'))", "seven"_s);
     }
 
     void answerReachesScript()
@@ -67,9 +66,9 @@ private slots:
 
     void replyOutlivesDialog_data()
     {
-        QTest::addColumn<QByteArray>("contentType");
-        QTest::newRow("XHTML") << QByteArray("application/xhtml+xml");
-        QTest::newRow("a picture with a script") << QByteArray("image/svg+xml");
+        const Rows<QByteArray> row("contentType");
+        row("XHTML", "application/xhtml+xml");
+        row("a picture with a script", "image/svg+xml");
     }
 
     // The script of an XML page runs while the engine takes the page from its reply, which may end meanwhile.
@@ -102,20 +101,15 @@ private slots:
 
     void changeClosesDialogs_data()
     {
-        QTest::addColumn<QByteArray>("script");
-        QTest::addColumn<PageChange>("change");
-        QTest::addColumn<QString>("text");
-        const auto row = [](const char* name, const char* script, PageChange change, const char* text) {
-            QTest::newRow(name) << QByteArray(script) << change << QString::fromLatin1(text);
-        };
-        const auto error = "Can't find the error page";
-        const auto next = "the next page";
+        const Rows<QByteArray, PageChange, QString> row("script", "change", "text");
+        const auto error = "Can't find the error page"_s;
+        const auto next = "the next page"_s;
         row("alert, link lost", "alert(1)", &PageChanges::showError, error);
         row("confirm, link lost", "confirm(1)", &PageChanges::showError, error);
         row("prompt, link lost", "prompt(1)", &PageChanges::showError, error);
         row("two alerts, link lost", "alert(1); alert(2)", &PageChanges::showError, error);
         row("request failed", "alert(1)", &PageChanges::fail, error);
-        row("service link up", "alert(1)", &PageChanges::showInfo, "Can't find the info page");
+        row("service link up", "alert(1)", &PageChanges::showInfo, "Can't find the info page"_s);
         row("controller back", "alert(1)", &PageChanges::force, next);
         row("retry", "alert(1)", &PageChanges::load, next);
         row("load by request", "alert(1)", &PageChanges::request, next);

@@ -2,10 +2,10 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 #include <QWebPage>
 
 #include "panelview.h"
+#include "rows.h"
 
 using namespace Varnel;
 
@@ -53,23 +53,18 @@ private slots:
 
     void pages_data()
     {
-        QTest::addColumn<QString>(
-            "there"); ///< what the directory has; "name/" where no picture is in its place
-        QTest::addColumn<QString>("language");
-        QTest::addColumn<QString>("picture"); ///< the directory of the picture; empty for the text
-        const auto row = [](const char* name, const char* there, const char* language, const char* picture) {
-            QTest::newRow(name) << QString::fromLatin1(there) << QString::fromLatin1(language)
-                                << QString::fromLatin1(picture);
-        };
-        row("default language: its picture", "de|default|fr", "default", "default");
-        row("fr with a picture of its own: that", "de|default|fr", "fr", "fr");
-        row("fr without: the default picture", "de|default", "fr", "default");
-        row("fr, the default is missing: its own", "de|fr", "fr", "fr");
-        row("default, which is missing: the text", "de|fr", "default", "");
-        row("the picture is a directory: the default picture", "default|fr/", "fr", "default");
-        row("both pictures are directories: the text", "default/|fr/", "fr", "");
-        row("language with a blank: as it is", "f r", "f r", "f r");
-        row("language like a place to fill: as it is", "%1", "%1", "%1");
+        // there: what the directory has; "name/" where no picture is in its place
+        // picture: the directory of the picture; empty for the text
+        const Rows<QString, QString, QString> row("there", "language", "picture");
+        row("default language: its picture", "de|default|fr"_s, "default"_s, "default"_s);
+        row("fr with a picture of its own: that", "de|default|fr"_s, "fr"_s, "fr"_s);
+        row("fr without: the default picture", "de|default"_s, "fr"_s, "default"_s);
+        row("fr, the default is missing: its own", "de|fr"_s, "fr"_s, "fr"_s);
+        row("default, which is missing: the text", "de|fr"_s, "default"_s, ""_s);
+        row("the picture is a directory: the default picture", "default|fr/"_s, "fr"_s, "default"_s);
+        row("both pictures are directories: the text", "default/|fr/"_s, "fr"_s, ""_s);
+        row("language with a blank: as it is", "f r"_s, "f r"_s, "f r"_s);
+        row("language like a place to fill: as it is", "%1"_s, "%1"_s, "%1"_s);
     }
 
     void pages()

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <memory>
 
-#include <QTest>
-
 #include "panelview.h"
+#include "rows.h"
 #include "webserver.h"
 
 namespace {
@@ -139,10 +138,10 @@ private slots:
 
     void failedProbeLocksIn_data()
     {
-        QTest::addColumn<QString>("address");
-        QTest::newRow("404") << "/missing"_s;
-        QTest::newRow("no server listens") << "http://127.0.0.1:1/"_s;
-        QTest::newRow("empty default address") << QString();
+        const Rows<QString> row("address");
+        row("404", "/missing"_s);
+        row("no server listens", "http://127.0.0.1:1/"_s);
+        row("empty default address", {});
     }
 
     void failedProbeLocksIn()
@@ -209,11 +208,11 @@ private slots:
 
     void repeatedProbes_data()
     {
-        QTest::addColumn<quint16>("retryTimeout");
-        QTest::addColumn<QList<int>>("pauses"); ///< in seconds
-        QTest::newRow("doubled up to five minutes") << quint16(50) << QList<int>{50, 100, 200, 300, 300};
-        QTest::newRow("never shorter than the retry timeout") << quint16(400) << QList<int>{400, 400};
-        QTest::newRow("never without a pause") << quint16(0) << QList<int>{1, 2, 4};
+        // pauses: in seconds
+        const Rows<quint16, QList<int>> row("retryTimeout", "pauses");
+        row("doubled up to five minutes", 50, QList<int>{50, 100, 200, 300, 300});
+        row("never shorter than the retry timeout", 400, QList<int>{400, 400});
+        row("never without a pause", 0, QList<int>{1, 2, 4});
     }
 
     void repeatedProbes()
@@ -250,12 +249,12 @@ private slots:
 
     void anotherPageEndsRepeatedProbes_data()
     {
-        QTest::addColumn<PageChange>("change");
-        QTest::newRow("loadUrl") << &PageChanges::load;
-        QTest::newRow("setUrl") << &PageChanges::setUrl;
-        QTest::newRow("loadRequest") << &PageChanges::request;
-        QTest::newRow("reloadUrl") << &PageChanges::reload;
-        QTest::newRow("info page") << &PageChanges::showInfo;
+        const Rows<PageChange> row("change");
+        row("loadUrl", &PageChanges::load);
+        row("setUrl", &PageChanges::setUrl);
+        row("loadRequest", &PageChanges::request);
+        row("reloadUrl", &PageChanges::reload);
+        row("info page", &PageChanges::showInfo);
     }
 
     void anotherPageEndsRepeatedProbes()
