@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-
 #include "frame.h"
+#include "mappingfile.h"
 #include "panellink.h"
 #include "rows.h"
 
@@ -228,6 +228,10 @@ private slots:
 
     void coreReachesTheModbusServer()
     {
+        const MappingFile map(
+            mappingText(registerText(10, "u16", "u16", 0) + "," + registerText(11, "s8", "s8", 1),
+                        tableText(300, "10, 11") + "," + tableText(100, "-1, 10")));
+        const ScopedSetting<QString> setting("ModbusServer", "ModbusMap", map.path());
         const ScriptDirectory scripts({"mbserverupdate.sh", "modbuscfg.sh", "netcfg.sh", "r7m.sh"});
         RegisteredLink link(scripts);
         // All four steps are taken for every Core section, also one without items; between network and
@@ -236,13 +240,21 @@ private slots:
         const QList<Call> calls = scripts.calls();
         QCOMPARE(calls.size(), 5);
         QCOMPARE(calls.at(2).at(0), QByteArray("r7m.sh"));
-        QCOMPARE(calls.at(3).at(0), QByteArray("mbserverupdate.sh"));
-        QCOMPARE(calls.at(3).size(), 2);
+        QCOMPARE(calls.at(3), (Call{"mbserverupdate.sh", R"({"cmd":"setconfig","data":[]})"}));
         QCOMPARE(calls.at(4).at(0), QByteArray("modbuscfg.sh"));
         scripts.clear();
         // A Core section that does not decode is not used.
         link.receiveSections({section(0x80, ""), gpioSection(1, 1, 1, 0)});
         QCOMPARE(scripts.calls().size(), 0);
+        // A value goes to each of its tables, and stays from frame to frame.
+        link.receiveSections({section(0x80, coreItem(7, 3, 0, 4, hex("2c 01")))});
+        link.receiveSections({gpioSection(1, 1, 1, 0)});
+        link.receiveSections({section(0x80, coreItem(7, 3, 1, 3, hex("fe")))});
+        QCOMPARE(
+            scripts.callLines(),
+            (Lines{R"(mbserverupdate.sh {"cmd":"setconfig","data":[{"address":100,"values":[0,300]},)"
+                   R"({"address":300,"values":[300,0]}]})",
+                   R"(mbserverupdate.sh {"cmd":"setconfig","data":[{"address":300,"values":[300,254]}]})"}));
     }
 };
 
