@@ -45,11 +45,6 @@ void StandInSys::setOperState(const QString& interface, const QString& text)
     write("/sys/class/net/%1/operstate"_s.arg(interface), text.toUtf8() + '\n');
 }
 
-void StandInSys::removeInterface(const QString& interface)
-{
-    QDir("/sys/class/net/"_s + interface).removeRecursively();
-}
-
 QString StandInSys::read(const QString& path)
 {
     QFile file(path);

@@ -39,7 +39,6 @@ public:
 
     /// Sets what /sys/class/net/`interface`/operstate reads, a line end added.
     void setOperState(const QString& interface, const QString& text);
-    void removeInterface(const QString& interface);
 
     /// The text of one file, without blanks at its ends; null when there is none.
     static QString read(const QString& path);

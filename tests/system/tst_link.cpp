@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The controller link of the running panel: first frame, loss, return, datagrams of any kind, and a recorded
-// controller.
+// The controller link of the running panel: first frame, loss, a script that hangs, datagrams of any kind,
+// and a recorded controller.
 
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRandomGenerator>
-#include <QTimer>
 
 #include "rows.h"
 #include "scene.h"
@@ -108,34 +107,25 @@ private slots:
         QCOMPARE(scene.scripts.runLines(), QStringList(unregistration));
     }
 
-    void controllerThatReturnsIsWelcomedAgain()
+    void hangingScriptIsKilledAfterThirtySeconds()
     {
+        const auto isRunning = [](const char* text) {
+            return Program::runTool({"pgrep"_s, "--full"_s, QString::fromLatin1(text)});
+        };
         Scene scene;
-        QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
-        for (int round = 0; round < 2; ++round) {
-            scene.scripts.clear();
-            scene.sequence = 0; // it has rebooted: its numbers start again
-            QVERIFY(scene.connectController());
-            QVERIFY(scene.panel.log().await({welcome, loss, "Remove R7M"_s}));
-            QVERIFY(scene.scripts.awaitRuns(2));
-            QCOMPARE(scene.scripts.runLines(), QStringList({registration, unregistration}));
-        }
-        QCOMPARE(scene.panel.log().count("Back in the sequence, probable reboot of the RxM"_s), 0);
-        QCOMPARE(scene.server.count("/index.html"), 2);
-    }
-
-    void droppedFramesDoNotKeepTheLinkUp()
-    {
-        Scene scene;
-        QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "1")));
-        QVERIFY(scene.connectController());
-        QByteArray wrongChecksum = Frame(99).gpioState(1, 1, 1, 1).octets();
-        wrongChecksum[wrongChecksum.size() - 1] = static_cast<char>(~wrongChecksum.back());
-        QTimer pace;
-        connect(&pace, &QTimer::timeout, this, [&] { QVERIFY(scene.controller.send(wrongChecksum)); });
-        pace.start(100);
-        QVERIFY(scene.panel.log().await(QRegularExpression("^Invalid checksum \\(0x"_s)));
-        QVERIFY(scene.panel.log().await(loss));
+        QVERIFY(scene.start(SettingsFile().set("Network/UdpTimeout", "600")));
+        QVERIFY(scene.scripts.install("r7m.sh"_s, "sleep infinity"));
+        QVERIFY(scene.server.listen());
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(scene.sendFrame());
+        QVERIFY(scene.panel.log().await("Add R7M"_s));
+        QTRY_VERIFY(isRunning("^sleep infinity"));
+        QVERIFY(scene.server.awaitCount("/index.html", 1, std::chrono::seconds(45)));
+        QVERIFY2(timer.elapsed() >= 30000, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(!isRunning("^sleep infinity"));
+        QVERIFY(!isRunning("r7m\\.sh"));
+        QVERIFY(scene.isAlive());
     }
 
     void datagramsOfAnySizeDoNoHarm()
