@@ -142,6 +142,28 @@ private slots:
         QVERIFY(refused > 100);
     }
 
+    /// The checker's places are those of the dissector, which shares no table with it.
+    void simulatorPutsEachFieldInItsPlace()
+    {
+        QList<QByteArray> sections;
+        QStringList wanted;
+        int position = 16;
+        for (const Simulator::SectionLayout& layout : Simulator::sectionLayouts()) {
+            sections += section(layout.type, QByteArray(layout.length - 4, '\0'));
+            for (const Simulator::Field& field : layout.fields) {
+                wanted += "%1.%2 %3+%4"_s.arg(QLatin1String(layout.name), QLatin1String(field.name))
+                              .arg(position + field.offset)
+                              .arg(field.width);
+            }
+            position += layout.length;
+        }
+        QStringList found;
+        for (const FrameField& field : FrameChecker(10).check(frame(1, sections), controller).fields) {
+            found += "%1 %2+%3"_s.arg(field.name).arg(field.offset).arg(field.width);
+        }
+        QCOMPARE(found.filter(QRegularExpression("^(?!section)[a-z]+\\."_s)), wanted);
+    }
+
     void sequenceAndSender()
     {
         FrameChecker checker(10);
