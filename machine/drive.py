@@ -93,7 +93,7 @@ def run_tests(options, wanted):
         rows.append((name, box.shown, result))
     print(f"{len(rows) - failed} passed, {failed} failed")
     if options.record:
-        record(os.path.join(options.record, "machine.md"), lambda former: table(rows, former))
+        record(os.path.join(options.record, "machine.md"), options.arch, lambda former: table(rows, former))
     return 1 if failed else 0
 
 
@@ -102,7 +102,7 @@ def run_speed(box):
     rows = speed.measure(box)
     print(speed.table(rows), end="")
     if box.options.record:
-        record(os.path.join(box.options.record, "performance.md"), lambda _: speed.table(rows))
+        record(os.path.join(box.options.record, "performance.md"), "machine", lambda _: speed.table(rows))
 
 
 def row(name, shown, result):
@@ -118,11 +118,11 @@ def table(rows, former):
     return "\n".join(lines + [known[full] for full, _ in cases(()) if full in known]) + "\n"
 
 
-def record(path, make):
-    """Replaces the table between the marks of a page by what "make" makes of it."""
+def record(path, mark, make):
+    """Replaces the table between the marks of this name in a page by what "make" makes of it."""
     with open(path, encoding="utf-8") as file:
         page = file.read()
-    begin, end = "<!-- machine: begin -->\n", "<!-- machine: end -->"
+    begin, end = f"<!-- {mark}: begin -->\n", f"<!-- {mark}: end -->"
     head, rest = page.split(begin)
     former, tail = rest.split(end)
     with open(path, "w", encoding="utf-8") as file:

@@ -163,6 +163,10 @@ class Picture:
                 file.write(len(body).to_bytes(4, "big") + kind + body + zlib.crc32(kind + body).to_bytes(4, "big"))
 
 
+# Debian's kernel for armhf has no driver of it.
+WATCHDOG = ["-device", "i6300esb", "-action", "watchdog=reset"]
+
+
 class Machine:
     """The panel. One instance is one disk, which keeps what is written to it over reboots and power cuts."""
 
@@ -171,6 +175,7 @@ class Machine:
     def __init__(self, options, **changes):
         Machine.count += 1
         self.options = options
+        self.serial_line = "/dev/ttyS1" if options.arch == "amd64" else "/dev/ttyS0"
         self.directory = os.path.join(options.run, f"panel-{Machine.count}")
         self.changes = changes
         self.process = None
@@ -192,13 +197,12 @@ class Machine:
             accelerator = ["-accel", "kvm", "-cpu", "host,-arch-capabilities"] if self.options.kvm else \
                 ["-accel", "tcg,thread=multi", "-cpu", "max"]
             return ["qemu-system-x86_64", "-M", "pc", *accelerator, "-vga", "none", "-device",
-                    "VGA,edid=on,xres=800,yres=480", "-device", "i6300esb", "-action", "watchdog=reset",
-                    "-chardev", "pty,id=line", "-device", "isa-serial,chardev=line,index=1"], "ttyS0"
-        program, processor = {"armhf": ("qemu-system-arm", "cortex-a15"),
-                              "arm64": ("qemu-system-aarch64", "cortex-a57")}[self.options.arch]
-        machine = "virt,highmem=off" if self.options.arch == "armhf" else "virt"
+                    "VGA,edid=on,xres=800,yres=480", *WATCHDOG, "-chardev", "pty,id=line", "-device", "isa-serial,chardev=line,index=1"], "ttyS0"
+        program, machine, processor, watchdog = {
+            "armhf": ("qemu-system-arm", "virt,highmem=off", "cortex-a15", []),
+            "arm64": ("qemu-system-aarch64", "virt", "cortex-a57", WATCHDOG)}[self.options.arch]
         return [program, "-M", machine, "-accel", "tcg,thread=multi", "-cpu", processor, "-device",
-                "bochs-display,edid=on,xres=800,yres=480", "-device", "i6300esb", "-action", "watchdog=reset"], "ttyAMA0"
+                "bochs-display,edid=on,xres=800,yres=480", *watchdog, "-chardev", "pty,id=line", "-device", "pci-serial,chardev=line"], "ttyAMA0"
 
     def command(self):
         changes = self.changes

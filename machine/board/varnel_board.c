@@ -113,10 +113,10 @@ static int record_show(struct seq_file *file, void *unused)
 
 	for (index = first; index < changes; index++) {
 		struct change *change = &record[index % RECORD_SIZE];
-		u64 microseconds = change->time / 1000;
-		u32 fraction = do_div(microseconds, 1000000);
+		u64 seconds = change->time;
+		u32 nanoseconds = do_div(seconds, 1000000000);
 
-		seq_printf(file, "%llu.%06u ", microseconds, fraction);
+		seq_printf(file, "%llu.%06u ", seconds, nanoseconds / 1000);
 		if (change->output == BACKLIGHT)
 			seq_puts(file, "backlight");
 		else

@@ -35,8 +35,8 @@ def tcp(box):
 def rtu(box):
     """RTU: a master at the other end of the serial line"""
     panel, _ = box.booted("--map", MAPPING, sections="devinfo,gpiostate,core")
-    panel.output("sed -i -e 's/^;ModbusMode=.*/ModbusMode=rtu/' -e 's,^;ModbusInterface=.*,ModbusInterface=1:/dev/ttyS1:19200:8N1,' "
-                 "/usr/local/etc/varnel-browser.ini && systemctl restart --no-block varnel-browser")
+    panel.output("sed -i -e 's/^;ModbusMode=.*/ModbusMode=rtu/' -e 's,^;ModbusInterface=.*,"
+                 f"ModbusInterface=1:{panel.serial_line}:19200:8N1,' /usr/local/etc/varnel-browser.ini && systemctl restart --no-block varnel-browser")
     line = next(part["filename"] for part in panel.monitor("query-chardev") if part["label"] == "line").removeprefix("pty:")
 
     def read():
