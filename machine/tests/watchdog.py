@@ -59,6 +59,9 @@ def kernel(box):
     box.show(f"back at the page after {time.monotonic() - start:.0f} s")
 
 
+kernel.cannot_run_on = ("armhf",)  # no driver of the watchdog
+
+
 def memory(box):
     """memory used up"""
     panel, _ = box.booted()
