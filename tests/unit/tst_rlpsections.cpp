@@ -261,6 +261,17 @@ private slots:
         }
         QTEST(read, "items");
     }
+
+    void itemPastTheSectionIsReportedIfEnabled()
+    {
+        const LogRules rules("varnel.rlp.debug=true");
+        const LogRecorder log;
+        QByteArray octets = section(0x80, coreItem(1, 2, 3, 4, "", 1));
+        QList<core_tmp> record;
+        int consumed = 0;
+        QVERIFY(RlpDecoder().handleSectionCore(0x80, quint16(octets.size()), &octets, &record, &consumed));
+        QCOMPARE(log.texts("varnel.rlp"_s), QStringList{"Core item at 4 runs past the section's end"_s});
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_RlpSections)

@@ -187,6 +187,7 @@ private slots:
     {
         QFETCH(QByteArray, commands);
         const QString path = script("hangs"_s, "echo $$ > \"$(dirname \"$0\")/pid\"\n" + commands);
+        const LogRules rules("varnel.script.debug=true");
         const LogRecorder log;
         QElapsedTimer clock;
         clock.start();
@@ -195,6 +196,8 @@ private slots:
         QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(!isAlive(contents("pid"_s)));
         QVERIFY(log.texts().isEmpty());
+        QCOMPARE(log.texts("varnel.script"_s).filter("Killed after"_s),
+                 QStringList{"Killed after %1 ms: \"%2\""_s.arg(shortLimit.count()).arg(path)});
     }
 
     void childrenAreKilledAtTheLimit()

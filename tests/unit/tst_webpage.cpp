@@ -204,6 +204,19 @@ private slots:
         QCOMPARE(server->count("/file.bin"), 1);
     }
 
+    void replyGoneBeforeItsDownload()
+    {
+        server->serve("/file.bin", "content", "application/octet-stream");
+        PanelView panel;
+        std::unique_ptr<QNetworkReply> reply(
+            panel.window.getNetworkAccessManager()->get(QNetworkRequest(server->url("/file.bin"))));
+        panel.clear();
+        panel.page()->handleUnsupportedContent(reply.get());
+        reply.reset();
+        QCoreApplication::processEvents();
+        QCOMPARE(panel.log(), QStringList{unsupported});
+    }
+
     void failedUnsupportedContent_data()
     {
         const Rows<QString, QString> row("path", "text");

@@ -232,6 +232,8 @@ private slots:
         QVERIFY(panel.view->isEnabled());
         QCOMPARE(panel.frame()->title(), QString());
         QCOMPARE(panel.evaluate("document.activeElement.id").toString(), "first"_s);
+        QTest::keyClick(panel.view, Qt::Key_Tab);
+        QCOMPARE(panel.evaluate("document.activeElement.id").toString(), "second"_s);
     }
 
 private:
