@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What the tests of the whole panel share: machines, controllers, and what the board's screen and lines say."""
+import hashlib
 import itertools
 import os
 import re
@@ -132,9 +133,11 @@ class Box:
 
     def waiting_disk(self):
         """A disk with the snapshot of a panel that has started and waits for its controller, kept beside the image."""
-        kept = os.path.join(self.options.image, f"waiting{'-kvm' if self.options.kvm else ''}.qcow2")
+        panel = self.panel()
+        machine = hashlib.sha256(repr(panel.kind()).encode()).hexdigest()[:8]  # another one could not load the snapshot
+        kept = os.path.join(self.options.image, f"waiting-{machine}.qcow2")
         if not os.path.exists(kept):
-            panel = self.panel().start()
+            panel.start()
             panel.await_agent()
             panel.await_logged("UDP bound", 240)
             wait_for("the end of the start", lambda: panel.run("systemctl is-system-running")[1].strip() != "starting", 240, 1)

@@ -201,8 +201,8 @@ class Machine:
         program, machine, processor, watchdog = {
             "armhf": ("qemu-system-arm", "virt,highmem=off", "cortex-a15", []),
             "arm64": ("qemu-system-aarch64", "virt", "cortex-a57", WATCHDOG)}[self.options.arch]
-        return [program, "-M", machine, "-accel", "tcg,thread=multi", "-cpu", processor, "-device",
-                "bochs-display,edid=on,xres=800,yres=480", *watchdog, "-chardev", "pty,id=line", "-device", "pci-serial,chardev=line"], "ttyAMA0"
+        return [program, "-M", machine, "-accel", "tcg,thread=multi", "-cpu", processor, "-vga", "none", "-device",
+                "VGA,edid=on,xres=800,yres=480", *watchdog, "-chardev", "pty,id=line", "-device", "pci-serial,chardev=line"], "ttyAMA0"
 
     def command(self):
         changes = self.changes
