@@ -147,11 +147,13 @@ private slots:
         const auto demo = makeDemo();
         QVERIFY(demo->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--scenario"_s,
                              scenario.fileName(), "--record"_s, recording}));
-        QTRY_VERIFY_WITH_TIMEOUT(demo->output().contains("Set language to \"fr\""), 60000);
+        QTRY_VERIFY2_WITH_TIMEOUT(demo->output().contains("Set language to \"fr\""),
+                                  qPrintable(demo->log().lines().join(QLatin1Char('\n'))), 120000);
         demo->stop(SIGTERM);
         const auto again = makeDemo();
         QVERIFY(again->start({"--log"_s, "--programs"_s, VARNEL_PROGRAM_DIR ""_s, "--replay"_s, recording}));
-        QTRY_VERIFY_WITH_TIMEOUT(again->output().contains("Set language to \"fr\""), 60000);
+        QTRY_VERIFY2_WITH_TIMEOUT(again->output().contains("Set language to \"fr\""),
+                                  qPrintable(again->log().lines().join(QLatin1Char('\n'))), 120000);
         again->stop(SIGTERM);
     }
 
