@@ -31,7 +31,7 @@ struct Work
     std::function<void()> prepare = {}; ///< run before each measurement, not measured itself
 };
 
-/// What a clock of the kernel says, in microseconds.
+/// Reads a clock of the kernel, in microseconds.
 double nowUs(clockid_t clock = CLOCK_MONOTONIC);
 
 /// Runs all of them in turn, `rounds` times after one round that does not count, so that whatever slows the

@@ -440,7 +440,7 @@ private:
     const char* now = "start"; ///< the step
     int cycles = 0;
     int failures = 0;
-    /// What else has happened, each a column of the record.
+    /// Other events, each a column of the record.
     QMap<QByteArray, int> counts{{"requests", 0},  {"reloads", 0},    {"languages", 0},  {"losses", 0},
                                  {"downloads", 0}, {"darkenings", 0}, {"error_pages", 0}};
 };
