@@ -202,7 +202,7 @@ private slots:
 private:
     QString writeInit(const QByteArray& text)
     {
-        const QString path = directory->filePath("mbserver_init.dbus"_s);
+        QString path = directory->filePath("mbserver_init.dbus"_s);
         writeFile(path, text);
         return path;
     }

@@ -7,6 +7,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 
+#include <algorithm>
+
 #include "processfigures.h"
 #include "traffic.h"
 #include "transferscene.h"
@@ -277,15 +279,12 @@ private:
 
     bool changeLanguages()
     {
-        for (const char* const language : languageCodes) {
+        return std::all_of(std::begin(languageCodes), std::end(languageCodes), [this](const char* language) {
             traffic.setLanguage(language);
-            if (!log().await(
-                    QRegularExpression("^wv: Set language to \"%1\""_s.arg(QLatin1String(language))))) {
-                return false;
-            }
             ++counts["languages"];
-        }
-        return true;
+            return log().await(
+                QRegularExpression("^wv: Set language to \"%1\""_s.arg(QLatin1String(language))));
+        });
     }
 
     bool reloadPage()
