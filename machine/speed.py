@@ -41,11 +41,12 @@ def painted(panel):
 
 
 def trace(panel, command):
-    """What the panel's main thread asked of the kernel during a command: (time, call, whether it begins, first line of arguments)."""
+    """What the panel's main thread asked of the kernel during a command, and in the 2 s before it, in which the event loop waits at
+    least once: (time, call with its arguments or result)."""
     process = panel.main_process()
     enable = "".join(f"echo 1 > {TRACE}/events/syscalls/{event}/enable; " for event in EVENTS)
     panel.output(f"echo mono > {TRACE}/trace_clock; echo 8192 > {TRACE}/buffer_size_kb; echo {process} > {TRACE}/set_event_pid; {enable}"
-                 f"echo > {TRACE}/trace; {command}; echo 0 > {TRACE}/events/enable", WAIT)
+                 f"echo > {TRACE}/trace; sleep 2; {command}; echo 0 > {TRACE}/events/enable", WAIT)
     lines = panel.output(f"grep -v '^#' {TRACE}/trace", WAIT).splitlines()
     found = []
     for line in lines:
