@@ -124,7 +124,7 @@ private slots:
         QCOMPARE(saver->activate(on), before != on); // whether or not the display files could be written
         QCOMPARE(saver->active(), on);
         QTEST(log.texts(), "lines");
-        QCOMPARE(QList<QVariantList>(activated),
+        QCOMPARE(static_cast<const QList<QVariantList>&>(activated),
                  before == on ? QList<QVariantList>() : QList<QVariantList>{{!on}});
     }
 

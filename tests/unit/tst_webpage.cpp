@@ -95,7 +95,7 @@ private slots:
                  QStringList{"WebPage::retryLoad  \"%1\""_s.arg(server->url("/page").toString())});
         const QVariantList parts{server->url("/parts")};
         const QVariantList page{server->url("/page")};
-        QCOMPARE(QList<QVariantList>(loading), (QList<QVariantList>{parts, page, page}));
+        QCOMPARE(static_cast<const QList<QVariantList>&>(loading), (QList<QVariantList>{parts, page, page}));
         QCOMPARE(server->count("/page"), 1);
     }
 
