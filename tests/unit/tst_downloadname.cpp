@@ -40,6 +40,8 @@ private slots:
             QString::fromUtf8("\xc3\xa9t\xc3\xa9.txt"));
         row("Latin-1: taken as such", "filename=\xe9t\xe9.txt", QString::fromUtf8("\xc3\xa9t\xc3\xa9.txt"));
         row("half a UTF-8 character at the end: Latin-1", "filename=a\xc3", QString::fromUtf8("a\xc3\x83"));
+        row("invalid UTF-8 and half a character: Latin-1", "filename=\xe9t\xc3",
+            QString::fromUtf8("\xc3\xa9t\xc3\x83"));
         row("NUL in Latin-1: kept, as in UTF-8", QByteArray("filename=\xe9\0x", 12),
             QString::fromUtf8("\xc3\xa9\0x", 4));
         row("way up: taken, not judged here", "filename=../x", "../x"_s);

@@ -120,12 +120,12 @@ private slots:
         const ScriptDirectory scripts;
         RegisteredLink link(scripts);
         // The first is applied even though it says what holds anyway.
-        link.receiveSections({modbusCfgSection(true, 502)});
-        link.receiveSections({modbusCfgSection(true, 502)});
-        QCOMPARE(scripts.callLines(), Lines{"modbuscfg.sh 1 502"});
+        link.receiveSections({modbusCfgSection(false, 502)});
+        link.receiveSections({modbusCfgSection(false, 502)});
+        QCOMPARE(scripts.callLines(), Lines{"modbuscfg.sh 0 502"});
         QCOMPARE(link.log(), QStringList({modbusChanged, "Apply new modbus config"_s}));
-        link.receiveSections({modbusCfgSection(false, 65535)});
-        QCOMPARE(scripts.callLines().mid(1), Lines{"modbuscfg.sh 0 65535"});
+        link.receiveSections({modbusCfgSection(true, 65535)});
+        QCOMPARE(scripts.callLines().mid(1), Lines{"modbuscfg.sh 1 65535"});
     }
 
     void applyingByItselfKeepsNothing()
